@@ -1,0 +1,40 @@
+# What every target of this project shares, and the one way to declare a layer.
+
+option(HARBIX_WERROR "Treat warnings as errors (the presets do; a bare cmake must build with newer compilers)" OFF)
+set(HARBIX_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(harbix_settings INTERFACE)
+target_compile_options(harbix_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wextra-semi -Wformat=2
+  $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>
+  $<$<BOOL:${HARBIX_WERROR}>:-Werror>)
+# 64-bit sizes and offsets on every build, and the GNU names of the system's calls.
+target_compile_definitions(harbix_settings INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
+if(HARBIX_SANITIZE)
+  add_compile_options(-fsanitize=${HARBIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${HARBIX_SANITIZE})
+endif()
+
+# harbix_layer(NAME SOURCES file... [LINKS target...])
+#
+# Declares the static library harbix::NAME for the current folder. LINKS are the only layers that the folder may
+# include from; the test "layers" holds every include against the list kept here.
+function(harbix_layer name)
+  cmake_parse_arguments(LAYER "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(harbix_${name} STATIC ${LAYER_SOURCES})
+  add_library(harbix::${name} ALIAS harbix_${name})
+  target_include_directories(harbix_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(harbix_${name} PUBLIC ${LAYER_LINKS} PRIVATE harbix_settings)
+
+  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR})
+  set(allowed ${LAYER_LINKS})
+  list(FILTER allowed INCLUDE REGEX "^harbix::")
+  list(JOIN allowed " " allowed)
+  set_property(GLOBAL APPEND_STRING PROPERTY HARBIX_LAYERS "${name} ${folder} ${allowed}\n")
+endfunction()

@@ -1,0 +1,27 @@
+#include "platform/file_descriptor.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace platform {
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+  if (this != &other) {
+    close();
+    descriptor_ = other.release();
+  }
+  return *this;
+}
+
+FileDescriptor::~FileDescriptor() {
+  // Whoever needs to know whether the last bytes arrived has called close() before.
+  close();
+}
+
+int FileDescriptor::close() noexcept {
+  if (!is_open()) return 0;
+  return ::close(release()) == -1 ? errno : 0;
+}
+
+}  // namespace platform
