@@ -1,0 +1,33 @@
+#include "device/channel.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+
+#include "device/failure.h"
+
+namespace device {
+
+std::pair<Channel, Channel> Channel::make() {
+  std::array<int, 2> ends = {};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == -1) {
+    throw system_failure(errno, "create a pair of sockets");
+  }
+  return {Channel(ends[0]), Channel(ends[1])};
+}
+
+void Channel::send(Notice notice) const noexcept {
+  // Whoever is gone needs no notice; a handful of bytes always fits.
+  (void)::send(socket_.get(), &notice, sizeof notice, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+std::optional<Notice> Channel::receive() noexcept {
+  Notice notice = {};
+  const ssize_t size = ::recv(socket_.get(), &notice, sizeof notice, MSG_DONTWAIT);
+  if (size == sizeof notice) return notice;
+  if (size == 0) socket_.close();
+  return std::nullopt;
+}
+
+}  // namespace device

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <utility>
+
+#include "platform/file_descriptor.h"
+
+namespace device {
+
+/// What the program on the host and the device's first process tell each other, one byte each.
+enum class Notice : char {
+  // From the device:
+  command_stopped = 's',
+  command_ended = 'e',
+  // From the host:
+  go_on = 'c',
+  go_on_in_foreground = 'f',
+};
+
+/// One end of the connection between the program on the host and the device's first process.
+class Channel {
+ public:
+  /// Both ends. @throws Failure when the system refuses.
+  [[nodiscard]] static std::pair<Channel, Channel> make();
+
+  /// Readable when a notice has arrived or the other end is gone.
+  [[nodiscard]] int descriptor() const noexcept { return socket_.get(); }
+
+  /// Nobody at the other end is no error.
+  void send(Notice notice) const noexcept;
+
+  /// The next notice that has arrived; nothing when there is none. Closes this end when the other end is
+  /// gone.
+  [[nodiscard]] std::optional<Notice> receive() noexcept;
+
+  [[nodiscard]] bool is_open() const noexcept { return socket_.is_open(); }
+
+ private:
+  explicit Channel(int socket) : socket_(socket) {}
+
+  platform::FileDescriptor socket_;
+};
+
+}  // namespace device

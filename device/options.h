@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace device {
+
+/// What the command line asks for.
+struct Options {
+  bool help = false;
+  bool version = false;
+  /// Accounts and well-known folders only, no sample content.
+  bool bare = false;
+  /// Folder that is the device's root and is kept; empty: the device lives in memory and is forgotten.
+  std::string state;
+  /// File on the host for the system log; empty: /var/log/messages on the device.
+  std::string log;
+  /// The program to run on the device and its arguments; empty only with `help` or `version`.
+  std::vector<std::string> command;
+};
+
+/// Reads `arguments` (without the program's name). Options end at the first operand or at "--".
+/// @throws Failure with EXIT_USAGE for an unknown option, a missing or empty value, or no COMMAND.
+[[nodiscard]] Options parse_options(const std::vector<std::string>& arguments);
+
+/// The text of --help, many lines, newline at the end.
+[[nodiscard]] const std::string& help_text();
+
+}  // namespace device

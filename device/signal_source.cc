@@ -1,0 +1,41 @@
+#include "device/signal_source.h"
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "device/failure.h"
+
+namespace device {
+
+SignalSource::SignalSource() {
+  constexpr std::array ANSWERED = {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  sigset_t answered = {};
+  // The set operations fail for numbers that are no signals only.
+  ::sigemptyset(&answered);
+  for (const int signal : ANSWERED) ::sigaddset(&answered, signal);
+  // Whoever started us may ignore it, and ended children would vanish without a status.
+  if (std::signal(SIGCHLD, SIG_DFL) == SIG_ERR) throw system_failure(errno, "reset SIGCHLD");
+  sigset_t blocked = answered;
+  ::sigaddset(&blocked, SIGTTOU);
+  if (::sigprocmask(SIG_BLOCK, &blocked, &before_) == -1) throw system_failure(errno, "block signals");
+  descriptor_ = platform::FileDescriptor(::signalfd(-1, &answered, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!descriptor_) throw system_failure(errno, "create a signal descriptor");
+}
+
+SignalSource::~SignalSource() { give_back(); }
+
+std::optional<int> SignalSource::next() const {
+  signalfd_siginfo signal = {};
+  if (::read(descriptor_.get(), &signal, sizeof signal) != sizeof signal) return std::nullopt;
+  return static_cast<int>(signal.ssi_signo);
+}
+
+void SignalSource::give_back() const noexcept {
+  // Cannot fail: the mask is one that the system gave.
+  ::sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+}  // namespace device

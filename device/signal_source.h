@@ -1,0 +1,35 @@
+#pragma once
+
+#include <csignal>
+#include <optional>
+
+#include "platform/file_descriptor.h"
+
+namespace device {
+
+/// Holds back the signals that the device answers itself and hands them out one by one: SIGCHLD, and those
+/// that are passed on to COMMAND. Also holds back SIGTTOU, so that the terminal can be given away and taken
+/// back. A forked child inherits it and then reads its own signals from it.
+class SignalSource {
+ public:
+  /// @throws Failure when the system refuses.
+  SignalSource();
+  SignalSource(const SignalSource&) = delete;
+  SignalSource& operator=(const SignalSource&) = delete;
+  ~SignalSource();  // as give_back()
+
+  /// Readable when a signal has arrived.
+  [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
+
+  /// The number of the next signal that has arrived; nothing when there is none.
+  [[nodiscard]] std::optional<int> next() const;
+
+  /// Sets the signal mask back to what it was.
+  void give_back() const noexcept;
+
+ private:
+  sigset_t before_ = {};
+  platform::FileDescriptor descriptor_;
+};
+
+}  // namespace device

@@ -1,0 +1,86 @@
+#include "device/tablet.h"
+
+#include <poll.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include "device/content/sample.h"
+#include "device/device_root.h"
+#include "device/failure.h"
+#include "device/init.h"
+#include "device/log_collector.h"
+#include "device/mounts.h"
+#include "device/storage.h"
+#include "device/tree_writer.h"
+#include "device/well_known_folders.h"
+
+namespace device {
+namespace {
+
+void die_with_parent(const Channel& host) {
+  if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == -1) throw system_failure(errno, "follow the parent process");
+  // It may have died before the request; its end of the channel is closed then.
+  pollfd parent = {host.descriptor(), 0, 0};
+  if (::poll(&parent, 1, 0) == 1) throw Failure("the parent process is gone");
+}
+
+void enter_mount_namespace() {
+  if (::unshare(CLONE_NEWNS) == -1) {
+    throw system_failure(errno, "make a mount namespace", {}, EXIT_UNAVAILABLE);
+  }
+  make_mounts_private();
+}
+
+void fill(const Storage& storage, bool bare) try {
+  storage.begin_filling();
+  TreeWriter tree(storage.path());
+  write_well_known_folders(tree);
+  if (!bare) write_sample_content(tree);
+  tree.finish();
+  storage.end_filling();
+} catch (...) {
+  storage.discard();
+  throw;
+}
+
+void set_environment() {
+  constexpr const char* PROGRAM_FOLDERS =
+      "/opt/harbix/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+  if (::setenv("PATH", PROGRAM_FOLDERS, 1) == -1 || ::setenv("HOME", "/root", 1) == -1) {
+    throw system_failure(errno, "set the environment");
+  }
+}
+
+}  // namespace
+
+int run_tablet(const Options& options, const SignalSource& signals, Channel host, const Terminal& terminal) {
+  die_with_parent(host);
+  // A signal to the group that the program was started in is for the program alone, which passes it on once.
+  if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
+  enter_mount_namespace();
+  const DetachedMount programs = own_programs();
+  platform::FileDescriptor log_file;
+  // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
+  const auto open_host_log = [&] {
+    if (!options.log.empty()) log_file = LogCollector::open_file(options.log, true);
+  };
+  if (options.state.empty()) open_host_log();
+  const Storage storage = options.state.empty() ? Storage::in_memory() : Storage::kept_in(options.state);
+  if (!options.state.empty()) open_host_log();
+  if (storage.is_empty()) fill(storage, options.bare);
+  furnish_root(storage.path(), programs);
+  enter_root(storage.path());
+  ::umask(022);
+  set_environment();
+  if (!log_file) log_file = LogCollector::open_file("/var/log/messages", false);
+  LogCollector log("/dev/log", std::move(log_file));
+  return Init(signals, host, terminal, log).run(options.command);
+}
+
+}  // namespace device
