@@ -1,0 +1,21 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+struct archive;
+
+namespace harbix {
+
+/// The archive itself cannot be written or read any further. Errors of one path are plain std::runtime_error
+/// or fs::Exception: work that goes on with the next path after one of those must let this one pass.
+class ArchiveError : public std::runtime_error {
+ public:
+  /// what() is "Archive error: " followed by `reason`.
+  explicit ArchiveError(const std::string& reason) : std::runtime_error("Archive error: " + reason) {}
+};
+
+/// The library's text for the last error of a handle; empty when it has none.
+[[nodiscard]] std::string error_text(::archive* handle);
+
+}  // namespace harbix

@@ -1,0 +1,142 @@
+#include "archive/file_record.h"
+
+#include <charconv>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace harbix {
+namespace {
+
+constexpr std::string_view RECORD_KEY = "File";
+constexpr std::string_view RECORD_KEY_AFTER_PATH = "\nFile";
+constexpr std::string_view SWALLOWED_RECORD = "File: ";
+constexpr int OCTAL = 8;
+
+std::string escaped(const std::string& path) {
+  std::string text;
+  for (const char byte : path) {
+    if (byte == '\\') {
+      text += "\\\\";
+    } else if (byte == '\n') {
+      text += "\\n";
+    } else {
+      text += byte;
+    }
+  }
+  return text;
+}
+
+std::string unescaped(std::string_view text) {
+  std::string path;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 1 < text.size()) {
+      ++i;
+      path += text[i] == 'n' ? '\n' : text[i];
+    } else {
+      path += text[i];
+    }
+  }
+  return path;
+}
+
+/// Takes a number, and the one blank behind it if there is one, off the front of a text.
+template <typename Number>
+bool take_number(std::string_view& text, Number& number, int base = 10) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (error != std::errc()) return false;
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  if (text.starts_with(' ')) text.remove_prefix(1);
+  return true;
+}
+
+std::optional<FileRecord> parse_status_record(std::string_view text) {
+  FileRecord record;
+  RecordedStatus status;
+  if (!take_number(text, record.size) || !take_number(text, status.mode, OCTAL) ||
+      !take_number(text, status.user) || !take_number(text, status.group) ||
+      !take_number(text, status.modified) || text.empty()) {
+    return std::nullopt;
+  }
+  record.path = fs::Path(unescaped(text));
+  record.status = status;
+  return record;
+}
+
+FileRecord parse_value(std::string_view text) {
+  if (std::optional<FileRecord> record = parse_status_record(text)) return *std::move(record);
+  FileRecord record;
+  // The rest of the line is the path. A continuation keeps its blank, which separates it where the path is
+  // absolute.
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), record.size);
+  if (error == std::errc()) text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  if (text.starts_with(" /")) text.remove_prefix(1);
+  record.path = fs::Path(text);
+  return record;
+}
+
+/// Puts together again what the parser took apart.
+class RecordCollector {
+ public:
+  void add(const meta::Attribute& attribute) {
+    if (attribute.key == RECORD_KEY) {
+      end_record();
+      begin_record(attribute.value);
+    } else if (attribute.key.ends_with(RECORD_KEY_AFTER_PATH)) {
+      rest_ += attribute.key.substr(0, attribute.key.size() - RECORD_KEY_AFTER_PATH.size());
+      end_record();
+      begin_record(attribute.value);
+    } else if (attribute.value.starts_with(SWALLOWED_RECORD) && awaits_path_) {
+      rest_ += attribute.key + ":";
+      end_record();
+      begin_record(std::string_view(attribute.value).substr(SWALLOWED_RECORD.size()));
+    } else {
+      rest_ += attribute.key + ":" + attribute.value;
+    }
+  }
+
+  std::vector<FileRecord> take() {
+    end_record();
+    return std::move(records_);
+  }
+
+ private:
+  void begin_record(std::string_view value) {
+    records_.push_back(parse_value(value));
+    awaits_path_ = records_.back().path.empty();
+  }
+
+  void end_record() {
+    if (awaits_path_) records_.back().path = fs::Path(rest_);
+    rest_.clear();
+    awaits_path_ = false;
+  }
+
+  std::vector<FileRecord> records_;
+  std::string rest_;          ///< text met since the last record began
+  bool awaits_path_ = false;  ///< the last record's path is still to come
+};
+
+}  // namespace
+
+meta::Attribute plain_record(const fs::File& file) {
+  return {std::string(RECORD_KEY), std::to_string(file.record().st_size) + '\n' + file.path().text()};
+}
+
+meta::Attribute status_record(const fs::File& file) {
+  const struct ::stat& record = file.record();
+  std::ostringstream value;
+  value << record.st_size << ' ' << std::oct << record.st_mode << std::dec << ' ' << record.st_uid << ' '
+        << record.st_gid << ' ' << record.st_mtim.tv_sec << ' ' << escaped(file.path().text());
+  return {std::string(RECORD_KEY), value.str()};
+}
+
+meta::Attribute path_record(const fs::Path& path) { return {std::string(RECORD_KEY), path.text()}; }
+
+std::vector<FileRecord> read_file_records(const meta::Manifest& manifest) {
+  RecordCollector collector;
+  for (const meta::Attribute& attribute : manifest) collector.add(attribute);
+  return collector.take();
+}
+
+}  // namespace harbix

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/file_descriptor.h"
+
+namespace harbix {
+
+/// The file that an archive is read from, in large blocks.
+class InputFile {
+ public:
+  /// Opens `name`; an empty name is standard input.
+  /// @throws ArchiveError "Archive error: Failed to open 'NAME': TEXT"
+  explicit InputFile(const std::string& name);
+
+  /// The next block, valid until the next call; empty at the end of the file; nothing after a failure, with
+  /// errno set.
+  [[nodiscard]] std::optional<std::span<const std::byte>> read_block();
+
+  /// Passes over up to `count` bytes without reading them.
+  /// @return how many were passed over: 0 where the file can only be read on.
+  [[nodiscard]] std::int64_t skip(std::int64_t count);
+
+  /// lseek(2) on the file.
+  /// @return the new offset, or -1 with errno set.
+  [[nodiscard]] std::int64_t seek(std::int64_t offset, int whence);
+
+  /// Whether any byte has been read so far.
+  [[nodiscard]] bool has_content() const noexcept { return has_content_; }
+  /// Only regular files can be skipped and searched in.
+  [[nodiscard]] bool is_regular() const noexcept { return S_ISREG(record_.st_mode); }
+  [[nodiscard]] const struct ::stat& record() const noexcept { return record_; }
+
+ private:
+  platform::FileDescriptor file_;
+  struct ::stat record_ {};
+  std::vector<std::byte> block_;
+  bool has_content_ = false;
+};
+
+}  // namespace harbix

@@ -1,0 +1,76 @@
+#include "archive/manifest.h"
+
+#include <algorithm>
+#include <istream>
+#include <numeric>
+#include <ostream>
+
+namespace meta {
+namespace {
+
+constexpr std::string_view KEY_END = ": ";
+constexpr std::string_view WHITE_SPACE = " \t\n\r\f\v";
+
+std::size_t text_size(const Manifest& manifest) {
+  return std::accumulate(manifest.begin(), manifest.end(), std::size_t{1},
+                         [](std::size_t sum, const Attribute& item) {
+                           return sum + item.key.size() + KEY_END.size() + item.value.size() + 1;
+                         });
+}
+
+std::string read_value(std::istream& stream) {
+  std::string value;
+  stream >> std::ws;
+  std::getline(stream, value);
+  std::string continuation;
+  while (stream.good() && stream.peek() == ' ' && std::getline(stream, continuation)) value += continuation;
+  return value;
+}
+
+}  // namespace
+
+void write(const Manifest& manifest, std::ostream& stream) { stream << to_text(manifest) << std::flush; }
+
+std::string to_text(const Manifest& manifest) {
+  std::string text;
+  // A share of a million files makes this text large: never more memory than it needs.
+  text.reserve(text_size(manifest));
+  for (const Attribute& attribute : manifest) {
+    if (!attribute.key.empty()) text.append(attribute.key).append(KEY_END).append(attribute.value);
+    text += '\n';
+  }
+  text += '\n';
+  return text;
+}
+
+Manifest parse(std::istream& stream) {
+  stream.exceptions(stream.exceptions() | std::ios::badbit);
+  Manifest manifest;
+  std::string key;
+  while (stream.good()) {
+    std::getline(stream, key, ':');
+    if (key.empty() || stream.eof() || WHITE_SPACE.find(key.front()) != std::string_view::npos) continue;
+    std::string value = read_value(stream);
+    manifest.push_back({std::move(key), std::move(value)});
+    key.clear();
+    if (stream.good()) stream >> std::ws;
+  }
+  return manifest;
+}
+
+Manifest parse_with_main(std::istream& stream, std::string_view main_key) {
+  Manifest manifest = parse(stream);
+  const std::string found = manifest.empty() ? "" : manifest.front().key;
+  if (manifest.empty() || (!main_key.empty() && found != main_key)) {
+    throw malformed_manifest("Main attribute mismatch (" + found + ")");
+  }
+  return manifest;
+}
+
+std::string look_up(const Manifest& manifest, std::string_view key) {
+  const auto found = std::ranges::find(manifest, key, &Attribute::key);
+  if (found == manifest.end()) throw std::runtime_error("Key " + std::string(key) + " not found.");
+  return found->value;
+}
+
+}  // namespace meta

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <compare>
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Manifests: what a package says of itself, one "KEY: VALUE" line an attribute.
+namespace meta {
+
+/// The text is no manifest, or not one of the kind that was expected.
+class malformed_manifest : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct Attribute {
+  std::string key;
+  std::string value;
+
+  friend bool operator==(const Attribute&, const Attribute&) = default;
+};
+
+/// In the order written or read; keys may repeat. The first one is the main attribute.
+using Manifest = std::vector<Attribute>;
+
+/// Writes a "KEY: VALUE" line an attribute, an empty line for one without a key, and an empty line at the
+/// end.
+void write(const Manifest& manifest, std::ostream& stream);
+
+/// The text that write() writes.
+[[nodiscard]] std::string to_text(const Manifest& manifest);
+
+/// Reads to the end of the stream. A key is everything up to the next ':', line breaks included, and is
+/// dropped when it begins with white space; a line that begins with a blank continues the value before it,
+/// blank kept.
+/// @throws std::ios_base::failure when the stream cannot be read.
+[[nodiscard]] Manifest parse(std::istream& stream);
+
+/// As parse, for a manifest whose first attribute has the key `main_key`, or any key when `main_key` is
+/// empty.
+/// @throws malformed_manifest "Main attribute mismatch (KEY)", for an empty manifest as well.
+[[nodiscard]] Manifest parse_with_main(std::istream& stream, std::string_view main_key);
+
+/// The value of the first attribute with this key.
+/// @throws std::runtime_error "Key KEY not found."
+[[nodiscard]] std::string look_up(const Manifest& manifest, std::string_view key);
+
+}  // namespace meta

@@ -1,0 +1,81 @@
+#include "archive/metadata_entry.h"
+
+#include <array>
+#include <ctime>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include <archive.h>
+
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+
+namespace harbix {
+namespace {
+
+constexpr mode_t METADATA_MODE = S_IFREG | S_IRWXU;
+constexpr std::size_t CHUNK_SIZE = 4096;
+// Beyond every real device, and below what a sparse entry can claim to be.
+constexpr std::size_t LARGEST_MANIFEST = std::size_t{256} << 20;
+
+meta::Manifest read_manifest(ArchiveReader& reader) {
+  std::stringstream text;
+  std::array<char, CHUNK_SIZE> chunk{};
+  std::size_t total = 0;
+  for (;;) {
+    const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
+    if (count <= 0) break;  // damage shows at the next header
+    total += static_cast<std::size_t>(count);
+    if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
+    text.write(chunk.data(), count);
+  }
+  return meta::parse(text);
+}
+
+/// The last component of an entry's full name.
+std::string_view last_component(std::string_view name) {
+  const std::size_t separator = name.rfind('/');
+  if (separator == std::string_view::npos) throw std::runtime_error("Error pathname");
+  return name.substr(separator + 1);
+}
+
+void require_no_error(const ArchiveReader& reader) {
+  if (reader.error_number() != 0) throw std::runtime_error("Archive not ARCHIVE_OK " + reader.error_text());
+}
+
+}  // namespace
+
+void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
+                    const meta::Manifest& manifest) {
+  diagnostics::line(3, "Storing manifest to '%s'", directory.c_str());
+  const std::string text = meta::to_text(manifest);
+  struct ::stat record {};
+  record.st_mode = METADATA_MODE;
+  record.st_size = static_cast<off_t>(text.size());
+  const std::time_t now = std::time(nullptr);
+  record.st_atim.tv_sec = record.st_mtim.tv_sec = record.st_ctim.tv_sec = now;
+  writer.write_text(directory / entry_name, record, text);
+}
+
+std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
+                                     OtherEntries others) {
+  for (;;) {
+    require_no_error(reader);
+    const int status = reader.advance();
+    if (status == ARCHIVE_EOF) {
+      if (verbose) std::cerr << "EOF reached\n";
+      return std::nullopt;
+    }
+    if (status != ARCHIVE_OK)
+      throw std::runtime_error("Failed to read archive header " + reader.error_text());
+
+    const std::optional<fs::Path> name = reader.entry().name();
+    if (!name) throw std::runtime_error("Error pathname");
+    if (last_component(name->text()) == entry_name) return Package{name->text(), read_manifest(reader)};
+    if (others == OtherEntries::REFUSE) throw std::runtime_error("Not meta file: " + name->text());
+    reader.skip(reader.entry());
+  }
+}
+
+}  // namespace harbix

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+
+#include "archive/manifest.h"
+#include "archive/metadata_name.h"
+#include "archive/reader.h"
+#include "archive/writer.h"
+
+namespace harbix {
+
+/// Writes the metadata entry of the package whose entries lie below `directory`: before them, so that a
+/// restore meets it first.
+/// @throws std::runtime_error; ArchiveError when the archive cannot be written any further.
+void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
+                    const meta::Manifest& manifest);
+
+/// What the search for a metadata entry does with the entries before it.
+enum class OtherEntries { REFUSE, SKIP };
+
+/// A metadata entry that was found.
+struct Package {
+  std::string entry_name;  ///< of the metadata entry, in full
+  meta::Manifest manifest;
+};
+
+/// Reads on to the next metadata entry of the reader's section, and its manifest; nothing when there is none
+/// left.
+/// @throws std::runtime_error "Archive not ARCHIVE_OK TEXT", "Failed to read archive header TEXT", "Error
+/// pathname" for an entry without a directory, and "Not meta file: NAME" for another entry where those are
+/// refused; meta::malformed_manifest for a text of more than 256 MiB.
+[[nodiscard]] std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
+                                                   OtherEntries others);
+
+}  // namespace harbix

@@ -1,0 +1,170 @@
+#include "archive/reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include "archive/error.h"
+#include "archive/metadata_name.h"
+#include "driver/base/log.h"
+
+namespace harbix {
+namespace {
+
+la_ssize_t read_callback(::archive* handle, void* client, const void** data) {
+  const std::optional<std::span<const std::byte>> block = static_cast<InputFile*>(client)->read_block();
+  if (!block) {
+    ::archive_set_error(handle, errno, "Read error: %s", std::strerror(errno));
+    return -1;
+  }
+  *data = block->data();
+  return static_cast<la_ssize_t>(block->size());
+}
+
+la_int64_t skip_callback(::archive* /*handle*/, void* client, la_int64_t count) {
+  return static_cast<InputFile*>(client)->skip(count);
+}
+
+la_int64_t seek_callback(::archive* handle, void* client, la_int64_t offset, int whence) {
+  const std::int64_t position = static_cast<InputFile*>(client)->seek(offset, whence);
+  if (position >= 0) return position;
+  ::archive_set_error(handle, errno, "Seek error: %s", std::strerror(errno));
+  return ARCHIVE_FATAL;
+}
+
+int open_stream(::archive* handle, InputFile& input) {
+  ::archive_read_set_callback_data(handle, &input);
+  ::archive_read_set_read_callback(handle, read_callback);
+  ::archive_read_set_skip_callback(handle, skip_callback);
+  if (input.is_regular()) {
+    ::archive_read_set_seek_callback(handle, seek_callback);
+    // Extraction must never write over the archive that it reads.
+    ::archive_read_extract_set_skip_file(handle, static_cast<la_int64_t>(input.record().st_dev),
+                                         static_cast<la_int64_t>(input.record().st_ino));
+  }
+  return ::archive_read_open1(handle);
+}
+
+}  // namespace
+
+void ArchiveReader::Closer::operator()(::archive* handle) const noexcept {
+  // What was only read has nothing left to report.
+  ::archive_read_free(handle);
+}
+
+ArchiveReader::ArchiveReader(int format, int compression, const std::string& file_name)
+    : input_((check_stream_options({StreamMode::READ, format, compression}), file_name)),
+      handle_(::archive_read_new()) {
+  if (handle_ == nullptr) throw std::bad_alloc();
+  // Filters that need an outside program are answered by ARCHIVE_WARN; they are available all the same.
+  ::archive_read_support_format_all(handle_.get());
+  ::archive_read_support_filter_all(handle_.get());
+  if (open_stream(handle_.get(), input_) != ARCHIVE_OK) throw ArchiveError(error_text());
+  // The library takes nothing at all for an empty archive; here it means that the backup was lost.
+  if (!input_.has_content()) throw ArchiveError("The archive is empty");
+}
+
+ArchiveReader::~ArchiveReader() = default;
+
+void ArchiveReader::begin_section(Section section) { section_ = std::move(section); }
+
+void ArchiveReader::require_readable() {
+  const int status = advance();
+  held_back_ = true;
+  if (status != ARCHIVE_OK && status != ARCHIVE_EOF)
+    throw std::runtime_error("Could not read next archive header");
+}
+
+std::optional<EntryView> ArchiveReader::next_header() {
+  switch (advance()) {
+    case ARCHIVE_OK:
+      return entry();
+    case ARCHIVE_EOF:
+      return std::nullopt;
+    default:
+      diagnostics::line(1, "Archive header: %s", error_text().c_str());
+      throw std::runtime_error("Could not read next archive header");
+  }
+}
+
+int ArchiveReader::advance() {
+  for (;;) {
+    if (!std::exchange(held_back_, false)) status_ = read_raw_header();
+    if (status_ != ARCHIVE_OK) return status_;
+    note_package();
+    if (in_package_of(section_.later)) {
+      held_back_ = true;
+      return ARCHIVE_EOF;
+    }
+    if (!in_package_of(section_.earlier)) return ARCHIVE_OK;
+  }
+}
+
+int ArchiveReader::read_raw_header() {
+  // Asked once more after its end, the library calls it an internal error.
+  if (status_ == ARCHIVE_EOF || status_ == ARCHIVE_FATAL) return status_;
+  int status = ARCHIVE_RETRY;
+  while (status == ARCHIVE_RETRY) status = ::archive_read_next_header(handle_.get(), &entry_);
+  if (status == ARCHIVE_WARN) {
+    // In the "C" locale every name beyond ASCII is warned of, and handed over as it was stored.
+    clear_error();
+    return ARCHIVE_OK;
+  }
+  return status == ARCHIVE_EOF ? refuse_missing_end_mark() : status;
+}
+
+int ArchiveReader::refuse_missing_end_mark() {
+  const bool is_tar = (::archive_format(handle_.get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
+  // A whole archive has its end mark behind the last header; where there is none, nothing was read after it.
+  if (!is_tar || ::archive_filter_bytes(handle_.get(), 0) > ::archive_read_header_position(handle_.get())) {
+    return ARCHIVE_EOF;
+  }
+  ::archive_set_error(handle_.get(), EINVAL, "Truncated archive: the end mark is missing");
+  return ARCHIVE_FATAL;
+}
+
+void ArchiveReader::note_package() {
+  const char* name = ::archive_entry_pathname(entry_);
+  if (name == nullptr) return;
+  if (is_metadata_name(name)) package_ = fs::Path(name).dirname();
+}
+
+bool ArchiveReader::in_package_of(const std::vector<fs::Path>& prefixes) const {
+  return std::ranges::any_of(prefixes, [this](const fs::Path& prefix) { return package_.is_inside(prefix); });
+}
+
+void ArchiveReader::skip(const EntryView& entry) {
+  if (entry.size() == 0) return;
+  if (::archive_read_data_skip(handle_.get()) != ARCHIVE_FATAL) return;
+  const std::string reason = error_text();
+  diagnostics::line(0, "Skip data failed '%s'", reason.c_str());
+  throw std::runtime_error(reason);
+}
+
+std::int64_t ArchiveReader::read_data(char* buffer, std::size_t size) {
+  return ::archive_read_data(handle_.get(), buffer, size);
+}
+
+int ArchiveReader::error_number() const { return ::archive_errno(handle_.get()); }
+
+std::string ArchiveReader::error_text() const { return harbix::error_text(handle_.get()); }
+
+void ArchiveReader::clear_error() { ::archive_clear_error(handle_.get()); }
+
+bool ArchiveReader::is_input(const fs::File& file) const noexcept {
+  return input_.is_regular() && file.is_same_object(input_.record());
+}
+
+void ArchiveReader::close() {
+  status_ = ARCHIVE_EOF;
+  held_back_ = false;
+  // Whatever is left unread cannot fail any more in a way that matters.
+  ::archive_read_close(handle_.get());
+}
+
+}  // namespace harbix

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "archive/entry_view.h"
+#include "archive/input_file.h"
+#include "archive/stream.h"
+
+struct archive;
+
+namespace harbix {
+
+/// The part of the stream that one restore operation reads. Prefixes are paths such as "/media": a package
+/// belongs to the keyword whose prefix its metadata entry lies below.
+struct Section {
+  std::vector<fs::Path> earlier;  ///< packages of keywords that come before this one: passed over
+  std::vector<fs::Path> later;  ///< packages of keywords that this run restores afterwards: the end, for now
+};
+
+/// The archive that a run restores from. Names are handed over byte for byte: the process must be in the "C"
+/// locale, where the library cannot compose what was stored decomposed.
+class ArchiveReader {
+ public:
+  /// Opens the archive; an empty name is standard input. The format is checked and otherwise not used:
+  /// whatever the library can read is read.
+  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened or holds not a single
+  /// byte.
+  ArchiveReader(int format, int compression, const std::string& file_name);
+  ~ArchiveReader();
+  ArchiveReader(const ArchiveReader&) = delete;
+  ArchiveReader& operator=(const ArchiveReader&) = delete;
+  ArchiveReader(ArchiveReader&&) = delete;
+  ArchiveReader& operator=(ArchiveReader&&) = delete;
+
+  /// Starts the work of the next operation; what is left of the one before is judged by the new section.
+  void begin_section(Section section);
+
+  /// Reads the first header of the section ahead of its turn, so that damage shows before anything is
+  /// removed.
+  /// @throws std::runtime_error "Could not read next archive header"
+  void require_readable();
+
+  /// The next entry of the section, or nothing at its end and ever after.
+  /// @throws std::runtime_error "Could not read next archive header"
+  [[nodiscard]] std::optional<EntryView> next_header();
+
+  /// As next_header, with the library's status code instead of exceptions: ARCHIVE_OK with entry() set,
+  /// ARCHIVE_EOF, or the code of a damaged archive, explained by error_text().
+  [[nodiscard]] int advance();
+  [[nodiscard]] EntryView entry() const { return EntryView(entry_); }
+
+  /// Skips an entry's data, if it has any.
+  /// @throws std::runtime_error with the library's text when the archive is damaged.
+  void skip(const EntryView& entry);
+
+  /// Up to `size` bytes of the current entry's data.
+  /// @return how many were read, 0 at the end, negative for a damaged archive.
+  [[nodiscard]] std::int64_t read_data(char* buffer, std::size_t size);
+
+  /// The library's last error number and text; 0 and "" when there is none.
+  [[nodiscard]] int error_number() const;
+  [[nodiscard]] std::string error_text() const;
+  /// Forgets the last error, once it has been told.
+  void clear_error();
+
+  /// Whether an object is the file that this archive is being read from.
+  [[nodiscard]] bool is_input(const fs::File& file) const noexcept;
+
+  /// The library's own handle, for extraction.
+  [[nodiscard]] ::archive* handle() const noexcept { return handle_.get(); }
+
+  /// Stops reading. Further headers answer the end of the archive.
+  void close();
+
+ private:
+  struct Closer {
+    void operator()(::archive* handle) const noexcept;
+  };
+
+  int read_raw_header();
+  int refuse_missing_end_mark();
+  void note_package();
+  [[nodiscard]] bool in_package_of(const std::vector<fs::Path>& prefixes) const;
+
+  InputFile input_;
+  std::unique_ptr<::archive, Closer> handle_;
+  ::archive_entry* entry_ = nullptr;
+  Section section_;
+  fs::Path package_;        ///< directory of the last metadata entry met
+  int status_ = 0;          ///< of the last header
+  bool held_back_ = false;  ///< the last header still waits to be handed on
+};
+
+}  // namespace harbix

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "archive/output_file.h"
+#include "archive/stream.h"
+#include "fs/file.h"
+
+struct archive;
+struct archive_entry;
+
+namespace harbix {
+
+/// A file-system object on its way into the archive.
+struct Entry {
+  fs::File file;  ///< status, and path on the device
+  fs::Path name;  ///< name in the archive
+};
+
+/// The archive that a run writes: 512-byte records, no padding beyond the last one.
+class ArchiveWriter {
+ public:
+  /// Creates the archive; an empty name is standard output.
+  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened.
+  ArchiveWriter(int format, int compression, const std::string& file_name);
+  ~ArchiveWriter();
+  ArchiveWriter(const ArchiveWriter&) = delete;
+  ArchiveWriter& operator=(const ArchiveWriter&) = delete;
+  ArchiveWriter(ArchiveWriter&&) = delete;
+  ArchiveWriter& operator=(ArchiveWriter&&) = delete;
+
+  /// Writes header and contents of one object. A file that changes size on the way is told of on standard
+  /// error and keeps the size of its header in the archive.
+  /// @throws std::runtime_error for this object alone, with nothing of it in the archive: "Error opening:
+  /// PATH" or the library's reason for refusing it; ArchiveError when the archive cannot be written any
+  /// further.
+  void write(const Entry& entry);
+
+  /// Writes an entry whose content is `text`; the size in `record` must be that of the text.
+  /// @throws as write does.
+  void write_text(const fs::Path& name, const struct ::stat& record, std::string_view text);
+
+  /// Ends the archive and hands its last bytes to the system.
+  /// @throws ArchiveError when any byte of it did not get there.
+  void close();
+
+  /// How many bytes the archive has emitted, padding included; meaningful after close().
+  [[nodiscard]] std::int64_t compressed_position() const;
+
+  /// Whether an object is the file that this archive is being written to.
+  [[nodiscard]] bool is_output(const fs::File& file) const noexcept;
+
+ private:
+  struct Closer {
+    void operator()(::archive* handle) const noexcept;
+  };
+
+  void write_header(::archive_entry* entry);
+  void write_data(const char* data, std::size_t size);
+  void write_contents(int descriptor, const fs::File& file);
+  void finish_entry();
+
+  OutputFile output_;
+  std::unique_ptr<::archive, Closer> handle_;
+};
+
+}  // namespace harbix

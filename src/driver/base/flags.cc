@@ -1,0 +1,8 @@
+#include "driver/base/flags.h"
+
+namespace harbix {
+
+bool verbose = false;
+bool pretend = false;
+
+}  // namespace harbix

@@ -1,0 +1,66 @@
+#include "driver/keywords.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "media/backup.h"
+#include "media/places.h"
+#include "media/restore.h"
+
+namespace harbix {
+namespace {
+
+int archive_media(const ArchiveRequest& request, SizeResult& result) {
+  return harbix_media(request.writer, request.size_only, result);
+}
+
+int restore_media(ArchiveReader& reader) {
+  if (verbose) std::cerr << "Media\n";
+  diagnostics::line(2, "Restoring media");
+  const int result = harbix_media_restore(reader);
+  diagnostics::line(2, "Restoring media finished. Return:%d", result);
+  return result;
+}
+
+}  // namespace
+
+std::span<const Keyword> all_keywords() {
+  static const std::array<Keyword, 3> keywords{{
+      {.name = "app", .label = "app", .prefixes = {fs::Path("/app")}, .archive = nullptr, .restore = nullptr},
+      {.name = "media",
+       .label = "Media",
+       .prefixes = {fs::Path(places::MEDIA_PREFIX), fs::Path(places::DTM_PREFIX)},
+       .archive = archive_media,
+       .restore = restore_media},
+      {.name = "settings",
+       .label = "Settings",
+       .prefixes = {fs::Path("/settings")},
+       .archive = nullptr,
+       .restore = nullptr},
+  }};
+  return keywords;
+}
+
+bool is_keyword(std::string_view name) {
+  return std::ranges::any_of(all_keywords(), [name](const Keyword& keyword) { return keyword.name == name; });
+}
+
+Section section_of(const Keyword& keyword, std::span<const std::string> selected) {
+  Section section;
+  bool is_later = false;
+  for (const Keyword& other : all_keywords()) {
+    if (other.name == keyword.name) {
+      is_later = true;
+    } else if (!is_later) {
+      section.earlier.insert(section.earlier.end(), other.prefixes.begin(), other.prefixes.end());
+    } else if (other.restore != nullptr && std::ranges::find(selected, other.name) != selected.end()) {
+      section.later.insert(section.later.end(), other.prefixes.begin(), other.prefixes.end());
+    }
+  }
+  return section;
+}
+
+}  // namespace harbix

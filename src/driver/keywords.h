@@ -1,0 +1,41 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "archive/reader.h"
+#include "archive/writer.h"
+#include "driver/base/size_result.h"
+
+namespace harbix {
+
+/// What an archive operation is called with.
+struct ArchiveRequest {
+  ArchiveWriter& writer;
+  bool size_only;
+  std::span<const std::string> package_ids;  ///< the keyword operand, then the ids; empty without ids
+};
+
+/// A kind of user data. Operations that are null are not there yet, and are not called.
+struct Keyword {
+  std::string_view name;   ///< on the command line
+  std::string_view label;  ///< in progress lines of the archive stage
+  /// Archive names of its packages lie below these.
+  std::vector<fs::Path> prefixes;
+  /// @return the exit status.
+  int (*archive)(const ArchiveRequest& request, SizeResult& result);
+  /// @return the exit status.
+  int (*restore)(ArchiveReader& reader);
+};
+
+/// All keywords, in the order in which a run handles them.
+[[nodiscard]] std::span<const Keyword> all_keywords();
+
+[[nodiscard]] bool is_keyword(std::string_view name);
+
+/// The part of an archive that belongs to `keyword` when the keywords of `selected` are restored.
+[[nodiscard]] Section section_of(const Keyword& keyword, std::span<const std::string> selected);
+
+}  // namespace harbix

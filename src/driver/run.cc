@@ -1,0 +1,172 @@
+#include "driver/run.h"
+
+#include <grp.h>
+
+#include <algorithm>
+#include <array>
+#include <clocale>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <archive.h>
+
+#include "archive/reader.h"
+#include "archive/writer.h"
+#include "driver/base/domains.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "driver/base/places.h"
+#include "driver/keywords.h"
+#include "driver/options.h"
+#include "driver/signals.h"
+#include "driver/size_report.h"
+#include "fs/accounts.h"
+#include "fs/file.h"
+#include "fs/glob.h"
+#include "fs/working_directory.h"
+#include "subscribers/subscriber_manager.h"
+
+namespace harbix {
+namespace {
+
+using subscribers::SubscriberManager;
+using subscribers::Wait;
+
+constexpr int STATUS_REFUSED = 1;
+constexpr int STATUS_EXCEPTION = 2;
+
+bool is_selected(const Options& options, const Keyword& keyword) {
+  return std::ranges::find(options.keywords, keyword.name) != options.keywords.end();
+}
+
+/// A backup that would only be measured is announced to nobody.
+void notify_subscribers(const Options& options, const std::string& restore_event,
+                        const std::string& backup_event, Wait wait) {
+  const std::vector<fs::Path> scripts = fs::list_by_glob(SubscriberManager::FSSCRIPTROOT);
+  if (options.restore) {
+    SubscriberManager::run(restore_event, wait, scripts);
+  } else if (!options.size_only) {
+    SubscriberManager::run(backup_event, wait, scripts);
+  }
+}
+
+void report_request(const Options& options) {
+  diagnostics::line(4, "Filename: %s", options.file_name.c_str());
+  if (!verbose) return;
+  std::cerr << "Filename: " << options.file_name << "\nKeywords: \n";
+  for (const std::string& keyword : options.keywords) std::cerr << keyword << '\n';
+}
+
+void prepare_process() {
+  fs::change_directory(fs::File(fs::Path(places::ROOT)).path());
+  const std::array<gid_t, 2> groups{domains::USER_ACCOUNT, fs::group_id(domains::SYSTEM_GROUP)};
+  // Refused to whoever is not the superuser, who then meets the limits of his own groups.
+  static_cast<void>(::setgroups(groups.size(), groups.data()));
+}
+
+/// The operand comes first in the list: the package ids are those behind it.
+std::vector<std::string> package_ids(const Options& options) {
+  return options.operands.size() > 1 ? options.operands : std::vector<std::string>();
+}
+
+int restore_archive(const Options& options) {
+  const fs::File archive(fs::Path(options.file_name), {});
+  ArchiveReader reader(ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, archive.path().text());
+  int result = 0;
+  for (const Keyword& keyword : all_keywords()) {
+    if (!is_selected(options, keyword) || keyword.restore == nullptr) continue;
+    reader.begin_section(section_of(keyword, options.keywords));
+    result = keyword.restore(reader);
+  }
+  return result;
+}
+
+void use_utf8_names() {
+  // Otherwise the library refuses names beyond ASCII. Nothing else of the locale is changed.
+  if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
+}
+
+int write_archive(const Options& options) {
+  use_utf8_names();
+  if (verbose) std::cerr << "Archiving\n";
+  diagnostics::line(3, "Archiving");
+  ArchiveWriter writer(ARCHIVE_FORMAT_TAR, 0, options.size_only ? places::DEV_NULL : options.file_name);
+  const std::vector<std::string> ids = package_ids(options);
+  SizeResult total;
+  int result = 0;
+  for (const Keyword& keyword : all_keywords()) {
+    if (!is_selected(options, keyword) || keyword.archive == nullptr) continue;
+    if (verbose) std::cerr << keyword.label << '\n';
+    diagnostics::line(2, "%s", std::string(keyword.label).c_str());
+    // Each operation gets a record of its own: some assign what they know instead of adding it.
+    SizeResult size;
+    result = keyword.archive({.writer = writer, .size_only = options.size_only, .package_ids = ids}, size);
+    total.bytes += size.bytes;
+    total.files += size.files;
+  }
+  writer.close();
+  if (options.size_only) {
+    write_size_report(options.file_name, size_report_text(total, writer.compressed_position()));
+  }
+  return result;
+}
+
+int run_archive_stage(const Options& options) {
+  if (options.restore) return restore_archive(options);
+  if (options.wipe) return STATUS_REFUSED;
+  return write_archive(options);
+}
+
+void report_failure(const char* reason) {
+  diagnostics::line(0, "ERROR: %s", reason);
+  std::cerr << "ERROR: " << reason << '\n';
+}
+
+int run_guarded(const Options& options) {
+  try {
+    return run_archive_stage(options);
+  } catch (const std::exception& error) {
+    report_failure(error.what());
+  } catch (...) {
+    report_failure("Unknown exception");
+  }
+  return STATUS_EXCEPTION;
+}
+
+/// The main run: everything but the notifications.
+int run_operation(Options options) {
+  if (options.file_name == "-") options.file_name.clear();
+  report_request(options);
+  prepare_process();
+  const int result = run_guarded(options);
+  diagnostics::line(2, "Harbix exiting");
+  return result;
+}
+
+}  // namespace
+
+int run_program(int argc, char* const argv[]) {
+  const std::optional<Options> options = parse_options(argc, argv);
+  if (!options) return STATUS_REFUSED;
+  if (const std::optional<Refusal> refusal = check_request(*options)) {
+    std::cout << refusal->output << std::flush;
+    diagnostics::line(0, "%s", refusal->message.c_str());
+    return STATUS_REFUSED;
+  }
+  let_writes_fail();
+  if (options->initiation) {
+    notify_subscribers(*options, SubscriberManager::RESTORE_START, SubscriberManager::BACKUP_START,
+                       Wait::YES);
+    return 0;
+  }
+  if (options->termination) {
+    notify_subscribers(*options, SubscriberManager::RESTORE_END, SubscriberManager::BACKUP_END, Wait::NO);
+    return 0;
+  }
+  return run_operation(*options);
+}
+
+}  // namespace harbix

@@ -1,0 +1,50 @@
+#include "driver/size_report.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "driver/base/log.h"
+#include "driver/base/places.h"
+#include "platform/file_descriptor.h"
+#include "platform/streams.h"
+
+namespace harbix {
+namespace {
+
+constexpr std::int64_t END_MARK_BYTES = 1024;
+constexpr mode_t CREATION_MODE = 0666;
+
+[[noreturn]] void throw_unwritten(int error) {
+  throw std::runtime_error(std::string("Size report could not be written: ") + std::strerror(error));
+}
+
+}  // namespace
+
+std::string size_report_text(const SizeResult& total, std::int64_t archive_bytes) {
+  return "bytesize=" + std::to_string(total.bytes + END_MARK_BYTES + archive_bytes) +
+         "\ncount=" + std::to_string(total.files) + "\n";
+}
+
+void write_size_report(const std::string& file_name, const std::string& text) {
+  const char* target = file_name.empty() ? places::DEV_STDOUT : file_name.c_str();
+  diagnostics::line(4, "Response: '%s'", text.c_str());
+  platform::FileDescriptor file(::open(target, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, CREATION_MODE));
+  if (!file) return;
+  for (std::string_view rest = text; !rest.empty();) {
+    const ssize_t written = ::write(file.get(), rest.data(), rest.size());
+    if (written >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      throw_unwritten(errno);
+    }
+  }
+  if (const int error = file.close(); error != 0) throw_unwritten(error);
+  if (platform::flushall() != 0) throw_unwritten(errno);
+}
+
+}  // namespace harbix

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace fs {
+
+/// The id of an account, from the system's user database.
+/// @throws std::runtime_error "User 'NAME' does not exist"
+[[nodiscard]] uid_t user_id(const std::string& name);
+
+/// The id of a group, from the system's group database.
+/// @throws std::runtime_error "Group 'NAME' does not exist"
+[[nodiscard]] gid_t group_id(const std::string& name);
+
+}  // namespace fs

@@ -1,0 +1,18 @@
+#include "fs/exception.h"
+
+#include <system_error>
+
+namespace fs {
+namespace {
+
+std::string suffix(int error) {
+  if (error == Exception::NO_ERROR_NUMBER) return "";
+  return " [errno:" + std::to_string(error) + " '" + std::generic_category().message(error) + "']";
+}
+
+}  // namespace
+
+Exception::Exception(int error, const std::string& message)
+    : std::runtime_error(message + suffix(error)), error_(error) {}
+
+}  // namespace fs

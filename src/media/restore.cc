@@ -1,0 +1,158 @@
+#include "media/restore.h"
+
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <vector>
+
+#include "archive/metadata_name.h"
+#include "driver/base/domains.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "fs/accounts.h"
+#include "fs/exception.h"
+#include "fs/file_mask.h"
+#include "media/groups.h"
+#include "media/places.h"
+#include "media/restore_area.h"
+#include "media/wipe.h"
+
+namespace harbix {
+namespace {
+
+constexpr uid_t SUPERUSER = 0;
+constexpr mode_t RESTORE_MASK = 007;
+
+void report(const char* text) {
+  std::cerr << "Error: " << text << '\n';
+  diagnostics::line(0, "Error occured: '%s'", text);
+}
+
+void wipe(const ArchiveReader& reader) {
+  diagnostics::line(4, "harbix_media_wipe");
+  const fs::Path shared(places::SHARED);
+  const fs::WorkingDirectory directory(shared);
+  fs::require_working_directory(shared, "Could not change working directory to " + shared.text());
+  const fs::EffectiveGroup group(media_groups().shared);
+  const fs::EffectiveUser user{std::string(domains::MEDIA_USER)};
+  wipe_shared_media(reader);
+}
+
+class MediaRestore {
+ public:
+  explicit MediaRestore(ArchiveReader& reader) : reader_(reader) {}
+
+  /// @return whether every entry could be made sense of.
+  bool run() {
+    bool well_formed = true;
+    while (const std::optional<EntryView> entry = reader_.next_header()) {
+      if (const std::optional<fs::Path> name = entry->name()) {
+        restore(*entry, *name);
+      } else {
+        well_formed = false;
+        report("Malformed archive: an entry has no name");
+        reader_.skip(*entry);
+      }
+    }
+    return well_formed;
+  }
+
+ private:
+  enum class Place { NONE, SHARED, DTM };
+
+  void restore(const EntryView& entry, const fs::Path& name) {
+    if (is_metadata_name(name.text())) {
+      reader_.skip(entry);
+    } else if (name.text().starts_with(places::DTM_PREFIX)) {
+      restore_dtm(entry, name);
+    } else {
+      restore_media(entry, name);
+    }
+  }
+
+  void restore_dtm(const EntryView& entry, const fs::Path& name) {
+    enter(Place::DTM);
+    const fs::Path target = fs::Path("./") / name.relative_to(fs::Path(places::DTM_PREFIX));
+    if (!entry.is_restorable()) {
+      skip(entry, target);
+      return;
+    }
+    if (verbose) std::cerr << "Restoring: " << target << '\n';
+    area_->extract(entry, target);
+  }
+
+  void restore_media(const EntryView& entry, const fs::Path& name) {
+    enter(Place::SHARED);
+    const fs::Path target = media_target(name);
+    if (verbose) std::cerr << "Restoring: " << target << '\n';
+    if (!entry.is_restorable() || fs::exists(target)) {
+      skip(entry, target);
+    } else {
+      area_->extract(entry, target);
+    }
+  }
+
+  /// Where an entry goes, relative to the shared media.
+  [[nodiscard]] fs::Path media_target(const fs::Path& name) const {
+    const fs::Path prefix(places::MEDIA_PREFIX);
+    // A path that only begins with the same characters is no media path: relative_to() says so for others.
+    if (!name.is_inside(prefix)) {
+      throw fs::Exception("Path '" + name.text() + "' is not subdirectory of '" + prefix.text() + "'");
+    }
+    fs::Path folder("./");
+    if (is_relocated(name.dirname())) {
+      folder = fs::Path(places::LOST_AND_FOUND);
+      std::cerr << "Relocating: " << name << " to: " << folder << '\n';
+    }
+    return folder / name.relative_to(prefix);
+  }
+
+  [[nodiscard]] bool is_relocated(const fs::Path& parent) const {
+    return std::ranges::any_of(relocated_,
+                               [&parent](const fs::Path& place) { return parent.is_inside(place); });
+  }
+
+  void skip(const EntryView& entry, const fs::Path& target) {
+    diagnostics::line(4, "Skipping %s", target.c_str());
+    if (verbose) std::cerr << "Skipping " << target << '\n';
+    reader_.skip(entry);
+  }
+
+  /// Identity and directory are changed only when the place is another than that of the entry before.
+  void enter(Place place) {
+    if (place_ == place) return;
+    area_.reset();
+    place_ = Place::NONE;
+    if (place == Place::DTM) {
+      area_.emplace(reader_, fs::group_id(domains::SYSTEM_GROUP), SUPERUSER, fs::Path(places::DTM_SHARE));
+    } else {
+      area_.emplace(reader_, media_groups().shared, fs::user_id(domains::MEDIA_USER),
+                    fs::Path(places::SHARED));
+    }
+    place_ = place;
+  }
+
+  ArchiveReader& reader_;
+  std::vector<fs::Path> relocated_{fs::Path(places::BOOKMARKS_PREFIX)};
+  std::optional<RestoreArea> area_;
+  Place place_ = Place::NONE;
+};
+
+}  // namespace
+
+int harbix_media_restore(ArchiveReader& reader) {
+  diagnostics::line(2, "harbix_media_restore");
+  try {
+    // Before anything is removed: what is no archive at all has nothing to put in its place.
+    reader.require_readable();
+    wipe(reader);
+    const fs::FileMask mask(RESTORE_MASK);
+    return MediaRestore(reader).run() ? 0 : 1;
+  } catch (const std::exception& error) {
+    report(error.what());
+    return 1;
+  }
+}
+
+}  // namespace harbix
