@@ -13,7 +13,7 @@ void archive_path(ArchiveWriter& writer, const fs::Path& path, const fs::Path& b
   const fs::Path name = base / path;
   diagnostics::line(3, "Archive: %s to %s", path.c_str(), name.c_str());
   if (verbose) std::cerr << "Archive: " << path << " to " << name << '\n';
-  writer.write({fs::File(path), name});
+  writer.write(open_source(path), name);
 }
 
 }  // namespace

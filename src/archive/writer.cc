@@ -1,68 +1,23 @@
 #include "archive/writer.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <optional>
 
 #include <archive.h>
 #include <archive_entry.h>
 
 #include "archive/error.h"
 #include "driver/base/log.h"
-#include "fs/exception.h"
-#include "platform/file_descriptor.h"
 
 namespace harbix {
 namespace {
 
 constexpr int RECORD_SIZE = 512;
 constexpr std::size_t CHUNK_SIZE = 32768;
-
-struct EntryDeleter {
-  void operator()(::archive_entry* entry) const noexcept { ::archive_entry_free(entry); }
-};
-using EntryHandle = std::unique_ptr<::archive_entry, EntryDeleter>;
-
-EntryHandle new_entry(const std::string& what, const struct ::stat& record, const fs::Path& name) {
-  EntryHandle entry(::archive_entry_new());
-  if (entry == nullptr) throw std::runtime_error("Error allocating entry for " + what);
-  ::archive_entry_copy_stat(entry.get(), &record);
-  ::archive_entry_set_pathname(entry.get(), name.c_str());
-  return entry;
-}
-
-std::string read_link(const fs::File& link) {
-  std::array<char, PATH_MAX> target{};
-  const ssize_t length = ::readlink(link.path().c_str(), target.data(), target.size());
-  if (length == -1) {
-    const int error = errno;
-    throw fs::Exception(error, "Link '" + link.path().text() + "' could not be read.");
-  }
-  return {target.data(), static_cast<std::size_t>(length)};
-}
-
-/// Opens a plain file without following a link, or waiting for a fifo, that has taken its name since it was
-/// looked at.
-platform::FileDescriptor open_contents(const fs::File& file) {
-  platform::FileDescriptor descriptor(
-      ::open(file.path().c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-  if (!descriptor) throw std::runtime_error("Error opening: " + file.path().text());
-  return descriptor;
-}
-
-/// The status of what was opened, which is what the header must describe: it may have grown since the walk.
-fs::File described_by(const platform::FileDescriptor& descriptor, const fs::File& file) {
-  struct ::stat record {};
-  if (::fstat(descriptor.get(), &record) == -1 || !S_ISREG(record.st_mode)) {
-    throw std::runtime_error("Error opening: " + file.path().text());
-  }
-  return {file.path(), record};
-}
 
 void report_change(const fs::File& file, const char* what) {
   diagnostics::line(1, "File '%s' %s while it was archived", file.path().c_str(), what);
@@ -79,6 +34,10 @@ la_ssize_t write_callback(::archive* handle, void* client, const void* data, std
 
 }  // namespace
 
+void ArchiveWriter::EntryDeleter::operator()(::archive_entry* entry) const noexcept {
+  ::archive_entry_free(entry);
+}
+
 void ArchiveWriter::Closer::operator()(::archive* handle) const noexcept {
   // Also closes, into an output that nobody asks any more: close() has done both, or the archive is given up.
   ::archive_write_free(handle);
@@ -86,8 +45,9 @@ void ArchiveWriter::Closer::operator()(::archive* handle) const noexcept {
 
 ArchiveWriter::ArchiveWriter(int format, int compression, const std::string& file_name)
     : output_((check_stream_options({StreamMode::WRITE, format, compression}), file_name)),
-      handle_(::archive_write_new()) {
-  if (handle_ == nullptr) throw std::bad_alloc();
+      handle_(::archive_write_new()),
+      entry_(::archive_entry_new()) {
+  if (handle_ == nullptr || entry_ == nullptr) throw std::bad_alloc();
   if (::archive_write_set_format(handle_.get(), format) != ARCHIVE_OK ||
       ::archive_write_add_filter_none(handle_.get()) != ARCHIVE_OK ||
       ::archive_write_set_bytes_per_block(handle_.get(), RECORD_SIZE) != ARCHIVE_OK ||
@@ -99,27 +59,15 @@ ArchiveWriter::ArchiveWriter(int format, int compression, const std::string& fil
 
 ArchiveWriter::~ArchiveWriter() = default;
 
-void ArchiveWriter::write(const Entry& entry) {
-  fs::File file = entry.file;
-  platform::FileDescriptor contents;
-  std::string target;
-  // Whatever can fail for this object alone comes before its header.
-  if (file.is_symbolic_link()) {
-    target = read_link(file);
-  } else if (!file.is_directory()) {
-    contents = open_contents(file);
-    file = described_by(contents, file);
-  }
-  const EntryHandle header = new_entry(file.path().text(), file.record(), entry.name);
-  if (file.is_symbolic_link()) ::archive_entry_set_symlink(header.get(), target.c_str());
-  write_header(header.get());
-  if (contents) write_contents(contents.get(), file);
+void ArchiveWriter::write(const Source& source, const fs::Path& name) {
+  write_header(source.file.record(), name,
+               source.file.is_symbolic_link() ? source.link_target.c_str() : nullptr);
+  if (source.contents) write_contents(source.contents.get(), source.file);
   finish_entry();
 }
 
 void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record, std::string_view text) {
-  const EntryHandle header = new_entry("metadata", record, name);
-  write_header(header.get());
+  write_header(record, name, nullptr);
   write_data(text.data(), text.size());
   finish_entry();
 }
@@ -139,8 +87,13 @@ bool ArchiveWriter::is_output(const fs::File& file) const noexcept {
   return file.is_regular() && output_.is_described_by(file.record());
 }
 
-void ArchiveWriter::write_header(::archive_entry* entry) {
-  const int status = ::archive_write_header(handle_.get(), entry);
+void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& name, const char* link_target) {
+  ::archive_entry_clear(entry_.get());
+  ::archive_entry_copy_stat(entry_.get(), &record);
+  ::archive_entry_set_pathname(entry_.get(), name.c_str());
+  if (link_target != nullptr) ::archive_entry_set_symlink(entry_.get(), link_target);
+
+  const int status = ::archive_write_header(handle_.get(), entry_.get());
   if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(handle_.get()));
   if (status < ARCHIVE_WARN) throw std::runtime_error("Archive error: " + error_text(handle_.get()));
   if (status == ARCHIVE_WARN) {

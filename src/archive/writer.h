@@ -6,19 +6,13 @@
 #include <string_view>
 
 #include "archive/output_file.h"
+#include "archive/source.h"
 #include "archive/stream.h"
-#include "fs/file.h"
 
 struct archive;
 struct archive_entry;
 
 namespace harbix {
-
-/// A file-system object on its way into the archive.
-struct Entry {
-  fs::File file;  ///< status, and path on the device
-  fs::Path name;  ///< name in the archive
-};
 
 /// The archive that a run writes: 512-byte records, no padding beyond the last one.
 class ArchiveWriter {
@@ -32,12 +26,11 @@ class ArchiveWriter {
   ArchiveWriter(ArchiveWriter&&) = delete;
   ArchiveWriter& operator=(ArchiveWriter&&) = delete;
 
-  /// Writes header and contents of one object. A file that changes size on the way is told of on standard
-  /// error and keeps the size of its header in the archive.
-  /// @throws std::runtime_error for this object alone, with nothing of it in the archive: "Error opening:
-  /// PATH" or the library's reason for refusing it; ArchiveError when the archive cannot be written any
-  /// further.
-  void write(const Entry& entry);
+  /// Writes header and contents of one object under the name `name`. A file that changes size on the way is
+  /// told of on standard error and keeps the size of its header in the archive.
+  /// @throws std::runtime_error with the library's reason for refusing this object alone; ArchiveError when
+  /// the archive cannot be written any further.
+  void write(const Source& source, const fs::Path& name);
 
   /// Writes an entry whose content is `text`; the size in `record` must be that of the text.
   /// @throws as write does.
@@ -57,14 +50,18 @@ class ArchiveWriter {
   struct Closer {
     void operator()(::archive* handle) const noexcept;
   };
+  struct EntryDeleter {
+    void operator()(::archive_entry* entry) const noexcept;
+  };
 
-  void write_header(::archive_entry* entry);
+  void write_header(const struct ::stat& record, const fs::Path& name, const char* link_target);
   void write_data(const char* data, std::size_t size);
   void write_contents(int descriptor, const fs::File& file);
   void finish_entry();
 
   OutputFile output_;
   std::unique_ptr<::archive, Closer> handle_;
+  std::unique_ptr<::archive_entry, EntryDeleter> entry_;  ///< of the header at hand; used again for the next
 };
 
 }  // namespace harbix

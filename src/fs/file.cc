@@ -23,9 +23,9 @@ bool superuser_allows(const File& file, unsigned wanted) noexcept {
   return !is_data || (wanted & EXECUTE) == 0;
 }
 
-/// The three right bits that the record holds for the effective user.
-unsigned granted_bits(const struct ::stat& record) noexcept {
-  if (::geteuid() == record.st_uid) return record.st_mode >> 6;
+/// The three right bits that the record holds for the effective user `user`.
+unsigned granted_bits(uid_t user, const struct ::stat& record) noexcept {
+  if (user == record.st_uid) return record.st_mode >> 6;
   if (::getegid() == record.st_gid) return record.st_mode >> 3;
   return record.st_mode;
 }
@@ -74,8 +74,9 @@ void File::unlink() const noexcept {
 
 bool File::allows(unsigned wanted) const noexcept {
   if (wanted > ALL_RIGHTS) return false;
-  if (::geteuid() == 0) return superuser_allows(*this, wanted);
-  return (granted_bits(stat_) & wanted) == wanted;
+  const uid_t user = ::geteuid();
+  if (user == 0) return superuser_allows(*this, wanted);
+  return (granted_bits(user, stat_) & wanted) == wanted;
 }
 
 bool exists(const Path& path) noexcept {
