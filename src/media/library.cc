@@ -2,6 +2,7 @@
 
 #include <array>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -9,6 +10,7 @@
 #include <sqlite3.h>
 
 #include "driver/base/log.h"
+#include "fs/file.h"
 
 namespace harbix {
 namespace {
