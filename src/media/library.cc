@@ -41,11 +41,30 @@ std::string query_text() {
   return text.str();
 }
 
+/// Whether a database is in write-ahead mode and was closed in good order: it then stands alone, without a
+/// "-wal" file.
+bool is_closed_write_ahead(const fs::Path& library) {
+  constexpr std::streamoff VERSION_OFFSET = 18;
+  constexpr int WRITE_AHEAD_VERSION = 2;
+  std::ifstream stream(library.text(), std::ios::binary);
+  return stream.seekg(VERSION_OFFSET) && stream.get() == WRITE_AHEAD_VERSION &&
+         !fs::exists(fs::Path(library.text() + "-wal"));
+}
+
+/// The library's name with how it is to be opened. Reading a database in write-ahead mode normally creates
+/// two files beside it, unless it is known not to change.
+std::string uri(const fs::Path& library) {
+  const char* mode = is_closed_write_ahead(library) ? "&immutable=1" : "&readonly_shm=1";
+  return "file:" + library.text() + "?mode=ro" + mode;
+}
+
 Database open_library(const fs::Path& library) {
   ::sqlite3* handle = nullptr;
   int status = ::sqlite3_initialize();
-  if (status == SQLITE_OK)
-    status = ::sqlite3_open_v2(library.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+  if (status == SQLITE_OK) {
+    status =
+        ::sqlite3_open_v2(uri(library).c_str(), &handle, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+  }
   Database database(handle);  // a handle is made even where opening fails, and holds the reason
   if (status != SQLITE_OK) {
     diagnostics::line(0, "Problem opening DB to read Media %s reason: %s", library.c_str(),
