@@ -30,6 +30,7 @@ std::optional<std::span<const std::byte>> InputFile::read_block() {
   for (;;) {
     const ssize_t count = ::read(file_.get(), block_.data(), block_.size());
     if (count >= 0) {
+      is_empty_ = count == 0 && !has_content_;
       has_content_ = has_content_ || count > 0;
       return std::span<const std::byte>(block_).first(static_cast<std::size_t>(count));
     }

@@ -32,8 +32,8 @@ class InputFile {
   /// @return the new offset, or -1 with errno set.
   [[nodiscard]] std::int64_t seek(std::int64_t offset, int whence);
 
-  /// Whether any byte has been read so far.
-  [[nodiscard]] bool has_content() const noexcept { return has_content_; }
+  /// Whether reading met the end of the file before any byte.
+  [[nodiscard]] bool is_empty() const noexcept { return is_empty_; }
   /// Only regular files can be skipped and searched in.
   [[nodiscard]] bool is_regular() const noexcept { return S_ISREG(record_.st_mode); }
   [[nodiscard]] const struct ::stat& record() const noexcept { return record_; }
@@ -43,6 +43,7 @@ class InputFile {
   struct ::stat record_ {};
   std::vector<std::byte> block_;
   bool has_content_ = false;
+  bool is_empty_ = false;
 };
 
 }  // namespace harbix

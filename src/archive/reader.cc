@@ -1,6 +1,7 @@
 #include "archive/reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -37,6 +38,19 @@ la_int64_t seek_callback(::archive* handle, void* client, la_int64_t offset, int
   return ARCHIVE_FATAL;
 }
 
+/// Everything the library reads but listings of files (mtree): nearly every text passes for one, and it could
+/// name files of this device as the contents of its entries.
+void support_formats(::archive* handle) {
+  constexpr std::array FORMATS{::archive_read_support_format_7zip,    ::archive_read_support_format_ar,
+                               ::archive_read_support_format_cab,     ::archive_read_support_format_cpio,
+                               ::archive_read_support_format_iso9660, ::archive_read_support_format_lha,
+                               ::archive_read_support_format_rar,     ::archive_read_support_format_rar5,
+                               ::archive_read_support_format_tar,     ::archive_read_support_format_warc,
+                               ::archive_read_support_format_xar,     ::archive_read_support_format_zip};
+  // A format that this build of the library lacks is then unrecognized, like any other.
+  for (const auto support : FORMATS) static_cast<void>(support(handle));
+}
+
 int open_stream(::archive* handle, InputFile& input) {
   ::archive_read_set_callback_data(handle, &input);
   ::archive_read_set_read_callback(handle, read_callback);
@@ -62,11 +76,12 @@ ArchiveReader::ArchiveReader(int format, int compression, const std::string& fil
       handle_(::archive_read_new()) {
   if (handle_ == nullptr) throw std::bad_alloc();
   // Filters that need an outside program are answered by ARCHIVE_WARN; they are available all the same.
-  ::archive_read_support_format_all(handle_.get());
+  support_formats(handle_.get());
   ::archive_read_support_filter_all(handle_.get());
-  if (open_stream(handle_.get(), input_) != ARCHIVE_OK) throw ArchiveError(error_text());
-  // The library takes nothing at all for an empty archive; here it means that the backup was lost.
-  if (!input_.has_content()) throw ArchiveError("The archive is empty");
+  const int status = open_stream(handle_.get(), input_);
+  // Not one byte is not an archive without entries: it is a backup that was lost.
+  if (input_.is_empty()) throw ArchiveError("The archive is empty");
+  if (status != ARCHIVE_OK) throw ArchiveError(error_text());
 }
 
 ArchiveReader::~ArchiveReader() = default;
@@ -110,12 +125,11 @@ int ArchiveReader::read_raw_header() {
   if (status_ == ARCHIVE_EOF || status_ == ARCHIVE_FATAL) return status_;
   int status = ARCHIVE_RETRY;
   while (status == ARCHIVE_RETRY) status = ::archive_read_next_header(handle_.get(), &entry_);
-  if (status == ARCHIVE_WARN) {
-    // In the "C" locale every name beyond ASCII is warned of, and handed over as it was stored.
-    clear_error();
-    return ARCHIVE_OK;
-  }
-  return status == ARCHIVE_EOF ? refuse_missing_end_mark() : status;
+  if (status == ARCHIVE_EOF) return refuse_missing_end_mark();
+  if (status != ARCHIVE_OK && status != ARCHIVE_WARN) return status;
+  // In the "C" locale every name beyond ASCII is warned of, and handed over as it was stored.
+  clear_error();
+  return ARCHIVE_OK;
 }
 
 int ArchiveReader::refuse_missing_end_mark() {

@@ -84,6 +84,7 @@ class ArchiveReader {
 
   int read_raw_header();
   int refuse_missing_end_mark();
+
   void note_package();
   [[nodiscard]] bool in_package_of(const std::vector<fs::Path>& prefixes) const;
 

@@ -13,8 +13,11 @@ namespace {
 namespace stdfs = std::filesystem;
 
 constexpr std::size_t SHOWN_CONTENT = 60;
+constexpr off_t LARGEST_CONTENT = off_t{64} << 20;
 
-std::string read_content(const stdfs::path& path) {
+/// The content of a file; of a huge one, which a hostile archive can leave behind, its size only.
+std::string read_content(const stdfs::path& path, off_t size) {
+  if (size > LARGEST_CONTENT) return "(" + std::to_string(size) + " bytes)";
   std::ifstream stream(path, std::ios::binary);
   std::ostringstream text;
   text << stream.rdbuf();
@@ -27,7 +30,7 @@ Item describe(const stdfs::path& path) {
     throw std::system_error(errno, std::generic_category(), path.string());
   }
   Item item{.mode = record.st_mode, .owner = record.st_uid, .group = record.st_gid, .content = {}};
-  if (S_ISREG(record.st_mode)) item.content = read_content(path);
+  if (S_ISREG(record.st_mode)) item.content = read_content(path, record.st_size);
   if (S_ISLNK(record.st_mode)) item.content = stdfs::read_symlink(path).string();
   return item;
 }
