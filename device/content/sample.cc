@@ -1,7 +1,21 @@
 #include "device/content/sample.h"
 
+#include "device/content/dtm_share.h"
+#include "device/content/media_collection.h"
+#include "device/content/media_library.h"
+#include "device/content/media_share.h"
+#include "device/content/odd_items.h"
+#include "device/content/subscriber_scripts.h"
+
 namespace device {
 
-void write_sample_content(TreeWriter& /*tree*/) {}
+void write_sample_content(TreeWriter& tree) {
+  MediaShare share(tree);
+  write_media_collection(share);
+  write_odd_items(share);
+  write_media_library(tree, share.records());
+  write_dtm_share(tree);
+  write_subscriber_scripts(tree);
+}
 
 }  // namespace device
