@@ -63,8 +63,13 @@ void write_marker(const std::string& path, std::string_view text) {
   if (const int error = file.close(); error != 0) throw system_failure(error, "write", marker);
 }
 
+/// The marker goes last: without it, what is left when this is cut short would be nobody's.
 void remove_content(const std::string& path) {
-  for (const auto& item : std::filesystem::directory_iterator(path)) std::filesystem::remove_all(item.path());
+  const std::string marker = path + std::string(MARKER);
+  for (const auto& item : std::filesystem::directory_iterator(path)) {
+    if (item.path() != marker) std::filesystem::remove_all(item.path());
+  }
+  std::filesystem::remove(marker);
 }
 
 /// Whether the folder `path` can be filled; it is emptied for that when its filling was cut short.

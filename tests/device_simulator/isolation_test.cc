@@ -1,0 +1,89 @@
+#include <unistd.h>
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device_process.h"
+
+namespace {
+
+using device_test::Result;
+using device_test::run_device;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+class Device : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+
+  static std::string output_of(const std::string& script) {
+    const Result result = run_device({"--bare", "sh", "-c", script});
+    EXPECT_EQ(result.status, 0) << script << ": " << result.errors;
+    return result.output;
+  }
+};
+
+TEST_F(Device, RunsTheCommandAsPlainRoot) {
+  EXPECT_EQ(output_of("id -u; id -G; umask; pwd; echo $HOME"), "0\n0\n0022\n/\n/root\n");
+}
+
+TEST_F(Device, KeepsTheRestOfTheEnvironment) {
+  EXPECT_EQ(device_test::run_on_host("KEPT='a b' $device --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
+}
+
+TEST_F(Device, HasItsOwnProgramsFirstOnThePath) {
+  EXPECT_THAT(output_of("echo $PATH; command -v harbix-device"),
+              EndsWith("\n/opt/harbix/bin/harbix-device\n"));
+}
+
+TEST_F(Device, HasAccountsOfItsOwn) {
+  EXPECT_EQ(output_of("stat -c %U:%G:%a /accounts/1000/shared /accounts/1000/sys/dtm"),
+            "media:1000_shared:770\nroot:1000_sys:770\n");
+  EXPECT_EQ(output_of("getent group 1000_shared protected_media; id -gn media"),
+            "1000_shared:x:10001:\nprotected_media:x:10003:\nmedia\n");
+}
+
+TEST_F(Device, LetsTheMediaUserWriteToTheShareWithTheSharedGroup) {
+  constexpr const char* AS_MEDIA =
+      "setpriv --reuid media --regid 1000_shared --clear-groups sh -c "
+      "'cd /accounts/1000/shared && mkdir d && echo x > d/f && rm d/f && rmdir d && echo done'";
+  EXPECT_EQ(output_of(AS_MEDIA), "done\n");
+  // With the media user's own group the owner's bits still count, but what is made does not get the shared
+  // group.
+  EXPECT_EQ(output_of("setpriv --reuid media --regid media --clear-groups sh -c "
+                      "'cd /accounts/1000/shared && mkdir d && stat -c %G d'"),
+            "media\n");
+}
+
+TEST_F(Device, SharesSystemFoldersReadOnly) {
+  for (const char* folder : {"/usr", "/opt/harbix/bin", "/etc/alternatives"}) {
+    const Result result = run_device({"--bare", "touch", folder + std::string("/x")});
+    EXPECT_EQ(result.status, 1) << folder;
+    EXPECT_THAT(result.errors, HasSubstr("Read-only file system")) << folder;
+  }
+}
+
+TEST_F(Device, HasTheUsualDeviceNodes) {
+  EXPECT_EQ(
+      output_of("head -c 3 /dev/zero | wc -c; echo x > /dev/null; head -c 5 /dev/urandom | wc -c;"
+                "echo out > /dev/stdout; test -e /dev/pts/ptmx && echo pts; stat -c %a /dev/shm /dev/log"),
+      "3\n5\nout\npts\n1777\n666\n");
+  EXPECT_EQ(run_device({"--bare", "sh", "-c", "echo x > /dev/full"}).status, 1);
+}
+
+TEST_F(Device, SeesNeitherTheHostsProcessesNorItsFiles) {
+  EXPECT_EQ(output_of("echo /proc/[0-9]*; ls /tmp /pps; test -e /home || test -e /srv || echo nothing"),
+            "/proc/1 /proc/2\n/pps:\n\n/tmp:\nnothing\n");
+}
+
+TEST_F(Device, TakesFilesBeyondTwoGiB) {
+  EXPECT_EQ(output_of("truncate -s 5G /tmp/big; stat -c %s /tmp/big"), "5368709120\n");
+}
+
+TEST_F(Device, CanHoldAnotherDevice) {
+  EXPECT_EQ(output_of("harbix-device --bare sh -c 'echo inner; exit 3'; echo $?"), "inner\n3\n");
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+#include <unistd.h>
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device_process.h"
+#include "private_folder.h"
+
+namespace {
+
+using device_test::content_of;
+using device_test::Result;
+using device_test::run_device;
+using testing::HasSubstr;
+
+class DeviceLog : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+
+  /// Runs `script` on a device and returns what came into the log.
+  std::string log_of(const std::string& script) {
+    const Result result = run_device({"--bare", "--log", log_, "sh", "-c", script});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return content_of(log_);
+  }
+
+  device_test::PrivateFolder folder_;
+  std::string log_ = folder_ / "log";
+};
+
+TEST_F(DeviceLog, KeepsThePriorityOfEachMessage) {
+  EXPECT_THAT(
+      log_of("logger -u /dev/log -t harbix -p user.err one; logger -u /dev/log -t harbix -p user.debug two"),
+      testing::MatchesRegex("<11>[^\n]* harbix: one\n<15>[^\n]* harbix: two\n"));
+}
+
+TEST_F(DeviceLog, HasWhatWasSentJustBeforeTheEnd) {
+  EXPECT_THAT(log_of("exec logger -u /dev/log last words"), HasSubstr("last words\n"));
+  EXPECT_THAT(log_of("(sleep 0.2; exec logger -u /dev/log from behind) > /dev/null 2>&1 &"),
+              HasSubstr("from behind\n"));
+}
+
+TEST_F(DeviceLog, LosesNothingOfMany) {
+  const std::string text = log_of("seq 3000 | logger -u /dev/log");
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3000);
+  EXPECT_THAT(text, testing::EndsWith(": 3000\n"));
+}
+
+TEST_F(DeviceLog, TakesLongMessagesWhole) {
+  const std::string word(8192, 'x');
+  EXPECT_THAT(log_of("logger -u /dev/log -S 16384 " + word + "y"), HasSubstr(" " + word + "y\n"));
+}
+
+TEST_F(DeviceLog, IsOpenToEverybody) {
+  EXPECT_THAT(log_of("setpriv --reuid nobody --regid nogroup --clear-groups logger -u /dev/log hello"),
+              HasSubstr("hello\n"));
+}
+
+TEST_F(DeviceLog, IsEmptiedAtTheStart) {
+  device_test::write_file(log_, "old\n");
+  EXPECT_EQ(log_of("true"), "");
+}
+
+TEST_F(DeviceLog, IsRelativeToTheCallersFolder) {
+  const Result result = device_test::run_on_host(
+      "cd $folder && $device --bare --log here.log logger -u /dev/log hi", folder_ / "");
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_THAT(content_of(folder_ / "here.log"), HasSubstr("hi\n"));
+}
+
+TEST_F(DeviceLog, GoesToTheDeviceWithoutTheOption) {
+  const std::string state = folder_ / "state";
+  for (const char* word : {"first", "second"}) {
+    EXPECT_EQ(run_device({"--bare", "--state", state, "logger", "-u", "/dev/log", word}).status, 0);
+  }
+  EXPECT_THAT(content_of(state + "/var/log/messages"), testing::ContainsRegex("first\n.*second\n"));
+}
+
+TEST_F(DeviceLog, ReportsThatItCannotBeWritten) {
+  const Result result = run_device(
+      {"--bare", "--log", "/dev/full", "sh", "-c", "logger -u /dev/log one; logger -u /dev/log two; exit 4"});
+  EXPECT_EQ(result.status, 4);
+  EXPECT_EQ(result.errors, "harbix-device: cannot write the log file: No space left on device\n");
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill is POSIX's, not C's
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device_process.h"
+#include "platform/file_descriptor.h"
+
+namespace {
+
+/// A program on a terminal of its own, with somebody who types.
+class TypedSession {
+ public:
+  explicit TypedSession(const std::vector<std::string>& words) {
+    int terminal = -1;
+    pid_ = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (pid_ == 0) {
+      std::vector<char*> arguments;
+      arguments.reserve(words.size() + 1);
+      for (const std::string& word : words)
+        arguments.push_back(const_cast<char*>(word.c_str()));  // NOLINT: as in C
+      arguments.push_back(nullptr);
+      ::execvp(arguments.front(), arguments.data());
+      ::_exit(99);
+    }
+    terminal_ = platform::FileDescriptor(terminal);
+  }
+  TypedSession(const TypedSession&) = delete;
+  TypedSession& operator=(const TypedSession&) = delete;
+  ~TypedSession() {
+    if (pid_ == -1) return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+
+  void type(const std::string& keys) {
+    EXPECT_EQ(::write(terminal_.get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+
+  /// Waits until `text` is on the screen after what was awaited before; fails after ten seconds.
+  void expect(const std::string& text) {
+    std::size_t found = 0;
+    while ((found = screen_.find(text, seen_)) == std::string::npos) {
+      if (!read_more()) {
+        ADD_FAILURE() << "'" << text << "' did not come after: " << screen_.substr(seen_);
+        return;
+      }
+    }
+    seen_ = found + text.size();
+  }
+
+  /// The exit status, once the program has ended.
+  int wait() {
+    while (read_more()) {
+    }
+    // Still there only when it did not end in time; then it must not hold up the test.
+    if (::waitpid(pid_, nullptr, WNOHANG | WNOWAIT) == 0) ::kill(pid_, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+ private:
+  bool read_more() {
+    constexpr int PATIENCE_MILLISECONDS = 10000;
+    pollfd event = {terminal_.get(), POLLIN, 0};
+    if (::poll(&event, 1, PATIENCE_MILLISECONDS) != 1) return false;
+    std::array<char, 4096> part = {};
+    const ssize_t size = ::read(terminal_.get(), part.data(), part.size());
+    if (size <= 0) return false;
+    screen_.append(part.data(), static_cast<std::size_t>(size));
+    return true;
+  }
+
+  pid_t pid_ = -1;
+  platform::FileDescriptor terminal_;
+  std::string screen_;
+  std::size_t seen_ = 0;
+};
+
+constexpr const char* CONTROL_C = "\x03";
+constexpr const char* CONTROL_Z = "\x1a";
+
+class DeviceTerminal : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+};
+
+TEST_F(DeviceTerminal, InterruptsTheCommand) {
+  TypedSession session({HARBIX_DEVICE_PROGRAM, "--bare", "sh", "-c", "echo up; exec sleep 60"});
+  session.expect("up");
+  session.type(CONTROL_C);
+  EXPECT_EQ(session.wait(), 128 + SIGINT);
+}
+
+TEST_F(DeviceTerminal, GivesAnInteractiveShellItsJobControl) {
+  TypedSession session({"env", "PS1=ready> ", HARBIX_DEVICE_PROGRAM, "--bare", "bash", "--norc", "-i"});
+  session.expect("ready> ");
+  session.type("echo st''arted; sleep 60\n");
+  session.expect("started");
+  session.type(CONTROL_C);
+  session.expect("ready> ");
+  session.type("echo status $?; sh -c \"echo wait''ing; read word; echo got \\$word\"\n");
+  session.expect("status 130");
+  session.expect("waiting");
+  session.type(CONTROL_Z);
+  session.expect("Stopped");
+  session.type("fg\n");
+  session.expect("read word");
+  session.type("back\n");
+  session.expect("got back");
+  session.expect("ready> ");
+  session.type("exit 7\n");
+  EXPECT_EQ(session.wait(), 7);
+}
+
+TEST_F(DeviceTerminal, StopsAndGoesOnAsAJobOfTheCallersShell) {
+  TypedSession session({"env", "PS1=ready> ", "bash", "--norc", "-i"});
+  session.expect("ready> ");
+  session.type(std::string(HARBIX_DEVICE_PROGRAM) +
+               " --bare sh -c \"echo st''arted; read word; echo got \\$word\"\n");
+  session.expect("started");
+  session.type(CONTROL_Z);
+  session.expect("Stopped");
+  session.expect("ready> ");
+  session.type("fg\n");
+  session.expect("read word");
+  session.type("typed\n");
+  session.expect("got typed");
+  session.expect("ready> ");
+  session.type("read word; echo got $word\n");
+  session.type("terminal\n");
+  session.expect("got terminal");
+  session.type("exit 5\n");
+  EXPECT_EQ(session.wait(), 5);
+}
+
+TEST_F(DeviceTerminal, EndsTheWaitForTheBackground) {
+  TypedSession session({HARBIX_DEVICE_PROGRAM, "--bare", "sh", "-c", "sleep 60 & echo up; exit 3"});
+  session.expect("up");
+  ::usleep(300000);
+  session.type(CONTROL_C);
+  EXPECT_EQ(session.wait(), 3);
+}
+
+}  // namespace
