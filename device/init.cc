@@ -38,6 +38,13 @@ std::vector<pid_t> child_processes() {
   return parse_process_ids(std::string(std::istreambuf_iterator<char>(file), {}));
 }
 
+void end_all_processes() {
+  // From the first process this means all others. None being left is no error.
+  ::kill(-1, SIGKILL);
+  while (::waitpid(-1, nullptr, 0) > 0) {
+  }
+}
+
 }  // namespace
 
 std::vector<pid_t> parse_process_ids(const std::string& text) {
@@ -48,7 +55,7 @@ std::vector<pid_t> parse_process_ids(const std::string& text) {
 int Init::run(const std::vector<std::string>& command) {
   start(command);
   while (!is_finished()) wait_for_event();
-  end_processes();
+  end_all_processes();
   log_.collect();
   return WIFSIGNALED(*status_) ? EXIT_SIGNAL_BASE + WTERMSIG(*status_) : WEXITSTATUS(*status_);
 }
@@ -130,13 +137,6 @@ void Init::pass_on(int signal) {
   if (::kill(-command_, signal) == -1) ::kill(command_, signal);
   // A stopped process takes other signals only when it goes on.
   if (signal != SIGCONT) ::kill(-command_, SIGCONT);
-}
-
-void Init::end_processes() {
-  // From the first process this means all others. None being left is no error.
-  ::kill(-1, SIGKILL);
-  while (::waitpid(-1, nullptr, 0) > 0) {
-  }
 }
 
 }  // namespace device

@@ -38,7 +38,6 @@ class Init {
   void answer_host();
   void take_in_processes();
   void pass_on(int signal);
-  void end_processes();
 
   const SignalSource& signals_;
   Channel& host_;

@@ -19,9 +19,10 @@ struct Options {
   std::vector<std::string> command;
 };
 
-/// Reads `arguments` (without the program's name). Options end at the first operand or at "--".
+/// Reads the command line's `words` (without the program's name). Options end at the first operand or at
+/// "--".
 /// @throws Failure with EXIT_USAGE for an unknown option, a missing or empty value, or no COMMAND.
-[[nodiscard]] Options parse_options(const std::vector<std::string>& arguments);
+[[nodiscard]] Options parse_options(const std::vector<std::string>& words);
 
 /// The text of --help, many lines, newline at the end.
 [[nodiscard]] const std::string& help_text();

@@ -67,7 +67,7 @@ void TreeWriter::folder(std::string_view path, Owner owner, mode_t mode) {
   folders_.emplace_back(path);
 }
 
-void TreeWriter::file(std::string_view path, Owner owner, mode_t mode, std::string_view content) {
+void TreeWriter::file(std::string_view path, Owner owner, mode_t mode, std::string_view content) const {
   const std::string host = host_path(path);
   platform::FileDescriptor file = create(host);
   write_all(file.get(), content, host);
@@ -75,7 +75,7 @@ void TreeWriter::file(std::string_view path, Owner owner, mode_t mode, std::stri
   adopt_file(path, owner, mode);
 }
 
-void TreeWriter::sparse_file(std::string_view path, Owner owner, mode_t mode, std::uint64_t size) {
+void TreeWriter::sparse_file(std::string_view path, Owner owner, mode_t mode, std::uint64_t size) const {
   constexpr std::string_view HEAD = "head of a file with a hole\n";
   constexpr std::string_view TAIL = "tail of a file with a hole\n";
   const std::string host = host_path(path);
@@ -89,7 +89,7 @@ void TreeWriter::sparse_file(std::string_view path, Owner owner, mode_t mode, st
   adopt_file(path, owner, mode);
 }
 
-void TreeWriter::link(std::string_view path, Owner owner, std::string_view target) {
+void TreeWriter::link(std::string_view path, Owner owner, std::string_view target) const {
   const std::string host = host_path(path);
   if (::symlink(std::string(target).c_str(), host.c_str()) == -1) {
     throw system_failure(errno, "create the link", host);

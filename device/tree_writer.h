@@ -22,10 +22,10 @@ class TreeWriter {
   explicit TreeWriter(std::string root) : root_(std::move(root)) {}
 
   void folder(std::string_view path, Owner owner, mode_t mode);
-  void file(std::string_view path, Owner owner, mode_t mode, std::string_view content);
+  void file(std::string_view path, Owner owner, mode_t mode, std::string_view content) const;
   /// A file of `size` bytes that are all zero and take no room, but for a short text at either end.
-  void sparse_file(std::string_view path, Owner owner, mode_t mode, std::uint64_t size);
-  void link(std::string_view path, Owner owner, std::string_view target);
+  void sparse_file(std::string_view path, Owner owner, mode_t mode, std::uint64_t size) const;
+  void link(std::string_view path, Owner owner, std::string_view target) const;
 
   /// Gives a file that was made by other means its owner, mode and time.
   void adopt_file(std::string_view path, Owner owner, mode_t mode) const;

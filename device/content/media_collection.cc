@@ -1,5 +1,6 @@
 #include "device/content/media_collection.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -64,7 +65,7 @@ void write_photos(MediaShare& share) {
   share.file("Photos/panorama.jpg", 2 * MIB + 1);
   share.folder("Photos/2024/empty album");
   share.folder("Photos/Screenshots");
-  for (unsigned int shot = 1; shot <= 6; ++shot) {
+  for (std::uint64_t shot = 1; shot <= 6; ++shot) {
     share.file("Photos/Screenshots/screen" + std::to_string(shot) + ".png", shot * 3 * KIB);
   }
 }
@@ -76,7 +77,7 @@ void write_videos_and_recordings(MediaShare& share) {
   share.file("Videos/kitten.mp4", 300 * KIB);
   share.sparse_file("Videos/unfinished download.mp4", 8 * MIB);
   share.folder("Recordings");
-  for (unsigned int note = 1; note <= 8; ++note) {
+  for (std::uint64_t note = 1; note <= 8; ++note) {
     share.file("Recordings/Voice note " + std::to_string(note) + ".amr", note * 1777);
   }
 }
@@ -107,7 +108,7 @@ void write_documents(MediaShare& share) {
 
 void write_the_rest(MediaShare& share) {
   share.folder("Downloads");
-  for (unsigned int item = 1; item <= 12; ++item) {
+  for (std::uint64_t item = 1; item <= 12; ++item) {
     share.file("Downloads/download-" + std::to_string(item) + ".zip", item * 911);
   }
   share.folder("bookmarks");

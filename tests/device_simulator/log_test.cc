@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include <gmock/gmock.h>
