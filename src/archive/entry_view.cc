@@ -38,7 +38,7 @@ bool EntryView::is_hard_link() const { return ::archive_entry_hardlink(entry_) !
 std::int64_t EntryView::size() const { return ::archive_entry_size(entry_); }
 
 fs::File EntryView::destination(fs::Path target) const {
-  return fs::File(std::move(target), *::archive_entry_stat(entry_));
+  return {std::move(target), *::archive_entry_stat(entry_)};
 }
 
 }  // namespace harbix

@@ -53,7 +53,7 @@ class File {
 
   /// Removes an empty directory. A failure is logged at level 1.
   /// @return 0, or -1 with errno set.
-  int rmdir() const noexcept;
+  [[nodiscard]] int rmdir() const noexcept;
 
   /// Removes a file or link. A failure is logged at level 1; nothing is thrown.
   void unlink() const noexcept;

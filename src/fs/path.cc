@@ -1,10 +1,10 @@
 #include "fs/path.h"
 
-#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "fs/exception.h"

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
-#include <ranges>
 #include <string_view>
 #include <utility>
 
@@ -111,17 +110,19 @@ class Listing : public TreeVisitor {
   std::vector<File> files_;
 };
 
+void remove_one(const File& item) {
+  if (item.is_directory()) {
+    static_cast<void>(item.rmdir());  // logged there; what holds this directory then fails as well
+  } else {
+    item.unlink();
+  }
+}
+
 void remove_directory(const File& directory) {
   const std::vector<File> tree = list_tree(directory.path(), Descent::DEFERRED, Tolerance::STRICT);
   // A directory stands before its contents in the list, so going backwards empties it before its own removal.
-  for (const File& item : tree | std::views::reverse) {
-    if (item.is_directory()) {
-      item.rmdir();  // logs its failure; the directory above then fails as well
-    } else {
-      item.unlink();
-    }
-  }
-  directory.rmdir();
+  for (auto item = tree.rbegin(); item != tree.rend(); ++item) remove_one(*item);
+  remove_one(directory);
 }
 
 }  // namespace

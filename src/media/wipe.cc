@@ -1,7 +1,6 @@
 #include "media/wipe.h"
 
 #include <exception>
-#include <ranges>
 #include <vector>
 
 #include "driver/base/log.h"
@@ -39,8 +38,8 @@ class UnlinkItem : public fs::TreeVisitor {
   void unreachable(const fs::Path& path, const fs::Exception& /*reason*/) override { report_skipped(path); }
 
   void finish() {
-    for (const fs::File& directory : directories_ | std::views::reverse) {
-      if (directory.rmdir() != 0) report_skipped(directory.path());
+    for (auto directory = directories_.rbegin(); directory != directories_.rend(); ++directory) {
+      if (directory->rmdir() != 0) report_skipped(directory->path());
     }
   }
 

@@ -20,7 +20,7 @@ int current_level = 1;
 
 bool is_level(int number) { return number >= 0 && number <= HIGHEST_LEVEL; }
 
-void send(int severity, const char* format, va_list arguments) noexcept {
+[[gnu::format(printf, 2, 0)]] void send(int severity, const char* format, va_list arguments) noexcept {
   std::array<char, LINE_CAPACITY> text{};
   const int wanted =
       std::snprintf(text.data(), TAG_CAPACITY, "%s[%d]", program_invocation_short_name, getpid());
@@ -34,7 +34,7 @@ void send(int severity, const char* format, va_list arguments) noexcept {
 }
 
 template <int SEVERITY>
-void send_at(const char* format, ...) noexcept {
+[[gnu::format(printf, 1, 2)]] void send_at(const char* format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
   send(SEVERITY, format, arguments);
