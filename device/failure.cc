@@ -1,5 +1,6 @@
 #include "device/failure.h"
 
+#include <iostream>
 #include <system_error>
 
 namespace device {
@@ -14,6 +15,18 @@ Failure system_failure(int error, std::string_view action, std::string_view path
   }
   text += ": " + std::generic_category().message(error);
   return Failure(text, status);
+}
+
+int status_of(const std::function<int()>& work) {
+  try {
+    return work();
+  } catch (const Failure& failure) {
+    std::cerr << "harbix-device: " << failure.what() << std::endl;
+    return failure.status();
+  } catch (const std::exception& error) {
+    std::cerr << "harbix-device: " << error.what() << std::endl;
+    return EXIT_FAILED;
+  }
 }
 
 }  // namespace device

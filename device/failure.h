@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -30,5 +31,9 @@ class Failure : public std::runtime_error {
 /// Shape: "cannot ACTION 'PATH': TEXT OF ERROR"; without a path "cannot ACTION: TEXT OF ERROR".
 [[nodiscard]] Failure system_failure(int error, std::string_view action, std::string_view path = {},
                                      int status = EXIT_FAILED);
+
+/// What `work` returns; when it throws, the failure goes to standard error as one line and its status is
+/// returned.
+[[nodiscard]] int status_of(const std::function<int()>& work);
 
 }  // namespace device

@@ -1,4 +1,3 @@
-#include <exception>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -24,13 +23,5 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int main(int count, char** words) {
-  try {
-    return run({words + 1, words + count});
-  } catch (const device::Failure& failure) {
-    std::cerr << "harbix-device: " << failure.what() << std::endl;
-    return failure.status();
-  } catch (const std::exception& error) {
-    std::cerr << "harbix-device: " << error.what() << std::endl;
-    return device::EXIT_FAILED;
-  }
+  return device::status_of([&] { return run({words + 1, words + count}); });
 }

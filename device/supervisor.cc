@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,6 +88,14 @@ void become_root_alone() {
   }
 }
 
+/// As fork, but the child is the first process of a new process namespace. To leave this namespace first and
+/// then fork would do too, but would keep this process from ever starting another one.
+pid_t fork_into_process_namespace() {
+  const auto child = static_cast<pid_t>(::syscall(SYS_clone, CLONE_NEWPID | SIGCHLD, 0, 0, 0, 0));
+  if (child == -1) throw system_failure(errno, "make a process namespace", {}, EXIT_UNAVAILABLE);
+  return child;
+}
+
 }  // namespace
 
 int run_device(const Options& options) {
@@ -94,14 +103,11 @@ int run_device(const Options& options) {
   const SignalSource signals;
   const Terminal terminal;
   std::pair<Channel, Channel> ends = Channel::make();
-  if (::unshare(CLONE_NEWPID) == -1) {
-    throw system_failure(errno, "make a process namespace", {}, EXIT_UNAVAILABLE);
-  }
-  const pid_t device = ::fork();
-  if (device == -1) throw system_failure(errno, "start a process for the device");
+  const pid_t device = fork_into_process_namespace();
   if (device == 0) {
     { const Channel unused = std::move(ends.first); }
-    return run_tablet(options, signals, std::move(ends.second), terminal);
+    // Without the exit handlers, which are the parent's to run.
+    ::_exit(status_of([&] { return run_tablet(options, signals, std::move(ends.second), terminal); }));
   }
   { const Channel unused = std::move(ends.second); }
   return Supervisor(device, signals, std::move(ends.first), terminal).wait();
