@@ -1,0 +1,69 @@
+#include "support/recorded_log.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+#include "driver/base/log.h"
+#include "platform/logger.h"
+
+namespace test {
+namespace {
+
+constexpr std::size_t LONGEST_LINE = 8192;
+
+std::vector<LogLine>& recorded() {
+  static std::vector<LogLine> lines;
+  return lines;
+}
+
+}  // namespace
+}  // namespace test
+
+namespace platform {
+
+// Stands in for the member of the platform library, which is then never pulled in.
+int slogf(int code, int severity, const char* format, ...) noexcept {
+  std::array<char, test::LONGEST_LINE> text{};
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  va_end(arguments);
+  test::recorded().push_back({.code = code, .severity = severity, .text = text.data()});
+  return 0;
+}
+
+}  // namespace platform
+
+namespace test {
+
+std::string LogLine::message() const { return text.substr(text.find(':') + 1); }
+
+RecordedLog::RecordedLog(int level) {
+  diagnostics::set_level(level);
+  clear();
+}
+
+RecordedLog::~RecordedLog() {
+  diagnostics::set_level(1);
+  clear();
+}
+
+const std::vector<LogLine>& RecordedLog::lines()
+    const noexcept {  // NOLINT(readability-convert-member-functions-to-static): a scope without an object
+                      // records nothing
+  return recorded();
+}
+
+std::vector<std::string> RecordedLog::messages() const {
+  std::vector<std::string> messages;
+  for (const LogLine& line : lines())
+    messages.push_back(std::to_string(line.severity) + " " + line.message());
+  return messages;
+}
+
+void RecordedLog::clear() noexcept {  // NOLINT(readability-convert-member-functions-to-static): see lines()
+  recorded().clear();
+}
+
+}  // namespace test

@@ -1,0 +1,54 @@
+#include "support/temporary_folder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+namespace test {
+namespace {
+
+[[noreturn]] void throw_system_error(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "harbix-test-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) throw_system_error("mkdtemp " + name);
+  path_ = std::filesystem::canonical(name).string();
+  if (::chmod(path_.c_str(), 0755) == -1) throw_system_error("chmod " + path_);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  // What cannot be removed is left behind: a test that has failed says so already.
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TemporaryFolder::operator/(std::string_view name) const {
+  return path_ + "/" + std::string(name);
+}
+
+InsideFolder::InsideFolder(const std::string& folder)
+    : saved_(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+  if (saved_ == -1) throw_system_error("open .");
+  if (::chdir(folder.c_str()) == -1) {
+    const int error = errno;
+    ::close(saved_);
+    throw std::system_error(error, std::generic_category(), "chdir " + folder);
+  }
+}
+
+InsideFolder::~InsideFolder() {
+  // The next test that depends on its directory fails when this did.
+  static_cast<void>(::fchdir(saved_));
+  ::close(saved_);
+}
+
+}  // namespace test

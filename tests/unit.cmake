@@ -1,0 +1,19 @@
+# The unit tests: one executable a layer, one <name>_test.cc for each <name>.cc of src/.
+target_sources(harbix_test_support PRIVATE
+  support/captured_output.cc support/child_process.cc support/temporary_folder.cc support/tree.cc)
+target_link_libraries(harbix_test_support PUBLIC GTest::gtest)
+
+# Objects, not a library: its slogf must be there before the platform's is looked for.
+add_library(harbix_recorded_log OBJECT support/recorded_log.cc)
+target_include_directories(harbix_recorded_log PUBLIC ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(harbix_recorded_log PRIVATE harbix_settings)
+
+# harbix_unit_test(NAME SOURCES file... [LINKS target...])
+function(harbix_unit_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  target_link_libraries(${name} PRIVATE harbix_test_support ${TEST_LINKS} GTest::gtest_main harbix_settings)
+  gtest_discover_tests(${name} PROPERTIES LABELS unit TIMEOUT 60)
+endfunction()
+
+harbix_unit_test(support_test SOURCES support/tree_test.cc)
