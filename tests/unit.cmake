@@ -17,3 +17,14 @@ function(harbix_unit_test name)
 endfunction()
 
 harbix_unit_test(support_test SOURCES support/tree_test.cc)
+harbix_unit_test(platform_test
+  SOURCES platform/file_descriptor_test.cc platform/glob_test.cc platform/logger_test.cc platform/platform_test.cc
+  LINKS harbix::platform)
+harbix_unit_test(base_test
+  SOURCES driver/base/constants_test.cc driver/base/log_test.cc
+  LINKS harbix_recorded_log harbix::base)
+harbix_unit_test(fs_test
+  SOURCES
+    fs/accounts_test.cc fs/exception_test.cc fs/file_test.cc fs/glob_test.cc fs/identity_test.cc fs/path_test.cc
+    fs/tree_test.cc fs/working_directory_test.cc
+  LINKS harbix_recorded_log harbix::fs)

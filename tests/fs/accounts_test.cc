@@ -1,0 +1,35 @@
+#include "fs/accounts.h"
+
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Accounts, AreLookedUpByName) {
+  EXPECT_EQ(0U, fs::user_id("root"));
+  EXPECT_EQ(1U, fs::user_id("daemon"));
+  EXPECT_EQ(65534U, fs::user_id("nobody"));
+  EXPECT_EQ(0U, fs::group_id("root"));
+  EXPECT_EQ(1U, fs::group_id("daemon"));
+  EXPECT_EQ(65534U, fs::group_id("nogroup"));
+}
+
+template <typename Lookup>
+std::string refusal(const Lookup& lookup) {
+  try {
+    static_cast<void>(lookup());
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(Accounts, ThatDoNotExistAreNamed) {
+  EXPECT_EQ("User 'nosuch' does not exist", refusal([] { return fs::user_id("nosuch"); }));
+  EXPECT_EQ("User '' does not exist", refusal([] { return fs::user_id(""); }));
+  EXPECT_EQ("Group 'nosuch' does not exist", refusal([] { return fs::group_id("nosuch"); }));
+  EXPECT_EQ("Group '' does not exist", refusal([] { return fs::group_id(""); }));
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+#include "fs/exception.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(FsException, IsARuntimeError) { EXPECT_TRUE((std::is_base_of_v<std::runtime_error, fs::Exception>)); }
+
+TEST(FsException, OfAMessageAloneHasNoErrorNumber) {
+  const fs::Exception error("Text.");
+  EXPECT_STREQ("Text.", error.what());
+  EXPECT_EQ(-1, error.error());
+}
+
+TEST(FsException, AppendsTheSystemsTextOfTheErrorNumber) {
+  struct Row {
+    int error;
+    const char* text;
+  };
+  for (const Row& row :
+       {Row{ENOENT, "Text. [errno:2 'No such file or directory']"},
+        Row{EACCES, "Text. [errno:13 'Permission denied']"}, Row{0, "Text. [errno:0 'Success']"},
+        Row{123456, "Text. [errno:123456 'Unknown error 123456']"},
+        Row{fs::Exception::NO_ERROR_NUMBER, "Text."}}) {
+    const fs::Exception error(row.error, "Text.");
+    EXPECT_STREQ(row.text, error.what());
+    EXPECT_EQ(row.error, error.error());
+  }
+}
+
+}  // namespace

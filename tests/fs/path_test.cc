@@ -1,0 +1,261 @@
+#include "fs/path.h"
+
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fs/exception.h"
+#include "support/process.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::Path;
+using support::dir;
+using support::file;
+using support::link;
+using support::TemporaryFolder;
+using support::Tree;
+
+/// One operation that makes a path of a path.
+struct Row {
+  const char *given, *result;
+};
+
+TEST(Path, KeepsTheTextAsGiven) {
+  for (const char* text : {"", "/", "a//b/", "./a", "a/../b", "\xFF\n"}) {
+    EXPECT_EQ(text, Path(text).text());
+    EXPECT_STREQ(text, Path(std::string(text)).c_str());
+    EXPECT_EQ(*text == '\0', Path(std::string_view(text)).empty());
+  }
+}
+
+TEST(PathJoin, PutsOneSeparatorBetween) {
+  struct JoinRow {
+    const char *base, *component, *joined;
+  };
+  for (const JoinRow& row :
+       {JoinRow{"a", "b", "a/b"}, JoinRow{"a/", "b", "a/b"}, JoinRow{"a/", "/b", "a/b"},
+        JoinRow{"a", "/b", "a/b"}, JoinRow{"", "b", "/b"}, JoinRow{"", "/b", "/b"}, JoinRow{"/", "b", "/b"},
+        JoinRow{"a/", "", "a"}, JoinRow{"a", "", "a"}, JoinRow{"/", "", ""}, JoinRow{"", "", ""},
+        JoinRow{"a//", "b", "a//b"}, JoinRow{"a", "//b", "a//b"}, JoinRow{"a", "b/", "a/b/"},
+        JoinRow{"./", "/x", "./x"}}) {
+    Path path{row.base};
+    EXPECT_EQ((path /= row.component).text(), row.joined) << row.base << " + " << row.component;
+    EXPECT_EQ((Path(row.base) / row.component).text(), row.joined) << row.base << " / " << row.component;
+    EXPECT_EQ((Path(row.base) / Path(row.component)).text(), row.joined) << row.base << " / path";
+  }
+}
+
+TEST(PathStrip, RemovesEveryLeadingDotSlash) {
+  for (const Row& row :
+       {Row{"./a", "a"}, Row{"././a", "a"}, Row{"./", ""}, Row{".", "."}, Row{"../a", "../a"},
+        Row{".//a", "/a"}, Row{"a/./b", "a/./b"}, Row{"", ""}, Row{"/./a", "/./a"}}) {
+    EXPECT_EQ(row.result, Path(row.given).strip_leading_dots().text()) << row.given;
+  }
+}
+
+TEST(PathFirstComponent, EndsAtTheFirstSeparatorBehindTheBeginning) {
+  for (const Row& row : {Row{"", ""}, Row{"/a/b", "/a"}, Row{"a/b/c", "a"}, Row{"a", "a"}, Row{"/a", "/a"},
+                         Row{"/", "/"}, Row{"//a", "/"}, Row{"a/", "a"}}) {
+    EXPECT_EQ(row.result, Path(row.given).first_component().text()) << row.given;
+  }
+}
+
+TEST(PathLastSeparator, IsFoundFromTheEnd) {
+  EXPECT_FALSE(Path("").last_separator());
+  EXPECT_FALSE(Path("abc").last_separator());
+  EXPECT_EQ(0U, Path("/").last_separator());
+  EXPECT_EQ(2U, Path("/a/b").last_separator());
+  EXPECT_EQ(4U, Path("/a/b/").last_separator());
+}
+
+TEST(PathBasename, FollowsTheLastSeparator) {
+  for (const Row& row :
+       {Row{"a/b/", ""}, Row{"a/b", "b"}, Row{"/a", "a"}, Row{"a", "a"}, Row{"", ""}, Row{"/", ""}}) {
+    EXPECT_EQ(row.result, Path(row.given).basename().text()) << row.given;
+  }
+}
+
+TEST(PathDirname, ComesBeforeTheLastComponent) {
+  for (const Row& row : {Row{"/", "/"}, Row{"//", "//"}, Row{"/a", ""}, Row{"a", ""}, Row{"a/", ""},
+                         Row{"", ""}, Row{"a/b", "a"}, Row{"a/b/", "a"}, Row{"a/b//", "a"}, Row{"/a/b", "/a"},
+                         Row{"/a/b/c/", "/a/b"}, Row{"a//b", "a/"}, Row{"/a/", ""}}) {
+    EXPECT_EQ(row.result, Path(row.given).dirname().text()) << row.given;
+  }
+}
+
+TEST(PathComponents, GoFromTheRootToTheLeaf) {
+  struct ComponentsRow {
+    const char* given;
+    std::vector<Path> names;
+  };
+  const std::vector<ComponentsRow> rows{{"/a/b/c/", {Path("a"), Path("b"), Path("c")}},
+                                        {"/a/b/c", {Path("a"), Path("b"), Path("c")}},
+                                        {"a/b", {Path("a"), Path("b")}},
+                                        {"a", {Path("a")}},
+                                        {"", {}},
+                                        {"/", {}},
+                                        {"a//b", {Path("b")}},
+                                        {"a//", {}},
+                                        {"./a", {Path("."), Path("a")}}};
+  for (const ComponentsRow& row : rows) EXPECT_EQ(row.names, Path(row.given).components()) << row.given;
+}
+
+TEST(PathRelative, IsTheRestBehindTheBase) {
+  struct RelativeRow {
+    const char *path, *base, *rest;
+  };
+  for (const RelativeRow& row :
+       {RelativeRow{"apps/x/y", "apps", "x/y"}, RelativeRow{"apps", "apps", ""},
+        RelativeRow{"/apps/x/y", "/apps/x", "y"}, RelativeRow{"/apps//x", "/apps", "x"},
+        RelativeRow{"/apps/", "/apps", "/"}, RelativeRow{"/apps//", "/apps", "//"},
+        RelativeRow{"/appsx/y", "/apps", "x/y"}, RelativeRow{"./apps/x", "./apps", "x"},
+        RelativeRow{"a/b", "", "a/b"}, RelativeRow{"/a/b", "", "a/b"}, RelativeRow{"", "", ""},
+        RelativeRow{"./a", "./", "a"}, RelativeRow{"apps/x", "apps/", "x"}}) {
+    EXPECT_EQ(row.rest, Path(row.path).relative_to(Path(row.base)).text()) << row.path << " to " << row.base;
+    EXPECT_TRUE(Path(row.path).is_subdirectory_of(Path(row.base))) << row.path << " to " << row.base;
+  }
+}
+
+TEST(PathRelative, ThrowsWhereThePathDoesNotBeginWithTheBase) {
+  struct Refused {
+    const char *path, *base;
+  };
+  // The first four characters of "./apps/x" are "./ap", which is "ap" without the dots.
+  for (const Refused& row : {Refused{"./apps/x", "apps"}, Refused{"apps", "apps/x"}, Refused{"", "a"},
+                             Refused{"/apps", "apps"}, Refused{"Apps/x", "apps"}}) {
+    EXPECT_FALSE(Path(row.path).is_subdirectory_of(Path(row.base))) << row.path << " to " << row.base;
+    try {
+      static_cast<void>(Path(row.path).relative_to(Path(row.base)));
+      ADD_FAILURE() << row.path << " to " << row.base;
+    } catch (const fs::Exception& error) {
+      EXPECT_EQ(std::string("Path '") + row.path + "' is not subdirectory of '" + row.base + "'",
+                error.what());
+      EXPECT_EQ(-1, error.error());
+    }
+  }
+}
+
+TEST(PathInside, EndsTheBaseOnAComponentBoundary) {
+  struct InsideRow {
+    const char *path, *base;
+    bool inside;
+  };
+  for (const InsideRow& row : {InsideRow{"/apps/x", "/apps", true}, InsideRow{"/apps", "/apps", true},
+                               InsideRow{"/appsx", "/apps", false}, InsideRow{"/apps/x", "/apps/", true},
+                               InsideRow{"/app", "/apps", false}, InsideRow{"/x", "/", true},
+                               InsideRow{"apps/x", "/apps", false}, InsideRow{"/apps/", "/apps", true}}) {
+    EXPECT_EQ(row.inside, Path(row.path).is_inside(Path(row.base))) << row.path << " in " << row.base;
+  }
+}
+
+TEST(Path, HasOneCurrentAndOneParent) {
+  EXPECT_EQ(".", Path::current().text());
+  EXPECT_EQ("..", Path::parent().text());
+  EXPECT_EQ(&Path::current(), &Path::current());
+  EXPECT_EQ(&Path::parent(), &Path::parent());
+}
+
+TEST(Path, ComparesAndPrintsItsBytes) {
+  EXPECT_EQ(Path("a"), Path("a"));
+  EXPECT_NE(Path("a"), Path("a/"));
+  EXPECT_LT(Path("a"), Path("b"));
+  std::ostringstream stream;
+  stream << Path("a/\xFF");
+  EXPECT_EQ("a/\xFF", stream.str());
+}
+
+class PathRealpath : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Tree{dir("data", {file("f")}), link("to_data", "data"), link("dangling", "nowhere"), link("loop", "loop"),
+         dir(".hidden")}
+        .build(folder_.path());
+  }
+
+  /// The text of the error for `given`, whose buffer text is `reached`.
+  static std::string message(const std::string& given, const std::string& reached, std::size_t capacity,
+                             const std::string& suffix) {
+    return "'realpath(" + given + ")' failed due to: '" + reached + "' buf: " + std::to_string(capacity) +
+           suffix;
+  }
+
+  TemporaryFolder folder_;
+};
+
+TEST_F(PathRealpath, ResolvesLinksAndDots) {
+  const support::InsideFolder inside(folder_.path());
+  struct ResolveRow {
+    const char* given;
+    std::string resolved;
+  };
+  for (const ResolveRow& row :
+       {ResolveRow{"data", folder_ / "data"}, ResolveRow{"", folder_.path()}, ResolveRow{".", folder_.path()},
+        ResolveRow{"./to_data/../data/f", folder_ / "data/f"}, ResolveRow{"to_data", folder_ / "data"},
+        ResolveRow{".hidden", folder_ / ".hidden"}, ResolveRow{"/", "/"}, ResolveRow{"//", "/"}}) {
+    EXPECT_EQ(row.resolved, Path(row.given).realpath().text()) << row.given;
+  }
+  EXPECT_EQ(folder_ / "data", Path(folder_ / "to_data").realpath().text());
+}
+
+TEST_F(PathRealpath, TellsWhatWasAskedWhereItStoppedAndWhy) {
+  const support::InsideFolder inside(folder_.path());
+  struct FailRow {
+    std::string given, reached, suffix;
+    int error;
+  };
+  const std::string no_entry = " [errno:2 'No such file or directory']";
+  const std::string loop = " [errno:40 'Too many levels of symbolic links']";
+  const std::string no_directory = " [errno:20 'Not a directory']";
+  for (const FailRow& row : {FailRow{folder_ / "missing", folder_ / "missing", no_entry, ENOENT},
+                             FailRow{folder_ / "missing/x", folder_ / "missing", no_entry, ENOENT},
+                             FailRow{"missing", folder_ / "missing", no_entry, ENOENT},
+                             FailRow{"./missing", folder_ / "missing", no_entry, ENOENT},
+                             FailRow{folder_ / "loop", "", loop, ELOOP},
+                             FailRow{folder_ / "data/f/x", "", no_directory, ENOTDIR}}) {
+    try {
+      static_cast<void>(Path(row.given).realpath());
+      ADD_FAILURE() << row.given;
+    } catch (const fs::Exception& error) {
+      EXPECT_EQ(row.error, error.error()) << row.given;
+      EXPECT_EQ(message(row.given, row.reached, PATH_MAX, row.suffix), error.what());
+    }
+  }
+}
+
+TEST_F(PathRealpath, TellsTheSmallestBufferWhereTheLimitCannotBeAsked) {
+  EXPECT_TRUE(support::passes_in_child([this] {
+    ASSERT_EQ(0, ::chdir((folder_ / "data").c_str()));
+    ASSERT_EQ(0, ::unlink("f"));
+    ASSERT_EQ(0, ::rmdir((folder_ / "data").c_str()));
+    // No limit applies to the empty name, and the folder in its place is gone.
+    try {
+      static_cast<void>(Path("").realpath());
+      ADD_FAILURE();
+    } catch (const fs::Exception& error) {
+      EXPECT_EQ(message("", "", 1024, " [errno:2 'No such file or directory']"), error.what());
+    }
+  }));
+}
+
+TEST_F(PathRealpath, ResolvesPathsLongerThanTheSmallestBuffer) {
+  // Six times 200 characters: above 1024 and below the system's limit.
+  std::string path = folder_.path();
+  for (int depth = 0; depth < 6; ++depth) {
+    path += "/" + std::string(200, 'd');
+    ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
+  }
+  EXPECT_EQ(path, Path(path).realpath().text());
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+#include "fs/tree.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fs/effective_user.h"
+#include "support/process.h"
+#include "support/recorded_log.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::Descent;
+using fs::File;
+using fs::Path;
+using fs::Tolerance;
+using support::dir;
+using support::file;
+using support::link;
+using support::RecordedLog;
+using support::TemporaryFolder;
+using support::Tree;
+
+constexpr uid_t NOBODY = 65534;
+
+std::vector<std::string> names(const std::vector<File>& files, const std::string& folder) {
+  std::vector<std::string> result;
+  for (const File& item : files) result.push_back(item.path().relative_to(Path(folder)).text());
+  return result;
+}
+
+std::vector<std::string> sorted(std::vector<std::string> texts) {
+  std::ranges::sort(texts);
+  return texts;
+}
+
+std::size_t position(const std::vector<std::string>& texts, const std::string& text) {
+  return static_cast<std::size_t>(std::ranges::find(texts, text) - texts.begin());
+}
+
+class TreeWalk : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::vector<std::string> listed(Descent descent, Tolerance tolerance) const {
+    return names(fs::list_tree(Path(folder_.path()), descent, tolerance), folder_.path());
+  }
+  TemporaryFolder folder_;
+};
+
+TEST_F(TreeWalk, ListsEverythingBelowHiddenNamesIncluded) {
+  Tree{file(".hidden", "123"), dir("d", {file("f"), dir("e", {link("l", "..")})}), link("to_d", "d")}.build(
+      folder_.path());
+  for (const Descent descent : {Descent::IMMEDIATE, Descent::DEFERRED}) {
+    EXPECT_EQ((std::vector<std::string>{".hidden", "d", "d/e", "d/e/l", "d/f", "to_d"}),
+              sorted(listed(descent, Tolerance::STRICT)));
+  }
+}
+
+TEST_F(TreeWalk, RecordsTheStatusOfLinksNotOfTheirTargets) {
+  Tree{dir("d", {file("f", "12345")}), link("to_d", "d")}.build(folder_.path());
+  for (const File& item : fs::list_tree(Path(folder_.path()), Descent::IMMEDIATE, Tolerance::STRICT)) {
+    EXPECT_EQ(item.path().basename() == Path("to_d"), item.is_symbolic_link());
+    EXPECT_EQ(item.path().basename() == Path("d"), item.is_directory());
+    if (item.is_regular()) {
+      EXPECT_EQ(5, item.record().st_size);
+    }
+  }
+}
+
+TEST_F(TreeWalk, PutsADirectorysContentsDirectlyBehindItWhenItDescendsAtOnce) {
+  Tree{dir("a", {file("1"), file("2")}), dir("b", {file("3"), dir("c", {file("4")})}), file("5")}.build(
+      folder_.path());
+  const std::vector<std::string> order = listed(Descent::IMMEDIATE, Tolerance::STRICT);
+  ASSERT_EQ(8U, order.size());
+  // Contiguous: the contents of "a" take the two places behind it, those of "b" the three places behind it.
+  const std::size_t a = position(order, "a");
+  EXPECT_EQ((std::vector<std::string>{"a/1", "a/2"}),
+            sorted({order.begin() + static_cast<std::ptrdiff_t>(a) + 1,
+                    order.begin() + static_cast<std::ptrdiff_t>(a) + 3}));
+  const std::size_t b = position(order, "b");
+  EXPECT_EQ((std::vector<std::string>{"b/3", "b/c", "b/c/4"}),
+            sorted({order.begin() + static_cast<std::ptrdiff_t>(b) + 1,
+                    order.begin() + static_cast<std::ptrdiff_t>(b) + 4}));
+  EXPECT_EQ(position(order, "b/c") + 1, position(order, "b/c/4"));
+}
+
+TEST_F(TreeWalk, PutsDirectoriesContentsBehindAllSiblingsWhenItDefers) {
+  Tree{dir("a", {file("1"), dir("d", {file("6")})}), dir("b", {file("3")}), file("5")}.build(folder_.path());
+  const std::vector<std::string> order = listed(Descent::DEFERRED, Tolerance::STRICT);
+  ASSERT_EQ(7U, order.size());
+  EXPECT_EQ((std::vector<std::string>{"5", "a", "b"}), sorted({order.begin(), order.begin() + 3}));
+  // The queued folders follow in the order met, each with everything below it.
+  const bool a_first = position(order, "a") < position(order, "b");
+  EXPECT_EQ(a_first, position(order, "a/d/6") < position(order, "b/3"));
+  EXPECT_LT(position(order, "a/1"), position(order, "a/d/6"));
+}
+
+TEST_F(TreeWalk, ListsADirectoryBeforeAnythingInsideIt) {
+  Tree{dir("a", {dir("b", {dir("c", {file("f")})})})}.build(folder_.path());
+  for (const Descent descent : {Descent::IMMEDIATE, Descent::DEFERRED}) {
+    EXPECT_EQ((std::vector<std::string>{"a", "a/b", "a/b/c", "a/b/c/f"}), listed(descent, Tolerance::STRICT));
+  }
+}
+
+TEST_F(TreeWalk, ThrowsOnAMissingDirectoryUnlessTolerant) {
+  const Path missing(folder_ / "missing");
+  try {
+    static_cast<void>(fs::list_tree(missing, Descent::IMMEDIATE, Tolerance::STRICT));
+    ADD_FAILURE();
+  } catch (const fs::Exception& error) {
+    EXPECT_EQ("Directory '" + missing.text() + "' could not be opened. [errno:2 'No such file or directory']",
+              error.what());
+    EXPECT_EQ(ENOENT, error.error());
+  }
+  const RecordedLog log(5);
+  EXPECT_TRUE(fs::list_tree(missing, Descent::IMMEDIATE, Tolerance::TOLERANT).empty());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(TreeWalk, ThrowsOnAnUnreadableDirectoryAtAnyDepthWhenStrict) {
+  Tree{dir("a", {dir("closed", {}, 0700)})}.build(folder_.path());
+  const fs::EffectiveUser user(NOBODY);
+  try {
+    static_cast<void>(listed(Descent::IMMEDIATE, Tolerance::STRICT));
+    ADD_FAILURE();
+  } catch (const fs::Exception& error) {
+    EXPECT_EQ(
+        "Directory '" + (folder_ / "a/closed") + "' could not be opened. [errno:13 'Permission denied']",
+        error.what());
+  }
+}
+
+TEST_F(TreeWalk, LeavesOutWhatMayNotBeReadAndWrittenWhenTolerant) {
+  Tree{file("both", "", 0666),
+       file("read_only", "", 0444),
+       file("write_only", "", 0222),
+       dir("open", {file("f", "", 0666)}, 0777),
+       dir("read_only_dir", {file("g", "", 0666)}, 0755),
+       dir("closed", {file("h", "", 0666)}, 0700),
+       link("l", "nowhere")}
+      .build(folder_.path());
+  const fs::EffectiveUser user(NOBODY);
+  for (const Descent descent : {Descent::IMMEDIATE, Descent::DEFERRED}) {
+    EXPECT_EQ((std::vector<std::string>{"both", "l", "open", "open/f"}),
+              sorted(listed(descent, Tolerance::TOLERANT)));
+  }
+}
+
+TEST_F(TreeWalk, KeepsNamesAsBytes) {
+  const std::string longest(255, 'n');
+  Tree{file("\xFF\xFE"), file("e\xCC\x81"), file("\xC3\xA9"), file(longest), file(" a\n:")}.build(
+      folder_.path());
+  EXPECT_EQ((std::vector<std::string>{" a\n:", "e\xCC\x81", longest, "\xC3\xA9", "\xFF\xFE"}),
+            sorted(listed(Descent::IMMEDIATE, Tolerance::STRICT)));
+}
+
+TEST_F(TreeWalk, FollowsPathsLongerThanTheSystemsLimit) {
+  // 30 levels of 200 characters, which no single path may name.
+  EXPECT_TRUE(support::passes_in_child([this] {
+    ASSERT_EQ(0, ::chdir(folder_.path().c_str()));
+    const std::string name(200, 'd');
+    for (int depth = 0; depth < 30; ++depth) {
+      ASSERT_EQ(0, ::mkdir(name.c_str(), 0755));
+      ASSERT_EQ(0, ::chdir(name.c_str()));
+    }
+    std::vector<std::string> unreachable;
+    try {
+      const std::vector<File> files =
+          fs::list_tree(Path(folder_.path()), Descent::DEFERRED, Tolerance::TOLERANT);
+      // As deep as a path can be told; what lies deeper is an unreachable directory and no endless loop.
+      EXPECT_GE(files.size(), 19U);
+      EXPECT_LE(files.size(), 30U);
+    } catch (const fs::Exception& error) {
+      ADD_FAILURE() << error.what();
+    }
+  }));
+}
+
+TEST_F(TreeWalk, HoldsOneDirectoryOpenWhenItDefers) {
+  std::string path = folder_.path();
+  for (int depth = 0; depth < 60; ++depth) {
+    path += "/d";
+    ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
+  }
+  EXPECT_TRUE(support::passes_in_child([this] {
+    const struct ::rlimit few { .rlim_cur = 24, .rlim_max = 24 };
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &few));
+    EXPECT_EQ(60U, listed(Descent::DEFERRED, Tolerance::STRICT).size());
+  }));
+}
+
+/// Writes down what a walk calls.
+class Recorder : public fs::TreeVisitor {
+ public:
+  void operator()(const File& item) override {
+    met.push_back(item.path().basename().text());
+    if (vanishing.contains(met.back())) {
+      for (const std::string& path : vanishing[met.back()]) ::unlink(path.c_str());
+    }
+  }
+  bool enters(const File& directory) override { return !closed.contains(directory.path().basename().text()); }
+  void unreachable(const Path& path, const fs::Exception& reason) override {
+    failures.push_back(path.basename().text() + ": " + reason.what());
+  }
+
+  std::vector<std::string> met;
+  std::vector<std::string> failures;
+  std::set<std::string> closed;
+  /// What is removed when an item of this name is met.
+  std::map<std::string, std::vector<std::string>> vanishing;
+};
+
+TEST_F(TreeWalk, EntersOnlyWhatTheVisitorLets) {
+  Tree{dir("a", {file("1")}), dir("b", {file("2")})}.build(folder_.path());
+  Recorder recorder;
+  recorder.closed = {"a"};
+  fs::walk(Path(folder_.path()), Descent::IMMEDIATE, recorder);
+  EXPECT_EQ((std::vector<std::string>{"2", "a", "b"}), sorted(recorder.met));
+}
+
+TEST_F(TreeWalk, GoesOnBehindADirectoryThatCannotBeOpened) {
+  Tree{dir("closed", {}, 0700), dir("open", {file("f")})}.build(folder_.path());
+  const fs::EffectiveUser user(NOBODY);
+  Recorder recorder;
+  fs::walk(Path(folder_.path()), Descent::IMMEDIATE, recorder);
+  EXPECT_EQ((std::vector<std::string>{"closed", "f", "open"}), sorted(recorder.met));
+  EXPECT_EQ((std::vector<std::string>{"closed: Directory '" + (folder_ / "closed") +
+                                      "' could not be opened. [errno:13 'Permission denied']"}),
+            recorder.failures);
+}
+
+TEST_F(TreeWalk, TellsOfItemsWhoseStatusMayNotBeTaken) {
+  // Readable without search permission: names can be listed, their status cannot.
+  Tree{dir("listed", {file("f")}, 0744)}.build(folder_.path());
+  const fs::EffectiveUser user(NOBODY);
+  Recorder recorder;
+  fs::walk(Path(folder_.path()), Descent::IMMEDIATE, recorder);
+  EXPECT_EQ((std::vector<std::string>{"listed"}), recorder.met);
+  EXPECT_EQ((std::vector<std::string>{"f: Path '" + (folder_ / "listed/f") +
+                                      "' stat failed. [errno:13 'Permission denied']"}),
+            recorder.failures);
+}
+
+TEST_F(TreeWalk, PassesOverWhatVanishesWhileItIsRead) {
+  Tree{file("a"), file("b")}.build(folder_.path());
+  Recorder recorder;
+  recorder.vanishing["a"] = {folder_ / "b"};
+  recorder.vanishing["b"] = {folder_ / "a"};
+  fs::walk(Path(folder_.path()), Descent::IMMEDIATE, recorder);
+  EXPECT_EQ(1U, recorder.met.size());
+  EXPECT_TRUE(recorder.failures.empty());
+}
+
+TEST_F(TreeWalk, RemovesATreeWithEverythingBelowIt) {
+  Tree{dir("gone",
+           {file("f", "", 0), dir("d", {dir("e"), file("g"), link("l", "../../kept")}), file(".hidden")}),
+       file("kept", "text")}
+      .build(folder_.path());
+  const RecordedLog log(5);
+  fs::remove_tree(File(Path(folder_ / "gone")));
+  EXPECT_TRUE((Tree{file("kept", "text")}.matches(folder_.path())));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(TreeWalk, RemovesAFileOrLinkAlone) {
+  Tree{file("f"), link("l", "d"), dir("d", {file("kept")})}.build(folder_.path());
+  fs::remove_tree(File(Path(folder_ / "f")));
+  fs::remove_tree(File(Path(folder_ / "l")));
+  EXPECT_TRUE((Tree{dir("d", {file("kept")})}.matches(folder_.path())));
+}
+
+TEST_F(TreeWalk, LeavesATreeThatCannotBeListedAsItWas) {
+  const Tree tree{dir("d", {file("f", "", 0666), dir("closed", {}, 0700)}, 0777)};
+  tree.build(folder_.path());
+  const RecordedLog log;
+  {
+    const fs::EffectiveUser user(NOBODY);
+    fs::remove_tree(File(Path(folder_ / "d")));
+  }
+  EXPECT_TRUE(tree.matches(folder_.path()));
+  EXPECT_EQ((std::vector<std::string>{"3 Errors encountered while unlinking '" + (folder_ / "d") +
+                                      "' (Directory '" + (folder_ / "d/closed") +
+                                      "' could not be opened. [errno:13 'Permission denied'])"}),
+            log.messages());
+}
+
+TEST_F(TreeWalk, RemovesWhatItCanAndLogsTheRest) {
+  Tree{dir("d", {dir("protected", {file("kept")}, 0755), file("gone")}, 0777)}.build(folder_.path());
+  const RecordedLog log;
+  {
+    const fs::EffectiveUser user(NOBODY);
+    fs::remove_tree(File(Path(folder_ / "d")));
+  }
+  EXPECT_TRUE((Tree{dir("d", {dir("protected", {file("kept")}, 0755)}, 0777)}.matches(folder_.path())));
+  EXPECT_EQ((std::vector<std::string>{
+                "3 Failed to unlink '" + (folder_ / "d/protected/kept") + "' (Permission denied)",
+                "3 Failed to rmdir '" + (folder_ / "d/protected") + "' (Directory not empty)",
+                "3 Failed to rmdir '" + (folder_ / "d") + "' (Permission denied)"}),
+            log.messages());
+}
+
+}  // namespace

@@ -1,0 +1,47 @@
+#include "platform/logger.h"
+
+#include <syslog.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+int last_priority = -1;
+std::string last_line;
+
+}  // namespace
+
+// Takes the C library's place, so that the call can be looked at.
+extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
+  std::array<char, 256> text{};
+  std::vsnprintf(text.data(), text.size(), format, arguments);
+  last_priority = priority;
+  last_line = text.data();
+}
+
+namespace {
+
+constexpr int CODE = 0x06402711;
+
+TEST(Logger, MapsEachSeverityToItsSyslogPriority) {
+  struct Row {
+    int severity, priority;
+  };
+  for (const Row& row : {Row{2, LOG_ERR}, Row{3, LOG_WARNING}, Row{4, LOG_NOTICE}, Row{5, LOG_INFO},
+                         Row{6, LOG_DEBUG}, Row{7, LOG_DEBUG}}) {
+    EXPECT_EQ(0, platform::slogf(CODE, row.severity, "%s", "line")) << row.severity;
+    EXPECT_EQ(LOG_USER | row.priority, last_priority) << row.severity;
+  }
+}
+
+TEST(Logger, SendsTheWholeLineAsItIs) {
+  platform::slogf(CODE, platform::SEVERITY_ERROR, "%s", "harbix[1]:100%s of %d\n");
+  EXPECT_EQ("harbix[1]:100%s of %d\n", last_line);
+}
+
+}  // namespace
