@@ -28,3 +28,8 @@ harbix_unit_test(fs_test
     fs/accounts_test.cc fs/exception_test.cc fs/file_test.cc fs/glob_test.cc fs/identity_test.cc fs/path_test.cc
     fs/tree_test.cc fs/working_directory_test.cc
   LINKS harbix_recorded_log harbix::fs)
+harbix_unit_test(archive_test
+  SOURCES
+    archive/extraction_test.cc archive/input_file_test.cc archive/output_file_test.cc archive/reader_test.cc
+    archive/source_test.cc archive/stream_test.cc archive/writer_test.cc
+  LINKS harbix_recorded_log harbix::archive)

@@ -22,12 +22,12 @@ namespace {
 
 using fs::File;
 using fs::Path;
-using support::dir;
-using support::file;
-using support::link;
-using support::RecordedLog;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::link;
+using test::RecordedLog;
+using test::TemporaryFolder;
+using test::Tree;
 
 struct ::stat record_of(mode_t mode, uid_t user = 0, gid_t group = 0) {
   struct ::stat record {};
@@ -107,7 +107,7 @@ TEST_F(FileTest, KeepsItsRecordWhenANewLookFails) {
 TEST_F(FileTest, SeesChangesOnlyWhenItLooksAgain) {
   Tree{file("f", "123")}.build(folder_.path());
   File item(path("f"));
-  support::write_file(folder_ / "f", "12345");
+  test::write_file(folder_ / "f", "12345");
   EXPECT_EQ(3, item.record().st_size);
   item.stat();
   EXPECT_EQ(5, item.record().st_size);

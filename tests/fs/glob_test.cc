@@ -16,10 +16,10 @@
 namespace {
 
 using fs::Path;
-using support::dir;
-using support::file;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::TemporaryFolder;
+using test::Tree;
 
 constexpr uid_t NOBODY = 65534;
 
@@ -41,7 +41,7 @@ TEST(Glob, KeepsTheOrderOfTheFacility) {
 TEST(Glob, MatchesRelativeToTheWorkingDirectory) {
   const TemporaryFolder folder;
   Tree{file("b"), file("a")}.build(folder.path());
-  const support::InsideFolder inside(folder.path());
+  const test::InsideFolder inside(folder.path());
   EXPECT_EQ((std::vector<Path>{Path("a"), Path("b")}), fs::glob(Path("*")));
 }
 

@@ -14,13 +14,13 @@
 #include "fs/effective_group.h"
 #include "fs/effective_user.h"
 #include "fs/file_mask.h"
-#include "support/process.h"
+#include "support/child_process.h"
 #include "support/recorded_log.h"
 
 namespace {
 
-using support::passes_in_child;
-using support::RecordedLog;
+using test::passes_in_child;
+using test::RecordedLog;
 
 constexpr uid_t USER = 4001;
 constexpr gid_t GROUP = 4002;

@@ -13,18 +13,18 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/process.h"
+#include "support/child_process.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 
 namespace {
 
 using fs::Path;
-using support::dir;
-using support::file;
-using support::link;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::link;
+using test::TemporaryFolder;
+using test::Tree;
 
 /// One operation that makes a path of a path.
 struct Row {
@@ -194,7 +194,7 @@ class PathRealpath : public ::testing::Test {
 };
 
 TEST_F(PathRealpath, ResolvesLinksAndDots) {
-  const support::InsideFolder inside(folder_.path());
+  const test::InsideFolder inside(folder_.path());
   struct ResolveRow {
     const char* given;
     std::string resolved;
@@ -209,7 +209,7 @@ TEST_F(PathRealpath, ResolvesLinksAndDots) {
 }
 
 TEST_F(PathRealpath, TellsWhatWasAskedWhereItStoppedAndWhy) {
-  const support::InsideFolder inside(folder_.path());
+  const test::InsideFolder inside(folder_.path());
   struct FailRow {
     std::string given, reached, suffix;
     int error;
@@ -234,7 +234,7 @@ TEST_F(PathRealpath, TellsWhatWasAskedWhereItStoppedAndWhy) {
 }
 
 TEST_F(PathRealpath, TellsTheSmallestBufferWhereTheLimitCannotBeAsked) {
-  EXPECT_TRUE(support::passes_in_child([this] {
+  EXPECT_TRUE(test::passes_in_child([this] {
     ASSERT_EQ(0, ::chdir((folder_ / "data").c_str()));
     ASSERT_EQ(0, ::unlink("f"));
     ASSERT_EQ(0, ::rmdir((folder_ / "data").c_str()));

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "fs/effective_user.h"
-#include "support/process.h"
+#include "support/child_process.h"
 #include "support/recorded_log.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
@@ -26,12 +26,12 @@ using fs::Descent;
 using fs::File;
 using fs::Path;
 using fs::Tolerance;
-using support::dir;
-using support::file;
-using support::link;
-using support::RecordedLog;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::link;
+using test::RecordedLog;
+using test::TemporaryFolder;
+using test::Tree;
 
 constexpr uid_t NOBODY = 65534;
 
@@ -167,7 +167,7 @@ TEST_F(TreeWalk, KeepsNamesAsBytes) {
 
 TEST_F(TreeWalk, FollowsPathsLongerThanTheSystemsLimit) {
   // 30 levels of 200 characters, which no single path may name.
-  EXPECT_TRUE(support::passes_in_child([this] {
+  EXPECT_TRUE(test::passes_in_child([this] {
     ASSERT_EQ(0, ::chdir(folder_.path().c_str()));
     const std::string name(200, 'd');
     for (int depth = 0; depth < 30; ++depth) {
@@ -193,7 +193,7 @@ TEST_F(TreeWalk, HoldsOneDirectoryOpenWhenItDefers) {
     path += "/d";
     ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
   }
-  EXPECT_TRUE(support::passes_in_child([this] {
+  EXPECT_TRUE(test::passes_in_child([this] {
     const struct ::rlimit few { .rlim_cur = 24, .rlim_max = 24 };
     ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &few));
     EXPECT_EQ(60U, listed(Descent::DEFERRED, Tolerance::STRICT).size());

@@ -10,19 +10,19 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/process.h"
+#include "support/child_process.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 
 namespace {
 
 using fs::Path;
-using support::dir;
-using support::file;
-using support::InsideFolder;
-using support::link;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::InsideFolder;
+using test::link;
+using test::TemporaryFolder;
+using test::Tree;
 
 class WorkingDirectoryTest : public ::testing::Test {
  protected:
@@ -103,7 +103,7 @@ TEST_F(WorkingDirectoryTest, GuardComesBackToAFolderThatWasRenamed) {
 }
 
 TEST_F(WorkingDirectoryTest, GuardSurvivesThatItsFolderIsGone) {
-  EXPECT_TRUE(support::passes_in_child([this] {
+  EXPECT_TRUE(test::passes_in_child([this] {
     ASSERT_EQ(0, ::chdir((folder_ / "a/b").c_str()));
     {
       const fs::WorkingDirectory elsewhere(Path("/"));
@@ -114,7 +114,7 @@ TEST_F(WorkingDirectoryTest, GuardSurvivesThatItsFolderIsGone) {
 }
 
 TEST_F(WorkingDirectoryTest, IsEmptyWhereTheSystemCannotTell) {
-  EXPECT_TRUE(support::passes_in_child([this] {
+  EXPECT_TRUE(test::passes_in_child([this] {
     ASSERT_EQ(0, ::chdir((folder_ / "a/b").c_str()));
     ASSERT_EQ(0, ::rmdir((folder_ / "a/b").c_str()));
     EXPECT_TRUE(fs::current_directory().empty());

@@ -7,16 +7,16 @@
 
 #include <gtest/gtest.h>
 
-#include "support/process.h"
+#include "support/child_process.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 
 namespace {
 
-using support::dir;
-using support::file;
-using support::TemporaryFolder;
-using support::Tree;
+using test::dir;
+using test::file;
+using test::TemporaryFolder;
+using test::Tree;
 
 constexpr uid_t NOBODY = 65534;
 
@@ -40,7 +40,7 @@ TEST(PlatformGlob, TakesNoMatchForSuccess) {
 TEST(PlatformGlob, StopsAtADirectoryThatMayNotBeRead) {
   const TemporaryFolder folder;
   Tree{dir("closed", {file("a")}, 0)}.build(folder.path());
-  EXPECT_TRUE(support::passes_in_child([&folder] {
+  EXPECT_TRUE(test::passes_in_child([&folder] {
     ASSERT_EQ(0, ::setreuid(NOBODY, NOBODY));
     const platform::GlobResult result = platform::glob(folder / "closed/*");
     EXPECT_EQ(EACCES, errno);

@@ -22,13 +22,13 @@ TEST(Directory, TakesTheRequestForStatusRecords) {
 }
 
 TEST(Streams, FlushWritesOutWhatIsBuffered) {
-  const support::TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   std::FILE* stream = std::fopen((folder / "file").c_str(), "we");
   ASSERT_NE(nullptr, stream);
   std::fputs("text", stream);
-  EXPECT_EQ("", support::read_file(folder / "file"));
+  EXPECT_EQ("", test::read_file(folder / "file"));
   EXPECT_EQ(0, platform::flushall());
-  EXPECT_EQ("text", support::read_file(folder / "file"));
+  EXPECT_EQ("text", test::read_file(folder / "file"));
   EXPECT_EQ(0, std::fclose(stream));
 }
 

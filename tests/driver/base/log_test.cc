@@ -11,7 +11,7 @@
 
 namespace {
 
-using support::RecordedLog;
+using test::RecordedLog;
 
 constexpr int MESSAGE_CODE = 104867601;
 
