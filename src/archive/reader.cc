@@ -17,6 +17,8 @@
 namespace harbix {
 namespace {
 
+constexpr std::int64_t END_MARK_SIZE = 1024;
+
 la_ssize_t read_callback(::archive* handle, void* client, const void** data) {
   const std::optional<std::span<const std::byte>> block = static_cast<InputFile*>(client)->read_block();
   if (!block) {
@@ -134,10 +136,11 @@ int ArchiveReader::read_raw_header() {
 
 int ArchiveReader::refuse_missing_end_mark() {
   const bool is_tar = (::archive_format(handle_.get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
-  // A whole archive has its end mark behind the last header; where there is none, nothing was read after it.
-  if (!is_tar || ::archive_filter_bytes(handle_.get(), 0) > ::archive_read_header_position(handle_.get())) {
-    return ARCHIVE_EOF;
-  }
+  // A whole archive ends in two records of zeros, which stand where the library looked for another header. It
+  // takes less for the end as well.
+  const std::int64_t read_for_end =
+      ::archive_filter_bytes(handle_.get(), 0) - ::archive_read_header_position(handle_.get());
+  if (!is_tar || read_for_end >= END_MARK_SIZE) return ARCHIVE_EOF;
   ::archive_set_error(handle_.get(), EINVAL, "Truncated archive: the end mark is missing");
   return ARCHIVE_FATAL;
 }
