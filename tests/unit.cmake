@@ -30,6 +30,8 @@ harbix_unit_test(fs_test
   LINKS harbix_recorded_log harbix::fs)
 harbix_unit_test(archive_test
   SOURCES
-    archive/extraction_test.cc archive/input_file_test.cc archive/output_file_test.cc archive/reader_test.cc
+    archive/archive_paths_test.cc archive/extraction_test.cc archive/file_record_test.cc archive/input_file_test.cc
+    archive/manifest_test.cc archive/manifest_visitors_test.cc archive/metadata_entry_test.cc
+    archive/output_file_test.cc archive/reader_test.cc
     archive/source_test.cc archive/stream_test.cc archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)

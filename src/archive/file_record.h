@@ -48,8 +48,8 @@ struct FileRecord {
 ///
 /// The parser does not know of values with two lines: it leaves the path at the beginning of the next key,
 /// and a path that ends in ':' swallows the line of the next record. Number and order of the records are
-/// exact all the same, for every path that does not spell a record itself. A path may come out without the
-/// white space behind a
+/// exact all the same, for every path that neither spells a record itself nor begins with a ':'. A path may
+/// come out without the white space behind a
 /// ':' in it, and the last path of a manifest is lost unless it has a ':'; whoever needs paths to the letter
 /// writes the one-line shape.
 [[nodiscard]] std::vector<FileRecord> read_file_records(const meta::Manifest& manifest);

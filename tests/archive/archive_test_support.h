@@ -1,0 +1,73 @@
+#pragma once
+
+#include <clocale>
+#include <string>
+#include <vector>
+
+#include <archive.h>
+
+#include "archive/reader.h"
+#include "archive/source.h"
+#include "archive/writer.h"
+
+namespace test {
+
+/// Names are written as in a real run, until the end of the scope.
+class Utf8Names {
+ public:
+  Utf8Names() { std::setlocale(LC_CTYPE, "C.UTF-8"); }
+  ~Utf8Names() { std::setlocale(LC_CTYPE, "C"); }
+  Utf8Names(const Utf8Names&) = delete;
+  Utf8Names& operator=(const Utf8Names&) = delete;
+  Utf8Names(Utf8Names&&) = delete;
+  Utf8Names& operator=(Utf8Names&&) = delete;
+};
+
+/// An archive as a run writes it.
+class Writer : public harbix::ArchiveWriter {
+ public:
+  explicit Writer(const std::string& name) : ArchiveWriter(ARCHIVE_FORMAT_TAR, 0, name) {}
+  /// Archives an object of the disk.
+  void add(const std::string& path, const std::string& name) {
+    write(harbix::open_source(fs::Path(path)), fs::Path(name));
+  }
+};
+
+/// An archive as a run reads it.
+class Reader : public harbix::ArchiveReader {
+ public:
+  explicit Reader(const std::string& name) : ArchiveReader(ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, name) {}
+
+  /// The names from here to the end; "(none)" for an entry without one.
+  std::vector<std::string> names() {
+    std::vector<std::string> names;
+    while (const std::optional<harbix::EntryView> entry = next_header()) {
+      const std::optional<fs::Path> name = entry->name();
+      names.push_back(name ? name->text() : "(none)");
+    }
+    return names;
+  }
+
+  /// All data of the current entry.
+  std::string data() {
+    std::string data;
+    std::vector<char> chunk(4096);
+    for (std::int64_t count = 0; (count = read_data(chunk.data(), chunk.size())) > 0;) {
+      data.append(chunk.data(), static_cast<std::size_t>(count));
+    }
+    return data;
+  }
+};
+
+/// What a piece of code throws, as the text of the exception; "" when it throws nothing.
+template <typename Error, typename Body>
+std::string message_of(const Body& body) {
+  try {
+    body();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+}  // namespace test

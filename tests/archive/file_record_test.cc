@@ -1,0 +1,187 @@
+#include "archive/file_record.h"
+
+#include <sys/stat.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fs/file.h"
+
+namespace harbix {
+
+// Shown by the checks below.
+void PrintTo(const FileRecord& record, std::ostream* stream) {
+  *stream << record.size << " '" << record.path << "'";
+  if (record.status) {
+    *stream << ' ' << std::oct << record.status->mode << std::dec << ' ' << record.status->user << ' '
+            << record.status->group << ' ' << record.status->modified;
+  }
+}
+
+}  // namespace harbix
+
+namespace {
+
+using fs::File;
+using fs::Path;
+using harbix::FileRecord;
+using harbix::read_file_records;
+using meta::Manifest;
+
+File item(const std::string& path, off_t size = 0) {
+  struct ::stat record {};
+  record.st_mode = S_IFREG | 0644;
+  record.st_size = size;
+  record.st_uid = 89;
+  record.st_gid = 1000;
+  record.st_mtim.tv_sec = 1234567890;
+  return {Path(path), record};
+}
+
+/// As a restore sees it: written, then parsed.
+std::vector<FileRecord> after_the_archive(const Manifest& manifest) {
+  std::istringstream stream(meta::to_text(manifest));
+  return read_file_records(meta::parse(stream));
+}
+
+TEST(PlainRecord, IsSizeNewlinePath) {
+  EXPECT_EQ((meta::Attribute{"File", "12345\nMusic/a.mp3"}),
+            harbix::plain_record(item("Music/a.mp3", 12345)));
+  EXPECT_EQ((meta::Attribute{"File", "8589934593\nhuge"}),
+            harbix::plain_record(item("huge", (off_t{8} << 30) + 1)));
+}
+
+TEST(StatusRecord, IsOneLineWithTheStatus) {
+  EXPECT_EQ((meta::Attribute{"File", "5 100644 89 1000 1234567890 /apps/x/a b"}),
+            harbix::status_record(item("/apps/x/a b", 5)));
+  EXPECT_EQ((meta::Attribute{"File", "0 100644 89 1000 1234567890 /a\\nb\\\\c"}),
+            harbix::status_record(item("/a\nb\\c")));
+}
+
+TEST(PathRecord, IsThePathAlone) {
+  EXPECT_EQ((meta::Attribute{"File", "/pps/a"}), harbix::path_record(Path("/pps/a")));
+}
+
+TEST(FileRecords, PassOverAttributesOfOtherKinds) {
+  EXPECT_TRUE(read_file_records({}).empty());
+  EXPECT_TRUE(read_file_records({{"Package", "x"}, {"Files", "1"}, {"file", "2"}, {"xFile", "3"}}).empty());
+  const Manifest manifest{{"Package", "x"}, {"File", "/pps/a"}, {"Extras", "y"}, {"File", "/pps/b"}};
+  EXPECT_EQ((std::vector<FileRecord>{{.size = 0, .path = Path("/pps/a"), .status = {}},
+                                     {.size = 0, .path = Path("/pps/b"), .status = {}}}),
+            read_file_records(manifest));
+}
+
+TEST(FileRecords, ReadEveryShape) {
+  const harbix::RecordedStatus status{
+      .mode = S_IFREG | 0644, .user = 89, .group = 1000, .modified = 1234567890};
+  struct Row {
+    const char* value;
+    FileRecord record;
+  };
+  const std::vector<Row> rows{
+      {"5 100644 89 1000 1234567890 /a b", {.size = 5, .path = Path("/a b"), .status = status}},
+      {"5 100644 89 1000 1234567890 /a\\nb\\\\n", {.size = 5, .path = Path("/a\nb\\n"), .status = status}},
+      {"5 100644 89 1000 -1 /old",
+       {.size = 5,
+        .path = Path("/old"),
+        .status = harbix::RecordedStatus{.mode = S_IFREG | 0644, .user = 89, .group = 1000, .modified = -1}}},
+      {"12 /joined", {.size = 12, .path = Path("/joined"), .status = {}}},
+      {"/pps/a", {.size = 0, .path = Path("/pps/a"), .status = {}}},
+      {"/pps/1 2 3", {.size = 0, .path = Path("/pps/1 2 3"), .status = {}}}};
+  for (const Row& row : rows) {
+    EXPECT_EQ(std::vector<FileRecord>{row.record}, read_file_records({{"File", row.value}})) << row.value;
+  }
+}
+
+TEST(FileRecords, WithStatusComeBackToTheLetter) {
+  std::vector<std::string> paths{"/apps/x/a",   "/a b",   "/a\nb",  "/a:", "/a: b",         "/a\\",
+                                 "/a\\n",       "/ a",    "/a ",    "/\n", "/\xFF\xC3\xA9", "/File: 3",
+                                 "/a\nFile: 3", "/a\n\n", "/a\n b", "/1 2"};
+  Manifest manifest{{"Package", "x"}};
+  for (const std::string& path : paths) manifest.push_back(harbix::status_record(item(path, 7)));
+  const std::vector<FileRecord> records = after_the_archive(manifest);
+  ASSERT_EQ(paths.size(), records.size());
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    EXPECT_EQ(paths[i], records[i].path.text());
+    EXPECT_EQ(7U, records[i].size);
+    ASSERT_TRUE(records[i].status);
+    EXPECT_EQ(1234567890, records[i].status->modified);
+  }
+}
+
+TEST(FileRecords, InTwoLinesComeBackWithTheirPaths) {
+  Manifest manifest;
+  const std::vector<std::string> paths{"Music",     "Music/a b.mp3", "Music/\xFF",
+                                       "Music/a:b", "Music/x:",      "Music/end:"};
+  for (const std::string& path : paths) manifest.push_back(harbix::plain_record(item(path, 9)));
+  const std::vector<FileRecord> records = after_the_archive(manifest);
+  ASSERT_EQ(paths.size(), records.size());
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    EXPECT_EQ(paths[i], records[i].path.text());
+    EXPECT_EQ(9U, records[i].size) << paths[i];
+  }
+}
+
+/// Awkward names in the middle of many ordinary ones: none may cost or add a record.
+class RecordCount : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(RecordCount, IsExactForHundredsOfRecords) {
+  const std::string awkward = GetParam();
+  for (const bool first : {false, true}) {
+    Manifest manifest;
+    std::vector<off_t> sizes;
+    for (int i = 0; i < 600; ++i) {
+      const bool is_awkward = first ? i % 3 == 0 : i % 3 == 2;
+      sizes.push_back(i * 11 + 1);
+      manifest.push_back(
+          harbix::plain_record(item(is_awkward ? awkward : "Music/" + std::to_string(i), sizes.back())));
+    }
+    const std::vector<FileRecord> records = after_the_archive(manifest);
+    ASSERT_EQ(sizes.size(), records.size());
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+      ASSERT_EQ(static_cast<std::uint64_t>(sizes[i]), records[i].size) << "record " << i;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, RecordCount,
+                         ::testing::Values("Music/a:b", "Music/a:", "Music/a::", "Music/a: b", "Music/a : b",
+                                           " Music", "Music ", " ", " :", "Music/a\nb", "Music/a\n",
+                                           "\nMusic", "Music/a:\nb", "Music/\n:", "\n", "Music/File", "File",
+                                           "7", "7 8", "7:", "Music/a:b:", "Music/a\n:b:\n", "\t", "a:\t",
+                                           "Music/\nFiles", " a: b :", "Music/\r", "\xFF:"));
+
+TEST(RecordCountOfMixedPaths, IsExactWhereAwkwardPathsFollowEachOther) {
+  const std::vector<std::string> paths{
+      "a:", "b:", "c", " d", "e:", " f:", "g ", "h\n", "i:j", "\n", "k:", "l"};
+  for (std::size_t shift = 0; shift < paths.size(); ++shift) {
+    Manifest manifest;
+    for (std::size_t i = 0; i < 4 * paths.size(); ++i) {
+      manifest.push_back(harbix::plain_record(
+          item(paths[(i * (shift + 1) + shift) % paths.size()], static_cast<off_t>(i + 1))));
+    }
+    const std::vector<FileRecord> records = after_the_archive(manifest);
+    ASSERT_EQ(manifest.size(), records.size()) << "shift " << shift;
+    for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(i + 1, records[i].size) << "shift " << shift;
+  }
+}
+
+// Pinned, not wished for: the parser takes nothing for a key without characters, nor for what follows it. No
+// package has such a path unless a top-level media folder begins with ':', and no restore reads those
+// records.
+TEST(FileRecords, BehindAPathThatBeginsWithAColonAreLost) {
+  for (const char* path : {":", "::", ": ", "\t:"}) {
+    Manifest manifest;
+    for (const char* each : {"Music", path, "Music/a"})
+      manifest.push_back(harbix::plain_record(item(each, 5)));
+    EXPECT_EQ((std::vector<FileRecord>{{.size = 5, .path = Path("Music"), .status = {}},
+                                       {.size = 5, .path = Path(""), .status = {}}}),
+              after_the_archive(manifest))
+        << path;
+  }
+}
+
+}  // namespace
