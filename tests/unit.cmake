@@ -35,3 +35,6 @@ harbix_unit_test(archive_test
     archive/output_file_test.cc archive/reader_test.cc
     archive/source_test.cc archive/stream_test.cc archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)
+harbix_unit_test(subscribers_test
+  SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
+  LINKS harbix_recorded_log harbix::subscribers)
