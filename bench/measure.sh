@@ -1,0 +1,55 @@
+# Runs on the simulated device, in front of what is measured there. Each measured run becomes one line on standard
+# output, fields separated by tabs: share, operation, program, seconds, processor seconds, peak memory in KiB.
+set -euo pipefail
+export LC_ALL=C  # a point in numbers
+
+readonly SHARED=/accounts/1000/shared
+
+# measure SHARE OPERATION PROGRAM COMMAND...
+measure() {
+  local share=$1 operation=$2 program=$3 begin end usage
+  shift 3
+  usage=$(mktemp /run/usage.XXXXXX)
+  sync  # what the run before left to be written must not disturb this one
+  begin=${EPOCHREALTIME/./}
+  if ! /usr/bin/time --quiet --format '%U %S %M' --output "$usage" "$@" </dev/null >&2; then
+    echo "bench: failed: $*" >&2
+    exit 2
+  fi
+  end=${EPOCHREALTIME/./}
+  awk -v run="$share\t$operation\t$program" -v microseconds=$((end - begin)) \
+    '{ printf "%s\t%.6f\t%.2f\t%d\n", run, microseconds / 1e6, $1 + $2, $3 }' "$usage"
+  rm "$usage"
+}
+
+# A folder that can be put in the place of the share.
+make_empty_share() {
+  mkdir -p "$1"
+  chown media:1000_shared "$1"
+  chmod 0770 "$1"
+}
+
+# with_share FOLDER COMMAND...: COMMAND finds FOLDER in the place of the share.
+with_share() {
+  mount --bind "$1" "$SHARED"
+  shift
+  "$@"
+  umount "$SHARED"
+}
+
+# Dies when the second tree is not the first one's equal in names, types and contents.
+require_same() {
+  diff --recursive --no-dereference "$1" "$2" >&2 && return
+  echo "bench: $2 is not what was backed up" >&2
+  exit 2
+}
+
+# Measures the size query, which has to answer COUNT: measure_size SHARE OPERATION COUNT
+measure_size() {
+  local report=/run/size
+  measure "$1" "$2" harbix harbix -f "$report" -s media
+  grep -qx "count=$3" "$report" && return
+  echo "bench: the size query did not count $3 items:" >&2
+  cat "$report" >&2
+  exit 2
+}

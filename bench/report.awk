@@ -1,0 +1,92 @@
+# Makes the table of what measure.sh has printed. Exits with 1 when a target is missed.
+
+BEGIN {
+  FS = "\t"
+  file_count["large"] = 8
+  file_count["small"] = 20000
+  file_count["million"] = 1000000
+  title["harbix"] = "harbix"
+  title["gnutar"] = "GNU tar"
+  title["bsdtar"] = "bsdtar"
+}
+
+{
+  row = $1 FS $2 FS $3
+  if (!(row in runs)) rows[++row_count] = row
+  ++runs[row]
+  seconds[row, runs[row]] = $4
+  processor[row, runs[row]] = $5
+  if ($6 > peak[row]) peak[row] = $6
+}
+
+# Sorts the values of one row in place and returns the one in the middle.
+function median(values, row,    count, i, j, value) {
+  count = runs[row]
+  for (i = 2; i <= count; ++i) {
+    value = values[row, i] + 0
+    for (j = i - 1; j > 0 && values[row, j] + 0 > value; --j) values[row, j + 1] = values[row, j]
+    values[row, j + 1] = value
+  }
+  if (count % 2) return values[row, (count + 1) / 2]
+  return (values[row, count / 2] + values[row, count / 2 + 1]) / 2
+}
+
+function ratio(share, operation, program) {
+  return middle[share FS operation FS "harbix"] / middle[share FS operation FS program]
+}
+
+function target(met, text) {
+  printf "  %-7s %s\n", met ? "met" : "MISSED", text
+  if (!met) failed = 1
+}
+
+function print_table(    i, row, field) {
+  printf "%-8s %-10s %-8s %5s %10s %10s %10s %10s %12s %10s\n", "share", "operation", "program", "runs",
+         "median s", "fastest s", "slowest s", "cpu s", "harbix takes", "peak KiB"
+  for (i = 1; i <= row_count; ++i) {
+    row = rows[i]
+    middle[row] = median(seconds, row)
+  }
+  for (i = 1; i <= row_count; ++i) {
+    row = rows[i]
+    split(row, field, FS)
+    printf "%-8s %-10s %-8s %5d %10.4f %10.4f %10.4f %10.2f %12s %10d\n", field[1], field[2], title[field[3]],
+           runs[row], middle[row], seconds[row, 1], seconds[row, runs[row]], median(processor, row),
+           field[3] == "harbix" ? "" : sprintf("%.3f times", ratio(field[1], field[2], field[3])), peak[row]
+  }
+}
+
+function judge_time(share, operation, program,    value) {
+  value = ratio(share, operation, program)
+  target(value <= 1, sprintf("%s %s: %.3f times the time of %s (at most 1.000)", operation, share, value,
+                             title[program]))
+}
+
+function judge_size(share,    row) {
+  row = share FS "size" FS "harbix"
+  if (!(row in runs)) return
+  target(middle[row] < 0.05, sprintf("size query %s: %.1f ms (under 50)", share, middle[row] * 1000))
+}
+
+# Peak memory in KiB has to stay below 16 MiB and 400 bytes for each file.
+function judge_memory(row,    field, limit) {
+  split(row, field, FS)
+  if (field[3] != "harbix") return
+  limit = 16 * 1024 + 400 * file_count[field[1]] / 1024
+  target(peak[row] <= limit, sprintf("memory, %s %s: %d KiB (at most %d)%s", field[2], field[1], peak[row], limit,
+         file_count[field[1]] < 1000 ? "" : sprintf("; %d bytes a file above 16 MiB",
+         peak[row] > 16384 ? (peak[row] - 16384) * 1024 / file_count[field[1]] : 0)))
+}
+
+END {
+  print_table()
+  print "\nTargets"
+  judge_time("large", "backup", "gnutar")
+  judge_time("small", "backup", "gnutar")
+  judge_time("large", "restore", "bsdtar")
+  judge_time("small", "restore", "bsdtar")
+  judge_size("small")
+  judge_size("million")
+  for (i = 1; i <= row_count; ++i) judge_memory(rows[i])
+  exit failed
+}

@@ -1,0 +1,68 @@
+# Runs on the simulated device, behind measure.sh: measures $2 rounds on the shares in the folder $1. The programs take
+# turns, and another one begins each round.
+
+readonly work=$1 rounds=$2
+readonly programs=(harbix gnutar bsdtar)
+
+archive_name() { echo "/tmp/$1-$2.tar"; }
+
+back_up() {
+  local share=$1 program=$2 archive
+  archive=$(archive_name "$share" "$program")
+  rm -f "$archive"
+  case $program in
+    harbix) measure "$share" backup harbix harbix -f "$archive" media ;;
+    gnutar) measure "$share" backup gnutar tar -C "$SHARED" -cf "$archive" . ;;
+    bsdtar) measure "$share" backup bsdtar bsdtar -C "$SHARED" -cf "$archive" . ;;
+  esac
+}
+
+# Each into an empty folder of its own. Nothing is deleted in between: for some seconds after many files have been
+# deleted, ext4 looks long for an inode that was not in use of late, whoever asks for one.
+restore() {
+  local share=$1 program=$2 target=$3 archive
+  archive=$(archive_name "$share" "$program")
+  make_empty_share "$target"
+  cat "$archive" >/dev/null  # in memory, as it is for a program that has just received it
+  case $program in
+    harbix) with_share "$target" measure "$share" restore harbix harbix -r -f "$archive" media ;;
+    gnutar) measure "$share" restore gnutar tar -C "$target" -xf "$archive" ;;
+    bsdtar) measure "$share" restore bsdtar bsdtar -C "$target" -xf "$archive" ;;
+  esac
+  require_same "$work/$share" "$target"
+}
+
+backup_rounds() {
+  local share=$1 round turn
+  cat "$SHARED"/*/* "$SHARED"/*/*/* >/dev/null 2>&1 || true  # one of the two patterns finds nothing
+  for ((round = 0; round < rounds; ++round)); do
+    for turn in 0 1 2; do back_up "$share" "${programs[(round + turn) % 3]}"; done
+  done
+}
+
+restore_rounds() {
+  local share=$1 round turn program
+  for ((round = 0; round < rounds; ++round)); do
+    for turn in 0 1 2; do
+      program=${programs[(round + turn) % 3]}
+      restore "$share" "$program" "$work/restored/$share-$program-$round"
+      # Eight inodes do not slow anything down, and half a gigabyte a run would fill the disk.
+      [ "$share" = small ] || rm -r "$work/restored/$share-$program-$round"
+    done
+  done
+}
+
+size_rounds() {
+  local round
+  for ((round = 0; round < rounds; ++round)); do measure_size small size 20000; done
+}
+
+if [ -e "$work/restored" ]; then  # of a run that was cut short
+  rm -r "$work/restored"
+  sleep 10
+fi
+for share in large small; do with_share "$work/$share" backup_rounds "$share"; done
+with_share "$work/small" size_rounds
+for share in large small; do restore_rounds "$share"; done
+rm -r "$work/restored"
+rm /tmp/*.tar
