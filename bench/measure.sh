@@ -5,12 +5,21 @@ export LC_ALL=C  # a point in numbers
 
 readonly SHARED=/accounts/1000/shared
 
+# Puts 1 GiB of memory that was in use a moment ago on top of what is free. In a virtual machine memory that has been
+# free for long may have to be fetched from the host page by page, which was seen to take four times as long as the run
+# itself and strikes whoever comes first.
+warm_memory() {
+  head -c 1G /dev/zero >/dev/shm/warm
+  rm /dev/shm/warm
+}
+
 # measure SHARE OPERATION PROGRAM COMMAND...
 measure() {
   local share=$1 operation=$2 program=$3 begin end usage
   shift 3
   usage=$(mktemp /run/usage.XXXXXX)
   sync  # what the run before left to be written must not disturb this one
+  warm_memory
   begin=${EPOCHREALTIME/./}
   if ! /usr/bin/time --quiet --format '%U %S %M' --output "$usage" "$@" </dev/null >&2; then
     echo "bench: failed: $*" >&2

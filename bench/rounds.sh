@@ -64,5 +64,3 @@ fi
 for share in large small; do with_share "$work/$share" backup_rounds "$share"; done
 with_share "$work/small" size_rounds
 for share in large small; do restore_rounds "$share"; done
-rm -r "$work/restored"
-rm /tmp/*.tar
