@@ -24,7 +24,7 @@ constexpr std::chrono::seconds GRACE_TIME(5);
   std::vector<char*> arguments;
   arguments.reserve(command.size() + 1);
   // execvp takes its arguments writable by tradition and leaves them alone.
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));  // NOLINT
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   ::execvp(arguments.front(), arguments.data());
   const int error = errno;

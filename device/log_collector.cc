@@ -38,8 +38,7 @@ LogCollector::LogCollector(const std::string& path, platform::FileDescriptor fil
   address.sun_family = AF_UNIX;
   path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
   // The socket interface takes every family's address through the one general type.
-  const auto* general =
-      reinterpret_cast<const sockaddr*>(&address);  // NOLINT(*-reinterpret-cast): as bind(2) asks
+  const auto* general = reinterpret_cast<const sockaddr*>(&address);
   if (::bind(socket_.get(), general, sizeof address) == -1)
     throw system_failure(errno, "bind a socket to", path);
   if (::chmod(path.c_str(), 0666) == -1) throw system_failure(errno, "set the mode of", path);

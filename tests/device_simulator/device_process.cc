@@ -43,8 +43,7 @@ std::string read_all(int file) {
 [[noreturn]] void execute(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
-  for (const std::string& word : words)
-    arguments.push_back(const_cast<char*>(word.c_str()));  // NOLINT: as in C
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   ::execvp(arguments.front(), arguments.data());
   ::_exit(99);

@@ -1,7 +1,7 @@
-#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill is POSIX's, not C's
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <set>
 #include <string>

@@ -1,8 +1,8 @@
 #include "private_folder.h"
 
-#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): mkdtemp is POSIX's, not C's
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <set>

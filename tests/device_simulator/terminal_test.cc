@@ -1,10 +1,10 @@
 #include <poll.h>
 #include <pty.h>
-#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill is POSIX's, not C's
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -25,8 +25,7 @@ class TypedSession {
     if (pid_ == 0) {
       std::vector<char*> arguments;
       arguments.reserve(words.size() + 1);
-      for (const std::string& word : words)
-        arguments.push_back(const_cast<char*>(word.c_str()));  // NOLINT: as in C
+      for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
       arguments.push_back(nullptr);
       ::execvp(arguments.front(), arguments.data());
       ::_exit(99);
