@@ -1,3 +1,5 @@
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -30,6 +32,11 @@ class DeviceLeftovers : public testing::Test {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
+    // Mounts that others make meanwhile are not seen here; those of the device would be, even from its own
+    // namespace.
+    ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_SHARED, nullptr), 0);
     mounts_ = content_of("/proc/mounts");
   }
 
