@@ -1,6 +1,6 @@
 # The unit tests: one executable a layer, one <name>_test.cc for each <name>.cc of src/.
 target_sources(harbix_test_support PRIVATE
-  support/captured_output.cc support/child_process.cc support/temporary_folder.cc support/tree.cc)
+  support/captured_output.cc support/child_process.cc support/device_accounts.cc support/temporary_folder.cc support/tree.cc)
 target_link_libraries(harbix_test_support PUBLIC GTest::gtest)
 
 # Objects, not a library: its slogf must be there before the platform's is looked for.
@@ -38,3 +38,6 @@ harbix_unit_test(archive_test
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
   LINKS harbix_recorded_log harbix::subscribers)
+harbix_unit_test(media_test
+  SOURCES media/library_test.cc media/package_test.cc media/skip_test_test.cc
+  LINKS harbix_recorded_log harbix::media)

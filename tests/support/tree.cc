@@ -148,8 +148,8 @@ ItemsByName by_name(const std::vector<TreeItem>& items) {
   return named;
 }
 
-void compare(const std::vector<TreeItem>& expected, const std::vector<TreeItem>& actual, const std::string& folder,
-             std::ostream& report) {
+void compare(const std::vector<TreeItem>& expected, const std::vector<TreeItem>& actual,
+             const std::string& folder, std::ostream& report) {
   const ItemsByName wanted = by_name(expected);
   ItemsByName found = by_name(actual);
   for (const auto& [name, item] : wanted) {

@@ -29,10 +29,10 @@ struct TreeItem {
 
   Kind kind = Kind::FILE;
   std::string name;
-  std::string text;            ///< content of a file, target of a link
-  std::optional<mode_t> mode;  ///< permission, set-id and sticky bits; without one it is not compared
-  std::optional<Owner> owner;  ///< without one it is not compared
-  std::vector<TreeItem> items;     ///< of a directory
+  std::string text;             ///< content of a file, target of a link
+  std::optional<mode_t> mode;   ///< permission, set-id and sticky bits; without one it is not compared
+  std::optional<Owner> owner;   ///< without one it is not compared
+  std::vector<TreeItem> items;  ///< of a directory
 
   /// The same item, owned by these numeric ids.
   [[nodiscard]] TreeItem owned_by(uid_t user, gid_t group) const;
@@ -44,7 +44,8 @@ inline constexpr std::optional<mode_t> ANY_MODE = std::nullopt;
 [[nodiscard]] TreeItem file(std::string name, std::string content = "", std::optional<mode_t> mode = 0644);
 /// Links have no mode.
 [[nodiscard]] TreeItem link(std::string name, std::string target);
-[[nodiscard]] TreeItem dir(std::string name, std::vector<TreeItem> items = {}, std::optional<mode_t> mode = 0755);
+[[nodiscard]] TreeItem dir(std::string name, std::vector<TreeItem> items = {},
+                           std::optional<mode_t> mode = 0755);
 [[nodiscard]] TreeItem fifo(std::string name, std::optional<mode_t> mode = 0644);
 
 /// What is below a folder. The order of items does not matter.

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+
+#include <gtest/gtest.h>
+
+namespace test {
+
+/// The ids that the device's accounts have in passes_with_device_accounts().
+inline constexpr gid_t SHARED_GROUP = 5001;
+inline constexpr gid_t PROTECTED_GROUP = 5002;
+inline constexpr gid_t SYSTEM_GROUP = 5003;
+inline constexpr uid_t MEDIA_USER = 5004;
+
+/// Runs part of a test in a process of its own, for which the device's users and groups exist: /etc/passwd
+/// and /etc/group are replaced there, and nowhere else.
+[[nodiscard]] ::testing::AssertionResult passes_with_device_accounts(const std::function<void()>& body);
+
+}  // namespace test
