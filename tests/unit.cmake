@@ -41,3 +41,28 @@ harbix_unit_test(subscribers_test
 harbix_unit_test(media_test
   SOURCES media/library_test.cc media/package_test.cc media/skip_test_test.cc
   LINKS harbix_recorded_log harbix::media)
+harbix_unit_test(driver_test
+  SOURCES
+    driver/keywords_test.cc driver/options_test.cc driver/run_test.cc driver/signals_test.cc
+    driver/size_report_test.cc
+  LINKS harbix_recorded_log harbix::driver)
+
+# To be preloaded, so that a program under test stays as it ships. Never sanitized: the sanitizer has calls of
+# the same names, and wants to be loaded first.
+add_library(failing_calls MODULE support/failing_calls.cc)
+target_link_libraries(failing_calls PRIVATE ${CMAKE_DL_LIBS} harbix_settings)
+# Both names of each call are defined there, so that neither may stand for the other.
+target_compile_options(failing_calls PRIVATE -U_FILE_OFFSET_BITS)
+add_executable(failing_calls_probe support/failing_calls_probe.cc)
+target_link_libraries(failing_calls_probe PRIVATE harbix_settings)
+if(HARBIX_SANITIZE)
+  foreach(target failing_calls failing_calls_probe)
+    target_compile_options(${target} PRIVATE -fno-sanitize=all)
+    target_link_options(${target} PRIVATE -fno-sanitize=all)
+  endforeach()
+endif()
+add_dependencies(support_test failing_calls failing_calls_probe)
+target_sources(support_test PRIVATE support/failing_calls_test.cc)
+target_compile_definitions(support_test PRIVATE
+  HARBIX_FAILING_CALLS="$<TARGET_FILE:failing_calls>"
+  HARBIX_FAILING_CALLS_PROBE="$<TARGET_FILE:failing_calls_probe>")

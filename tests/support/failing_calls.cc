@@ -1,0 +1,135 @@
+// A library to preload (LD_PRELOAD) into a program that is tested as it ships: makes one call of one function
+// fail.
+//   HARBIX_FAIL_CALL   open, openat, read, write, close, lstat or fstatat
+//   HARBIX_FAIL_NTH    which call of it, from 1
+//   HARBIX_FAIL_ERRNO  the error number
+// Calls are counted in each process for itself, from its start on; without the variables nothing fails. What
+// the program does through other calls (readv, pwrite, ...) and what the C library does inside of itself is
+// not seen. The object of a close that is made to fail is closed all the same, as the system does.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+struct Plan {
+  const char* call = std::getenv("HARBIX_FAIL_CALL");
+  long nth = number("HARBIX_FAIL_NTH");
+  int error = static_cast<int>(number("HARBIX_FAIL_ERRNO"));
+  long seen = 0;
+
+  static long number(const char* variable) {
+    const char* text = std::getenv(variable);
+    return text == nullptr ? 0 : std::strtol(text, nullptr, 10);
+  }
+};
+
+/// Counts one call; true, with errno set, when it is the one that fails.
+bool fails(const char* call) {
+  static Plan plan;
+  if (plan.call == nullptr || std::strcmp(plan.call, call) != 0 || ++plan.seen != plan.nth) return false;
+  errno = plan.error;
+  return true;
+}
+
+template <typename Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
+
+int open_through(const char* name, const char* path, int flags, mode_t mode) {
+  if (fails("open")) return -1;
+  return next<int(const char*, int, ...)>(name)(path, flags, mode);
+}
+
+int openat_through(const char* name, int directory, const char* path, int flags, mode_t mode) {
+  if (fails("openat")) return -1;
+  return next<int(int, const char*, int, ...)>(name)(directory, path, flags, mode);
+}
+
+}  // namespace
+
+// The program may be built with either name of a call.
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return open_through("open", path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return open_through("open64", path, flags, mode);
+}
+
+int openat(int directory, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return openat_through("openat", directory, path, flags, mode);
+}
+
+int openat64(int directory, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return openat_through("openat64", directory, path, flags, mode);
+}
+
+ssize_t read(int descriptor, void* buffer, size_t size) {
+  if (fails("read")) return -1;
+  return next<ssize_t(int, void*, size_t)>("read")(descriptor, buffer, size);
+}
+
+ssize_t write(int descriptor, const void* buffer, size_t size) {
+  if (fails("write")) return -1;
+  return next<ssize_t(int, const void*, size_t)>("write")(descriptor, buffer, size);
+}
+
+int close(int descriptor) {
+  const bool failing = fails("close");
+  const int error = errno;
+  const int result = next<int(int)>("close")(descriptor);
+  if (!failing) return result;
+  errno = error;
+  return -1;
+}
+
+int lstat(const char* path, struct stat* record) noexcept {
+  if (fails("lstat")) return -1;
+  return next<int(const char*, struct stat*)>("lstat")(path, record);
+}
+
+int lstat64(const char* path, struct stat64* record) noexcept {
+  if (fails("lstat")) return -1;
+  return next<int(const char*, struct stat64*)>("lstat64")(path, record);
+}
+
+int fstatat(int directory, const char* path, struct stat* record, int flags) noexcept {
+  if (fails("fstatat")) return -1;
+  return next<int(int, const char*, struct stat*, int)>("fstatat")(directory, path, record, flags);
+}
+
+int fstatat64(int directory, const char* path, struct stat64* record, int flags) noexcept {
+  if (fails("fstatat")) return -1;
+  return next<int(int, const char*, struct stat64*, int)>("fstatat64")(directory, path, record, flags);
+}
+
+}  // extern "C"

@@ -1,0 +1,47 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/process.h"
+
+namespace {
+
+using test::run_program;
+
+using Words = std::vector<std::string>;
+
+/// What the probe prints when one call is made to fail.
+std::string probe(const std::string& call, const std::string& nth, const std::string& error) {
+  const test::Outcome outcome =
+      run_program({"env", std::string("LD_PRELOAD=") + HARBIX_FAILING_CALLS, "HARBIX_FAIL_CALL=" + call,
+                   "HARBIX_FAIL_NTH=" + nth, "HARBIX_FAIL_ERRNO=" + error, HARBIX_FAILING_CALLS_PROBE});
+  EXPECT_EQ(0, outcome.status) << outcome.errors;
+  return outcome.output;
+}
+
+/// All probes untouched, with one line exchanged.
+std::string report(const std::string& call, const std::string& line) {
+  std::string text;
+  for (const std::string name : {"openat", "read", "write", "lstat", "fstatat", "close", "open"}) {
+    text += name + ": " + (name == call ? line : "0 0 0") + "\n";
+  }
+  return text;
+}
+
+TEST(FailingCalls, FailTheCallThatIsNamedAndNoOther) {
+  for (const std::string call : {"openat", "read", "write", "lstat", "fstatat", "close"}) {
+    EXPECT_EQ(report(call, "28 0 0"), probe(call, "1", "28")) << call;
+    EXPECT_EQ(report(call, "0 5 0"), probe(call, "2", "5")) << call;
+  }
+  // The probe itself has opened one file before.
+  EXPECT_EQ(report("open", "0 13 0"), probe("open", "3", "13"));
+}
+
+TEST(FailingCalls, PassWithoutAPlanOrBeyondItsCount) {
+  EXPECT_EQ(report("", ""), probe("read", "4", "5"));
+  EXPECT_EQ(report("", ""), probe("", "1", "5"));
+  EXPECT_EQ(report("", ""), probe("unlink", "1", "5"));
+}
+
+}  // namespace
