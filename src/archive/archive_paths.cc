@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "archive/error.h"
+#include "archive/item_error.h"
 #include "driver/base/flags.h"
 #include "driver/base/log.h"
 
@@ -20,14 +20,7 @@ void archive_path(ArchiveWriter& writer, const fs::Path& path, const fs::Path& b
 
 void archive_paths(ArchiveWriter& writer, std::span<const fs::Path> paths, const fs::Path& base) {
   for (const fs::Path& path : paths) {
-    try {
-      archive_path(writer, path, base);
-    } catch (const ArchiveError&) {
-      throw;  // not this path's error: there is no archive to go on with
-    } catch (const std::runtime_error& error) {
-      diagnostics::line(0, "ERROR: %s", error.what());
-      std::cerr << "Error: " << error.what() << '\n';
-    }
+    tolerate_item_error([&] { archive_path(writer, path, base); });
   }
 }
 

@@ -1,13 +1,11 @@
 #include "media/package.h"
 
-#include <iostream>
 #include <utility>
 
+#include "archive/archivable.h"
 #include "archive/archive_paths.h"
 #include "archive/file_record.h"
 #include "archive/metadata_entry.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
 #include "media/skip_test.h"
 
 namespace harbix {
@@ -16,11 +14,6 @@ namespace {
 constexpr std::int64_t RECORD_SIZE = 512;
 
 std::int64_t rounded(std::int64_t bytes) { return (bytes + RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE; }
-
-void leave_out(const fs::Path& path, const char* reason) {
-  diagnostics::line(1, "%s: '%s'; skipping.", reason, path.c_str());
-  std::cerr << reason << ": " << path << " skipping\n";
-}
 
 }  // namespace
 
@@ -48,14 +41,7 @@ void MediaPackage::gather(CreateDtmShareManifest& visitor) {
 }
 
 bool MediaPackage::take(const fs::File& item) {
-  if (!item.is_regular() && !item.is_directory() && !item.is_symbolic_link()) {
-    leave_out(item.path(), "not a file, folder or link");
-    return false;
-  }
-  if (writer_.is_output(item)) {
-    leave_out(item.path(), "is the archive itself");
-    return false;
-  }
+  if (!is_archivable(item, writer_)) return false;
   manifest_.push_back(plain_record(item));
   item_bytes_ += RECORD_SIZE + (item.is_regular() ? rounded(item.record().st_size) : 0);
   return true;
