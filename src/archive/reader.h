@@ -54,6 +54,9 @@ class ArchiveReader {
   [[nodiscard]] int advance();
   [[nodiscard]] EntryView entry() const { return EntryView(entry_); }
 
+  /// Lets the next call hand over the current entry again: it belongs to whoever asks then.
+  void hold_back() noexcept { held_back_ = true; }
+
   /// Skips an entry's data, if it has any.
   /// @throws std::runtime_error with the library's text when the archive is damaged.
   void skip(const EntryView& entry);

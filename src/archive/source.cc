@@ -17,23 +17,23 @@ namespace {
   throw std::runtime_error("Error opening: " + path.text());
 }
 
-Source open_link(const fs::Path& path) {
+}  // namespace
+
+std::string read_link(const fs::Path& path) {
   std::array<char, PATH_MAX> target{};
   const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
   if (length == -1) throw_unopened(path);
-  return {.file = fs::File(path),
-          .contents = {},
-          .link_target = std::string(target.data(), static_cast<std::size_t>(length))};
+  return {target.data(), static_cast<std::size_t>(length)};
 }
-
-}  // namespace
 
 Source open_source(const fs::Path& path) {
   // Not blocking: a fifo may have taken the place of what was listed.
   platform::FileDescriptor descriptor(
       ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (!descriptor) {
-    if (errno == ELOOP) return open_link(path);
+    if (errno == ELOOP) {
+      return {.file = fs::File(path), .contents = {}, .link_target = read_link(path)};
+    }
     throw_unopened(path);
   }
   struct ::stat record {};

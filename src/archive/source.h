@@ -20,4 +20,8 @@ struct Source {
 /// @throws std::runtime_error "Error opening: PATH", for objects of other kinds as well.
 [[nodiscard]] Source open_source(const fs::Path& path);
 
+/// What a symbolic link points to.
+/// @throws std::runtime_error "Error opening: PATH"
+[[nodiscard]] std::string read_link(const fs::Path& path);
+
 }  // namespace harbix

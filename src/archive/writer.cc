@@ -66,6 +66,12 @@ void ArchiveWriter::write(const Source& source, const fs::Path& name) {
   finish_entry();
 }
 
+void ArchiveWriter::write_header_only(const fs::File& file, const fs::Path& name) {
+  const std::string target = file.is_symbolic_link() ? read_link(file.path()) : "";
+  write_header(file.record(), name, file.is_symbolic_link() ? target.c_str() : nullptr);
+  finish_entry();
+}
+
 void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record, std::string_view text) {
   write_header(record, name, nullptr);
   write_data(text.data(), text.size());

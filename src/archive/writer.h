@@ -32,6 +32,11 @@ class ArchiveWriter {
   /// the archive cannot be written any further.
   void write(const Source& source, const fs::Path& name);
 
+  /// Writes the header of one object alone; zeros stand for its contents. For archives that are only
+  /// measured.
+  /// @throws as write does.
+  void write_header_only(const fs::File& file, const fs::Path& name);
+
   /// Writes an entry whose content is `text`; the size in `record` must be that of the text.
   /// @throws as write does.
   void write_text(const fs::Path& name, const struct ::stat& record, std::string_view text);

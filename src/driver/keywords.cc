@@ -9,6 +9,9 @@
 #include "media/backup.h"
 #include "media/places.h"
 #include "media/restore.h"
+#include "settings/backup.h"
+#include "settings/places.h"
+#include "settings/restore.h"
 
 namespace harbix {
 namespace {
@@ -25,6 +28,18 @@ int restore_media(ArchiveReader& reader) {
   return result;
 }
 
+int archive_settings(const ArchiveRequest& request, SizeResult& result) {
+  return harbix_settings(request.writer, request.size_only, result);
+}
+
+int restore_settings(ArchiveReader& reader) {
+  if (verbose) std::cerr << "Settings\n";
+  diagnostics::line(2, "Restoring settings");
+  const int result = harbix_settings_restore(reader);
+  reader.close();
+  return result;
+}
+
 }  // namespace
 
 std::span<const Keyword> all_keywords() {
@@ -37,9 +52,9 @@ std::span<const Keyword> all_keywords() {
        .restore = restore_media},
       {.name = "settings",
        .label = "Settings",
-       .prefixes = {fs::Path("/settings")},
-       .archive = nullptr,
-       .restore = nullptr},
+       .prefixes = {fs::Path(places::SETTINGS_PREFIX)},
+       .archive = archive_settings,
+       .restore = restore_settings},
   }};
   return keywords;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 
 #include "fs/exception.h"
 
@@ -101,6 +102,8 @@ bool Path::is_inside(const Path& base) const {
   const std::string_view rest = std::string_view(text_).substr(base.text_.size());
   return rest.empty() || rest.front() == SEPARATOR || base.text_.ends_with(SEPARATOR);
 }
+
+Path Path::lexically_normal() const { return Path(std::filesystem::path(text_).lexically_normal().string()); }
 
 Path Path::realpath() const {
   const std::size_t capacity = resolved_capacity(*this);

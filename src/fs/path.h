@@ -61,6 +61,10 @@ class Path {
   /// are taken as they stand.
   [[nodiscard]] bool is_inside(const Path& base) const;
 
+  /// The same path without ".", ".." and repeated separators, by its text alone: links are not looked at. A
+  /// ".." above the root stays there: "/../a" is "/a".
+  [[nodiscard]] Path lexically_normal() const;
+
   /// The canonical path, from the file system. A name that begins with neither '/' nor '.' is resolved
   /// against the working directory.
   /// @throws fs::Exception with the number of realpath(3) when it does not exist or cannot be reached.

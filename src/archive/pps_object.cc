@@ -1,0 +1,101 @@
+#include "archive/pps_object.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iostream>
+#include <stdexcept>
+#include <vector>
+
+#include "driver/base/log.h"
+#include "fs/exception.h"
+#include "platform/file_descriptor.h"
+
+namespace harbix {
+namespace {
+
+constexpr std::size_t LARGEST_TEXT = 32768;
+constexpr std::string_view NOT_PERSISTENT = "[n]";
+constexpr char DELETED = '-';
+
+std::string read_object(const fs::Path& path) {
+  const platform::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!object) throw std::runtime_error("Error opening: " + path.text());
+  std::string text(LARGEST_TEXT, '\0');
+  ssize_t count = 0;
+  do {
+    count = ::read(object.get(), text.data(), text.size());
+  } while (count == -1 && errno == EINTR);
+  if (count == -1) {
+    const int error = errno;
+    throw fs::Exception(error, "Error reading pps object");
+  }
+  text.resize(static_cast<std::size_t>(count));
+  return text;
+}
+
+/// Reads exactly `size` bytes of the current entry.
+std::string read_chunk(ArchiveReader& reader, std::size_t size) {
+  std::string chunk(size, '\0');
+  for (std::size_t filled = 0; filled < size;) {
+    const std::int64_t count = reader.read_data(chunk.data() + filled, size - filled);
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+      continue;
+    }
+    const std::string reason = reader.error_text();
+    diagnostics::line(0, "Archive status not OK (%d) ('%s')", static_cast<int>(count), reason.c_str());
+    std::cerr << "Error: " << reason << '\n';
+    throw std::runtime_error("Error restore_pps");
+  }
+  return chunk;
+}
+
+/// One write: an object takes the lines of a write together.
+void publish(const platform::FileDescriptor& object, const std::string& text) {
+  if (text.empty()) return;
+  const ssize_t written = ::write(object.get(), text.data(), text.size());
+  if (written == static_cast<ssize_t>(text.size())) return;
+  const int error = written == -1 ? errno : EIO;
+  throw fs::Exception(error, "restore_pps failed");
+}
+
+}  // namespace
+
+std::string persistent_lines(std::string_view text) {
+  text = text.substr(0, text.find('\0'));
+  std::string kept;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
+    const std::string_view line = text.substr(0, end);
+    if (!line.starts_with(NOT_PERSISTENT) && !line.starts_with(DELETED)) kept += line;
+    text.remove_prefix(end);
+  }
+  return kept;
+}
+
+void store_pps_object(ArchiveWriter& writer, const fs::File& object, const fs::Path& name) {
+  const std::string text = persistent_lines(read_object(object.path()));
+  struct ::stat record = object.record();
+  record.st_size = static_cast<off_t>(text.size());
+  writer.write_text(name, record, text);
+}
+
+void restore_pps_object(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
+  platform::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  if (!object) {
+    const int error = errno;
+    throw fs::Exception(error, "restore_pps failed");
+  }
+  for (std::int64_t remaining = entry.size(); remaining > 0;) {
+    const std::size_t size = std::min(LARGEST_TEXT, static_cast<std::size_t>(remaining));
+    publish(object, persistent_lines(read_chunk(reader, size)));
+    remaining -= static_cast<std::int64_t>(size);
+  }
+  // What an object does not accept of its last line, it says here.
+  if (const int error = object.close(); error != 0) throw fs::Exception(error, "restore_pps failed");
+}
+
+}  // namespace harbix

@@ -1,0 +1,105 @@
+#include "settings/path_list.h"
+
+#include <iostream>
+#include <optional>
+
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "fs/tree.h"
+#include "fs/working_directory.h"
+#include "settings/places.h"
+#include "settings/script_lists.h"
+
+namespace harbix {
+namespace {
+
+/// The object of a name, if there is one.
+std::optional<fs::File> find(const fs::Path& path) {
+  try {
+    return fs::File(path);
+  } catch (const fs::Exception&) {
+    return std::nullopt;
+  }
+}
+
+bool is_control_object(const fs::Path& path) {
+  return is_pps_path(path) && path.basename() == fs::Path(places::CONTROL_NAME);
+}
+
+bool is_excluded(const fs::Path& path, const std::vector<fs::Path>& blacklist) {
+  if (is_control_object(path) || begins_with_any(path, blacklist)) return true;
+  const std::optional<fs::File> object = find(path);
+  return object && (object->is_directory() || object->is_symbolic_link());
+}
+
+/// Appends what a whitelisted folder holds.
+class FolderCollector : public fs::TreeVisitor {
+ public:
+  FolderCollector(const std::vector<fs::Path>& blacklist, std::vector<fs::Path>& paths)
+      : blacklist_(blacklist), paths_(paths) {}
+
+  void operator()(const fs::File& item) override {
+    if (!begins_with_any(item.path(), blacklist_) && !is_control_object(item.path()))
+      paths_.push_back(item.path());
+  }
+  void unreachable(const fs::Path& path, const fs::Exception& /*reason*/) override {
+    diagnostics::line(1, "can't access: '%s'; skipping.", path.c_str());
+  }
+
+ private:
+  const std::vector<fs::Path>& blacklist_;
+  std::vector<fs::Path>& paths_;
+};
+
+void append_live_objects(const std::vector<fs::Path>& blacklist, std::vector<fs::Path>& paths) {
+  std::vector<fs::File> stored;
+  {
+    const fs::Path store(places::PERSISTENT_PPS);
+    const fs::WorkingDirectory directory(store);
+    stored = fs::list_tree(store, fs::Descent::DEFERRED, fs::Tolerance::STRICT);
+  }
+  const fs::WorkingDirectory directory{fs::Path(places::PERSISTENT_ROOT)};
+  for (const fs::File& file : stored) {
+    fs::Path live = live_name(file.path());
+    if (!is_excluded(live, blacklist)) paths.push_back(std::move(live));
+  }
+}
+
+void append_whitelisted(const fs::Path& path, const std::vector<fs::Path>& blacklist,
+                        std::vector<fs::Path>& paths) {
+  const std::optional<fs::File> item = find(path);
+  if (!item) return;
+  if (item->is_directory()) {
+    FolderCollector collector(blacklist, paths);
+    fs::walk(path, fs::Descent::DEFERRED, collector);
+  } else if (!is_control_object(path)) {
+    paths.push_back(path);
+  }
+}
+
+}  // namespace
+
+bool is_pps_path(const fs::Path& path) { return path.first_component() == fs::Path(places::PPS); }
+
+std::vector<fs::Path> settings_path_list() {
+  const std::vector<fs::Path> whitelist = settings_script_list(ScriptList::WHITELIST);
+  const std::vector<fs::Path> blacklist = settings_script_list(ScriptList::BLACKLIST);
+  std::vector<fs::Path> paths;
+  append_live_objects(blacklist, paths);
+  paths.emplace_back(places::WALLPAPER);
+  for (const fs::Path& path : whitelist) append_whitelisted(path, blacklist, paths);
+  if (verbose) {
+    for (const fs::Path& path : paths) std::cerr << path << '\n';
+  }
+  return paths;
+}
+
+fs::Path live_name(const fs::Path& stored) {
+  fs::Path live;
+  for (const fs::Path& component : stored.relative_to(fs::Path(places::PERSISTENT_ROOT)).components()) {
+    live /= std::string_view(component.text()).substr(0, component.text().find('@'));
+  }
+  return live;
+}
+
+}  // namespace harbix

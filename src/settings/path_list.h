@@ -1,0 +1,23 @@
+#pragma once
+
+#include <vector>
+
+#include "fs/path.h"
+
+namespace harbix {
+
+/// Whether a path names a live PPS object or folder.
+[[nodiscard]] bool is_pps_path(const fs::Path& path);
+
+/// The absolute paths of everything that this device counts as settings: the live names of the persistent PPS
+/// objects, the wallpaper object, and what the whitelist names, with everything below its folders. Paths may
+/// repeat, and may name what does not exist. Expects "/" as working directory.
+/// @throws fs::Exception when the store of persistent objects cannot be listed.
+[[nodiscard]] std::vector<fs::Path> settings_path_list();
+
+/// The live name of an object in the store: "/var/pps/services/x/obj@y" is "/pps/services/x/obj". Every
+/// component ends at its first '@'.
+/// @throws fs::Exception when `stored` does not lie in the store's parent folder.
+[[nodiscard]] fs::Path live_name(const fs::Path& stored);
+
+}  // namespace harbix

@@ -1,0 +1,169 @@
+#include "settings/restore.h"
+
+#include <algorithm>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "archive/file_record.h"
+#include "archive/metadata_entry.h"
+#include "archive/pps_object.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "fs/effective_user.h"
+#include "fs/exception.h"
+#include "fs/working_directory.h"
+#include "platform/streams.h"
+#include "settings/path_list.h"
+#include "settings/places.h"
+#include "settings/restore_identity.h"
+#include "settings/script_lists.h"
+#include "settings/space_report.h"
+#include "settings/verification.h"
+#include "subscribers/subscriber_manager.h"
+#include "subscribers/subscriber_notice.h"
+
+namespace harbix {
+namespace {
+
+constexpr uid_t SUPERUSER = 0;
+
+AllowedSettings allowed_settings() {
+  AllowedSettings allowed;
+  allowed.paths = settings_path_list();
+  std::ranges::sort(allowed.paths);
+  allowed.whitelist = settings_script_list(ScriptList::WHITELIST);
+  allowed.blacklist = settings_script_list(ScriptList::BLACKLIST);
+  return allowed;
+}
+
+/// Whether a link at `path` leads to something in its own folder, or below it.
+bool stays_in_its_folder(const fs::Path& path, std::string_view link_target) {
+  const fs::Path folder = path.dirname().lexically_normal();
+  const fs::Path target(link_target);
+  const bool is_absolute = link_target.starts_with(fs::Path::SEPARATOR);
+  return (is_absolute ? target : folder / target).lexically_normal().is_inside(folder);
+}
+
+class SettingsRestore {
+ public:
+  explicit SettingsRestore(ArchiveReader& reader) : reader_(reader), allowed_(allowed_settings()) {}
+
+  /// @return whether every entry could be made sense of.
+  bool run() {
+    while (reader_.error_number() == 0) {
+      const std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE);
+      if (!package) {
+        if (verbose) std::cerr << "EOF\n";
+        break;
+      }
+      const std::vector<FileRecord> records = read_file_records(package->manifest);
+      if (verbose) std::cerr << space_report(records, package->entry_name);
+      if (reader_.error_number() != 0 || !restore_entries(records.size())) break;
+    }
+    return well_formed_;
+  }
+
+ private:
+  /// @return false at the end of the archive.
+  bool restore_entries(std::size_t count) {
+    for (; count > 0; --count) {
+      const std::optional<EntryView> entry = reader_.next_header();
+      if (!entry) return false;
+      const std::optional<fs::Path> name = entry->name();
+      if (!name) {
+        well_formed_ = false;
+        std::cerr << "Error: Malformed archive: an entry has no name\n";
+        diagnostics::line(0, "ERROR: Malformed archive: an entry has no name");
+        reader_.skip(*entry);
+      } else if (is_metadata_name(name->text())) {
+        // The package ends here, whatever its records promised; the entry begins the next one.
+        reader_.hold_back();
+        return true;
+      } else {
+        restore_one(*entry, *name);
+      }
+    }
+    return true;
+  }
+
+  void restore_one(const EntryView& entry, const fs::Path& name) {
+    try {
+      restore_or_skip(entry, name);
+    } catch (const std::runtime_error& error) {
+      std::cerr << "WARNING: File " << name << " could not be restored due to " << error.what() << '\n';
+      // Told; left in place it would end the search for the next package.
+      reader_.clear_error();
+    }
+  }
+
+  void restore_or_skip(const EntryView& entry, const fs::Path& name) {
+    const fs::Path prefix(places::SETTINGS_PREFIX);
+    if (!name.is_inside(prefix)) {
+      throw fs::Exception("Path '" + name.text() + "' is not subdirectory of '" + prefix.text() + "'");
+    }
+    const fs::Path target = fs::Path(places::ROOT) / name.relative_to(prefix);
+    if (!is_acceptable(entry, target)) {
+      std::cerr << "Skip: " << name << '\n';
+      reader_.skip(entry);
+      return;
+    }
+    const fs::File destination = entry.destination(target);
+    become(destination.record().st_uid);
+    std::cerr << "Restore: " << name << '\n';
+    if (is_pps_path(target)) {
+      restore_pps_object(reader_, entry, target);
+    } else {
+      identity_->extract(entry, destination);
+    }
+  }
+
+  [[nodiscard]] bool is_acceptable(const EntryView& entry, const fs::Path& target) const {
+    if (!entry.is_restorable()) return false;
+    // What is looked up must not depend on what the owner of the entry before may see.
+    const fs::EffectiveUser superuser(SUPERUSER);
+    const std::optional<std::string_view> link_target = entry.link_target();
+    if (link_target && !stays_in_its_folder(target, *link_target)) return false;
+    return verify_restore_path(allowed_, target);
+  }
+
+  void become(uid_t owner) {
+    if (identity_ && identity_->owner() == owner) return;
+    identity_.reset();
+    identity_.emplace(reader_, owner);
+  }
+
+  ArchiveReader& reader_;
+  AllowedSettings allowed_;
+  std::optional<RestoreIdentity> identity_;
+  bool well_formed_ = true;
+};
+
+bool restore_settings(ArchiveReader& reader) {
+  static_cast<void>(settings_script_list(ScriptList::WHITELIST));
+  static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
+  subscribers::SubscriberNotice notice(true, subscribers::SubscriberManager::NOTIFY_MODE);
+  notice.start();
+  // A stream that fails is told of where it is written to.
+  platform::flushall();
+  const fs::WorkingDirectory root{fs::Path(places::ROOT)};
+  return SettingsRestore(reader).run();
+}
+
+}  // namespace
+
+int harbix_settings_restore(ArchiveReader& reader) {
+  try {
+    const bool well_formed = restore_settings(reader);
+    platform::flushall();
+    return well_formed ? 0 : 1;
+  } catch (const std::exception& error) {
+    diagnostics::line(0, "ERROR: %s", error.what());
+    std::cerr << "Error: " << error.what() << '\n';
+    return 1;
+  }
+}
+
+}  // namespace harbix

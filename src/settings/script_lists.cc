@@ -1,0 +1,105 @@
+#include "settings/script_lists.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "driver/base/flags.h"
+#include "fs/tree.h"
+#include "subscribers/subscriber_manager.h"
+
+namespace harbix {
+namespace {
+
+using subscribers::SubscriberManager;
+
+constexpr std::size_t LINE_CAPACITY = 1024;
+constexpr std::string_view WHITE_SPACE = " \t\n\r\f\v";
+
+struct PipeCloser {
+  // How a script ended does not matter: what it printed counts.
+  void operator()(std::FILE* pipe) const noexcept { static_cast<void>(::pclose(pipe)); }
+};
+using Pipe = std::unique_ptr<std::FILE, PipeCloser>;
+
+/// Gathers the scripts directly in a folder.
+class ScriptCollector : public fs::TreeVisitor {
+ public:
+  void operator()(const fs::File& item) override {
+    if (!item.is_directory()) scripts_.push_back(item.path());
+  }
+  bool enters(const fs::File& /*directory*/) override { return false; }
+  void unreachable(const fs::Path& /*path*/, const fs::Exception& reason) override {
+    if (reason.error() != ENOENT) throw fs::Exception(reason);
+  }
+
+  [[nodiscard]] const std::vector<fs::Path>& scripts() const { return scripts_; }
+
+ private:
+  std::vector<fs::Path> scripts_;
+};
+
+std::string_view without_newline(std::string_view line) {
+  if (line.ends_with('\n')) line.remove_suffix(1);
+  return line;
+}
+
+void take_line(std::string_view line, const fs::Path& script, const std::string& tag,
+               std::vector<fs::Path>& paths) {
+  if (!line.starts_with(tag)) {
+    std::cerr << "script log: " << script << ": " << line;
+    return;
+  }
+  std::string_view path = without_newline(line).substr(tag.size());
+  path.remove_prefix(std::min(path.find_first_not_of(WHITE_SPACE), path.size()));
+  if (!path.starts_with(fs::Path::SEPARATOR)) {
+    std::cerr << "Empty " << tag << " line or non-absolute path detected in " << script << '\n';
+    return;
+  }
+  if (verbose) std::cerr << "Adding " << path << " to the settings " << tag << '\n';
+  paths.emplace_back(path);
+}
+
+void run_script(const fs::Path& script, const std::string& tag, std::vector<fs::Path>& paths) {
+  if (verbose) std::cerr << "System client b&r settings script:  " << script << '\n';
+  const std::string command = script.text() + " " + tag + " 2>&1";
+  // The shell is the interface: scripts come from the device's read-only system folder.
+  const Pipe pipe(::popen(command.c_str(), "r"));  // NOLINT(cert-env33-c): see above
+  if (pipe == nullptr) {
+    std::cerr << "Could not popen b&r settings script " << script << '\n';
+    return;
+  }
+  std::array<char, LINE_CAPACITY> line{};
+  while (std::fgets(line.data(), line.size(), pipe.get()) != nullptr)
+    take_line(line.data(), script, tag, paths);
+}
+
+void run_scripts(const std::string& tag, std::vector<fs::Path>& paths) {
+  ScriptCollector collector;
+  fs::walk(SubscriberManager::FSSETTINGSSCRIPTROOT, fs::Descent::IMMEDIATE, collector);
+  for (const fs::Path& script : collector.scripts()) run_script(script, tag, paths);
+}
+
+}  // namespace
+
+const std::vector<fs::Path>& settings_script_list(ScriptList list) {
+  static std::vector<fs::Path> whitelist;
+  static std::vector<fs::Path> blacklist;
+  const bool is_whitelist = list == ScriptList::WHITELIST;
+  std::vector<fs::Path>& paths = is_whitelist ? whitelist : blacklist;
+  if (paths.empty()) {
+    run_scripts(is_whitelist ? SubscriberManager::whitelist_tag : SubscriberManager::blacklist_tag, paths);
+  }
+  return paths;
+}
+
+bool begins_with_any(const fs::Path& path, const std::vector<fs::Path>& prefixes) {
+  return std::ranges::any_of(
+      prefixes, [&path](const fs::Path& prefix) { return path.text().starts_with(prefix.text()); });
+}
+
+}  // namespace harbix
