@@ -1,0 +1,51 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <iostream>
+#include <span>
+#include <system_error>
+
+#include "pps/server/command_line.h"
+#include "pps/server/server.h"
+#include "pps/server/session.h"
+#include "pps/server/stop_signals.h"
+
+namespace {
+
+constexpr int USAGE_STATUS = 2;
+
+void tell_ready(platform::FileDescriptor descriptor) {
+  if (::write(descriptor.get(), "\n", 1) != 1) {
+    throw std::system_error(errno, std::generic_category(), "cannot tell that the mount is ready");
+  }
+}
+
+int serve(const pps::server::CommandLine& command) {
+  ::umask(0);  // clients' masks are applied by the kernel; the store keeps the modes they chose
+  const pps::server::StopSignals stop;
+  pps::server::Server server(command.store);
+  {
+    pps::server::Session session(server, command.mount_point);
+    if (command.ready_fd) tell_ready(platform::FileDescriptor(*command.ready_fd));
+    session.serve(stop.descriptor());
+  }
+  const int refused = server.catalog.save_all();
+  if (refused != 0) std::cerr << "harbix-pps: " << refused << " objects could not be saved\n";
+  return refused == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::span<char* const> arguments(argv, static_cast<std::size_t>(argc));
+  const auto command = pps::server::parse_command_line(arguments, std::cerr);
+  if (!command) return USAGE_STATUS;
+  try {
+    return serve(*command);
+  } catch (const std::exception& error) {
+    std::cerr << "harbix-pps: " << error.what() << "\n";
+    return 1;
+  }
+}

@@ -1,0 +1,47 @@
+#include "pps/server/server.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+
+#include "pps/server/node_numbers.h"
+#include "pps/store_loader.h"
+
+namespace pps::server {
+
+namespace {
+
+constexpr mode_t ROOT_MODE = 0755;
+
+void answer_read(ReaderToken token, std::string_view text) {
+  auto* const request = static_cast<fuse_req_t>(token);
+  // Only a client that is gone cannot be answered, and it has nobody to tell.
+  static_cast<void>(fuse_reply_buf(request, text.data(), text.size()));
+}
+
+}  // namespace
+
+Server::Server(const std::string& folder)
+    : store(folder.empty() ? Store() : Store(folder)),
+      tree(new_metadata(ROOT_MODE, ::geteuid(), ::getegid())),
+      publisher(tree, store, answer_read),
+      catalog(tree, store, publisher) {
+  load(store, tree, std::cerr);
+}
+
+void Server::refuse_waiting_reads(int error) {
+  for (ReaderToken token : publisher.cancel_all()) {
+    // A client that is gone needs no answer.
+    static_cast<void>(fuse_reply_err(static_cast<fuse_req_t>(token), error));
+  }
+}
+
+Node& Server::node(fuse_ino_t number) {
+  Node* found = tree.node(numbered_node(number).id);
+  if (found == nullptr) throw std::system_error(ESTALE, std::generic_category());
+  return *found;
+}
+
+}  // namespace pps::server
