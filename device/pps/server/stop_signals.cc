@@ -1,5 +1,6 @@
 #include "pps/server/stop_signals.h"
 
+#include <signal.h>
 #include <sys/signalfd.h>
 
 #include <cerrno>
@@ -13,14 +14,9 @@ StopSignals::StopSignals() {
   ::sigemptyset(&signals);
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&signals, signal);
   descriptor_ = platform::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!descriptor_ || ::sigprocmask(SIG_BLOCK, &signals, &before_) == -1) {
+  if (!descriptor_ || ::sigprocmask(SIG_BLOCK, &signals, nullptr) == -1) {
     throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
   }
-}
-
-StopSignals::~StopSignals() {
-  // Cannot fail: the set came from the same call.
-  ::sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
 }  // namespace pps::server

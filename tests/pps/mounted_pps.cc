@@ -1,0 +1,157 @@
+#include "mounted_pps.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+namespace pps {
+
+namespace {
+
+constexpr int CANNOT_RUN = 127;
+constexpr int SIGNAL_STATUS = 128;
+
+[[noreturn]] void refuse(const std::string& what) {
+  const int error = errno;
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+struct CommandCloser {
+  // The status is asked for by whoever closes in time.
+  void operator()(FILE* command) const noexcept { static_cast<void>(::pclose(command)); }
+};
+
+int exit_status(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
+}
+
+}  // namespace
+
+void MountedPps::SetUpTestSuite() {
+  static bool entered = false;
+  if (entered) return;
+  if (::unshare(CLONE_NEWNS) == -1) refuse("no mount namespace");
+  if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == -1) refuse("no private mounts");
+  entered = true;
+}
+
+MountedPps::MountedPps() {
+  std::string pattern = testing::TempDir() + "pps_mount_XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) refuse("no temporary folder");
+  folder_ = pattern;
+  // Other users come in too.
+  if (::chmod(folder_.c_str(), 0755) == -1 || ::mkdir(mount().c_str(), 0755) == -1) refuse("no mount point");
+}
+
+MountedPps::~MountedPps() {
+  if (server_ != -1) kill_server();
+  std::error_code ignored;  // a folder that stays behind is no reason to fail
+  std::filesystem::remove_all(folder_, ignored);
+}
+
+void MountedPps::TearDown() {
+  if (server_ != -1) {
+    EXPECT_EQ(stop(SIGTERM), 0);
+  }
+}
+
+pid_t MountedPps::launch(const std::vector<std::string>& arguments) {
+  std::string program = HARBIX_PPS;
+  std::vector<std::string> texts = arguments;
+  std::vector<char*> pointers{program.data()};
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  const pid_t id = ::fork();
+  if (id == -1) refuse("cannot fork");
+  if (id == 0) {
+    // A test that is killed must not leave its server behind.
+    if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) ::execv(program.c_str(), pointers.data());
+    ::_exit(CANNOT_RUN);
+  }
+  return id;
+}
+
+void MountedPps::start() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
+  const platform::FileDescriptor output(ends[0]);
+  platform::FileDescriptor input(ends[1]);
+  if (::fcntl(input.get(), F_SETFD, 0) == -1) refuse("cannot hand the pipe on");
+  server_ = launch({"--store", store(), "--ready-fd", std::to_string(input.get()), mount()});
+  input.close();
+  ASSERT_EQ(read_text(output), "\n") << "harbix-pps could not mount; these tests need root and /dev/fuse";
+}
+
+int MountedPps::stop(int signal) {
+  if (::kill(server_, signal) == -1) refuse("cannot stop the server");
+  return wait_for_end();
+}
+
+int MountedPps::wait_for_end() {
+  int status = 0;
+  while (::waitpid(server_, &status, 0) == -1) {
+    if (errno != EINTR) refuse("cannot wait for the server");
+  }
+  server_ = -1;
+  return exit_status(status);
+}
+
+void MountedPps::kill_server() {
+  static_cast<void>(stop(SIGKILL));
+  unmount();
+}
+
+void MountedPps::unmount() const {
+  // One that is not mounted (any more) is as good.
+  static_cast<void>(::umount2(mount().c_str(), MNT_DETACH));
+}
+
+Outcome MountedPps::shell(const std::string& command) const {
+  const std::string line = "cd '" + mount() + "' && { " + command + "\n} 2>&1";
+  std::unique_ptr<FILE, CommandCloser> running(::popen(line.c_str(), "re"));
+  if (!running) refuse("cannot run a shell");
+  Outcome outcome{};
+  for (int byte = std::fgetc(running.get()); byte != EOF; byte = std::fgetc(running.get())) {
+    outcome.output += static_cast<char>(byte);
+  }
+  outcome.status = exit_status(::pclose(running.release()));
+  return outcome;
+}
+
+std::string MountedPps::run(const std::string& command) const {
+  const Outcome outcome = shell(command);
+  EXPECT_EQ(outcome.status, 0) << command << "\n" << outcome.output;
+  return outcome.output;
+}
+
+std::string MountedPps::cat(const std::string& name) const {
+  const auto object = open_object(path(name), O_RDONLY);
+  std::string all;
+  for (std::string piece = read_text(object); !piece.empty(); piece = read_text(object)) all += piece;
+  return all;
+}
+
+int MountedPps::write_error(const std::string& name, int flags, const std::string& text) const {
+  try {
+    auto object = open_object(path(name), flags);
+    if (!text.empty()) write_text(object, text);
+    return object.close();
+  } catch (const std::system_error& error) {
+    return error.code().value();
+  }
+}
+
+}  // namespace pps
