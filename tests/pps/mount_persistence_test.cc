@@ -14,7 +14,7 @@ namespace {
 
 class MountPersistence : public MountedPps {
  protected:
-  static constexpr const char* LISTING = "find . -mindepth 1 -printf '%p %y %m %U %G %s %T@\\n' | sort";
+  static constexpr const char* LISTING = "find . -mindepth 1 -printf '%p %y %m %U %G %T@\\n' | sort";
   [[nodiscard]] std::string stored(const std::string& command) const {
     return run("cd '" + store() + "' && " + command);
   }
@@ -76,10 +76,10 @@ TEST_F(MountPersistence, LosesOnlyWhatWasNotClosedWhenItIsKilled) {
 }
 
 TEST_F(MountPersistence, TellsTheClientWhenTheStoreRefuses) {
-  const auto object = open_object(path("obj"), O_WRONLY | O_CREAT);
-  write_text(object, "a::1\n");
   // A folder in the way of the file that is written first.
   ASSERT_EQ(shell("mkdir '" + store() + "/@unfinished'").status, 0);
+  const auto object = open_object(path("obj"), O_WRONLY | O_CREAT);
+  write_text(object, "a::1\n");
   EXPECT_EQ(::fsync(object.get()), -1);
   EXPECT_EQ(errno, EISDIR);
   EXPECT_EQ(cat("obj"), "@obj\na::1\n");
