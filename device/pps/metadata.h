@@ -2,7 +2,8 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <time.h>
+
+#include <ctime>
 
 namespace pps {
 

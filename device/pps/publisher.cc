@@ -107,7 +107,7 @@ void Publisher::publish(OpenObject& open, const std::vector<AttributeLine>& line
     const auto sets = [](const AttributeLine& line) { return line.kind == AttributeLine::Kind::set; };
     if (!std::ranges::any_of(lines, sets)) return;
     if (!node.is_linked()) refuse(ENOENT);
-    tree_.make_object_of(node);
+    Tree::make_object_of(node);
   }
   const Change change{.stamp = tree_.next_stamp(), .writer = open.id()};
   bool changed = false;

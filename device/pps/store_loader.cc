@@ -12,6 +12,7 @@
 #include <ostream>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "pps/attribute_line.h"
@@ -83,9 +84,10 @@ class Loader {
 
  private:
   void load_folder(Node& directory, const std::string& path) {
-    for (const std::string& name :
-         sorted_names(open_at(folder_, path.empty() ? "." : path, O_DIRECTORY), path)) {
-      load_item(directory, name, path.empty() ? name : path + "/" + name);
+    FileDescriptor folder = open_at(folder_, path.empty() ? "." : path, O_DIRECTORY);
+    const std::string prefix = path.empty() ? "" : path + "/";
+    for (const std::string& name : sorted_names(std::move(folder), path)) {
+      load_item(directory, name, prefix + name);
     }
   }
 

@@ -29,7 +29,7 @@ class Tree {
   Node& add(Node& directory, std::string_view name, Node::Kind kind, const Metadata& metadata);
 
   /// Turns a directory's view into an ordinary object, still without attributes.
-  void make_object_of(Node& view);
+  static void make_object_of(Node& view);
 
   /// Takes the name of an object or an empty directory away; its view goes with a directory. The nodes stay
   /// until discard_unused() finds them neither open nor known to the kernel.

@@ -1,13 +1,13 @@
 #include "client.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -79,17 +79,17 @@ void Process::wait_until_asleep() const {
   while (state_of(id_) != 'S') ::usleep(500);
 }
 
-void Process::kill() {
+void Process::kill() noexcept {
   ::kill(id_, SIGKILL);  // one that has just ended is as good
   static_cast<void>(wait());
 }
 
-int Process::wait() {
+int Process::wait() noexcept {
   int status = 0;
-  while (::waitpid(id_, &status, 0) == -1) {
-    if (errno != EINTR) refuse("cannot wait");
-  }
+  int waited = ::waitpid(id_, &status, 0);
+  while (waited == -1 && errno == EINTR) waited = ::waitpid(id_, &status, 0);
   id_ = -1;
+  if (waited == -1) return THREW_STATUS;
   return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
 }
 

@@ -35,10 +35,10 @@ class Process {
   void wait_until_asleep() const;
 
   /// Sends SIGKILL and waits for the end.
-  void kill();
+  void kill() noexcept;
 
-  /// Waits for the end. @return the exit status, or 128 and the signal.
-  int wait();
+  /// Waits for the end. @return the exit status, or 128 and the signal; 99 when there is nothing to wait for.
+  int wait() noexcept;
 
  private:
   pid_t id_ = -1;

@@ -15,7 +15,7 @@ namespace {
 
 class MountNames : public MountedPps {
  protected:
-  struct stat look_at(const std::string& name) const {
+  [[nodiscard]] struct stat look_at(const std::string& name) const {
     struct stat record {};
     EXPECT_EQ(::lstat(path(name).c_str(), &record), 0) << name;
     return record;

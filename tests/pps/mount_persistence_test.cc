@@ -1,10 +1,10 @@
 // What comes back after an end of the program, asked for or not.
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <string>
 
 #include "mounted_pps.h"

@@ -1,10 +1,10 @@
 // Reads that wait: woken by others, refused, interrupted, killed.
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -97,6 +97,7 @@ TEST_F(MountWait, EndsWithASignalThatIsHandled) {
 
 TEST_F(MountWait, HoldsHundredsOfReadersAtOnce) {
   std::vector<std::unique_ptr<WaitingReader>> readers;
+  readers.reserve(200);
   for (int i = 0; i < 200; ++i) readers.push_back(std::make_unique<WaitingReader>(path("obj?wait,delta")));
   for (std::size_t i = 0; i < readers.size(); i += 2) readers[i]->kill();
   run("echo c::3 >obj");

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -11,6 +10,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -57,7 +57,12 @@ MountedPps::MountedPps() {
 }
 
 MountedPps::~MountedPps() {
-  if (server_ != -1) kill_server();
+  if (server_ != -1) {
+    // One that has ended by itself is as good.
+    static_cast<void>(::kill(server_, SIGKILL));
+    static_cast<void>(::waitpid(server_, nullptr, 0));
+    unmount();
+  }
   std::error_code ignored;  // a folder that stays behind is no reason to fail
   std::filesystem::remove_all(folder_, ignored);
 }
@@ -107,11 +112,6 @@ int MountedPps::wait_for_end() {
   }
   server_ = -1;
   return exit_status(status);
-}
-
-void MountedPps::kill_server() {
-  static_cast<void>(stop(SIGKILL));
-  unmount();
 }
 
 void MountedPps::unmount() const {

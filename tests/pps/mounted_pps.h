@@ -20,13 +20,14 @@ struct Outcome {
 /// The program, mounted in a mount namespace of the test's own, with a store, in a private folder. Needs root
 /// and /dev/fuse: a test that cannot mount fails.
 class MountedPps : public testing::Test {
+ public:
+  MountedPps(const MountedPps&) = delete;
+  MountedPps& operator=(const MountedPps&) = delete;
+
  protected:
   static void SetUpTestSuite();
   MountedPps();
   ~MountedPps() override;
-  MountedPps(const MountedPps&) = delete;
-  MountedPps& operator=(const MountedPps&) = delete;
-
   void SetUp() override { start(); }
   /// Ends the program, which must then have nothing to complain about; leaks too show in its exit status.
   void TearDown() override;
@@ -34,13 +35,11 @@ class MountedPps : public testing::Test {
   /// Starts the program and waits until it says that it is ready.
   void start();
   /// Starts it with these arguments, without waiting. @return its id.
-  pid_t launch(const std::vector<std::string>& arguments);
+  static pid_t launch(const std::vector<std::string>& arguments);
   /// Sends the signal and waits. @return the exit status, or 128 and the signal.
   int stop(int signal);
   /// Waits for an end that has another cause.
   int wait_for_end();
-  /// Kills the program, and takes the mount that is left away.
-  void kill_server();
   void unmount() const;
 
   [[nodiscard]] std::string path(const std::string& name) const { return mount() + "/" + name; }
@@ -50,7 +49,8 @@ class MountedPps : public testing::Test {
   /// Runs a command of the shell in the mounted root.
   [[nodiscard]] Outcome shell(const std::string& command) const;
   /// The same; the command must succeed. @return its output.
-  std::string run(const std::string& command) const;
+  std::string run(
+      const std::string& command) const;  // NOLINT(modernize-use-nodiscard): often run for its effect
   /// The whole text of an object, read as a client does.
   [[nodiscard]] std::string cat(const std::string& name) const;
   /// The error number of opening, writing `text` and closing; 0 when it went well.

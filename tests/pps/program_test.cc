@@ -1,7 +1,6 @@
 // The program itself: arguments, readiness, ends.
 
-#include <signal.h>
-
+#include <csignal>
 #include <string>
 #include <vector>
 

@@ -46,6 +46,10 @@ struct Device {
 };
 
 class StoreRules : public testing::Test {
+ public:
+  StoreRules(const StoreRules&) = delete;
+  StoreRules& operator=(const StoreRules&) = delete;
+
  protected:
   StoreRules() {
     std::string pattern = testing::TempDir() + "pps_store_XXXXXX";
@@ -56,9 +60,6 @@ class StoreRules : public testing::Test {
     std::error_code ignored;  // a folder that stays behind is no reason to fail
     files::remove_all(folder_, ignored);
   }
-  StoreRules(const StoreRules&) = delete;
-  StoreRules& operator=(const StoreRules&) = delete;
-
   [[nodiscard]] std::string store() const { return folder_ + "/store"; }
 
   void write_file(const std::string& path, const std::string& text) const {

@@ -49,6 +49,7 @@ TEST_F(Stress, MakesThousandsOfExchangesWhileClientsAreKilled) {
   const ToyService service(path("current"));
   const auto start_time = std::chrono::steady_clock::now();
   std::vector<std::unique_ptr<Process>> clients;
+  clients.reserve(CLIENTS);
   for (int i = 0; i < CLIENTS; ++i) clients.push_back(std::make_unique<Process>(exchanger(i, ROUNDS)));
 
   run("echo tick::0 >shared");
@@ -110,6 +111,7 @@ TEST_F(Stress, LosesNoChangeOfManyWriters) {
   reader.wait_until_asleep();
   const auto start_time = std::chrono::steady_clock::now();
   std::vector<std::unique_ptr<Process>> writers;
+  writers.reserve(WRITERS);
   for (int i = 0; i < WRITERS; ++i) writers.push_back(std::make_unique<Process>(write_own(i)));
   for (const auto& writer : writers) EXPECT_EQ(writer->wait(), 0);
   report("opened, written and closed", WRITERS * ROUNDS, std::chrono::steady_clock::now() - start_time);

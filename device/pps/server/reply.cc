@@ -12,7 +12,8 @@ struct stat stat_record(const Node& node) {
   const Metadata metadata = shown_metadata(node);
   record.st_ino = node.id;
   record.st_mode = metadata.mode | (node.is_directory() ? S_IFDIR : S_IFREG);
-  record.st_nlink = node.is_linked() ? (node.is_directory() ? 2 : 1) : 0;
+  // Of a directory, 1 says that nobody has counted the directories in it.
+  record.st_nlink = node.is_linked() ? 1 : 0;
   record.st_uid = metadata.uid;
   record.st_gid = metadata.gid;
   record.st_size = static_cast<off_t>(text_size(node));

@@ -38,7 +38,7 @@ void Server::refuse_waiting_reads(int error) {
   }
 }
 
-Node& Server::node(fuse_ino_t number) {
+Node& Server::node(fuse_ino_t number) const {
   Node* found = tree.node(numbered_node(number).id);
   if (found == nullptr) throw std::system_error(ESTALE, std::generic_category());
   return *found;

@@ -32,7 +32,7 @@ struct Server {
 
   /// The directory, object or view behind a number of the kernel's.
   /// @throws std::system_error (ESTALE) when there is none; the kernel only asks for what it holds.
-  [[nodiscard]] Node& node(fuse_ino_t number);
+  [[nodiscard]] Node& node(fuse_ino_t number) const;
 
   Store store;
   Tree tree;

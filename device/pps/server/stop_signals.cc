@@ -1,9 +1,9 @@
 #include "pps/server/stop_signals.h"
 
-#include <signal.h>
 #include <sys/signalfd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <system_error>
 
 namespace pps::server {
