@@ -49,8 +49,8 @@ class MountedPps : public testing::Test {
   /// Runs a command of the shell in the mounted root.
   [[nodiscard]] Outcome shell(const std::string& command) const;
   /// The same; the command must succeed. @return its output.
-  std::string run(
-      const std::string& command) const;  // NOLINT(modernize-use-nodiscard): often run for its effect
+  // NOLINTNEXTLINE(modernize-use-nodiscard): often run for its effect
+  std::string run(const std::string& command) const;
   /// The whole text of an object, read as a client does.
   [[nodiscard]] std::string cat(const std::string& name) const;
   /// The error number of opening, writing `text` and closing; 0 when it went well.
