@@ -51,7 +51,7 @@ struct BufferOwner {
   BufferOwner() = default;
   BufferOwner(const BufferOwner&) = delete;
   BufferOwner& operator=(const BufferOwner&) = delete;
-  // NOLINTNEXTLINE(cppcoreguidelines-no-malloc): the library allocated it so
+  // The library allocates it with malloc.
   ~BufferOwner() { std::free(buffer.mem); }
 };
 
