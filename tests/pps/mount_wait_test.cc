@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <memory>
@@ -74,23 +75,29 @@ TEST_F(MountWait, ServesOnWhenAWaitingClientIsKilled) {
 }
 
 TEST_F(MountWait, EndsWithASignalThatIsHandled) {
-  Process reader([this] {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  const platform::FileDescriptor progress(ends[0]);
+  const platform::FileDescriptor told(ends[1]);
+  Process reader([&] {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     if (::sigaction(SIGUSR1, &action, nullptr) == -1) return 1;
     const auto object = open_object(path("obj?wait"), O_RDONLY);
+    write_text(told, "1");
     try {
       static_cast<void>(read_text(object));
+      return 2;
     } catch (const std::system_error& error) {
-      if (error.code().value() != EINTR) return 2;
+      if (error.code().value() != EINTR) return 3;
     }
-    ::alarm(20);
-    return read_text(object) == "@obj\na::1\nb::9\n" ? 0 : 3;
+    write_text(told, "2");
+    return read_text(object) == "@obj\na::1\nb::9\n" ? 0 : 4;
   });
+  EXPECT_EQ(read_text(progress, 1), "1");
   reader.wait_until_asleep();
-  ::usleep(50000);  // long enough to have set up the handler and to sleep in the read
   ASSERT_EQ(::kill(reader.id(), SIGUSR1), 0);
-  ::usleep(50000);
+  EXPECT_EQ(read_text(progress, 1), "2");
   run("echo b::9 >obj");
   EXPECT_EQ(reader.wait(), 0);
 }

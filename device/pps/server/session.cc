@@ -86,8 +86,19 @@ void Session::serve(int stop_descriptor) {
       if (errno == EINTR) continue;
       refuse(errno, "cannot wait for requests");
     }
-    if (watched[1].revents != 0) return;
+    if (watched[1].revents != 0) return answer_pending(owner.buffer);
     if (watched[0].revents != 0) answer_one(owner.buffer);
+  }
+}
+
+void Session::answer_pending(fuse_buf& buffer) {
+  // Busy clients could go on for ever; those that asked before the stop are long through by then.
+  constexpr int MOST = 1000;
+  pollfd requests{.fd = fuse_session_fd(session_.get()), .events = POLLIN, .revents = 0};
+  for (int i = 0; i < MOST && fuse_session_exited(session_.get()) == 0; ++i) {
+    // An error here is as good as nothing to answer: the program is about to stop.
+    if (::poll(&requests, 1, 0) <= 0) return;
+    answer_one(buffer);
   }
 }
 

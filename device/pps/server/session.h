@@ -22,12 +22,14 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Answers requests until `stop_descriptor` becomes readable or the mount goes away.
+  /// Answers requests until `stop_descriptor` becomes readable or the mount goes away. What clients had asked
+  /// before the stop is still answered.
   /// @throws std::system_error when requests cannot be received.
   void serve(int stop_descriptor);
 
  private:
   void answer_one(fuse_buf& buffer);
+  void answer_pending(fuse_buf& buffer);
 
   struct Destroyer {
     void operator()(fuse_session* session) const noexcept { fuse_session_destroy(session); }
