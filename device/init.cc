@@ -5,38 +5,25 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <sstream>
 
+#include "device/execute.h"
 #include "device/failure.h"
+#include "device/processes.h"
 
 namespace device {
 namespace {
 
 constexpr std::chrono::seconds GRACE_TIME(5);
-
-[[noreturn]] void execute(const std::vector<std::string>& command) {
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  // execvp takes its arguments writable by tradition and leaves them alone.
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  ::execvp(arguments.front(), arguments.data());
-  const int error = errno;
-  std::cerr << "harbix-device: " << system_failure(error, "run", command.front()).what() << std::endl;
-  ::_exit(error == ENOENT ? EXIT_NOT_FOUND : EXIT_NOT_EXECUTABLE);
-}
-
-/// Read anew each time: processes whose parents ended become children of this one.
-std::vector<pid_t> child_processes() {
-  std::ifstream file("/proc/self/task/1/children");
-  return parse_process_ids(std::string(std::istreambuf_iterator<char>(file), {}));
-}
+// Generous: a machine that is busy with other things is no reason to give up.
+constexpr std::chrono::seconds SERVICE_START_TIME(30);
+constexpr std::chrono::seconds SERVICE_END_TIME(5);
+// Killed processes are gone at once, unless one waits for a service that does not answer.
+constexpr std::chrono::seconds KILL_TIME(2);
+// For those whose end nobody tells: processes that were brought in from outside.
+constexpr std::chrono::milliseconds LOOK_AGAIN_TIME(20);
 
 void end_all_processes() {
   // From the first process this means all others. None being left is no error.
@@ -45,19 +32,45 @@ void end_all_processes() {
   }
 }
 
-}  // namespace
-
-std::vector<pid_t> parse_process_ids(const std::string& text) {
-  std::istringstream words(text);
-  return {std::istream_iterator<pid_t>(words), {}};
+bool is_ignored(int signal) {
+  struct sigaction action = {};
+  // Cannot fail: the number is a signal's.
+  ::sigaction(signal, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
 }
 
+std::string service_text(const Service& service) { return "the service '" + service.name() + "' "; }
+
+}  // namespace
+
 int Init::run(const std::vector<std::string>& command) {
-  start(command);
-  while (!is_finished()) wait_for_event();
+  start_services();
+  if (!early_signal_) {
+    start(command);
+    while (!is_finished()) wait_for_event(status_ ? std::optional(deadline_) : std::nullopt);
+  }
+  // The services come last: what others have written is saved, and nobody sees them go.
+  const Clock::time_point kill_end = Clock::now() + KILL_TIME;
+  while (kill_all_but_services() && Clock::now() < kill_end) wait_for_event(Clock::now() + LOOK_AGAIN_TIME);
+  end_services();
   end_all_processes();
   log_.collect();
+  if (early_signal_) return EXIT_SIGNAL_BASE + *early_signal_;
   return WIFSIGNALED(*status_) ? EXIT_SIGNAL_BASE + WTERMSIG(*status_) : WEXITSTATUS(*status_);
+}
+
+void Init::start_services() {
+  answer_signals();
+  for (Service& service : services_) {
+    if (early_signal_) return;
+    service.start(signals_);
+    const Clock::time_point deadline = Clock::now() + SERVICE_START_TIME;
+    while (!service.is_ready() && !early_signal_) {
+      if (!service.is_running()) throw Failure(service_text(service) + "ended before it was ready");
+      if (Clock::now() >= deadline) throw Failure(service_text(service) + "was not ready in time");
+      wait_for_event(deadline);
+    }
+  }
 }
 
 void Init::start(const std::vector<std::string>& command) {
@@ -78,33 +91,71 @@ void Init::start(const std::vector<std::string>& command) {
 bool Init::is_finished() const {
   if (!status_) return false;
   if (interrupted_ || WIFSIGNALED(*status_)) return true;
-  return Clock::now() >= deadline_ || child_processes().empty();
+  if (Clock::now() >= deadline_) return true;
+  return std::ranges::all_of(child_processes(), [this](pid_t process) { return is_service(process); });
 }
 
-void Init::wait_for_event() {
-  std::array<pollfd, 3> events = {pollfd{signals_.descriptor(), POLLIN, 0},
-                                  pollfd{log_.descriptor(), POLLIN, 0},
-                                  pollfd{host_.descriptor(), POLLIN, 0}};
+bool Init::is_service(pid_t process) const {
+  return std::ranges::any_of(services_,
+                             [process](const Service& service) { return service.process() == process; });
+}
+
+bool Init::kill_all_but_services() const {
+  bool found = false;
+  for (const pid_t process : all_processes()) {
+    if (process == ::getpid() || is_service(process)) continue;
+    found = true;
+    ::kill(process, SIGKILL);  // It may have ended just now.
+  }
+  return found;
+}
+
+void Init::end_services() {
+  ending_services_ = true;
+  // Those that were started later may need the earlier ones.
+  for (auto service = services_.rbegin(); service != services_.rend(); ++service) {
+    service->ask_to_end();
+    const Clock::time_point deadline = Clock::now() + SERVICE_END_TIME;
+    while (service->is_running() && Clock::now() < deadline) wait_for_event(deadline);
+    if (!service->is_running()) continue;
+    std::cerr << "harbix-device: " << service_text(*service) << "did not end in time and was killed"
+              << std::endl;
+    service->kill();
+  }
+}
+
+void Init::wait_for_event(std::optional<Clock::time_point> deadline) {
+  std::vector<pollfd> events = {pollfd{signals_.descriptor(), POLLIN, 0},
+                                pollfd{log_.descriptor(), POLLIN, 0}, pollfd{host_.descriptor(), POLLIN, 0}};
+  for (const Service& service : services_) events.push_back(pollfd{service.descriptor(), POLLIN, 0});
   int timeout = -1;
-  if (status_) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
+  if (deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
     timeout = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
   }
   // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
-  (void)::poll(events.data(), events.size(), timeout);
+  const bool any = ::poll(events.data(), events.size(), timeout) > 0;
+  constexpr std::size_t FIRST_SERVICE = 3;
+  for (std::size_t i = 0; any && i < services_.size(); ++i) {
+    if (events[FIRST_SERVICE + i].revents != 0) services_[i].look_for_readiness();
+  }
   log_.collect();
   answer_signals();
   answer_host();
 }
 
 void Init::answer_signals() {
-  while (const std::optional<int> signal = signals_.next()) {
-    if (*signal == SIGCHLD) {
-      take_in_processes();
-    } else {
-      interrupted_ = true;
-      pass_on(*signal);
-    }
+  while (const std::optional<int> signal = signals_.next()) answer_signal(*signal);
+}
+
+void Init::answer_signal(int signal) {
+  if (signal == SIGCHLD) return take_in_processes();
+  if (command_ != -1) {
+    interrupted_ = true;
+    pass_on(signal);
+  } else if (!early_signal_ && !is_ignored(signal)) {
+    // COMMAND would be ended by it before it had a chance to catch it.
+    early_signal_ = signal;
   }
 }
 
@@ -120,19 +171,28 @@ void Init::take_in_processes() {
   while (true) {
     const pid_t process = ::waitpid(-1, &status, WNOHANG | WUNTRACED);
     if (process <= 0) return;
-    if (process != command_) continue;
-    if (WIFSTOPPED(status)) {
-      host_.send(Notice::command_stopped);
-      continue;
-    }
+    take_in(process, status);
+  }
+}
+
+void Init::take_in(pid_t process, int status) {
+  if (process == command_ && !status_) {
+    if (WIFSTOPPED(status)) return host_.send(Notice::command_stopped);
     status_ = status;
     deadline_ = Clock::now() + GRACE_TIME;
-    host_.send(Notice::command_ended);
+    return host_.send(Notice::command_ended);
+  }
+  if (WIFSTOPPED(status)) return;
+  for (Service& service : services_) {
+    if (service.process() != process) continue;
+    const std::string end = service.take_end(status);
+    if (ending_services_ && status == 0) return;
+    std::cerr << "harbix-device: " << service_text(service) << end << std::endl;
   }
 }
 
 void Init::pass_on(int signal) {
-  if (status_) return;
+  if (status_ || command_ == -1) return;
   // COMMAND may have left its group; it may also be gone, which the next SIGCHLD tells.
   if (::kill(-command_, signal) == -1) ::kill(command_, signal);
   // A stopped process takes other signals only when it goes on.

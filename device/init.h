@@ -9,48 +9,62 @@
 
 #include "device/channel.h"
 #include "device/log_collector.h"
+#include "device/service.h"
 #include "device/signal_source.h"
 #include "device/terminal.h"
 
 namespace device {
 
-/// The work of the device's first process once its root stands: runs COMMAND, collects the log, takes in
-/// ended processes, and ends every process of the device when COMMAND has ended.
+/// The work of the device's first process once its root stands: runs the services and COMMAND, collects the
+/// log, takes in ended processes, and ends every process of the device when COMMAND has ended.
 class Init {
  public:
-  Init(const SignalSource& signals, Channel& host, const Terminal& terminal, LogCollector& log)
-      : signals_(signals), host_(host), terminal_(terminal), log_(log) {}
+  Init(const SignalSource& signals, Channel& host, const Terminal& terminal, LogCollector& log,
+       std::vector<Service> services)
+      : signals_(signals), host_(host), terminal_(terminal), log_(log), services_(std::move(services)) {}
 
-  /// Runs `command` to its end, then gives the processes that it left behind 5 seconds, unless a signal ended
-  /// it.
-  /// @return its exit status, or 128 and the number of the signal that ended it; 127 or 126 when it cannot be
-  /// run.
-  /// @throws Failure when no process can be started.
+  /// Starts the services in their order, each when the one before it is ready. Runs `command` to its end,
+  /// then gives the processes that it left behind 5 seconds, unless a signal ended it. Ends the services
+  /// last, so that they can save what they hold; one that ends before is told on standard error.
+  /// @return the exit status of `command`, or 128 and the number of the signal that ended it; 127 or 126 when
+  /// it cannot be run; 128 and the number of a signal that came before it was started.
+  /// @throws Failure when no process can be started, or a service does not get ready. What was started before
+  /// ends with this process.
   [[nodiscard]] int run(const std::vector<std::string>& command);
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  void start_services();
   void start(const std::vector<std::string>& command);
   [[nodiscard]] bool is_finished() const;
-  void wait_for_event();
+  [[nodiscard]] bool is_service(pid_t process) const;
+  [[nodiscard]] bool kill_all_but_services() const;
+  void end_services();
+
+  /// Waits for news of any kind, at most until `deadline` if there is one, and answers it.
+  void wait_for_event(std::optional<Clock::time_point> deadline = {});
   void answer_signals();
+  void answer_signal(int signal);
   void answer_host();
   void take_in_processes();
+  void take_in(pid_t process, int status);
   void pass_on(int signal);
 
   const SignalSource& signals_;
   Channel& host_;
   const Terminal& terminal_;
   LogCollector& log_;
+  std::vector<Service> services_;
+  bool ending_services_ = false;
   pid_t command_ = -1;
   /// As waitpid gave it; nothing while COMMAND runs.
   std::optional<int> status_;
+  /// What ends the device before COMMAND is started.
+  std::optional<int> early_signal_;
   bool interrupted_ = false;
+  /// When the processes that COMMAND left behind are ended.
   Clock::time_point deadline_;
 };
-
-/// The process ids in `text`, which is what /proc/PID/task/TID/children holds: "12 345 ".
-[[nodiscard]] std::vector<pid_t> parse_process_ids(const std::string& text);
 
 }  // namespace device

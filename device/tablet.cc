@@ -1,5 +1,6 @@
 #include "device/tablet.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -16,6 +17,7 @@
 #include "device/init.h"
 #include "device/log_collector.h"
 #include "device/mounts.h"
+#include "device/service.h"
 #include "device/storage.h"
 #include "device/tree_writer.h"
 #include "device/well_known_folders.h"
@@ -35,6 +37,20 @@ void enter_mount_namespace() {
     throw system_failure(errno, "make a mount namespace", {}, EXIT_UNAVAILABLE);
   }
   make_mounts_private();
+}
+
+/// Told before anything is made: a kernel without it, or a machine that does not let it be used.
+void require_fuse() {
+  constexpr const char* DEVICE = "/dev/fuse";
+  const platform::FileDescriptor fuse(::open(DEVICE, O_RDWR | O_CLOEXEC));
+  if (!fuse) throw system_failure(errno, "open", DEVICE, EXIT_UNAVAILABLE);
+}
+
+std::vector<Service> services() {
+  std::vector<Service> services;
+  services.emplace_back(
+      std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps", "/pps"});
+  return services;
 }
 
 void fill(const Storage& storage, bool bare) try {
@@ -64,6 +80,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   // A signal to the group that the program was started in is for the program alone, which passes it on once.
   if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
   enter_mount_namespace();
+  require_fuse();
   const DetachedMount programs = own_programs();
   platform::FileDescriptor log_file;
   // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
@@ -80,7 +97,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   set_environment();
   if (!log_file) log_file = LogCollector::open_file("/var/log/messages", false);
   LogCollector log("/dev/log", std::move(log_file));
-  return Init(signals, host, terminal, log).run(options.command);
+  return Init(signals, host, terminal, log, services()).run(options.command);
 }
 
 }  // namespace device

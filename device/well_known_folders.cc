@@ -53,6 +53,8 @@ void write_well_known_folders(TreeWriter& tree) {
   tree.file("/etc/group", ROOT_OWNER, 0644, group_text());
   tree.file("/etc/nsswitch.conf", ROOT_OWNER, 0644, "passwd: files\ngroup: files\nhosts: files\n");
   tree.file("/etc/hostname", ROOT_OWNER, 0644, "tablet\n");
+  // Where nothing is, or a file, programs that mount would write what they do.
+  tree.link("/etc/mtab", ROOT_OWNER, "../proc/self/mounts");
   tree.file("/etc/hosts", ROOT_OWNER, 0644, "127.0.0.1 localhost tablet\n");
 }
 

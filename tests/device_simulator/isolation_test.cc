@@ -73,9 +73,15 @@ TEST_F(Device, HasTheUsualDeviceNodes) {
   EXPECT_EQ(run_device({"--bare", "sh", "-c", "echo x > /dev/full"}).status, 1);
 }
 
+TEST_F(Device, ServesThePublishSubscribeFileSystem) {
+  EXPECT_EQ(output_of("echo state::on > /pps/radio; cat '/pps/radio?delta'; stat -f -c %T /pps"),
+            "@radio\nstate::on\nfuseblk\n");
+  EXPECT_EQ(output_of("grep ' /pps ' /etc/mtab | cut -d ' ' -f 1-3"), "pps /pps fuse.pps\n");
+}
+
 TEST_F(Device, SeesNeitherTheHostsProcessesNorItsFiles) {
   EXPECT_EQ(output_of("echo /proc/[0-9]*; ls /tmp /pps; test -e /home || test -e /srv || echo nothing"),
-            "/proc/1 /proc/2\n/pps:\n\n/tmp:\nnothing\n");
+            "/proc/1 /proc/2 /proc/3\n/pps:\n\n/tmp:\nnothing\n");
 }
 
 TEST_F(Device, TakesFilesBeyondTwoGiB) {

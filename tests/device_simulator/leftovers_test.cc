@@ -1,11 +1,15 @@
 #include <sched.h>
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill is POSIX's, not C's
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): setenv is POSIX's, not C's
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <set>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -20,14 +24,20 @@ namespace {
 using device_test::content_of;
 using device_test::DeviceProcess;
 
-/// The namespace of `kind` that the process with the given number is in: "pid:[4026531836]". Empty when it is
-/// gone.
-std::string namespace_of(const std::string& process, const std::string& kind) {
-  std::error_code error;
-  return std::filesystem::read_symlink("/proc/" + process + "/ns/" + kind, error).string();
+constexpr const char* MARK = "HARBIX_TEST_DEVICE";
+// What COMMAND becomes in the device that start() starts.
+constexpr const char* COMMAND = "tail";
+
+/// What /proc says about a process; empty when it is gone.
+std::string process_file(const std::string& process, const std::string& name) {
+  std::ifstream file("/proc/" + process + "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// Runs one device and checks that the host is as before when it is over.
+///
+/// Other tests run devices at the same time, and the numbers of namespaces are given out again at once: the
+/// device's processes are known by a variable in their environment that no other device has.
 class DeviceLeftovers : public testing::Test {
  protected:
   void SetUp() override {
@@ -37,40 +47,50 @@ class DeviceLeftovers : public testing::Test {
     ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
     ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
     ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_SHARED, nullptr), 0);
+    ASSERT_EQ(::setenv(MARK, (folder_ / "").c_str(), 1), 0);
     mounts_ = content_of("/proc/mounts");
   }
 
-  /// Starts a device that has processes in several places: COMMAND, children, a session of its own.
+  /// Starts a device that has processes in several places: COMMAND, children, a session of its own, a
+  /// service.
   DeviceProcess& start(std::vector<std::string> options) {
-    for (const char* word : {"sh", "-c", "sleep 61 & setsid sleep 62 & echo up; read line; exec sleep 63"}) {
+    for (const char* word : {"sh", "-c", "sleep 61 & setsid sleep 62 & echo up; exec tail -f /dev/null"}) {
       options.emplace_back(word);
     }
-    device_ = std::make_unique<DeviceProcess>(options, "go\n");
+    device_ = std::make_unique<DeviceProcess>(options);
     EXPECT_EQ(device_->read_line(), "up");
-    const std::string first = std::to_string(device_->first_process());
-    remember_namespaces(namespace_of(first, "pid"), namespace_of(first, "mnt"));
-    EXPECT_GE(inhabitants().size(), 4U);
+    EXPECT_NE(inhabitant(COMMAND), -1);
+    EXPECT_NE(inhabitant("harbix-pps"), -1);
+    EXPECT_GE(inhabitants().size(), 6U);
     return *device_;
   }
 
-  void remember_namespaces(const std::string& processes, const std::string& mounts) {
-    mount_namespace_ = mounts;
-    EXPECT_THAT(processes, testing::StartsWith("pid:["));
-    EXPECT_THAT(mount_namespace_, testing::StartsWith("mnt:["));
-    EXPECT_NE(processes, namespace_of("self", "pid"));
-    EXPECT_NE(mount_namespace_, namespace_of("self", "mnt"));
-  }
-
-  /// The host's numbers of all processes on the device. One that has ended and only waits for its parent to
-  /// take notice is in no mount namespace any more.
-  [[nodiscard]] std::set<std::string> inhabitants() const {
-    std::set<std::string> found;
+  /// The host's numbers and the names of the program itself and of all processes on its device. One that has
+  /// ended and only waits for its parent to take notice has no environment any more.
+  [[nodiscard]] std::map<pid_t, std::string> inhabitants() const {
+    const std::string mark = std::string(MARK) + "=" + (folder_ / "");
+    std::map<pid_t, std::string> found;
     for (const auto& item : std::filesystem::directory_iterator("/proc")) {
-      const std::string name = item.path().filename().string();
-      if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-      if (namespace_of(name, "mnt") == mount_namespace_) found.insert(name);
+      const std::string number = item.path().filename().string();
+      if (number.find_first_not_of("0123456789") != std::string::npos) continue;
+      const std::string environment = '\0' + process_file(number, "environ");
+      if (environment.find('\0' + mark + '\0') == std::string::npos) continue;
+      const std::string name = process_file(number, "comm");
+      found.emplace(std::stoi(number), name.substr(0, name.find('\n')));
     }
     return found;
+  }
+
+  /// The process of the device that runs the program `name`, which may be about to start; -1 when there is
+  /// none.
+  [[nodiscard]] pid_t inhabitant(const std::string& name) const {
+    for (int wait = 0; wait < 200; ++wait) {
+      for (const auto& [process, program] : inhabitants()) {
+        if (program == name) return process;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return -1;
   }
 
   void expect_nothing_left() const {
@@ -79,6 +99,7 @@ class DeviceLeftovers : public testing::Test {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     EXPECT_THAT(inhabitants(), testing::IsEmpty());
+    // What the device has mounted goes with its last process, unless it was mounted here.
     EXPECT_EQ(content_of("/proc/mounts"), mounts_);
     EXPECT_TRUE(std::filesystem::is_empty(folder_ / "")) << device_test::listing(folder_ / "");
   }
@@ -88,19 +109,16 @@ class DeviceLeftovers : public testing::Test {
 
  private:
   std::string mounts_;
-  std::string mount_namespace_;
 };
 
 TEST_F(DeviceLeftovers, NoneAfterSuccessAndFailure) {
   for (const int status : {0, 1, 127}) {
     const auto result = device_test::run_on_host(
-        "cd $folder && $device sh -c 'readlink /proc/self/ns/pid /proc/self/ns/mnt; exit " +
+        "cd $folder && $device sh -c 'echo x > /pps/x; tr \"\\\\0\" \"\\\\n\" < /proc/self/environ; exit " +
             std::to_string(status) + "'",
         folder_ / "");
     EXPECT_EQ(result.status, status) << result.errors;
-    const std::size_t first_line = result.output.find('\n');
-    remember_namespaces(result.output.substr(0, first_line),
-                        result.output.substr(first_line + 1, result.output.size() - first_line - 2));
+    EXPECT_THAT(result.output, testing::HasSubstr(std::string(MARK) + "=" + (folder_ / "") + "\n"));
     expect_nothing_left();
   }
 }
@@ -135,11 +153,18 @@ TEST_F(DeviceLeftovers, NoneAfterTheFirstProcessIsKilled) {
 
 TEST_F(DeviceLeftovers, NoneAfterTheCommandIsKilled) {
   DeviceProcess& device = start({"--bare"});
-  // The first child of the device's first process.
-  const std::string first = std::to_string(device.first_process());
-  const std::string children = content_of("/proc/" + first + "/task/" + first + "/children");
-  ASSERT_EQ(::kill(std::stoi(children), SIGKILL), 0);
+  ASSERT_EQ(::kill(inhabitant(COMMAND), SIGKILL), 0);
   EXPECT_EQ(device.wait().status, 128 + SIGKILL);
+  expect_nothing_left();
+}
+
+TEST_F(DeviceLeftovers, NoneAfterAServiceIsKilled) {
+  DeviceProcess device({"--bare", "sh", "-c", "echo up; read line; cat /pps/x; echo $?; exit 3"}, "go\n");
+  ASSERT_EQ(device.read_line(), "up");
+  const pid_t service = inhabitant("harbix-pps");
+  ASSERT_NE(service, -1);
+  ASSERT_EQ(::kill(service, SIGKILL), 0);
+  EXPECT_EQ(device.wait().status, 3);
   expect_nothing_left();
 }
 

@@ -1,4 +1,4 @@
-#include "device/init.h"
+#include "device/processes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "device/signal_source.h"
+#include "platform/file_descriptor.h"
+
+namespace device {
+
+/// A program of the device itself that runs beside COMMAND: started before it, ended after it. It has to take
+/// the option "--ready-fd N", write one byte to descriptor N when others can use it, and end at SIGTERM.
+///
+/// Whoever takes in ended processes tells it of its own.
+class Service {
+ public:
+  /// `command` is the program and its arguments; the option is put between them.
+  explicit Service(std::vector<std::string> command);
+
+  /// Starts the program in a session of its own, so that the keys of a terminal are none of its business,
+  /// with empty input, its output thrown away and the device's standard error.
+  /// @throws Failure when no process can be started.
+  void start(const SignalSource& signals);
+
+  /// The program's name without its folder.
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+
+  /// -1 unless it runs.
+  [[nodiscard]] pid_t process() const noexcept { return process_; }
+  [[nodiscard]] bool is_running() const noexcept { return process_ != -1; }
+
+  /// Readable when there is news for look_for_readiness(); -1 when there is no more to come.
+  [[nodiscard]] int descriptor() const noexcept { return readiness_.get(); }
+  void look_for_readiness() noexcept;
+  [[nodiscard]] bool is_ready() const noexcept { return ready_; }
+
+  /// SIGTERM, which a stopped process gets as well.
+  void ask_to_end() const noexcept;
+  void kill() const noexcept;
+
+  /// Notes that the process has ended. `status` is as waitpid gave it.
+  /// @return how it ended: "ended with status 1", "was killed by signal 9".
+  std::string take_end(int status);
+
+ private:
+  std::string name_;
+  std::vector<std::string> command_;
+  pid_t process_ = -1;
+  platform::FileDescriptor readiness_;
+  bool ready_ = false;
+};
+
+}  // namespace device
