@@ -75,6 +75,7 @@ class Path {
   static const Path& parent();
 
   friend bool operator==(const Path&, const Path&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): the check takes the 0 of the comparison made here for a pointer
   friend std::strong_ordering operator<=>(const Path&, const Path&) = default;
 
  private:

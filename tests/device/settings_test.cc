@@ -28,7 +28,7 @@ class Settings : public testing::Test {
                "blacklist) echo blacklist /accounts/1000/settings/secret; echo blacklist /pps/hidden;;\n"
                "*) echo $1 >> /tmp/events;;\n"
                "esac\n");
-    device_.make_folder("/accounts/1000/settings");
+    device_.make_folder("/accounts/1000/settings", 0755);
   }
 
   void add_script(const std::string& name, const std::string& text, mode_t mode = 0755) {
