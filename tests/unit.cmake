@@ -51,8 +51,6 @@ harbix_unit_test(driver_test
 # the same names, and wants to be loaded first.
 add_library(failing_calls MODULE support/failing_calls.cc)
 target_link_libraries(failing_calls PRIVATE ${CMAKE_DL_LIBS} harbix_settings)
-# Both names of each call are defined there, so that neither may stand for the other.
-target_compile_options(failing_calls PRIVATE -U_FILE_OFFSET_BITS)
 add_executable(failing_calls_probe support/failing_calls_probe.cc)
 target_link_libraries(failing_calls_probe PRIVATE harbix_settings)
 if(HARBIX_SANITIZE)

@@ -23,7 +23,6 @@
 namespace {
 
 using fs::Path;
-using harbix::EntryView;
 using harbix::Extraction;
 using harbix::Keep;
 using test::ANY_MODE;
@@ -210,7 +209,7 @@ TEST_F(ExtractionTest, TellsAWarningOnceAndForgetsIt) {
 TEST_F(ExtractionTest, ThrowsWhereTheDataOfAFileIsCut) {
   TarBuilder tar;
   tar.file("before", "text").file("cut", std::string(2000, 'x'));
-  Reader reader(archive(tar.truncated_text().substr(0, 4 * 512)));
+  Reader reader(archive(tar.truncated_text().substr(0, std::size_t{4} * 512)));
   const test::InsideFolder inside(out());
   const RecordedLog log(0);
   Extraction extraction(reader, Keep::NO, Keep::NO);

@@ -83,7 +83,7 @@ TEST(FileRecords, ReadEveryShape) {
   };
   const std::vector<Row> rows{
       {"5 100644 89 1000 1234567890 /a b", {.size = 5, .path = Path("/a b"), .status = status}},
-      {"5 100644 89 1000 1234567890 /a\\nb\\\\n", {.size = 5, .path = Path("/a\nb\\n"), .status = status}},
+      {R"(5 100644 89 1000 1234567890 /a\nb\\n)", {.size = 5, .path = Path("/a\nb\\n"), .status = status}},
       {"5 100644 89 1000 -1 /old",
        {.size = 5,
         .path = Path("/old"),

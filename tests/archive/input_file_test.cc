@@ -11,7 +11,6 @@
 
 #include "archive/archive_test_support.h"
 #include "archive/error.h"
-#include "platform/file_descriptor.h"
 #include "support/child_process.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
@@ -19,7 +18,6 @@
 namespace {
 
 using harbix::InputFile;
-using platform::FileDescriptor;
 using test::message_of;
 using test::TemporaryFolder;
 

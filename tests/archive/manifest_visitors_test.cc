@@ -22,6 +22,7 @@ File item(const char* path) { return File(Path(path), {}); }
 
 std::vector<std::string> texts(const std::vector<Path>& paths) {
   std::vector<std::string> result;
+  result.reserve(paths.size());
   for (const Path& path : paths) result.push_back(path.text());
   return result;
 }

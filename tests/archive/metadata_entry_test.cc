@@ -174,7 +174,8 @@ TEST_F(MetadataEntry, SearchEndsInDamageWithTheReason) {
 
 TEST_F(MetadataEntry, CutInItsTextShowsAtTheNextSearch) {
   const std::string text = "A: 1\nB: 2\n" + std::string(5000, '\n');
-  Reader reader(archive(TarBuilder().file("/m/.backup.metadata", text).truncated_text().substr(0, 2 * 512)));
+  Reader reader(archive(
+      TarBuilder().file("/m/.backup.metadata", text).truncated_text().substr(0, std::size_t{2} * 512)));
   const auto package = find_manifest(reader, METADATA_NAME, OtherEntries::SKIP);
   ASSERT_TRUE(package);
   EXPECT_THROW(static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)),

@@ -26,7 +26,6 @@ namespace {
 
 using fs::Path;
 using harbix::ArchiveError;
-using harbix::EntryView;
 using harbix::Section;
 using test::message_of;
 using test::Reader;

@@ -10,7 +10,6 @@
 namespace {
 
 using harbix::Keyword;
-using harbix::Section;
 using harbix::section_of;
 
 using Texts = std::vector<std::string>;

@@ -1,10 +1,10 @@
 #include "fs/path.h"
 
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <sstream>
 #include <string>

@@ -37,6 +37,7 @@ constexpr uid_t NOBODY = 65534;
 
 std::vector<std::string> names(const std::vector<File>& files, const std::string& folder) {
   std::vector<std::string> result;
+  result.reserve(files.size());
   for (const File& item : files) result.push_back(item.path().relative_to(Path(folder)).text());
   return result;
 }

@@ -38,6 +38,7 @@ using test::Tree;
 
 std::vector<std::string> sorted_texts(const std::vector<Path>& paths) {
   std::vector<std::string> texts;
+  texts.reserve(paths.size());
   for (const Path& path : paths) texts.push_back(path.text());
   std::ranges::sort(texts);
   return texts;
@@ -98,7 +99,7 @@ TEST_F(Package, EstimateRoundsTheManifestUp) {
   text += std::to_string(File(Path("d")).record().st_size).size() - std::string("4096").size();
   const auto manifest = static_cast<std::int64_t>((text + 511) / 512 * 512);
   const harbix::SizeResult estimate = dtm("d").estimate();
-  EXPECT_EQ(512 + manifest + 512 + 100 * 1024, estimate.bytes);
+  EXPECT_EQ(512 + manifest + 512 + std::int64_t{100} * 1024, estimate.bytes);
   EXPECT_EQ(101, estimate.files);
 }
 

@@ -16,8 +16,10 @@ std::string last_line;
 
 }  // namespace
 
-// Takes the C library's place, so that the call can be looked at.
-extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
+// Takes the place of the C library's function of that name, so that the call can be looked at.
+extern "C" void recorded_vsyslog(int priority, const char* format, va_list arguments) __asm__("vsyslog");
+
+void recorded_vsyslog(int priority, const char* format, va_list arguments) {
   std::array<char, 256> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
   last_priority = priority;

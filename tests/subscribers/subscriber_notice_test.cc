@@ -27,7 +27,6 @@ using subscribers::SubscriberNotice;
 using subscribers::Wait;
 using test::dir;
 using test::file;
-using test::link;
 using test::passes_in_child;
 using test::TemporaryFolder;
 using test::Tree;

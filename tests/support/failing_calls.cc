@@ -9,11 +9,11 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -58,10 +58,23 @@ int openat_through(const char* name, int directory, const char* path, int flags,
 
 }  // namespace
 
-// The program may be built with either name of a call.
+// Each function takes the place of the C library's whose name follows it; a program may have been built with
+// either name of a call.
 extern "C" {
+int failing_open(const char* path, int flags, ...) __asm__("open");
+int failing_open64(const char* path, int flags, ...) __asm__("open64");
+int failing_openat(int directory, const char* path, int flags, ...) __asm__("openat");
+int failing_openat64(int directory, const char* path, int flags, ...) __asm__("openat64");
+ssize_t failing_read(int descriptor, void* buffer, std::size_t size) __asm__("read");
+ssize_t failing_write(int descriptor, const void* buffer, std::size_t size) __asm__("write");
+int failing_close(int descriptor) __asm__("close");
+int failing_lstat(const char* path, void* record) __asm__("lstat");
+int failing_lstat64(const char* path, void* record) __asm__("lstat64");
+int failing_fstatat(int directory, const char* path, void* record, int flags) __asm__("fstatat");
+int failing_fstatat64(int directory, const char* path, void* record, int flags) __asm__("fstatat64");
+}
 
-int open(const char* path, int flags, ...) {
+int failing_open(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
@@ -69,7 +82,7 @@ int open(const char* path, int flags, ...) {
   return open_through("open", path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
+int failing_open64(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
@@ -77,7 +90,7 @@ int open64(const char* path, int flags, ...) {
   return open_through("open64", path, flags, mode);
 }
 
-int openat(int directory, const char* path, int flags, ...) {
+int failing_openat(int directory, const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
@@ -85,7 +98,7 @@ int openat(int directory, const char* path, int flags, ...) {
   return openat_through("openat", directory, path, flags, mode);
 }
 
-int openat64(int directory, const char* path, int flags, ...) {
+int failing_openat64(int directory, const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = takes_mode(flags) ? va_arg(arguments, mode_t) : 0;
@@ -93,17 +106,17 @@ int openat64(int directory, const char* path, int flags, ...) {
   return openat_through("openat64", directory, path, flags, mode);
 }
 
-ssize_t read(int descriptor, void* buffer, size_t size) {
+ssize_t failing_read(int descriptor, void* buffer, std::size_t size) {
   if (fails("read")) return -1;
-  return next<ssize_t(int, void*, size_t)>("read")(descriptor, buffer, size);
+  return next<ssize_t(int, void*, std::size_t)>("read")(descriptor, buffer, size);
 }
 
-ssize_t write(int descriptor, const void* buffer, size_t size) {
+ssize_t failing_write(int descriptor, const void* buffer, std::size_t size) {
   if (fails("write")) return -1;
-  return next<ssize_t(int, const void*, size_t)>("write")(descriptor, buffer, size);
+  return next<ssize_t(int, const void*, std::size_t)>("write")(descriptor, buffer, size);
 }
 
-int close(int descriptor) {
+int failing_close(int descriptor) {
   const bool failing = fails("close");
   const int error = errno;
   const int result = next<int(int)>("close")(descriptor);
@@ -112,24 +125,22 @@ int close(int descriptor) {
   return -1;
 }
 
-int lstat(const char* path, struct stat* record) noexcept {
+int failing_lstat(const char* path, void* record) {
   if (fails("lstat")) return -1;
-  return next<int(const char*, struct stat*)>("lstat")(path, record);
+  return next<int(const char*, void*)>("lstat")(path, record);
 }
 
-int lstat64(const char* path, struct stat64* record) noexcept {
+int failing_lstat64(const char* path, void* record) {
   if (fails("lstat")) return -1;
-  return next<int(const char*, struct stat64*)>("lstat64")(path, record);
+  return next<int(const char*, void*)>("lstat64")(path, record);
 }
 
-int fstatat(int directory, const char* path, struct stat* record, int flags) noexcept {
+int failing_fstatat(int directory, const char* path, void* record, int flags) {
   if (fails("fstatat")) return -1;
-  return next<int(int, const char*, struct stat*, int)>("fstatat")(directory, path, record, flags);
+  return next<int(int, const char*, void*, int)>("fstatat")(directory, path, record, flags);
 }
 
-int fstatat64(int directory, const char* path, struct stat64* record, int flags) noexcept {
+int failing_fstatat64(int directory, const char* path, void* record, int flags) {
   if (fails("fstatat")) return -1;
-  return next<int(int, const char*, struct stat64*, int)>("fstatat64")(directory, path, record, flags);
+  return next<int(int, const char*, void*, int)>("fstatat64")(directory, path, record, flags);
 }
-
-}  // extern "C"

@@ -49,21 +49,17 @@ RecordedLog::~RecordedLog() {
   clear();
 }
 
-const std::vector<LogLine>& RecordedLog::lines()
-    const noexcept {  // NOLINT(readability-convert-member-functions-to-static): a scope without an object
-                      // records nothing
-  return recorded();
-}
+// NOLINTBEGIN(readability-convert-member-functions-to-static): without an object nothing is kept apart
+const std::vector<LogLine>& RecordedLog::lines() const noexcept { return recorded(); }
+
+void RecordedLog::clear() noexcept { recorded().clear(); }
+// NOLINTEND(readability-convert-member-functions-to-static)
 
 std::vector<std::string> RecordedLog::messages() const {
   std::vector<std::string> messages;
   for (const LogLine& line : lines())
     messages.push_back(std::to_string(line.severity) + " " + line.message());
   return messages;
-}
-
-void RecordedLog::clear() noexcept {  // NOLINT(readability-convert-member-functions-to-static): see lines()
-  recorded().clear();
 }
 
 }  // namespace test
