@@ -1,9 +1,6 @@
 # What is installed beside the programs, and the packages that "cpack" makes in a build folder.
 
 install(FILES docs/man/harbix.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-if(EXISTS ${PROJECT_SOURCE_DIR}/docs/man/harbix-device.1)
-  install(FILES docs/man/harbix-device.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-endif()
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES docs/architecture.md docs/testing.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 

@@ -132,6 +132,6 @@ END {
     printf "\nFAILED: %d differences\n", differences
     exit 1
   }
-  printf "\nEverything that was backed up is back, with names, contents, links, owners and modes as before: %d items.\n",
+  printf "\nAll that was backed up is back, with names, contents, links, owners and modes as before: %d items.\n",
          restored
 }
