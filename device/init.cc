@@ -66,7 +66,8 @@ void Init::start_services() {
     service.start(signals_);
     const Clock::time_point deadline = Clock::now() + SERVICE_START_TIME;
     while (!service.is_ready() && !early_signal_) {
-      if (!service.is_running()) throw Failure(service_text(service) + "ended before it was ready");
+      if (!service.is_running())
+        throw Failure(service_text(service) + service.end() + " before it was ready");
       if (Clock::now() >= deadline) throw Failure(service_text(service) + "was not ready in time");
       wait_for_event(deadline);
     }
@@ -185,9 +186,10 @@ void Init::take_in(pid_t process, int status) {
   if (WIFSTOPPED(status)) return;
   for (Service& service : services_) {
     if (service.process() != process) continue;
-    const std::string end = service.take_end(status);
-    if (ending_services_ && status == 0) return;
-    std::cerr << "harbix-device: " << service_text(service) << end << std::endl;
+    service.take_end(status);
+    // Its end before it is ready is the reason not to start at all, and told as such.
+    if (!service.is_ready() || (ending_services_ && status == 0)) return;
+    std::cerr << "harbix-device: " << service_text(service) << service.end() << std::endl;
   }
 }
 

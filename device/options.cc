@@ -105,15 +105,17 @@ On the tablet:
   /accounts/1000/db/mmlibrary.db  the media library, an SQLite database
   /base/scripts/backup_and_restore, and settings/ in it: the subscriber scripts;
                                   the sample ones write to /var/log/subscribers.log
+  /pps                            the publish/subscribe file system, served by harbix-pps;
+                                  its objects are kept in /var/pps
   /dev/log                        the system log's socket
-  /opt/harbix/bin                 harbix and harbix-device, first on PATH
+  /opt/harbix/bin                 harbix, harbix-device and harbix-pps, first on PATH
 
 Processes that COMMAND leaves running in the background have 5 seconds to end. SIGINT, SIGTERM,
-SIGHUP and SIGQUIT are passed on to COMMAND; then there is no such wait.
+SIGHUP and SIGQUIT are passed on to COMMAND; then there is no such wait. The services end last.
 
 Exit status: COMMAND's own; 128 + N if signal N ended it; 126 if it cannot be executed, 127 if
 it does not exist; 64 for a wrong command line; 70 if the tablet cannot be set up; 77 if this
-machine cannot run one (not root, no namespaces).
+machine cannot run one (not root, no namespaces, no FUSE).
 
 Examples:
   harbix-device bash

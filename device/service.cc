@@ -62,10 +62,10 @@ void Service::kill() const noexcept {
   if (is_running()) ::kill(process_, SIGKILL);  // Cannot fail before it is taken in.
 }
 
-std::string Service::take_end(int status) {
+void Service::take_end(int status) {
   process_ = -1;
-  if (WIFSIGNALED(status)) return "was killed by signal " + std::to_string(WTERMSIG(status));
-  return "ended with status " + std::to_string(WEXITSTATUS(status));
+  end_ = WIFSIGNALED(status) ? "was killed by signal " + std::to_string(WTERMSIG(status))
+                             : "ended with status " + std::to_string(WEXITSTATUS(status));
 }
 
 }  // namespace device

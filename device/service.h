@@ -41,8 +41,9 @@ class Service {
   void kill() const noexcept;
 
   /// Notes that the process has ended. `status` is as waitpid gave it.
-  /// @return how it ended: "ended with status 1", "was killed by signal 9".
-  std::string take_end(int status);
+  void take_end(int status);
+  /// How it ended: "ended with status 1", "was killed by signal 9". Empty before.
+  [[nodiscard]] const std::string& end() const noexcept { return end_; }
 
  private:
   std::string name_;
@@ -50,6 +51,7 @@ class Service {
   pid_t process_ = -1;
   platform::FileDescriptor readiness_;
   bool ready_ = false;
+  std::string end_;
 };
 
 }  // namespace device

@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "device/content/random.h"
 #include "device_process.h"
 #include "private_folder.h"
 
@@ -188,6 +190,27 @@ TEST_F(DeviceLeftovers, NoneHoweverEarlyTheKill) {
     EXPECT_EQ(result.status, -SIGKILL) << result.errors;
   }
   EXPECT_EQ(device_test::run_device({"--state", other / "state", "echo", "works"}).output, "works\n");
+}
+
+TEST_F(DeviceLeftovers, NoneHoweverEarlyTheSignal) {
+  // The same moments on each run, for all that the machine's load lets be the same.
+  device::Random random("moments");
+  constexpr std::uint64_t LONGEST_MICROSECONDS = 60000;
+  for (int round = 0; round < 120; ++round) {
+    const int signal = std::array{SIGINT, SIGTERM, SIGHUP, SIGKILL}.at(random.between(0, 3));
+    const auto moment = static_cast<useconds_t>(random.between(0, LONGEST_MICROSECONDS));
+    DeviceProcess device({"--bare", "sleep", "60"});
+    ::usleep(moment);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(::kill(device.pid(), signal), 0);
+    const device_test::Result result = device.wait();
+    // Killed itself before it could hold the signal back, it has made nothing yet.
+    EXPECT_THAT(result.status, testing::AnyOf(128 + signal, -signal)) << moment << result.errors;
+    EXPECT_EQ(result.errors, "") << moment;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5))
+        << signal << " after " << moment;
+  }
+  expect_nothing_left();
 }
 
 }  // namespace

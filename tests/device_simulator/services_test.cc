@@ -1,0 +1,141 @@
+#include <signal.h>  // NOLINT(modernize-deprecated-headers): kill is POSIX's, not C's
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device_process.h"
+#include "private_folder.h"
+
+namespace {
+
+using device_test::content_of;
+using device_test::DeviceProcess;
+using device_test::Result;
+using device_test::run_device;
+using std::chrono::steady_clock;
+
+constexpr const char* SERVICE = "$(pgrep harbix-pps)";
+
+class DeviceServices : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+
+  static Result run(const std::string& script) { return run_device({"--bare", "sh", "-c", script}); }
+
+  Result run_kept(const std::string& script) {
+    return run_device({"--bare", "--state", state_, "sh", "-c", script});
+  }
+
+  /// Runs `command` on the host with a copy of the program in $copy that has `service`, a shell script,
+  /// beside it instead of its own one. Nothing is beside it when `service` is empty.
+  Result run_with(const std::string& service, const std::string& command) {
+    if (!service.empty()) {
+      device_test::write_file(folder_ / "harbix-pps", "#!/bin/sh\n" + service + "\n");
+      EXPECT_EQ(::chmod((folder_ / "harbix-pps").c_str(), 0755), 0);
+    }
+    return device_test::run_on_host(
+        "cp $device $folder/harbix-device; copy=$folder/harbix-device; " + command, folder_ / "");
+  }
+
+  device_test::PrivateFolder folder_;
+  std::string state_ = folder_ / "state";
+};
+
+TEST_F(DeviceServices, KeepWhatIsPublishedInAKeptDevice) {
+  EXPECT_EQ(run_kept("mkdir /pps/s; echo 'a::1\n[n]b::2' > /pps/s/o; cat /pps/s/o").output,
+            "@o\na::1\n[n]b::2\n");
+  EXPECT_EQ(content_of(state_ + "/var/pps/s/o"), "@o\na::1\n");
+  EXPECT_EQ(run_kept("cat /pps/s/o; ls /var/pps").output, "@o\na::1\ns\n");
+}
+
+TEST_F(DeviceServices, SaveWhatWasStillOpen) {
+  EXPECT_EQ(run_kept("exec 5>/pps/o; echo a::1 >&5; kill -KILL $$").status, 128 + SIGKILL);
+  EXPECT_EQ(content_of(state_ + "/var/pps/o"), "@o\na::1\n");
+  // In a session of its own until it is ended with the device.
+  EXPECT_EQ(
+      run_kept("setsid sh -c 'exec 5>/pps/p; echo b::2 >&5; sleep 60' & sleep 0.3; kill -KILL $$").status,
+      128 + SIGKILL);
+  EXPECT_EQ(content_of(state_ + "/var/pps/p"), "@p\nb::2\n");
+}
+
+TEST_F(DeviceServices, AreNotWaitedForAsTheBackgroundIs) {
+  const auto start = steady_clock::now();
+  EXPECT_EQ(run("exit 4").status, 4);
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(4));
+}
+
+TEST_F(DeviceServices, HaveNeitherInputNorOutputOfTheCommandAndASessionOfTheirOwn) {
+  const std::string service = SERVICE;
+  const Result result = run("readlink /proc/" + service + "/fd/0 /proc/" + service + "/fd/1; ps -o sid= -p " +
+                            service + " | tr -d ' '; echo " + service);
+  EXPECT_EQ(result.output, "/dev/null\n/dev/null\n2\n2\n") << result.errors;
+}
+
+TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
+  const Result killed = run(std::string("kill -KILL ") + SERVICE + "; sleep 0.2; cat /pps/x 2>&1; exit 5");
+  EXPECT_EQ(killed.status, 5);
+  EXPECT_EQ(killed.output, "cat: /pps/x: Transport endpoint is not connected\n");
+  EXPECT_EQ(killed.errors, "harbix-device: the service 'harbix-pps' was killed by signal 9\n");
+  const Result unmounted = run("umount /pps; sleep 0.2; exit 6");
+  EXPECT_EQ(unmounted.status, 6);
+  EXPECT_EQ(unmounted.errors, "harbix-device: the service 'harbix-pps' ended with status 0\n");
+}
+
+TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
+  const auto start = steady_clock::now();
+  const Result result = run_kept(std::string("echo a::1 > /pps/o; kill -STOP ") + SERVICE +
+                                 "; cat /pps/o & sleep 0.2; kill -KILL $$");
+  EXPECT_EQ(result.status, 128 + SIGKILL);
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(content_of(state_ + "/var/pps/o"), "@o\na::1\n");
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(6));
+}
+
+TEST_F(DeviceServices, AreKilledWhenTheyDoNotEnd) {
+  const Result result =
+      run_with("trap '' TERM; echo >&$2; while :; do sleep 1; done", "$copy --bare sh -c 'exit 7'; echo $?");
+  EXPECT_EQ(result.output, "7\n");
+  EXPECT_EQ(result.errors, "harbix-device: the service 'harbix-pps' did not end in time and was killed\n");
+}
+
+TEST_F(DeviceServices, ThatDoNotStartLeaveNoDevice) {
+  const Result none = run_with("", "$copy --bare echo never; echo $?");
+  EXPECT_EQ(none.output, "70\n");
+  EXPECT_EQ(none.errors,
+            "harbix-device: cannot run '/opt/harbix/bin/harbix-pps': No such file or directory\n"
+            "harbix-device: the service 'harbix-pps' ended with status 127 before it was ready\n");
+  const Result failing =
+      run_with("echo 'harbix-pps: no' >&2; exit 3", "$copy --bare --state $folder/state echo never; echo $?");
+  EXPECT_EQ(failing.output, "70\n");
+  EXPECT_EQ(
+      failing.errors,
+      "harbix-pps: no\nharbix-device: the service 'harbix-pps' ended with status 3 before it was ready\n");
+}
+
+TEST_F(DeviceServices, ThatAreNotReadyYetDoNotHoldUpASignal) {
+  const Result result = run_with("exec sleep 60", "timeout --signal=TERM 1 $copy --bare echo never; echo $?");
+  // What timeout says when the time was up, and it was not its own kill that was needed.
+  EXPECT_EQ(result.output, "124\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(DeviceServices, LetASignalPassThatTheCallerIgnores) {
+  const Result result =
+      run_with("sleep 0.5; echo >&$2; exec sleep 60",
+               "trap '' HUP; $copy --bare sh -c 'echo started' & sleep 0.2; kill -HUP $!; wait $!; echo $?");
+  EXPECT_EQ(result.output, "started\n0\n");
+}
+
+TEST_F(DeviceServices, NeedFuse) {
+  const Result result =
+      device_test::run_on_host("unshare -m sh -c 'mount -t tmpfs none /dev && $device --bare echo never'");
+  EXPECT_EQ(result.status, 77);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, "harbix-device: cannot open '/dev/fuse': No such file or directory\n");
+}
+
+}  // namespace
