@@ -60,6 +60,7 @@ pid_t spawn(const std::vector<std::string>& command, const Pipe& input, const Pi
   actions.redirect(output.write_end, STDOUT_FILENO);
   actions.redirect(errors.write_end, STDERR_FILENO);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   // posix_spawn does not write through these.
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
