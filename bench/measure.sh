@@ -5,12 +5,13 @@ export LC_ALL=C  # a point in numbers
 
 readonly SHARED=/accounts/1000/shared
 
-# Puts 1 GiB of memory that was in use a moment ago on top of what is free. In a virtual machine memory that has been
-# free for long may have to be fetched from the host page by page, which was seen to take four times as long as the run
-# itself and strikes whoever comes first.
+# Puts memory that was in use a moment ago on top of what is free, in small pieces and in large ones. In a virtual
+# machine, memory that has been free for long may have to be fetched from the host, which was seen to take four times as
+# long as the run itself and strikes whoever comes first.
 warm_memory() {
-  head -c 1G /dev/zero >/dev/shm/warm
-  rm /dev/shm/warm
+  head -c 768M /dev/zero >/dev/shm/warm
+  dd if=/dev/zero of=/var/tmp/warm bs=1M count=768 status=none
+  rm /dev/shm/warm /var/tmp/warm
 }
 
 # measure SHARE OPERATION PROGRAM COMMAND...

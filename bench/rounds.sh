@@ -57,10 +57,6 @@ size_rounds() {
   for ((round = 0; round < rounds; ++round)); do measure_size small size 20000; done
 }
 
-if [ -e "$work/restored" ]; then  # of a run that was cut short
-  rm -r "$work/restored"
-  sleep 10
-fi
 for share in large small; do with_share "$work/$share" backup_rounds "$share"; done
 with_share "$work/small" size_rounds
 for share in large small; do restore_rounds "$share"; done
