@@ -1,6 +1,7 @@
 # The unit tests: one executable a layer, one <name>_test.cc for each <name>.cc of src/.
 target_sources(harbix_test_support PRIVATE
-  support/captured_output.cc support/child_process.cc support/device_accounts.cc support/temporary_folder.cc support/tree.cc)
+  support/captured_output.cc support/child_process.cc support/device_accounts.cc support/private_root.cc
+  support/temporary_folder.cc support/tree.cc)
 target_link_libraries(harbix_test_support PUBLIC GTest::gtest)
 
 # Objects, not a library: its slogf must be there before the platform's is looked for.

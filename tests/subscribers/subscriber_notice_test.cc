@@ -1,11 +1,8 @@
 #include "subscribers/subscriber_notice.h"
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -15,7 +12,7 @@
 
 #include "fs/exception.h"
 #include "subscribers/subscriber_manager.h"
-#include "support/child_process.h"
+#include "support/private_root.h"
 #include "support/recorded_log.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
@@ -27,7 +24,7 @@ using subscribers::SubscriberNotice;
 using subscribers::Wait;
 using test::dir;
 using test::file;
-using test::passes_in_child;
+using test::link;
 using test::TemporaryFolder;
 using test::Tree;
 
@@ -41,29 +38,13 @@ class Notice : public ::testing::Test {
     Tree{file("seen"),
          dir("base",
              {dir("scripts", {dir("backup_and_restore",
-                                  {dir("settings", {file("1", "#!/bin/sh\necho $1 >> /seen\n", 0755)})})})}),
-         dir("bin"),
-         dir("lib"),
-         dir("lib64"),
-         dir("usr"),
-         dir("dev")}
+                                  {dir("settings", {file("1", "#!/bin/sh\necho $1 >> /seen\n", 0755)})})})})}
         .build(root_.path());
   }
 
   /// Runs `body` there.
   ::testing::AssertionResult on_the_device(const std::function<void()>& body) {
-    return passes_in_child([&] {
-      ASSERT_EQ(0, ::unshare(CLONE_NEWNS)) << "needs root and mount namespaces, errno " << errno;
-      ASSERT_EQ(0, ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-      for (const char* folder : {"/bin", "/lib", "/lib64", "/usr", "/dev"}) {
-        if (!std::filesystem::exists(folder)) continue;
-        ASSERT_EQ(0, ::mount(folder, (root_.path() + folder).c_str(), nullptr, MS_BIND | MS_REC, nullptr))
-            << folder;
-      }
-      ASSERT_EQ(0, ::chroot(root_.path().c_str()));
-      ASSERT_EQ(0, ::chdir("/"));
-      body();
-    });
+    return test::passes_in_root(root_.path(), body);
   }
 
   static std::string seen() { return test::read_file("/seen"); }
