@@ -31,10 +31,12 @@ harbix_unit_test(fs_test
   LINKS harbix_recorded_log harbix::fs)
 harbix_unit_test(archive_test
   SOURCES
-    archive/archive_paths_test.cc archive/extraction_test.cc archive/file_record_test.cc archive/input_file_test.cc
-    archive/manifest_test.cc archive/manifest_visitors_test.cc archive/metadata_entry_test.cc
-    archive/output_file_test.cc archive/reader_test.cc
-    archive/source_test.cc archive/stream_test.cc archive/writer_test.cc
+    archive/archivable_test.cc archive/archive_paths_test.cc archive/extraction_test.cc
+    archive/file_record_path_test.cc archive/file_record_test.cc archive/header_only_test.cc
+    archive/input_file_test.cc archive/item_error_test.cc archive/manifest_test.cc
+    archive/manifest_visitors_test.cc archive/metadata_entry_test.cc archive/output_file_test.cc
+    archive/pps_object_test.cc archive/reader_test.cc archive/source_test.cc archive/stream_test.cc
+    archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
@@ -42,6 +44,9 @@ harbix_unit_test(subscribers_test
 harbix_unit_test(media_test
   SOURCES media/library_test.cc media/package_test.cc media/skip_test_test.cc
   LINKS harbix_recorded_log harbix::media)
+harbix_unit_test(updater_test
+  SOURCES updater/registered_application_test.cc
+  LINKS harbix_recorded_log harbix::updater)
 harbix_unit_test(driver_test
   SOURCES
     driver/keywords_test.cc driver/options_test.cc driver/run_test.cc driver/signals_test.cc

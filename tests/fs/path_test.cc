@@ -71,6 +71,37 @@ TEST(PathFirstComponent, EndsAtTheFirstSeparatorBehindTheBeginning) {
   }
 }
 
+TEST(PathLexicallyNormal, LeavesOutWhatLeadsNowhereByTheTextAlone) {
+  for (const Row& row : {Row{"", ""},
+                         Row{"/", "/"},
+                         Row{".", "."},
+                         Row{"..", ".."},
+                         Row{"/..", "/"},
+                         Row{"/../a", "/a"},
+                         Row{"/../../a", "/a"},
+                         Row{"/a/b", "/a/b"},
+                         Row{"/a/./b", "/a/b"},
+                         Row{"/a//b", "/a/b"},
+                         Row{"//a///b", "/a/b"},
+                         Row{"/a/../b", "/b"},
+                         Row{"/a/b/../..", "/"},
+                         Row{"/a/b/../../..", "/"},
+                         Row{"a/..", "."},
+                         Row{"a/../..", ".."},
+                         Row{"../a", "../a"},
+                         Row{"./a", "a"},
+                         Row{"/a/", "/a/"},
+                         Row{"/a/.", "/a/"},
+                         Row{"/a/b/..", "/a/"},
+                         Row{"/a/.../b", "/a/.../b"},
+                         Row{"/a/..b", "/a/..b"},
+                         Row{"/.a/b.", "/.a/b."},
+                         Row{"/a b/\xFF/../c", "/a b/c"},
+                         Row{"/a/b/../../c/./d", "/c/d"}}) {
+    EXPECT_EQ(row.result, Path(row.given).lexically_normal().text()) << row.given;
+  }
+}
+
 TEST(PathLastSeparator, IsFoundFromTheEnd) {
   EXPECT_FALSE(Path("").last_separator());
   EXPECT_FALSE(Path("abc").last_separator());
