@@ -44,6 +44,13 @@ harbix_unit_test(subscribers_test
 harbix_unit_test(media_test
   SOURCES media/library_test.cc media/package_test.cc media/skip_test_test.cc
   LINKS harbix_recorded_log harbix::media)
+harbix_unit_test(settings_test
+  SOURCES
+    settings/backup_test.cc settings/path_list_test.cc settings/restore_links_test.cc
+    settings/restore_stream_test.cc settings/restore_test.cc settings/round_trip_test.cc
+    settings/script_lists_test.cc settings/settings_device.cc settings/space_report_test.cc
+    settings/verification_test.cc
+  LINKS harbix_recorded_log harbix::settings)
 harbix_unit_test(updater_test
   SOURCES updater/registered_application_test.cc
   LINKS harbix_recorded_log harbix::updater)

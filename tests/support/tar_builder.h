@@ -28,6 +28,12 @@ class TarBuilder {
     return add(SYMBOLIC_LINK, name, "", 0777, target);
   }
 
+  /// The user that owns the entries from here on; 0 until then.
+  TarBuilder& owner(unsigned user) {
+    owner_ = user;
+    return *this;
+  }
+
   /// The archive with its end mark.
   [[nodiscard]] std::string text() const;
   /// The archive as it is so far, without an end mark.
@@ -37,6 +43,7 @@ class TarBuilder {
   static constexpr std::uint64_t MATCHING_SIZE = ~std::uint64_t{0};
 
   std::string text_;
+  unsigned owner_ = 0;
 };
 
 }  // namespace test

@@ -1,0 +1,171 @@
+#include <filesystem>
+#include <string>
+
+#include "driver/base/flags.h"
+#include "settings/restore_run.h"
+#include "settings/settings_device.h"
+#include "support/tree.h"
+
+namespace {
+
+using test::add_package;
+using test::file;
+using test::naming;
+using test::package;
+using test::put_script;
+using test::restore_settings;
+using test::Restored;
+using test::TarBuilder;
+using test::Tree;
+
+/// How a restore ends, whatever the archive's entries are worth.
+class SettingsRestoreStream : public test::SettingsDevice {
+ protected:
+  [[nodiscard]] ::testing::AssertionResult on_the_whitelisting_device(
+      const std::function<void()>& body) const {
+    return on_the_device([&body] {
+      put_script("1", naming({"/w"}));
+      std::filesystem::create_directory("/w");
+      test::put_object("/pps/x", "old\n");
+      body();
+      // Whatever happened.
+      EXPECT_EQ("restore_start\nrestore_end\n", test::events_in_the_end("restore_start\nrestore_end\n"));
+      EXPECT_EQ(0U, ::geteuid());
+    });
+  }
+  static void expect_error(const Restored& restored, const std::string& message) {
+    EXPECT_EQ(1, restored.status);
+    EXPECT_TRUE(restored.errors.ends_with("Error: " + message + "\n")) << restored.errors;
+    ASSERT_FALSE(restored.log.empty());
+    EXPECT_EQ("2 ERROR: " + message, restored.log.back());
+  }
+};
+
+TEST_F(SettingsRestoreStream, EndsNormallyWithoutAnyPackage) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    const Restored restored = restore_settings(TarBuilder().text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ("", restored.errors);
+  }));
+}
+
+TEST_F(SettingsRestoreStream, EndsNormallyWhenEntriesAreFewerThanRecords) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    const Restored restored = restore_settings(package(5).file("/settings/w/a", "a").text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ("Restore: /settings/w/a\n", restored.errors);
+    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestoreStream, EndsWithAnErrorWhenEntriesAreMoreThanRecords) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    expect_error(restore_settings(package(1).file("/settings/w/a", "a").file("/settings/w/b", "b").text()),
+                 "Not meta file: /settings/w/b");
+    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestoreStream, NeedsAPackageToBeginWith) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    expect_error(restore_settings(TarBuilder().file("/settings/w/a", "a").text()),
+                 "Not meta file: /settings/w/a");
+    EXPECT_TRUE(Tree{}.matches("/w"));
+  }));
+  EXPECT_TRUE(on_the_whitelisting_device(
+      [] { expect_error(restore_settings(TarBuilder().file("top", "a").text()), "Error pathname"); }));
+}
+
+TEST_F(SettingsRestoreStream, GoesThroughAllPackages) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    harbix::verbose = true;
+    // The first has fewer entries than records: it ends where the next one begins.
+    TarBuilder archive = package(3).file("/settings/w/a", "a");
+    add_package(archive, 2).file("/settings/w/b", "b").file("/settings/w/c", "c");
+    add_package(archive, 0);
+    add_package(archive, 1).file("/settings/w/a", "again");
+    const Restored restored = restore_settings(archive.text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_TRUE((Tree{file("a", "again", 0660), file("b", "b", 0660), file("c", "c", 0660)}).matches("/w"));
+    const std::string name = "************* /settings/.backup.metadata ******************\n";
+    EXPECT_TRUE(restored.errors.ends_with(
+        "Required space on disk: 15 bytes, or 12288 real bytes or 3 blocks\n" + name +
+        "Restore: /settings/w/a\nRequired space on disk: 10 bytes, or 8192 real bytes or 2 blocks\n" + name +
+        "Restore: /settings/w/b\nRestore: /settings/w/c\n"
+        "Required space on disk: 0 bytes, or 0 real bytes or 0 blocks\n" +
+        name + "Required space on disk: 5 bytes, or 4096 real bytes or 1 blocks\n" + name +
+        "Restore: /settings/w/a\nEOF reached\nEOF\n"))
+        << restored.errors;
+  }));
+}
+
+TEST_F(SettingsRestoreStream, GoesOnBehindAWarningWithTheNextPackage) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    std::filesystem::remove("/pps/x");
+    TarBuilder archive = package(1).file("/settings/pps/x", "new");
+    add_package(archive, 1).file("/settings/w/b", "b");
+    const Restored restored = restore_settings(archive.text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_TRUE((Tree{file("b", "b", 0660)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestoreStream, EndsWithAnErrorAtADamagedHeader) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    expect_error(
+        restore_settings(package(2).file("/settings/w/a", "a").truncated_text() + std::string(4096, 'x')),
+        "Could not read next archive header");
+    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheArchiveIsCut) {
+  const std::string whole = package(3)
+                                .file("/settings/w/a", "a")
+                                .file("/settings/pps/x", "new\n")
+                                .file("/settings/w/b", "b")
+                                .text();
+  for (std::size_t size = 1024; size + 1024 <= whole.size(); size += 512) {
+    EXPECT_TRUE(on_the_whitelisting_device([&] {
+      const Restored restored = restore_settings(whole.substr(0, size));
+      EXPECT_EQ(1, restored.status) << size << restored.errors;
+      EXPECT_NE(std::string::npos, restored.errors.find("Error: ")) << size << restored.errors;
+    })) << size;
+  }
+}
+
+TEST_F(SettingsRestoreStream, EndsWithAnErrorInTheMiddleOfAnEntry) {
+  struct Row {
+    std::string name, warning;
+  };
+  for (const Row& row :
+       {Row{"/settings/pps/x",
+            "Error: Truncated tar archive\nWARNING: File /settings/pps/x could not be restored "
+            "due to Error restore_pps\n"},
+        Row{"/settings/w/a",
+            "WARNING: File /settings/w/a could not be restored due to Extracting data for "
+            "'/w/a' failed ('%s')\n"}}) {
+    EXPECT_TRUE(on_the_whitelisting_device([&] {
+      const TarBuilder archive = package(1).add(TarBuilder::FILE, row.name, "abc", 0660, "", 5000);
+      const Restored restored = restore_settings(archive.truncated_text());
+      EXPECT_EQ(1, restored.status);
+      EXPECT_TRUE(restored.errors.starts_with("Restore: " + row.name + "\n" + row.warning))
+          << restored.errors;
+      EXPECT_NE(std::string::npos, restored.errors.find("\nError: Failed to read archive header "))
+          << restored.errors;
+    }));
+  }
+}
+
+TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheSettingsCannotBeListed) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    std::filesystem::remove_all("/var/pps");
+    const Restored restored = restore_settings(package(1).file("/settings/w/a", "a").text());
+    EXPECT_EQ(1, restored.status);
+    EXPECT_TRUE(restored.errors.starts_with("Error: ")) << restored.errors;
+    EXPECT_NE(std::string::npos, restored.errors.find("'/var/pps'")) << restored.errors;
+    EXPECT_TRUE(Tree{}.matches("/w"));
+  }));
+}
+
+}  // namespace

@@ -1,0 +1,233 @@
+#include "settings/restore.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "driver/base/flags.h"
+#include "settings/restore_run.h"
+#include "settings/settings_device.h"
+#include "support/tree.h"
+
+namespace {
+
+using test::add_package;
+using test::dir;
+using test::file;
+using test::naming;
+using test::package;
+using test::put;
+using test::put_object;
+using test::put_script;
+using test::restore_settings;
+using test::Restored;
+using test::TarBuilder;
+using test::Tree;
+
+constexpr unsigned OWNER = 4001;
+
+/// A device whose whitelist names "/w", a folder that an ordinary user owns, and that has one object.
+class SettingsRestore : public test::SettingsDevice {
+ protected:
+  [[nodiscard]] ::testing::AssertionResult on_the_whitelisting_device(
+      const std::function<void()>& body) const {
+    return on_the_device([&body] {
+      put_script("1", naming({"/w"}, {"/w/black"}));
+      std::filesystem::create_directory("/w");
+      ASSERT_EQ(0, ::chown("/w", OWNER, 100));
+      put_object("/pps/services/x", "old::1\n");
+      body();
+    });
+  }
+};
+
+TEST_F(SettingsRestore, BringsBackObjectsAndFiles) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    const Restored restored = restore_settings(package(4)
+                                                   .file("/settings/pps/services/x", "a::1\n[n]b::1\n-c\n")
+                                                   .owner(OWNER)
+                                                   .folder("/settings/w/d", 0750)
+                                                   .file("/settings/w/d/f", "-text\n", 0604)
+                                                   .file("/settings/w/g", "", 0777)
+                                                   .text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(
+        "Restore: /settings/pps/services/x\nRestore: /settings/w/d\nRestore: /settings/w/d/f\n"
+        "Restore: /settings/w/g\n",
+        restored.errors);
+    EXPECT_TRUE(restored.log.empty());
+    EXPECT_EQ("old::1\na::1\n", test::read_file("/pps/services/x"));
+    const Tree expected{dir("d", {file("f", "-text\n", 0604).owned_by(OWNER, 0)}, 0750).owned_by(OWNER, 0),
+                        file("g", "", 0777).owned_by(OWNER, 0)};
+    EXPECT_TRUE(expected.matches("/w"));
+    EXPECT_EQ("restore_start\nrestore_end\n", test::events_in_the_end("restore_start\nrestore_end\n"));
+    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(0U, ::getegid());
+  }));
+}
+
+TEST_F(SettingsRestore, ActsAsTheOwnerOfEachEntry) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    put("/w/private/kept", "old");
+    ASSERT_EQ(0, ::chmod("/w/private", 0700));
+    const Restored restored = restore_settings(package(4)
+                                                   .owner(OWNER)
+                                                   .file("/settings/w/a", "a")
+                                                   .owner(4002)
+                                                   .file("/settings/w/b", "b")
+                                                   .owner(OWNER)
+                                                   .file("/settings/w/private/kept", "new")
+                                                   .owner(0)
+                                                   .file("/settings/w/c", "c")
+                                                   .text());
+    EXPECT_EQ(0, restored.status);
+    const Tree expected{file("a", "a", 0660).owned_by(OWNER, 0), file("c", "c", 0660).owned_by(0, 0),
+                        dir("private", {file("kept", "old")}, 0700)};
+    EXPECT_TRUE(expected.matches("/w"));
+    EXPECT_NE(std::string::npos, restored.errors.find("Restore: /settings/w/b\nWarning: "))
+        << restored.errors;
+    EXPECT_NE(std::string::npos, restored.errors.find("Restore: /settings/w/private/kept\nWarning: "))
+        << restored.errors;
+  }));
+}
+
+TEST_F(SettingsRestore, SkipsWhatTheDeviceDoesNotBackUp) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    put("/pps/not_stored", "old");
+    put("/etc/passwd", "root");
+    put("/w/folder/x", "x");
+    put_object("/pps/control", "old");
+    TarBuilder archive = package(14);
+    std::string expected;
+    for (const char* name :
+         {"/settings/pps/unknown", "/settings/pps/not_stored", "/settings/pps/services/x/y", "/settings/pps",
+          "/settings/pps/control", "/settings/etc/passwd", "/settings/other", "/settings/w/black",
+          "/settings/w/black2/x", "/settings/", "/settings", "/settings/v/w", "/settings/w"}) {
+      archive.file(name, "new");
+      expected += "Skip: " + std::string(name == std::string("/settings/") ? "/settings" : name) + "\n";
+    }
+    archive.file("/settings/w/last", "last");
+    const Restored restored = restore_settings(archive.text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(expected + "Restore: /settings/w/last\n", restored.errors);
+    EXPECT_EQ("old", test::read_file("/pps/not_stored"));
+    EXPECT_EQ("old", test::read_file("/pps/control"));
+    EXPECT_EQ("root", test::read_file("/etc/passwd"));
+    EXPECT_FALSE(std::filesystem::exists("/pps/unknown"));
+    const Tree tree{file("last", "last", 0660), dir("folder", {file("x", "x")})};
+    EXPECT_TRUE(tree.matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestore, RefusesTricksInPaths) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    TarBuilder archive = package(7);
+    std::string expected;
+    for (const char* target : {"/w/../etc/x", "/w/a/../../etc/x", "/w/./x", "/w//x", "/w/x/..", "/w/x/."}) {
+      archive.file("/settings" + std::string(target), "new");
+      expected +=
+          "Path " + std::string(target) + " failed verification for restore\nSkip: /settings" + target + "\n";
+    }
+    archive.file("/settings/w/.../x", "fine");
+    const Restored restored = restore_settings(archive.text());
+    EXPECT_EQ(expected + "Restore: /settings/w/.../x\n", restored.errors);
+    EXPECT_EQ(0, restored.status);
+    EXPECT_FALSE(std::filesystem::exists("/etc"));
+    EXPECT_TRUE((Tree{dir("...", {file("x", "fine", 0660)}, test::ANY_MODE)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestore, WarnsOfOneEntryAndGoesOn) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    put("/var/pps/gone");
+    put("/var/pps/full");
+    const Restored restored = restore_settings(package(4)
+                                                   .file("/settings/pps/gone", "new")
+                                                   .file("/media/x", "new")
+                                                   .file("/settingsX/w/x", "new")
+                                                   .file("/settings/w/a", "a")
+                                                   .text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(
+        "Restore: /settings/pps/gone\nWARNING: File /settings/pps/gone could not be restored due to "
+        "restore_pps failed [errno:2 'No such file or directory']\n"
+        "WARNING: File /media/x could not be restored due to Path '/media/x' is not subdirectory of "
+        "'/settings'\n"
+        "WARNING: File /settingsX/w/x could not be restored due to Path '/settingsX/w/x' is not subdirectory "
+        "of '/settings'\n"
+        "Restore: /settings/w/a\n",
+        restored.errors);
+    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestore, NeverMakesSetIdOrStickyFiles) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    put("/w/old", "old");
+    const Restored restored = restore_settings(package(4)
+                                                   .owner(OWNER)
+                                                   .file("/settings/w/f", "f", 07755)
+                                                   .folder("/settings/w/d", 07750)
+                                                   .owner(0)
+                                                   .file("/settings/w/root", "r", 06711)
+                                                   .file("/settings/w/old", "new", 04644)
+                                                   .text());
+    EXPECT_EQ(0, restored.status);
+    const Tree expected{file("f", "f", 0755), dir("d", {}, 0750), file("root", "r", 0711),
+                        file("old", "new", 0644)};
+    EXPECT_TRUE(expected.matches("/w"));
+  }));
+}
+
+TEST_F(SettingsRestore, SkipsHardLinksDevicesAndFifos) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    put("/secret", "secret");
+    const Restored restored =
+        restore_settings(package(6)
+                             .add(TarBuilder::HARD_LINK, "/settings/w/hard", "", 0666, "/secret")
+                             .add(TarBuilder::CHARACTER_DEVICE, "/settings/w/character")
+                             .add(TarBuilder::BLOCK_DEVICE, "/settings/w/block")
+                             .add(TarBuilder::FIFO, "/settings/w/fifo")
+                             .add(TarBuilder::HARD_LINK, "/settings/pps/services/x", "", 0666, "/secret")
+                             .file("/settings/w/a", "a")
+                             .text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(
+        "Skip: /settings/w/hard\nSkip: /settings/w/character\nSkip: /settings/w/block\nSkip: "
+        "/settings/w/fifo\nSkip: /settings/pps/services/x\nRestore: /settings/w/a\n",
+        restored.errors);
+    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+    struct ::stat record {};
+    ASSERT_EQ(0, ::stat("/secret", &record));
+    EXPECT_EQ(1U, record.st_nlink);
+  }));
+}
+
+TEST_F(SettingsRestore, ReportsWithMuchOutput) {
+  EXPECT_TRUE(on_the_whitelisting_device([] {
+    harbix::verbose = true;
+    const Restored restored = restore_settings(package(1).file("/settings/w/a", "a").text());
+    EXPECT_EQ(0, restored.status);
+    EXPECT_TRUE(
+        restored.errors.ends_with("Required space on disk: 5 bytes, or 4096 real bytes or 1 blocks\n"
+                                  "************* /settings/.backup.metadata ******************\nRestore: "
+                                  "/settings/w/a\nEOF reached\nEOF\n"))
+        << restored.errors;
+  }));
+}
+
+TEST_F(SettingsRestore, AsksForTheListsBeforeItTellsOfItsStart) {
+  EXPECT_TRUE(on_the_device([] {
+    put_script("1", "echo $1 >> /events\n");
+    EXPECT_EQ(0, restore_settings(package(0).text()).status);
+    const std::string events = test::events_in_the_end("");
+    EXPECT_TRUE(events.starts_with("whitelist\nblacklist\nrestore_start\nwhitelist\nblacklist\n")) << events;
+    const std::string all =
+        "whitelist\nblacklist\nrestore_start\nwhitelist\nblacklist\nwhitelist\nblacklist\nrestore_end\n";
+    EXPECT_EQ(all, test::events_in_the_end(all));
+  }));
+}
+
+}  // namespace
