@@ -63,6 +63,9 @@ class SettingsRestore {
       if (verbose) std::cerr << space_report(records, package->entry_name);
       if (reader_.error_number() != 0 || !restore_entries(records.size())) break;
     }
+    // An archive that is cut within its metadata must not pass for a whole one.
+    if (reader_.error_number() != 0)
+      throw std::runtime_error("Archive not ARCHIVE_OK " + reader_.error_text());
     return well_formed_;
   }
 

@@ -125,7 +125,7 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheArchiveIsCut) {
                                 .file("/settings/pps/x", "new\n")
                                 .file("/settings/w/b", "b")
                                 .text();
-  for (std::size_t size = 1024; size + 1024 <= whole.size(); size += 512) {
+  for (std::size_t size = 512; size + 1024 <= whole.size(); size += 512) {
     EXPECT_TRUE(on_the_whitelisting_device([&] {
       const Restored restored = restore_settings(whole.substr(0, size));
       EXPECT_EQ(1, restored.status) << size << restored.errors;
