@@ -110,7 +110,7 @@ TEST(RestorePathList, IsSearchedInItsOrder) {
     allowed.paths.emplace_back("/pps/o" + std::to_string(i));
   }
   allowed.paths.emplace_back("/pps/\xFF");
-  std::ranges::sort(allowed.paths);
+  std::ranges::sort(allowed.paths, {}, &Path::text);
   for (const Path& path : allowed.paths) EXPECT_EQ(Verdict::ACCEPTED, verdict_of(allowed, path.text()));
   for (const char* path : {"/pps/o", "/pps/o500", "/pps/o1/", "/pps/o1/x", "/pps", "/pps/", "/pps/O1", "/ppt",
                            "/a", "/zz", "", "/pps/o1\xFF"})

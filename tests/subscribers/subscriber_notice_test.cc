@@ -24,7 +24,6 @@ using subscribers::SubscriberNotice;
 using subscribers::Wait;
 using test::dir;
 using test::file;
-using test::link;
 using test::TemporaryFolder;
 using test::Tree;
 
