@@ -25,10 +25,10 @@ constexpr std::string_view NO_LOGIN = "/usr/sbin/nologin";
 constexpr std::array USERS = {
     User{"root", ROOT_OWNER, "root", "/root", "/bin/bash"},
     User{"daemon", {1, 1}, "daemon", "/usr/sbin", NO_LOGIN},
-    User{"1000_user", {ACCOUNT_USER, ACCOUNT_GROUP}, "user account 1000", "/accounts/1000", "/bin/sh"},
+    User{"1000_user", ACCOUNT_OWNER, "user account 1000", "/accounts/1000", "/bin/sh"},
     User{"upd", {UPD_USER, UPD_GROUP}, "installer service", "/", NO_LOGIN},
     User{"apps", APPS_OWNER, "installed applications", "/apps", NO_LOGIN},
-    User{"media", {MEDIA_USER, MEDIA_GROUP}, "shared media", "/", NO_LOGIN},
+    User{"media", MEDIA_OWNER, "shared media", "/", NO_LOGIN},
     User{"nobody", {NOBODY, NOBODY}, "nobody", "/nonexistent", NO_LOGIN},
 };
 

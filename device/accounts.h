@@ -33,6 +33,8 @@ inline constexpr Owner ROOT_OWNER = {};
 inline constexpr Owner SHARED_OWNER = {.user = MEDIA_USER, .group = SHARED_GROUP};
 inline constexpr Owner PROTECTED_OWNER = {.user = MEDIA_USER, .group = PROTECTED_MEDIA_GROUP};
 inline constexpr Owner SYS_OWNER = {.user = 0, .group = SYS_GROUP};
+inline constexpr Owner MEDIA_OWNER = {.user = MEDIA_USER, .group = MEDIA_GROUP};
+inline constexpr Owner ACCOUNT_OWNER = {.user = ACCOUNT_USER, .group = ACCOUNT_GROUP};
 inline constexpr Owner APPS_OWNER = {.user = APPS_USER, .group = APPS_GROUP};
 
 /// The device's /etc/passwd: one "name:x:uid:gid:comment:home:shell" line for each user.

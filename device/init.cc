@@ -93,18 +93,22 @@ bool Init::is_finished() const {
   if (!status_) return false;
   if (interrupted_ || WIFSIGNALED(*status_)) return true;
   if (Clock::now() >= deadline_) return true;
-  return std::ranges::all_of(child_processes(), [this](pid_t process) { return is_service(process); });
+  return std::ranges::all_of(child_processes(),
+                             [this](pid_t process) { return belongs_to_service(process); });
 }
 
-bool Init::is_service(pid_t process) const {
-  return std::ranges::any_of(services_,
-                             [process](const Service& service) { return service.process() == process; });
+bool Init::belongs_to_service(pid_t process) const {
+  // A service leads a session, which all that it starts is in.
+  const pid_t session = ::getsid(process);
+  return session != -1 && std::ranges::any_of(services_, [session](const Service& service) {
+           return service.process() == session;
+         });
 }
 
 bool Init::kill_all_but_services() const {
   bool found = false;
   for (const pid_t process : all_processes()) {
-    if (process == ::getpid() || is_service(process)) continue;
+    if (process == ::getpid() || belongs_to_service(process)) continue;
     found = true;
     ::kill(process, SIGKILL);  // It may have ended just now.
   }
@@ -188,7 +192,8 @@ void Init::take_in(pid_t process, int status) {
     if (service.process() != process) continue;
     service.take_end(status);
     // Its end before it is ready is the reason not to start at all, and told as such.
-    if (!service.is_ready() || (ending_services_ && status == 0)) return;
+    const bool in_order = status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+    if (!service.is_ready() || (ending_services_ && in_order)) return;
     std::cerr << "harbix-device: " << service_text(service) << service.end() << std::endl;
   }
 }

@@ -38,7 +38,7 @@ class Init {
   void start_services();
   void start(const std::vector<std::string>& command);
   [[nodiscard]] bool is_finished() const;
-  [[nodiscard]] bool is_service(pid_t process) const;
+  [[nodiscard]] bool belongs_to_service(pid_t process) const;
   [[nodiscard]] bool kill_all_but_services() const;
   void end_services();
 

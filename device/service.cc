@@ -14,6 +14,9 @@
 namespace device {
 namespace {
 
+// A shell script can name descriptors of one digit only.
+constexpr int READY_DESCRIPTOR = 3;
+
 [[noreturn]] void execute_service(const std::vector<std::string>& words, int ready,
                                   const SignalSource& signals) {
   // Cannot fail for a new child.
@@ -23,7 +26,11 @@ namespace {
   // which is told.
   if (nothing) (void)::dup2(nothing.get(), STDIN_FILENO);
   if (nothing) (void)::dup2(nothing.get(), STDOUT_FILENO);
-  (void)::fcntl(ready, F_SETFD, 0);
+  if (ready == READY_DESCRIPTOR) {
+    (void)::fcntl(ready, F_SETFD, 0);
+  } else {
+    (void)::dup2(ready, READY_DESCRIPTOR);
+  }
   signals.give_back();
   execute(words);
 }
@@ -39,7 +46,7 @@ void Service::start(const SignalSource& signals) {
   readiness_ = platform::FileDescriptor(ends[0]);
   const platform::FileDescriptor ready(ends[1]);
   std::vector<std::string> words = command_;
-  words.insert(words.begin() + 1, {"--ready-fd", std::to_string(ready.get())});
+  words.insert(words.begin() + 1, {"--ready-fd", std::to_string(READY_DESCRIPTOR)});
   process_ = ::fork();
   if (process_ == -1) throw system_failure(errno, "start a process for", command_.front());
   if (process_ == 0) execute_service(words, ready.get(), signals);

@@ -11,7 +11,8 @@
 namespace device {
 
 /// A program of the device itself that runs beside COMMAND: started before it, ended after it. It has to take
-/// the option "--ready-fd N", write one byte to descriptor N when others can use it, and end at SIGTERM.
+/// the option "--ready-fd N", write one byte to descriptor N when others can use it, and end at SIGTERM
+/// (being ended by it is in order).
 ///
 /// Whoever takes in ended processes tells it of its own.
 class Service {

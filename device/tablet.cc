@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "device/content/live_state.h"
 #include "device/content/sample.h"
 #include "device/device_root.h"
 #include "device/failure.h"
@@ -50,6 +51,9 @@ std::vector<Service> services() {
   std::vector<Service> services;
   services.emplace_back(
       std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps", "/pps"});
+  // A part of the sample content: a bare device has nothing live.
+  if (::access(LIVE_STATE_PROGRAM, X_OK) == 0)
+    services.emplace_back(std::vector<std::string>{LIVE_STATE_PROGRAM});
   return services;
 }
 

@@ -1,10 +1,14 @@
 #include "device/content/sample.h"
 
 #include "device/content/dtm_share.h"
+#include "device/content/live_state.h"
 #include "device/content/media_collection.h"
 #include "device/content/media_library.h"
 #include "device/content/media_share.h"
 #include "device/content/odd_items.h"
+#include "device/content/settings_files.h"
+#include "device/content/settings_objects.h"
+#include "device/content/settings_scripts.h"
 #include "device/content/subscriber_scripts.h"
 
 namespace device {
@@ -16,6 +20,10 @@ void write_sample_content(TreeWriter& tree) {
   write_media_library(tree, share.records());
   write_dtm_share(tree);
   write_subscriber_scripts(tree);
+  write_settings_objects(tree);
+  write_settings_files(tree);
+  write_settings_scripts(tree);
+  write_live_state(tree);
 }
 
 }  // namespace device
