@@ -39,6 +39,14 @@ std::string read_all(int file) {
   return text;
 }
 
+/// A shell that runs the tests in its background has them ignore SIGINT and SIGQUIT, and so would the
+/// device's COMMAND.
+void reset_signals() {
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+    if (std::signal(signal, SIG_DFL) == SIG_ERR) ::_exit(98);
+  }
+}
+
 /// Runs `words` in place of this process.
 [[noreturn]] void execute(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
@@ -76,6 +84,7 @@ DeviceProcess::DeviceProcess(const std::vector<std::string>& arguments, const st
     ::dup2(source.get(), STDIN_FILENO);
     ::dup2(sink.get(), STDOUT_FILENO);
     ::dup2(errors_.get(), STDERR_FILENO);
+    reset_signals();
     if (setup != nullptr) setup();
     execute(words);
   }
@@ -119,6 +128,7 @@ Result run_on_host(const std::string& script, const std::string& folder) {
   if (process == 0) {
     ::dup2(output.get(), STDOUT_FILENO);
     ::dup2(errors.get(), STDERR_FILENO);
+    reset_signals();
     execute({"env", std::string("device=") + HARBIX_DEVICE_PROGRAM, "folder=" + folder, "sh", "-c", script});
   }
   Result result = result_of(process, "", errors);

@@ -20,7 +20,8 @@ struct Result {
 /// harbix-device as built, running. Killed at the end of its life if it has not ended before.
 class DeviceProcess {
  public:
-  /// Starts it with `arguments` and with `input` to read. `setup` runs in the new process first.
+  /// Starts it with `arguments` and with `input` to read. `setup` runs in the new process first. No
+  /// signal is ignored unless it says so.
   explicit DeviceProcess(const std::vector<std::string>& arguments, const std::string& input = {},
                          void (*setup)() = nullptr);
   DeviceProcess(const DeviceProcess&) = delete;
