@@ -151,7 +151,7 @@ TEST_F(PpsObject, IsStoredUpToItsLargestText) {
   // The limit is that of what is read, not of what is left of it.
   EXPECT_EQ(text.substr(1024), stored("-" + text.substr(1) + "more\n"));
   // What is cut off is cut before the lines are looked at.
-  EXPECT_EQ(text.substr(2) + "a", stored(text.substr(2) + "a\n-b\n"));
+  EXPECT_EQ(text.substr(2) + "a\n", stored(text.substr(2) + "a\n-b\n"));
 }
 
 TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
