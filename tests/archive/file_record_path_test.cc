@@ -47,7 +47,7 @@ std::vector<std::string> awkward_paths() {
       "o.tar",     "*",    "~",    "&",    "\xE2\x82\xAC"};
   std::vector<std::string> paths;
   for (const std::string& folder : folders) {
-    for (const std::string& name : names) paths.push_back(folder + "/" + name);
+    for (const std::string& name : names) paths.push_back((Path(folder) / name).text());
   }
   return paths;
 }
@@ -58,7 +58,7 @@ TEST(SettingsRecords, OfHundredsOfAwkwardPathsComeBackInNumberAndOrder) {
   expect_number_and_order(paths, "as listed");
   expect_number_and_order({paths.rbegin(), paths.rend()}, "backwards");
   std::vector<std::string> shuffled = paths;
-  std::mt19937 random(1);  // NOLINT(cert-msc51-cpp,cert-msc32-c): the same order each time
+  std::mt19937 random(1);  // the same order each time
   for (int round = 0; round < 50; ++round) {
     std::shuffle(shuffled.begin(), shuffled.end(), random);
     expect_number_and_order(shuffled, "round " + std::to_string(round));
@@ -87,7 +87,7 @@ bool has_line_beginning_with_colon(const std::string& path) {
 }
 
 TEST(SettingsRecords, OfRandomPathsComeBackInNumberAndOrder) {
-  std::mt19937 random(2);  // NOLINT(cert-msc51-cpp,cert-msc32-c): the same paths each time
+  std::mt19937 random(2);  // the same paths each time
   const std::string letters = "ab:: \n\t/1F-";
   for (int round = 0; round < 300; ++round) {
     std::vector<std::string> paths;
