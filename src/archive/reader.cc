@@ -84,6 +84,8 @@ ArchiveReader::ArchiveReader(int format, int compression, const std::string& fil
   // Not one byte is not an archive without entries: it is a backup that was lost.
   if (input_.is_empty()) throw ArchiveError("The archive is empty");
   if (status != ARCHIVE_OK) throw ArchiveError(error_text());
+  // Formats that would have to seek in a pipe have said so, and lost the bid; that is nobody's error.
+  clear_error();
 }
 
 ArchiveReader::~ArchiveReader() = default;

@@ -53,8 +53,6 @@ class Notice : public ::testing::Test {
     return seen();
   }
 
-  static constexpr const char* SCRIPT = "/base/scripts/backup_and_restore/settings/1";
-
   TemporaryFolder root_;
 };
 

@@ -95,7 +95,7 @@ void Device::link(const std::string& path, const std::string& target) {
   own(path, "media", "1000_shared");
 }
 
-void Device::own(const std::string& path, const std::string& user_name, const std::string& group_name) {
+void Device::own(const std::string& path, const std::string& user_name, const std::string& group_name) const {
   require(::lchown(outside(path).c_str(), user(user_name), group(group_name)), path);
 }
 

@@ -45,7 +45,7 @@ class Device {
   void write(const std::string& path, const std::string& content, mode_t mode = 0660);
   void make_folder(const std::string& path, mode_t mode = 0770);
   void link(const std::string& path, const std::string& target);
-  void own(const std::string& path, const std::string& user, const std::string& group);
+  void own(const std::string& path, const std::string& user, const std::string& group) const;
   [[nodiscard]] std::string read(const std::string& path) const;
   [[nodiscard]] bool exists(const std::string& path) const;
   [[nodiscard]] Snapshot snapshot(const std::string& path) const;
