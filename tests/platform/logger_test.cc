@@ -17,7 +17,8 @@ std::string last_line;
 }  // namespace
 
 // Takes the place of the C library's function of that name, so that the call can be looked at.
-extern "C" [[gnu::format(printf, 2, 0)]] void recorded_vsyslog(int priority, const char* format, va_list arguments) __asm__("vsyslog");
+extern "C" [[gnu::format(printf, 2, 0)]] void recorded_vsyslog(int priority, const char* format,
+                                                               va_list arguments) __asm__("vsyslog");
 
 void recorded_vsyslog(int priority, const char* format, va_list arguments) {
   std::array<char, 256> text{};
