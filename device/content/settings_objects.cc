@@ -108,7 +108,9 @@ void write_numbered(TreeWriter& tree, const std::string& folder, const std::stri
   tree.folder(in_store(folder), service.owner, 0755);
   for (int number = 1; number <= count; ++number) {
     const std::string digits = (number < 10 ? "0" : "") + std::to_string(number);
-    write_object(tree, folder + "/" + name + digits, service, number % 7 == 0 ? "@a@b" : "");
+    std::string path = folder;
+    path.append("/").append(name).append(digits);
+    write_object(tree, path, service, number % 7 == 0 ? "@a@b" : "");
   }
 }
 

@@ -13,7 +13,6 @@
 namespace {
 
 using device_test::content_of;
-using device_test::DeviceProcess;
 using device_test::Result;
 using device_test::run_device;
 using std::chrono::steady_clock;
