@@ -35,8 +35,8 @@ harbix_unit_test(archive_test
     archive/file_record_path_test.cc archive/file_record_test.cc archive/header_only_test.cc
     archive/input_file_test.cc archive/item_error_test.cc archive/manifest_test.cc
     archive/manifest_visitors_test.cc archive/metadata_entry_test.cc archive/output_file_test.cc
-    archive/pps_object_test.cc archive/reader_test.cc archive/source_test.cc archive/stream_test.cc
-    archive/writer_test.cc
+    archive/pps_object_test.cc archive/reader_test.cc archive/source_test.cc archive/space_report_test.cc
+    archive/stream_test.cc archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
@@ -48,7 +48,7 @@ harbix_unit_test(settings_test
   SOURCES
     settings/backup_test.cc settings/path_list_test.cc settings/restore_links_test.cc
     settings/restore_stream_test.cc settings/restore_test.cc settings/round_trip_test.cc
-    settings/script_lists_test.cc settings/settings_device.cc settings/space_report_test.cc
+    settings/script_lists_test.cc settings/settings_device.cc
     settings/verification_test.cc
   LINKS harbix_recorded_log harbix::settings)
 harbix_unit_test(updater_test

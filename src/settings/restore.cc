@@ -8,8 +8,10 @@
 #include <string>
 
 #include "archive/file_record.h"
+#include "archive/link_check.h"
 #include "archive/metadata_entry.h"
 #include "archive/pps_object.h"
+#include "archive/space_report.h"
 #include "driver/base/flags.h"
 #include "driver/base/log.h"
 #include "fs/effective_user.h"
@@ -20,7 +22,6 @@
 #include "settings/places.h"
 #include "settings/restore_identity.h"
 #include "settings/script_lists.h"
-#include "settings/space_report.h"
 #include "settings/verification.h"
 #include "subscribers/subscriber_manager.h"
 #include "subscribers/subscriber_notice.h"
@@ -39,14 +40,6 @@ AllowedSettings allowed_settings() {
   return allowed;
 }
 
-/// Whether a link at `path` leads to something in its own folder, or below it.
-bool stays_in_its_folder(const fs::Path& path, std::string_view link_target) {
-  const fs::Path folder = path.dirname().lexically_normal();
-  const fs::Path target(link_target);
-  const bool is_absolute = link_target.starts_with(fs::Path::SEPARATOR);
-  return (is_absolute ? target : folder / target).lexically_normal().is_inside(folder);
-}
-
 class SettingsRestore {
  public:
   explicit SettingsRestore(ArchiveReader& reader) : reader_(reader), allowed_(allowed_settings()) {}
@@ -60,7 +53,8 @@ class SettingsRestore {
         break;
       }
       const std::vector<FileRecord> records = read_file_records(package->manifest);
-      if (verbose) std::cerr << space_report(records, package->entry_name);
+      // The counters of this report have always been 32 bits wide, and its readers expect them to wrap.
+      if (verbose) std::cerr << space_report(wrapped_at_32_bits(space_needed(records)), package->entry_name);
       if (reader_.error_number() != 0 || !restore_entries(records.size())) break;
     }
     // An archive that is cut within its metadata must not pass for a whole one.
@@ -128,7 +122,7 @@ class SettingsRestore {
     // What is looked up must not depend on what the owner of the entry before may see.
     const fs::EffectiveUser superuser(SUPERUSER);
     const std::optional<std::string_view> link_target = entry.link_target();
-    if (link_target && !stays_in_its_folder(target, *link_target)) return false;
+    if (link_target && !leads_inside(target, *link_target, target.dirname())) return false;
     return verify_restore_path(allowed_, target);
   }
 

@@ -1,4 +1,4 @@
-#include "settings/space_report.h"
+#include "archive/space_report.h"
 
 #include <cstdint>
 #include <string>
@@ -14,10 +14,11 @@ std::string report(const std::vector<std::uint64_t>& sizes) {
     records.emplace_back();
     records.back().size = size;
   }
-  return harbix::space_report(records, "/settings/.backup.metadata");
+  return harbix::space_report(harbix::wrapped_at_32_bits(harbix::space_needed(records)),
+                              "/settings/.backup.metadata");
 }
 
-TEST(SpaceReport, SumsBytesAndWholeBlocksIn32Bits) {
+TEST(SpaceReport, WrappedSumsBytesAndWholeBlocksIn32Bits) {
   struct Row {
     std::vector<std::uint64_t> sizes;
     const char *bytes, *real_bytes, *blocks;
@@ -43,6 +44,14 @@ TEST(SpaceReport, SumsBytesAndWholeBlocksIn32Bits) {
                   " blocks\n************* /settings/.backup.metadata ******************\n",
               report(row.sizes));
   }
+}
+
+TEST(SpaceReport, UnwrappedGoesBeyond32Bits) {
+  harbix::FileRecord record;
+  record.size = (std::uint64_t{1} << 32) + 1;
+  EXPECT_EQ(harbix::space_report(harbix::space_needed(std::vector{record}), "/app/p/bin/.backup.metadata"),
+            "Required space on disk: 4294967297 bytes, or 4294971392 real bytes or 1048577 blocks\n"
+            "************* /app/p/bin/.backup.metadata ******************\n");
 }
 
 }  // namespace
