@@ -3,6 +3,7 @@
 #include <iostream>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -42,22 +43,24 @@ Extraction::~Extraction() {
   if (status != ARCHIVE_OK) report_warning(status, harbix::error_text(disk_.get()));
 }
 
-void Extraction::extract(const EntryView& entry, const fs::File& destination) {
+std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, const fs::File& destination) {
   if (!entry.is_hard_link()) {
     ::archive_entry_copy_stat(entry.get(), &destination.record());
     ::archive_entry_copy_pathname(entry.get(), destination.path().c_str());
   }
   const int status = ::archive_read_extract2(reader_.handle(), entry.get(), disk_.get());
-  if (status == ARCHIVE_OK || status == ARCHIVE_EOF) return;
-  const std::string reason = reader_.error_text();
+  if (status == ARCHIVE_OK || status == ARCHIVE_EOF) return std::nullopt;
+  std::string reason = reader_.error_text();
   if (status == ARCHIVE_FATAL) {
     diagnostics::line(0, "Failed restoring '%s' due to '%s'", destination.path().c_str(), reason.c_str());
     // Odd on purpose: callers match this text, so its last two characters stay as they are.
     throw std::runtime_error("Extracting data for '" + destination.path().text() + "' failed ('%s')");
   }
   report_warning(status, reason);
+  const int error_number = reader_.error_number();
   // Told once; left in place it would end the search for the next package.
   reader_.clear_error();
+  return ExtractionWarning{error_number, std::move(reason)};
 }
 
 }  // namespace harbix

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "archive/entry_view.h"
 #include "archive/reader.h"
@@ -11,6 +13,12 @@ namespace harbix {
 
 /// Whether what an archive says about an entry is put on disk as well.
 enum class Keep { NO, YES };
+
+/// Why an entry is not on disk, or not as it should be.
+struct ExtractionWarning {
+  int error_number;  ///< the library's
+  std::string text;
+};
 
 /// Puts entries on disk during one piece of restore work: one package, or one run of entries under one
 /// identity, umask and working directory. Modes of directories are settled at its end, so it must end under
@@ -29,8 +37,9 @@ class Extraction {
   /// Creates `destination`, with its status, from an entry and the data that follows in the archive. Never
   /// goes through a symbolic link or a "..": that, as everything that fails for this entry alone, is a
   /// warning on standard error.
+  /// @return that warning.
   /// @throws std::runtime_error when the archive is damaged.
-  void extract(const EntryView& entry, const fs::File& destination);
+  std::optional<ExtractionWarning> extract(const EntryView& entry, const fs::File& destination);
 
  private:
   struct Closer {
