@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "updater/request_object.h"
+
+namespace updater {
+
+/// One exchange with the installer. Always in this order: construct, write the request, read the response,
+/// look at its attributes, destroy.
+class UpdaterAction {
+ public:
+  /// Creates the object that the exchange goes through.
+  /// @throws fs::Exception "Failed to create file 'PATH' "
+  UpdaterAction() = default;
+  virtual ~UpdaterAction() = default;
+  UpdaterAction(const UpdaterAction&) = delete;
+  UpdaterAction& operator=(const UpdaterAction&) = delete;
+  UpdaterAction(UpdaterAction&&) = delete;
+  UpdaterAction& operator=(UpdaterAction&&) = delete;
+
+  /// @throws fs::Exception "Failed to write file 'PATH' " when the installer's folder does not take it whole.
+  virtual void write_request() = 0;
+
+  /// Waits for the attribute "result", or the end of the stream, for as long as it takes. What `result` says
+  /// is not judged.
+  virtual void read_response();
+
+  /// Both of the above.
+  void exchange();
+
+  /// The value of an attribute of the response; of one that came several times, the last.
+  /// @throws std::runtime_error "Attribute NAME not found"
+  [[nodiscard]] std::string get_attribute(const std::string& name) const;
+
+  [[nodiscard]] const fs::Path& object_path() const noexcept { return object_.path(); }
+
+ protected:
+  /// Hands over attribute lines, all at once.
+  void send(std::string_view lines) const;
+
+ private:
+  /// @return whether the response is complete with this line.
+  bool take_line(const std::string& line);
+
+  std::map<std::string, std::string> response_;
+  RequestObject object_;
+};
+
+}  // namespace updater
