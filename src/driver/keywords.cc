@@ -4,6 +4,9 @@
 #include <array>
 #include <iostream>
 
+#include "app/backup.h"
+#include "app/places.h"
+#include "app/restore.h"
 #include "driver/base/flags.h"
 #include "driver/base/log.h"
 #include "media/backup.h"
@@ -15,6 +18,10 @@
 
 namespace harbix {
 namespace {
+
+int archive_applications(const ArchiveRequest& request, SizeResult& result) {
+  return harbix_app(request.writer, request.size_only, request.package_ids, result);
+}
 
 int archive_media(const ArchiveRequest& request, SizeResult& result) {
   return harbix_media(request.writer, request.size_only, result);
@@ -44,7 +51,11 @@ int restore_settings(ArchiveReader& reader) {
 
 std::span<const Keyword> all_keywords() {
   static const std::array<Keyword, 3> keywords{{
-      {.name = "app", .label = "app", .prefixes = {fs::Path("/app")}, .archive = nullptr, .restore = nullptr},
+      {.name = "app",
+       .label = "app",
+       .prefixes = {fs::Path(places::APPLICATION_PREFIX)},
+       .archive = archive_applications,
+       .restore = harbix_app_restore},
       {.name = "media",
        .label = "Media",
        .prefixes = {fs::Path(places::MEDIA_PREFIX), fs::Path(places::DTM_PREFIX)},
@@ -71,7 +82,7 @@ Section section_of(const Keyword& keyword, std::span<const std::string> selected
       is_later = true;
     } else if (!is_later) {
       section.earlier.insert(section.earlier.end(), other.prefixes.begin(), other.prefixes.end());
-    } else if (other.restore != nullptr && std::ranges::find(selected, other.name) != selected.end()) {
+    } else if (std::ranges::find(selected, other.name) != selected.end()) {
       section.later.insert(section.later.end(), other.prefixes.begin(), other.prefixes.end());
     }
   }

@@ -18,7 +18,7 @@ struct ArchiveRequest {
   std::span<const std::string> package_ids;  ///< the keyword operand, then the ids; empty without ids
 };
 
-/// A kind of user data. Operations that are null are not there yet, and are not called.
+/// A kind of user data.
 struct Keyword {
   std::string_view name;   ///< on the command line
   std::string_view label;  ///< in progress lines of the archive stage

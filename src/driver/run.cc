@@ -77,7 +77,7 @@ int restore_archive(const Options& options) {
   ArchiveReader reader(ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, archive.path().text());
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
-    if (!is_selected(options, keyword) || keyword.restore == nullptr) continue;
+    if (!is_selected(options, keyword)) continue;
     reader.begin_section(section_of(keyword, options.keywords));
     result = keyword.restore(reader);
   }
@@ -98,7 +98,7 @@ int write_archive(const Options& options) {
   SizeResult total;
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
-    if (!is_selected(options, keyword) || keyword.archive == nullptr) continue;
+    if (!is_selected(options, keyword)) continue;
     if (verbose) std::cerr << keyword.label << '\n';
     diagnostics::line(2, "%s", std::string(keyword.label).c_str());
     // Each operation gets a record of its own: some assign what they know instead of adding it.

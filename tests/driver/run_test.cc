@@ -148,12 +148,14 @@ TEST(Run, TurnsAnExceptionOfTheArchiveStageIntoStatusTwo) {
   }));
 }
 
-TEST(Run, WritesAnArchiveOfNothingForKeywordsThatAreNotThereYet) {
+// Here is no installer, so that there is nothing to archive for "app".
+
+TEST(Run, EndsTheArchiveOfAnOperationThatFailsAndAnswersItsStatus) {
   const TemporaryFolder folder;
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
     const RecordedLog log(3);
-    EXPECT_EQ(0, run({"-f", folder / "a.tar", "app"}));
-    EXPECT_EQ((Words{"4 Harbix running", "5 Archiving", "4 Harbix exiting"}), log.messages());
+    EXPECT_EQ(1, run({"-f", folder / "a.tar", "app"}));
+    EXPECT_EQ((Words{"4 Harbix running", "5 Archiving", "4 app", "4 Harbix exiting"}), log.messages());
   }));
   EXPECT_EQ(std::string(1024, '\0'), test::read_file(folder / "a.tar"));
 }
@@ -161,7 +163,7 @@ TEST(Run, WritesAnArchiveOfNothingForKeywordsThatAreNotThereYet) {
 TEST(Run, ReportsTheSizeOfNothing) {
   const TemporaryFolder folder;
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
-    EXPECT_EQ(0, run({"-s", "-f", folder / "out.txt", "app"}));
+    EXPECT_EQ(1, run({"-s", "-f", folder / "out.txt", "app"}));
   }));
   EXPECT_EQ("bytesize=2048\ncount=0\n", test::read_file(folder / "out.txt"));
 }
@@ -170,9 +172,9 @@ TEST(Run, SetsUtf8NamesOnlyToWrite) {
   const TemporaryFolder folder;
   test::write_file(folder / "a.tar", test::TarBuilder().text());
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
-    EXPECT_EQ(0, run({"-r", "-f", folder / "a.tar", "app"}));
+    EXPECT_EQ(1, run({"-r", "-f", folder / "a.tar", "app"}));
     EXPECT_STREQ("C", std::setlocale(LC_CTYPE, nullptr));
-    EXPECT_EQ(0, run({"-f", folder / "b.tar", "app"}));
+    EXPECT_EQ(1, run({"-f", folder / "b.tar", "app"}));
     EXPECT_STREQ("C.UTF-8", std::setlocale(LC_CTYPE, nullptr));
     EXPECT_STREQ("C", std::setlocale(LC_NUMERIC, nullptr));
   }));

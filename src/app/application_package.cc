@@ -1,0 +1,75 @@
+#include "app/application_package.h"
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+#include "app/package_attributes.h"
+#include "app/places.h"
+#include "driver/base/flags.h"
+
+namespace harbix {
+namespace {
+
+constexpr std::size_t KIND_POSITION = 2;
+
+bool is_plain_component(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && name.find(fs::Path::SEPARATOR) == name.npos;
+}
+
+bool is_record(const meta::Attribute& attribute) { return attribute.key == "File"; }
+
+}  // namespace
+
+ApplicationPackage::ApplicationPackage(Package package)
+    : metadata_name_(std::move(package.entry_name)),
+      components_(metadata_name_.components()),
+      attributes_(std::move(package.manifest)),
+      records_(read_file_records(attributes_)) {
+  // The text of a million records is not needed twice.
+  std::erase_if(attributes_, is_record);
+  attributes_.shrink_to_fit();
+}
+
+bool ApplicationPackage::is_of_kind(std::string_view kind) const {
+  if (verbose) {
+    for (const fs::Path& component : components_) std::cerr << "=>" << component << ":";
+    std::cerr << '\n';
+  }
+  return components_.size() > KIND_POSITION &&
+         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX) &&
+         components_[KIND_POSITION].text() == kind;
+}
+
+std::string ApplicationPackage::package() const { return components_.at(1).text(); }
+
+bool ApplicationPackage::is_home_screen() const {
+  return components_.size() > KIND_POSITION &&
+         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX) &&
+         (package() == places::NAVIGATOR || package() == places::SYSTEM_TRAY);
+}
+
+std::string ApplicationPackage::app_directory() const {
+  return meta::look_up(attributes_, package_attributes::APP_DIRECTORY);
+}
+
+std::string ApplicationPackage::data_directory() const {
+  return meta::look_up(attributes_, package_attributes::DATA_DIRECTORY);
+}
+
+std::string ApplicationPackage::extras() const {
+  const auto found = std::ranges::find(attributes_, package_attributes::EXTRAS, &meta::Attribute::key);
+  return found == attributes_.end() ? "" : found->value;
+}
+
+bool ApplicationPackage::has_plain_directory() const { return is_plain_component(app_directory()); }
+
+bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
+  if (fs::Path(data_directory()) != fs::Path(places::APPLICATION_DATA) / app_directory()) return false;
+  return std::ranges::all_of(records_, [&base](const FileRecord& record) {
+    const fs::Path& path = record.path;
+    return path.lexically_normal() == path && path != base && path.is_inside(base);
+  });
+}
+
+}  // namespace harbix

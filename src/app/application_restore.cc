@@ -1,0 +1,159 @@
+#include "app/application_restore.h"
+
+#include <iostream>
+#include <stdexcept>
+
+#include "app/application_group.h"
+#include "app/ownership.h"
+#include "app/package_extraction.h"
+#include "app/places.h"
+#include "driver/base/domains.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "driver/base/places.h"
+#include "fs/tree.h"
+#include "updater/actions.h"
+
+namespace harbix {
+namespace {
+
+constexpr mode_t BINARY_MODE = 0750;
+constexpr mode_t DATA_MODE = 0770;
+constexpr gid_t UNKNOWN_GROUP = 0;
+
+fs::Path target_of(const ApplicationPackage& package) {
+  return fs::Path(places::APPLICATIONS) / package.app_directory();
+}
+
+bool is_built_in(const fs::Path& target) {
+  updater::ActionQuery query(target.text());
+  query.exchange();
+  return query.get_attribute("actual_extras").find(domains::BUILT_IN_MARKER) != std::string::npos;
+}
+
+}  // namespace
+
+void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
+  if (verbose) std::cerr << "Bin Package " << package.package() << '\n';
+  const fs::Path target = target_of(package);
+  if (!are_binaries_acceptable(package, target)) {
+    refuse_binaries(package);
+    return;
+  }
+  PackageExtraction extraction(reader_, package, target, Restorable::EVERYTHING);
+  if (!extraction.extract(owner_, UNKNOWN_GROUP)) is_complete_ = false;
+  register_application(package, target);
+}
+
+bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target) {
+  const std::string directory = package.app_directory();
+  if (target.basename() != fs::Path(directory).basename()) {
+    if (verbose) std::cerr << "Different basenames: '" << target << "' '" << directory << "'\n";
+    return false;
+  }
+  if (target.text().substr(0, target.last_separator().value_or(0)) != places::APPLICATIONS) {
+    if (verbose) std::cerr << "Not rooted at apps: '" << target << "'\n";
+    return false;
+  }
+  if (!package.has_plain_directory()) return false;
+  if (fs::exists(target)) {
+    // The installer makes folders only; owners would be set behind anything else.
+    if (!fs::File(target).is_directory()) return false;
+    try {
+      if (is_built_in(target)) {
+        if (verbose) std::cerr << "ERROR: Attempt to restore 1st or 2nd party app. \n";
+        return false;
+      }
+    } catch (const std::runtime_error& error) {
+      report_failed_exchange(target, error.what());
+      return false;
+    }
+  }
+  return package.has_valid_paths(target);
+}
+
+void ApplicationRestore::refuse_binaries(const ApplicationPackage& package) {
+  std::cerr << "Application binaries will not be restored.\n";
+  refused_ = package.package();
+}
+
+void ApplicationRestore::register_application(const ApplicationPackage& package, const fs::Path& target) {
+  gid_t group = UNKNOWN_GROUP;
+  try {
+    // Without a group id: the installer chooses.
+    updater::ActionRegister request({target, {}}, package.extras(), "");
+    request.exchange();
+    if (verbose) std::cerr << "Registered '" << target << "'\n";
+    group = parse_application_group(request.get_attribute("actual_gid"));
+    if (verbose) std::cerr << "Actual GID: " << group << '\n';
+  } catch (const std::runtime_error& error) {
+    report_failed_exchange(target, error.what());
+    return;
+  }
+  // A package of no entries leaves nothing to own.
+  if (!fs::exists(target)) return;
+  const Ownership ownership{.user = owner_, .group = group, .mode = BINARY_MODE};
+  apply_ownership_recursively(ownership, target);
+  apply_ownership(ownership, fs::File(target));
+}
+
+void ApplicationRestore::restore_data(const ApplicationPackage& package) {
+  if (verbose) std::cerr << "Data Package " << package.package() << '\n';
+  if (package.package() == refused_) {
+    std::cerr << "Skipping package: " << package.package() << '\n';
+    refused_.clear();
+    return;
+  }
+  if (!package.has_plain_directory() || !package.has_valid_paths(fs::Path(package.data_directory()))) return;
+  const fs::Path target = target_of(package);
+  const std::optional<gid_t> group = query_group(target);
+  if (!group) return;
+  if (*group < FIRST_APPLICATION_GROUP) {
+    diagnostics::line(1, "Application '%s' does not exist", target.c_str());
+    return;
+  }
+  replace_data(package, *group);
+}
+
+std::optional<gid_t> ApplicationRestore::query_group(const fs::Path& target) {
+  if (!fs::exists(target)) {
+    std::cerr << "Warning: Could not determine actual_gid. Skipping data.\n";
+    return UNKNOWN_GROUP;
+  }
+  try {
+    updater::ActionQuery query(target.text());
+    query.exchange();
+    const std::string extras = query.get_attribute("actual_extras");
+    const std::string folder = query.get_attribute("actual_dname");
+    if (verbose) {
+      std::cerr << "Extras: " << extras << "\nData dir: " << fs::Path(places::APPLICATION_DATA) / folder
+                << '\n';
+    }
+    return parse_application_group(query.get_attribute("actual_gid"));
+  } catch (const std::runtime_error& error) {
+    report_failed_exchange(target, error.what());
+    return std::nullopt;
+  }
+}
+
+void ApplicationRestore::replace_data(const ApplicationPackage& package, gid_t group) {
+  const fs::Path data(package.data_directory());
+  PackageExtraction extraction(reader_, package, data, Restorable::DATA_FOLDERS);
+  // What is there must not go before something is seen that takes its place.
+  if (!extraction.is_readable()) return;
+  if (!pretend && fs::exists(data)) {
+    if (verbose) std::cerr << "REMOVE_DIR " << data << '\n';
+    fs::remove_tree(fs::File(data));
+  }
+  if (!extraction.extract(owner_, group)) is_complete_ = false;
+  if (!fs::exists(data) || !fs::File(data).is_directory()) return;
+  apply_ownership_recursively({.user = data_owner(group), .group = group, .mode = DATA_MODE}, data);
+}
+
+void ApplicationRestore::report_failed_exchange(const fs::Path& target, const char* reason) {
+  is_complete_ = false;
+  diagnostics::line(0, "ERROR: Installer request for '%s' failed: %s", target.c_str(), reason);
+  std::cerr << "Error: Installer request for '" << target << "' failed: " << reason << '\n';
+}
+
+}  // namespace harbix

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include "archive/extraction.h"
+#include "archive/reader.h"
+#include "fs/effective_group.h"
+#include "fs/effective_user.h"
+#include "fs/file_mask.h"
+
+namespace harbix {
+
+/// Puts the data of one home-screen component on disk, with the identity and the file-creation mask that the
+/// component's files need, for as long as it lives.
+class ComponentRestore {
+ public:
+  /// `folder` is the component's own: records and links that leave it are not restored. `mask` is meant for
+  /// files.
+  ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask);
+
+  /// Whether a record may be restored: in normal form, and below the component's folder.
+  [[nodiscard]] bool accepts(const fs::Path& path) const;
+  /// Whether an entry may be: a plain file or folder, or a link that stays in the component's folder.
+  [[nodiscard]] bool accepts(const EntryView& entry, const fs::Path& path) const;
+
+  /// Creates an entry with this status, and the folders above it where they are missing. A folder that may be
+  /// read may be searched as well, whatever the mask says: what is in it would be lost otherwise.
+  /// @throws fs::Exception, std::runtime_error as Extraction::extract does.
+  void extract(const EntryView& entry, const fs::File& destination);
+
+ private:
+  static constexpr gid_t GROUP = 0;
+
+  void make_folders_above(const fs::Path& path) const;
+
+  fs::Path folder_;
+  mode_t mask_;
+  fs::EffectiveGroup group_;
+  fs::EffectiveUser user_;
+  fs::FileMask file_mask_;
+  Extraction extraction_;
+};
+
+}  // namespace harbix

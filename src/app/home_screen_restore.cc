@@ -1,0 +1,142 @@
+#include "app/home_screen_restore.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "app/component_restore.h"
+#include "app/package_entries.h"
+#include "app/places.h"
+#include "archive/link_check.h"
+#include "archive/pps_object.h"
+#include "fs/glob.h"
+#include "fs/tree.h"
+
+namespace harbix {
+namespace {
+
+constexpr mode_t NAVIGATOR_MASK = 0177;
+constexpr mode_t SYSTEM_TRAY_MASK = 0117;
+constexpr mode_t CLOCK_DATABASE_MODE = 0660;
+constexpr std::string_view CLOCK_DATABASE = "ClockServices.sqlite";
+// Links of PPS objects must stay in here.
+constexpr char NAVIGATOR_OBJECT_FOLDER[] = "/pps/system/navigator";
+
+fs::Path data_folder(const char* component) { return fs::Path(places::APPLICATION_DATA) / component; }
+
+fs::Path package_name(const char* component, const char* kind) {
+  return fs::Path(places::APPLICATION_PREFIX) / component / kind;
+}
+
+void skip(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
+  std::cerr << "Skip: " << path << '\n';
+  reader.skip(entry);
+}
+
+class NavigatorObjects {
+ public:
+  NavigatorObjects(ArchiveReader& reader, const ApplicationPackage& package)
+      : reader_(reader),
+        records_(package.records()),
+        entries_(reader, records_, package_name(places::NAVIGATOR, places::OBJECT_KIND), fs::Path()) {}
+
+  void restore() {
+    for (std::size_t i = 0; i < records_.size(); ++i) {
+      if (const std::optional<EntryView> entry = entries_.entry_of(i)) restore_one(*entry, records_[i].path);
+    }
+  }
+
+ private:
+  void restore_one(const EntryView& entry, const fs::Path& object) {
+    std::cerr << "Navigator pps object: " << entry.name().value_or(fs::Path()) << '\n';
+    if (std::ranges::find(places::NAVIGATOR_OBJECTS, object.text()) == places::NAVIGATOR_OBJECTS.end()) {
+      reader_.skip(entry);
+      return;
+    }
+    std::cerr << "Restoring: " << object << '\n';
+    const std::optional<std::string_view> target = entry.link_target();
+    const bool is_acceptable = target ? leads_inside(object, *target, fs::Path(NAVIGATOR_OBJECT_FOLDER))
+                                      : entry.destination(object).is_regular() && !entry.is_hard_link();
+    if (is_acceptable) {
+      restore_pps_object(reader_, entry, object);
+    } else {
+      skip(reader_, entry, object);
+    }
+  }
+
+  ArchiveReader& reader_;
+  const std::vector<FileRecord>& records_;
+  PackageEntries entries_;
+};
+
+void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+  const fs::Path folder = data_folder(places::NAVIGATOR);
+  ComponentRestore component(reader, folder, user, NAVIGATOR_MASK);
+  for (const fs::Path& old : fs::list_by_glob(folder / places::DATA_FOLDER)) fs::remove_tree(fs::File(old));
+  std::cerr << "Navigator data removed\n";
+  PackageEntries entries(reader, package.records(), package.name(), folder);
+  for (std::size_t i = 0; i < package.records().size(); ++i) {
+    const fs::Path& path = package.records()[i].path;
+    std::cerr << "Restoring: " << path << '\n';
+    const std::optional<EntryView> entry = entries.entry_of(i);
+    if (!entry) continue;
+    std::cerr << path << '\n';
+    if (component.accepts(path) && component.accepts(*entry, path) && !fs::exists(path)) {
+      component.extract(*entry, entry->destination(path));
+    } else {
+      skip(reader, *entry, path);
+    }
+  }
+}
+
+fs::File clock_database(const EntryView& entry, const fs::Path& path) {
+  struct ::stat record = entry.destination(path).record();
+  record.st_mode &= S_IFMT | CLOCK_DATABASE_MODE;
+  return {path, record};
+}
+
+void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+  const fs::Path folder = data_folder(places::SYSTEM_TRAY);
+  ComponentRestore component(reader, folder, user, SYSTEM_TRAY_MASK);
+  // Nothing is: only one file comes back, in the place of the old one.
+  std::cerr << "System tray data removed\n";
+  PackageEntries entries(reader, package.records(), package.name(), folder);
+  for (std::size_t i = 0; i < package.records().size(); ++i) {
+    const fs::Path& path = package.records()[i].path;
+    const std::optional<EntryView> entry = entries.entry_of(i);
+    if (!entry) continue;
+    const fs::Path name = entry->name().value_or(fs::Path());
+    std::cerr << "ae.path: " << name << "  basename: " << name.basename() << "\nit: " << path << '\n';
+    const bool is_clock_database = name.basename().text() == CLOCK_DATABASE;
+    if (is_clock_database && component.accepts(path) && component.accepts(*entry, path)) {
+      std::cerr << "Restoring: " << name << '\n';
+      component.extract(*entry, clock_database(*entry, path));
+    } else {
+      skip(reader, *entry, path);
+    }
+  }
+}
+
+}  // namespace
+
+void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+  if (package.records().empty()) return;
+  std::cerr << "Processing: " << package.metadata_name() << '\n';
+  if (package.is_of_kind(places::OBJECT_KIND)) {
+    NavigatorObjects(reader, package).restore();
+    return;
+  }
+  const std::vector<fs::Path> components = package.metadata_name().components();
+  for (const fs::Path& component : components) std::cerr << component << '\n';
+  const bool is_data = package.is_of_kind(places::DATA_KIND);
+  if (is_data && package.package() == places::NAVIGATOR) {
+    std::cerr << "navigator data: " << package.metadata_name() << '\n';
+    restore_navigator_data(reader, package, user);
+  } else if (is_data && package.package() == places::SYSTEM_TRAY) {
+    std::cerr << "systray data: " << package.metadata_name() << '\n';
+    restore_system_tray_data(reader, package, user);
+  } else {
+    std::cerr << "I'm confused: it was supposed to be HMI component. Just skip.\n";
+  }
+}
+
+}  // namespace harbix

@@ -1,0 +1,103 @@
+#include "app/package_extraction.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <stdexcept>
+
+#include "app/places.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+
+namespace harbix {
+namespace {
+
+bool is_in_data_folder(const fs::Path& path) {
+  constexpr std::array<std::string_view, 3> FOLDERS{places::TEMPORARY_FOLDER, places::DATA_FOLDER,
+                                                    places::LOG_FOLDER};
+  const fs::Path root(places::APPLICATION_DATA);
+  if (!path.is_inside(root)) return false;
+  const std::vector<fs::Path> components = path.relative_to(root).components();
+  return components.size() > 1 && std::ranges::find(FOLDERS, components[1].text()) != FOLDERS.end();
+}
+
+/// The entry's own status, with the record's where it has one. The size stays: it tells how much data
+/// follows.
+fs::File destination_of(const EntryView& entry, const FileRecord& record) {
+  const fs::File own = entry.destination(record.path);
+  if (!record.status) return own;
+  struct ::stat merged = own.record();
+  merged.st_mode = record.status->mode;
+  merged.st_uid = record.status->user;
+  merged.st_gid = record.status->group;
+  merged.st_mtim = {.tv_sec = record.status->modified, .tv_nsec = 0};
+  return {record.path, merged};
+}
+
+}  // namespace
+
+PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPackage& package,
+                                     const fs::Path& base, Restorable restorable)
+    : reader_(reader),
+      records_(package.records()),
+      entries_(reader, records_, package.name(), base),
+      restorable_(restorable) {}
+
+bool PackageExtraction::extract(uid_t user, gid_t group) {
+  bool is_whole = true;
+  const fs::EffectiveGroup effective_group(group);
+  const fs::EffectiveUser effective_user(user);
+  try {
+    Extraction extraction(reader_, Keep::NO, Keep::NO);
+    for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
+  } catch (const std::runtime_error& error) {
+    // Not passed on: what is on disk by now still gets its owners and modes.
+    is_whole = false;
+    diagnostics::line(0, "ERROR: %s", error.what());
+    std::cerr << "Error: " << error.what() << '\n';
+  }
+  const int damage = reader_.error_number();
+  std::cerr << "Archive errno at this point: " << (damage != 0 ? damage : last_error_) << '\n';
+  return is_whole;
+}
+
+void PackageExtraction::extract_record(Extraction& extraction, std::size_t position) {
+  const FileRecord& record = records_[position];
+  if (verbose) std::cerr << record.size << ' ' << record.path << '\n';
+  const std::optional<EntryView> entry = entries_.entry_of(position);
+  if (!entry) return;
+  if (!is_wanted(*entry, record)) {
+    std::cerr << "Skip: " + record.path.text() + '\n';
+    reader_.skip(*entry);
+  } else if (pretend) {
+    reader_.skip(*entry);
+  } else {
+    put_on_disk(extraction, *entry, record);
+  }
+}
+
+bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& record) {
+  if (restorable_ == Restorable::DATA_FOLDERS && !is_in_data_folder(record.path)) return false;
+  if (!entry.is_restorable()) return false;
+  const mode_t type = entry.destination(record.path).record().st_mode & S_IFMT;
+  // A record that calls a link a file, or a device, is no description of its entry.
+  if (record.status && (record.status->mode & S_IFMT) != type) return false;
+  // Nothing lies behind a link: what pretends to would be written to where the link leads.
+  return type != S_IFLNK || !entries_.leads_to_others(record.path);
+}
+
+void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& entry,
+                                    const FileRecord& record) {
+  if (verbose) {
+    std::cerr << "Extracting as " << ::geteuid() << ':' << ::getegid() << record.path << '\n';
+  }
+  const std::optional<ExtractionWarning> warning = extraction.extract(entry, destination_of(entry, record));
+  last_error_ = warning ? warning->error_number : 0;
+  if (!warning) return;
+  if (verbose) std::cerr << "Error extracting " << record.path << warning->text << '\n';
+  if (last_error_ != 0) std::cerr << "HERE\n";
+}
+
+}  // namespace harbix

@@ -1,0 +1,110 @@
+#include "app/restore.h"
+
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "app/application_package.h"
+#include "app/application_restore.h"
+#include "app/home_screen_programs.h"
+#include "app/home_screen_restore.h"
+#include "app/places.h"
+#include "archive/metadata_entry.h"
+#include "archive/space_report.h"
+#include "driver/base/domains.h"
+#include "driver/base/flags.h"
+#include "driver/base/log.h"
+#include "fs/accounts.h"
+#include "fs/file_mask.h"
+#include "updater/actions.h"
+#include "updater/registered_applications.h"
+
+namespace harbix {
+namespace {
+
+using updater::RegisteredApplication;
+
+constexpr mode_t RESTORE_MASK = 007;
+
+void uninstall(const RegisteredApplication& application) {
+  try {
+    updater::ActionUninstall(application.dir).exchange();
+  } catch (const std::exception& error) {
+    diagnostics::line(0, "Unregister of '%s' failed", application.id.c_str());
+    if (verbose) std::cerr << "Error: " << error.what() << '\n';
+  }
+}
+
+class AppRestore {
+ public:
+  explicit AppRestore(ArchiveReader& reader)
+      : reader_(reader), owner_(fs::user_id(domains::APPLICATIONS_USER)), applications_(reader, owner_) {}
+
+  /// @return whether every package was one that can be restored.
+  bool run() {
+    const fs::FileMask mask(RESTORE_MASK);
+    while (std::optional<Package> next = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP)) {
+      const ApplicationPackage package(*std::move(next));
+      if (verbose) std::cerr << space_report(space_needed(package.records()), package.metadata_name().text());
+      if (!restore(package)) return false;
+    }
+    if (verbose) std::cerr << "EOF\n";
+    return applications_.is_complete();
+  }
+
+ private:
+  bool restore(const ApplicationPackage& package) {
+    if (package.is_home_screen()) {
+      std::cerr << "HMI component (" << package.package() << ")\n";
+      if (!is_home_screen_stopped_) stop_home_screen();
+      is_home_screen_stopped_ = true;
+      restore_home_screen(reader_, package, owner_);
+    } else if (package.is_of_kind(places::BINARY_KIND)) {
+      applications_.restore_binaries(package);
+    } else if (package.is_of_kind(places::DATA_KIND)) {
+      applications_.restore_data(package);
+    } else {
+      std::cerr << "Path " << package.metadata_name() << " not recognized\n";
+      diagnostics::line(0, "Package not recognized '%s'", package.metadata_name().c_str());
+      return false;
+    }
+    return true;
+  }
+
+  ArchiveReader& reader_;
+  uid_t owner_;
+  ApplicationRestore applications_;
+  bool is_home_screen_stopped_ = false;
+};
+
+int restore_applications(ArchiveReader& reader) {
+  std::vector<RegisteredApplication> installed;
+  if (!updater::read_registered_applications(installed)) {
+    std::cerr << "Error reading registered apps\n";
+    return 1;
+  }
+  AppRestore restore(reader);
+  // Damage must show before anything is uninstalled.
+  reader.require_readable();
+  for (const RegisteredApplication& one : installed) {
+    if (one.source == domains::STOREFRONT_SOURCE) uninstall(one);
+  }
+  return restore.run() ? 0 : 1;
+}
+
+}  // namespace
+
+int harbix_app_restore(ArchiveReader& reader) {
+  try {
+    return restore_applications(reader);
+  } catch (const std::exception& error) {
+    diagnostics::line(0, "ERROR: %s", error.what());
+    std::cerr << "Error: " << error.what() << '\n';
+    return 1;
+  }
+}
+
+}  // namespace harbix
