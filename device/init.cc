@@ -72,6 +72,7 @@ void Init::start_services() {
       wait_for_event(deadline);
     }
   }
+  has_started_services_ = !early_signal_;
 }
 
 void Init::start(const std::vector<std::string>& command) {
@@ -98,11 +99,12 @@ bool Init::is_finished() const {
 }
 
 bool Init::belongs_to_service(pid_t process) const {
-  // A service leads a session, which all that it starts is in.
+  // A service leads a session, which all that it starts is in. One that was started just now has not yet made
+  // its session.
   const pid_t session = ::getsid(process);
-  return session != -1 && std::ranges::any_of(services_, [session](const Service& service) {
-           return service.process() == session;
-         });
+  return std::ranges::any_of(services_, [=](const Service& service) {
+    return service.is_running() && (service.process() == session || service.process() == process);
+  });
 }
 
 bool Init::kill_all_but_services() const {
@@ -117,6 +119,8 @@ bool Init::kill_all_but_services() const {
 
 void Init::end_services() {
   ending_services_ = true;
+  // One that is stopped may be what another waits for.
+  for (const Service& service : services_) service.go_on();
   // Those that were started later may need the earlier ones.
   for (auto service = services_.rbegin(); service != services_.rend(); ++service) {
     service->ask_to_end();
@@ -193,8 +197,10 @@ void Init::take_in(pid_t process, int status) {
     service.take_end(status);
     // Its end before it is ready is the reason not to start at all, and told as such.
     const bool in_order = status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
-    if (!service.is_ready() || (ending_services_ && in_order)) return;
+    if (!service.is_ready() && !has_started_services_) return;
+    if (ending_services_ && in_order) return;
     std::cerr << "harbix-device: " << service_text(service) << service.end() << std::endl;
+    if (!ending_services_ && service.is_to_start_again()) service.start(signals_);
   }
 }
 

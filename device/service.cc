@@ -37,13 +37,16 @@ constexpr int READY_DESCRIPTOR = 3;
 
 }  // namespace
 
-Service::Service(std::vector<std::string> command)
-    : name_(command.front().substr(command.front().rfind('/') + 1)), command_(std::move(command)) {}
+Service::Service(std::vector<std::string> command, Loss loss)
+    : name_(command.front().substr(command.front().rfind('/') + 1)),
+      command_(std::move(command)),
+      loss_(loss) {}
 
 void Service::start(const SignalSource& signals) {
   std::array<int, 2> ends = {};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw system_failure(errno, "create a pipe");
   readiness_ = platform::FileDescriptor(ends[0]);
+  ready_ = false;
   const platform::FileDescriptor ready(ends[1]);
   std::vector<std::string> words = command_;
   words.insert(words.begin() + 1, {"--ready-fd", std::to_string(READY_DESCRIPTOR)});
@@ -56,6 +59,10 @@ void Service::look_for_readiness() noexcept {
   char byte = 0;
   ready_ = ::read(readiness_.get(), &byte, 1) == 1;
   readiness_.close();
+}
+
+void Service::go_on() const noexcept {
+  if (is_running()) ::kill(process_, SIGCONT);  // It may have ended just now, which is as good.
 }
 
 void Service::ask_to_end() const noexcept {
@@ -71,6 +78,7 @@ void Service::kill() const noexcept {
 
 void Service::take_end(int status) {
   process_ = -1;
+  failed_ = status != 0;
   end_ = WIFSIGNALED(status) ? "was killed by signal " + std::to_string(WTERMSIG(status))
                              : "ended with status " + std::to_string(WEXITSTATUS(status));
 }

@@ -17,8 +17,11 @@ namespace device {
 /// Whoever takes in ended processes tells it of its own.
 class Service {
  public:
+  /// What is to be done when it ends too early: whose clients can wait while it comes back is started again.
+  enum class Loss { bear, start_again };
+
   /// `command` is the program and its arguments; the option is put between them.
-  explicit Service(std::vector<std::string> command);
+  explicit Service(std::vector<std::string> command, Loss loss = Loss::bear);
 
   /// Starts the program in a session of its own, so that the keys of a terminal are none of its business,
   /// with empty input, its output thrown away and the device's standard error.
@@ -37,6 +40,8 @@ class Service {
   void look_for_readiness() noexcept;
   [[nodiscard]] bool is_ready() const noexcept { return ready_; }
 
+  /// Lets a stopped process run, for those that wait for it.
+  void go_on() const noexcept;
   /// SIGTERM, which a stopped process gets as well.
   void ask_to_end() const noexcept;
   void kill() const noexcept;
@@ -45,13 +50,20 @@ class Service {
   void take_end(int status);
   /// How it ended: "ended with status 1", "was killed by signal 9". Empty before.
   [[nodiscard]] const std::string& end() const noexcept { return end_; }
+  /// Whether it is to be started again after that end: it was ready and then failed or was killed. One that
+  /// gave up of its own accord, with status 0, or never got ready would only do so again.
+  [[nodiscard]] bool is_to_start_again() const noexcept {
+    return loss_ == Loss::start_again && ready_ && failed_;
+  }
 
  private:
   std::string name_;
   std::vector<std::string> command_;
+  Loss loss_;
   pid_t process_ = -1;
   platform::FileDescriptor readiness_;
   bool ready_ = false;
+  bool failed_ = false;
   std::string end_;
 };
 
