@@ -51,6 +51,9 @@ std::vector<Service> services() {
   std::vector<Service> services;
   services.emplace_back(
       std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps", "/pps"});
+  // A client that waits for its answer gets it after a new start.
+  services.emplace_back(std::vector<std::string>{"/opt/harbix/bin/harbix-installer"},
+                        Service::Loss::start_again);
   // A part of the sample content: a bare device has nothing live.
   if (::access(LIVE_STATE_PROGRAM, X_OK) == 0)
     services.emplace_back(std::vector<std::string>{LIVE_STATE_PROGRAM});

@@ -29,6 +29,8 @@ constexpr std::array FOLDERS = {
     Folder{"/var/tmp", ROOT_OWNER, 01777},
     // The objects behind /pps are kept here.
     Folder{"/var/pps", ROOT_OWNER, 0755},
+    // The installer's ledger.
+    Folder{"/var/installer", ROOT_OWNER, 0755},
     Folder{"/pps", ROOT_OWNER, 0755},
     Folder{"/accounts", ROOT_OWNER, 0755},
     Folder{"/accounts/1000", SYS_OWNER, 0755},

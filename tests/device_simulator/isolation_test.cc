@@ -81,7 +81,7 @@ TEST_F(Device, ServesThePublishSubscribeFileSystem) {
 
 TEST_F(Device, SeesNeitherTheHostsProcessesNorItsFiles) {
   EXPECT_EQ(output_of("echo /proc/[0-9]*; ls /tmp /pps; test -e /home || test -e /srv || echo nothing"),
-            "/proc/1 /proc/2 /proc/3\n/pps:\n\n/tmp:\nnothing\n");
+            "/proc/1 /proc/2 /proc/3 /proc/4\n/pps:\nsystem\n\n/tmp:\nnothing\n");
 }
 
 TEST_F(Device, TakesFilesBeyondTwoGiB) {

@@ -2,7 +2,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +19,13 @@ using device_test::Result;
 using device_test::run_device;
 using std::chrono::steady_clock;
 
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
 constexpr const char* SERVICE = "$(pgrep harbix-pps)";
 
 class DeviceServices : public testing::Test {
@@ -30,14 +39,21 @@ class DeviceServices : public testing::Test {
   }
 
   /// Runs `command` on the host with a copy of the program in $copy that has `service`, a shell script,
-  /// beside it instead of its own one. Nothing is beside it when `service` is empty.
-  Result run_with(const std::string& service, const std::string& command) {
+  /// beside it instead of the file system's, and `installer`, which does nothing
+  /// unless told otherwise. Nothing is beside it when `service` is empty.
+  Result run_with(const std::string& service, const std::string& command,
+                  const std::string& installer = "echo >&$2; exec sleep 60") {
     if (!service.empty()) {
-      device_test::write_file(folder_ / "harbix-pps", "#!/bin/sh\n" + service + "\n");
-      EXPECT_EQ(::chmod((folder_ / "harbix-pps").c_str(), 0755), 0);
+      write_script("harbix-pps", service);
+      write_script("harbix-installer", installer);
     }
     return device_test::run_on_host(
         "cp $device $folder/harbix-device; copy=$folder/harbix-device; " + command, folder_ / "");
+  }
+
+  void write_script(const std::string& name, const std::string& commands) {
+    device_test::write_file(folder_ / name, "#!/bin/sh\n" + commands + "\n");
+    EXPECT_EQ(::chmod((folder_ / name).c_str(), 0755), 0);
   }
 
   device_test::PrivateFolder folder_;
@@ -48,7 +64,7 @@ TEST_F(DeviceServices, KeepWhatIsPublishedInAKeptDevice) {
   EXPECT_EQ(run_kept("mkdir /pps/s; echo 'a::1\n[n]b::2' > /pps/s/o; cat /pps/s/o").output,
             "@o\na::1\n[n]b::2\n");
   EXPECT_EQ(content_of(state_ + "/var/pps/s/o"), "@o\na::1\n");
-  EXPECT_EQ(run_kept("cat /pps/s/o; ls /var/pps").output, "@o\na::1\ns\n");
+  EXPECT_EQ(run_kept("cat /pps/s/o; ls /var/pps").output, "@o\na::1\ns\nsystem\n");
 }
 
 TEST_F(DeviceServices, SaveWhatWasStillOpen) {
@@ -78,10 +94,38 @@ TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
   const Result killed = run(std::string("kill -KILL ") + SERVICE + "; sleep 0.2; cat /pps/x 2>&1; exit 5");
   EXPECT_EQ(killed.status, 5);
   EXPECT_EQ(killed.output, "cat: /pps/x: Transport endpoint is not connected\n");
-  EXPECT_EQ(killed.errors, "harbix-device: the service 'harbix-pps' was killed by signal 9\n");
-  const Result unmounted = run("umount /pps; sleep 0.2; exit 6");
+  // Nobody can be asked anything over /pps any more, so the installer gives up too, and stays away.
+  EXPECT_THAT(
+      lines_of(killed.errors),
+      testing::UnorderedElementsAre("harbix-device: the service 'harbix-pps' was killed by signal 9",
+                                    "harbix-device: the service 'harbix-installer' ended with status 0"));
+  // It is busy, but taken from who serves it all the same.
+  const Result unmounted = run("umount -f /pps 2>/dev/null; sleep 0.2; exit 6");
   EXPECT_EQ(unmounted.status, 6);
-  EXPECT_EQ(unmounted.errors, "harbix-device: the service 'harbix-pps' ended with status 0\n");
+  EXPECT_THAT(
+      lines_of(unmounted.errors),
+      testing::UnorderedElementsAre("harbix-device: the service 'harbix-pps' ended with status 0",
+                                    "harbix-device: the service 'harbix-installer' ended with status 0"));
+}
+
+TEST_F(DeviceServices, AreStartedAgainWhenTheirClientsCanWait) {
+  const Result result = run(R"sh(
+    first=$(pgrep harbix-inst)
+    kill -KILL $first
+    until grep -q starts:n:2 /pps/system/installer/status; do sleep 0.02; done
+    test $(pgrep harbix-inst) -ne $first && echo other)sh");
+  EXPECT_EQ(result.output, "other\n");
+  EXPECT_EQ(result.errors, "harbix-device: the service 'harbix-installer' was killed by signal 9\n");
+}
+
+TEST_F(DeviceServices, AreNotStartedAgainAndAgainWhenTheyCannotGetReady) {
+  const Result result =
+      run_with("echo >&$2; exec sleep 60", "$copy --bare sleep 1; echo $?",
+               "if [ -e /tmp/before ]; then exit 3; fi; : > /tmp/before; echo >&$2; sleep 0.2; exit 4");
+  EXPECT_EQ(result.output, "0\n");
+  EXPECT_EQ(result.errors,
+            "harbix-device: the service 'harbix-installer' ended with status 4\n"
+            "harbix-device: the service 'harbix-installer' ended with status 3\n");
 }
 
 TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {

@@ -1,0 +1,145 @@
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "device/accounts.h"
+#include "device/installer/installer.h"
+#include "device/installer/object.h"
+#include "device/installer/request_desk.h"
+#include "device/installer/request_watch.h"
+#include "platform/file_descriptor.h"
+
+namespace {
+
+constexpr int USAGE_STATUS = 2;
+
+// The paths that clients know.
+constexpr const char* REQUESTS = "/pps/system/installer/upd/current";
+constexpr const char* CONTROL = "/pps/system/installer/control";
+constexpr const char* STATUS = "/pps/system/installer/status";
+constexpr const char* APPLICATION_LIST = "/pps/system/installer/registeredapps/.all";
+
+struct Directory {
+  const char* path;
+  device::Owner owner;
+  mode_t mode;
+};
+// Parents stand before what is in them.
+constexpr device::Owner UPD_OWNER = {.user = device::UPD_USER, .group = device::UPD_GROUP};
+constexpr std::array DIRECTORIES = {
+    Directory{"/pps/system", device::ROOT_OWNER, 0755},
+    Directory{"/pps/system/installer", device::ROOT_OWNER, 0755},
+    Directory{"/pps/system/installer/registeredapps", device::ROOT_OWNER, 0755},
+    Directory{"/pps/system/installer/upd", UPD_OWNER, 0755},
+    Directory{REQUESTS, UPD_OWNER, 0775},
+};
+
+[[noreturn]] void refuse(const std::string& action, const std::string& path, int error) {
+  throw std::system_error(error, std::generic_category(), "cannot " + action + " '" + path + "'");
+}
+
+void make_directories() {
+  for (const Directory& directory : DIRECTORIES) {
+    if (::mkdir(directory.path, directory.mode) == -1) {
+      if (errno == EEXIST) continue;
+      refuse("create the directory", directory.path, errno);
+    }
+    if (::chown(directory.path, directory.owner.user, directory.owner.group) == -1) {
+      refuse("set the owner of", directory.path, errno);
+    }
+    // Whatever the mask was.
+    if (::chmod(directory.path, directory.mode) == -1) refuse("set the mode of", directory.path, errno);
+  }
+}
+
+void publish_list(const std::string& lines) {
+  // A list that never held anything is no object yet: the name line comes with the first attribute. This one
+  // is no application's name, and goes with the same write.
+  constexpr std::string_view NOTHING = ".::\n-.\n";
+  const bool is_object = !installer::read_object(APPLICATION_LIST).value_or("").empty();
+  installer::publish_object(APPLICATION_LIST, (is_object ? "" : std::string(NOTHING)) + lines);
+}
+
+/// Counts the starts since the device was started: the attribute is not persistent.
+/// @return the number of this one.
+int count_start() {
+  const installer::Attributes status =
+      installer::parse_attributes(installer::read_object(STATUS).value_or(""));
+  const std::string before = installer::value_of(status, "starts");
+  int number = 0;
+  // No number, 0, when it is the first.
+  static_cast<void>(std::from_chars(before.data(), before.data() + before.size(), number));
+  ++number;
+  installer::publish_object(STATUS, "[n]starts:n:" + std::to_string(number) + "\n");
+  return number;
+}
+
+void tell_ready(platform::FileDescriptor descriptor) {
+  if (::write(descriptor.get(), "\n", 1) != 1) refuse("tell that it is ready through", "--ready-fd", errno);
+}
+
+/// Serves until the file system goes away, which it tells by an exception.
+[[noreturn]] void serve(std::optional<int> ready) {
+  ::umask(022);
+  make_directories();
+  installer::Installer installer(
+      {}, {.publish = publish_list, .is_reserved = [](gid_t gid) { return ::getgrgid(gid) != nullptr; }});
+  installer.publish_all();
+  const installer::RequestDesk desk(
+      REQUESTS, CONTROL, [&](const installer::Request& request) { return installer.carry_out(request); });
+  // Who asked on a device that has ended since is gone.
+  if (count_start() == 1) desk.clear();
+  for (;;) {
+    installer::RequestWatch watch(REQUESTS);
+    if (ready) tell_ready(platform::FileDescriptor(*std::exchange(ready, std::nullopt)));
+    // What was asked before the watch began.
+    desk.look_at_all();
+    while (const std::optional<std::string> name = watch.next()) desk.look_at(*name);
+    make_directories();
+    installer.publish_all();
+  }
+}
+
+/// Shape: "harbix-installer [--ready-fd N]".
+/// @return false when the arguments do not fit.
+bool parse(std::span<char* const> arguments, std::optional<int>& ready) {
+  if (arguments.size() == 1) return true;
+  if (arguments.size() != 3 || std::string_view(arguments[1]) != "--ready-fd") return false;
+  const std::string_view text = arguments[2];
+  int number = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || number < 0) return false;
+  ready = number;
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::optional<int> ready;
+  if (!parse({argv, static_cast<std::size_t>(argc)}, ready)) {
+    std::cerr << "usage: harbix-installer [--ready-fd N]" << std::endl;
+    return USAGE_STATUS;
+  }
+  try {
+    serve(ready);
+  } catch (const std::system_error& error) {
+    // The device ends, or has lost more than this service.
+    if (installer::is_unserved(error.code())) return 0;
+    std::cerr << "harbix-installer: " << error.what() << std::endl;
+  } catch (const std::exception& error) {
+    std::cerr << "harbix-installer: " << error.what() << std::endl;
+  }
+  return 1;
+}
