@@ -1,6 +1,8 @@
 #include "device/content/sample.h"
 
+#include "device/content/applications.h"
 #include "device/content/dtm_share.h"
+#include "device/content/home_screen.h"
 #include "device/content/live_state.h"
 #include "device/content/media_collection.h"
 #include "device/content/media_library.h"
@@ -23,6 +25,8 @@ void write_sample_content(TreeWriter& tree) {
   write_settings_objects(tree);
   write_settings_files(tree);
   write_settings_scripts(tree);
+  write_applications(tree);
+  write_home_screen(tree);
   write_live_state(tree);
 }
 
