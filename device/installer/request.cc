@@ -83,7 +83,8 @@ bool is_application_id(std::string_view id) {
   if (id.empty() || id == "." || id == ".." || id.find_first_of("/\n") != std::string_view::npos)
     return false;
   // As the list of applications shows it.
-  const auto line = pps::parse_attribute_line(std::string(id) + "::");
+  const std::string text = std::string(id) + "::";  // the parsed line looks into it
+  const auto line = pps::parse_attribute_line(text);
   return line && line->kind == pps::AttributeLine::Kind::set && line->name == id;
 }
 
