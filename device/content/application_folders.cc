@@ -48,7 +48,8 @@ void ApplicationFolders::link(std::string_view path, std::string_view target) {
 }
 
 void ApplicationFolders::make_data() {
-  tree_.folder("/accounts/1000/appdata/" + application_.id, data_owner_, DATA_FOLDER_MODE);
+  // The folder itself is not the application's own: it only gets there by its group.
+  tree_.folder("/accounts/1000/appdata/" + application_.id, owner_, DATA_FOLDER_MODE);
   for (const char* name : {"data", "logs", "tmp"}) data_folder(name);
 }
 

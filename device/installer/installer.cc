@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "device/accounts.h"
 #include "device/installer/ledger_file.h"
 #include "device/installer/package_identity.h"
 #include "device/installer/refusal.h"
@@ -131,7 +132,9 @@ void Installer::make_data_folder(const Application& application) const {
       if (errno == EEXIST && is_folder(path)) continue;
       refuse("create the folder", path, errno);
     }
-    if (::chown(path.c_str(), data_user(application.gid), application.gid) == -1) {
+    // Applications are the group of their own folder, which stays the installer's, and own what is in it.
+    const uid_t user = path == folder ? device::APPS_USER : data_user(application.gid);
+    if (::chown(path.c_str(), user, application.gid) == -1) {
       refuse("set the owner of", path, errno);
     }
     if (::chmod(path.c_str(), 0770) == -1) refuse("set the mode of", path, errno);
