@@ -25,15 +25,18 @@ OutputFile::OutputFile(const std::string& name) : file_(open_output(name)) {
   if (!file_ || ::fstat(file_.get(), &record_) == -1) {
     throw ArchiveError("Failed to open '" + name + "': " + std::strerror(errno));
   }
-  gathered_.reserve(GATHERED_CAPACITY);
 }
 
 int OutputFile::write(std::span<const std::byte> data) {
   while (!data.empty() && error_ == 0) {
     const std::span<const std::byte> part =
         data.first(std::min(data.size(), GATHERED_CAPACITY - gathered_.size()));
-    gathered_.insert(gathered_.end(), part.begin(), part.end());
     data = data.subspan(part.size());
+    if (part.size() == GATHERED_CAPACITY) {
+      send(part);
+      continue;
+    }
+    gathered_.insert(gathered_.end(), part.begin(), part.end());
     if (gathered_.size() == GATHERED_CAPACITY) flush();
   }
   return error_;

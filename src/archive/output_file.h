@@ -11,8 +11,8 @@
 
 namespace harbix {
 
-/// The file that an archive is written to. Gathers the archive's 512-byte records into large writes, which
-/// changes the number of system calls and not one byte.
+/// The file that an archive is written to. Gathers what it is given into large writes, which changes the
+/// number of system calls and not one byte.
 class OutputFile {
  public:
   /// Creates `name` with mode 0666 less the umask, or truncates it; an empty name is standard output.

@@ -16,6 +16,8 @@
 namespace harbix {
 namespace {
 
+// What is handed to the output at once. Only the last block can be shorter, and ends with a record.
+constexpr int BLOCK_SIZE = 1024 << 10;
 constexpr int RECORD_SIZE = 512;
 constexpr std::size_t CHUNK_SIZE = 32768;
 
@@ -50,7 +52,7 @@ ArchiveWriter::ArchiveWriter(int format, int compression, const std::string& fil
   if (handle_ == nullptr || entry_ == nullptr) throw std::bad_alloc();
   if (::archive_write_set_format(handle_.get(), format) != ARCHIVE_OK ||
       ::archive_write_add_filter_none(handle_.get()) != ARCHIVE_OK ||
-      ::archive_write_set_bytes_per_block(handle_.get(), RECORD_SIZE) != ARCHIVE_OK ||
+      ::archive_write_set_bytes_per_block(handle_.get(), BLOCK_SIZE) != ARCHIVE_OK ||
       ::archive_write_set_bytes_in_last_block(handle_.get(), RECORD_SIZE) != ARCHIVE_OK ||
       ::archive_write_open(handle_.get(), &output_, nullptr, write_callback, nullptr) != ARCHIVE_OK) {
     throw ArchiveError(error_text(handle_.get()));
@@ -94,10 +96,11 @@ bool ArchiveWriter::is_output(const fs::File& file) const noexcept {
 }
 
 void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& name, const char* link_target) {
-  ::archive_entry_clear(entry_.get());
+  // All that is ever set is set anew; to clear the entry would be to give its memory back and ask for it
+  // again.
   ::archive_entry_copy_stat(entry_.get(), &record);
   ::archive_entry_set_pathname(entry_.get(), name.c_str());
-  if (link_target != nullptr) ::archive_entry_set_symlink(entry_.get(), link_target);
+  ::archive_entry_set_symlink(entry_.get(), link_target);
 
   const int status = ::archive_write_header(handle_.get(), entry_.get());
   if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(handle_.get()));
