@@ -1,0 +1,73 @@
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "installer/running_device.h"
+
+namespace installer_test {
+namespace {
+
+using testing::StartsWith;
+
+constexpr const char* LIST = "cat /pps/system/installer/registeredapps/.all";
+
+std::string enrollment(const std::string& id, const std::string& extras = "source::x",
+                       const std::string& gid = "") {
+  return "action::register\npackage_path::/apps/" + id + "\nextras::" + extras + "\ngid::" + gid + "\n";
+}
+
+class InstallerPersistence : public RunningDevice {};
+
+TEST_F(InstallerPersistence, KeepsWhatIsRegistered) {
+  make_application("D", "P");
+  make_application("caf\xe9 E", "Q");
+  const std::string first = exchange(enrollment("D", "source::x", "10777"));
+  EXPECT_EQ(first, "actual_gid::10777\nactual_dname::D\nactual_extras::source::x\nresult::0\n");
+  const std::string second = exchange(enrollment("caf\xe9 E"));
+  EXPECT_THAT(second, StartsWith("actual_gid::10000\n"));
+  const std::string list = shell(LIST);
+  EXPECT_EQ(list, "@.all\nD::P,1.0.0.1,source::x\ncaf\xe9 E::Q,1.0.0.1,source::x\n");
+  stop();
+  start();
+  EXPECT_EQ(shell(LIST), list);
+  EXPECT_EQ(exchange("action::query\npackage_path::/apps/D\n"), first);
+  EXPECT_EQ(exchange("action::query\npackage_path::/apps/caf\xe9 E\n"), second);
+}
+
+TEST_F(InstallerPersistence, KeepsTheGroupOfWhatWasUninstalled) {
+  make_application("D", "P");
+  make_application("E", "Q");
+  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  EXPECT_EQ(exchange("action::uninstall\npackage_id::P\n"), "result::0\n");
+  stop();
+  start();
+  EXPECT_EQ(shell(LIST), "@.all\n");
+  EXPECT_THAT(exchange(enrollment("E")), StartsWith("actual_gid::10004\n"));
+  make_application("D", "P");
+  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+}
+
+TEST_F(InstallerPersistence, PublishesTheLedgerWhenTheListIsLost) {
+  make_application("D", "P");
+  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  stop();
+  EXPECT_EQ(std::filesystem::remove_all(outside("/var/pps/system")) > 0, true);
+  start();
+  EXPECT_EQ(shell(LIST), "@.all\nD::P,1.0.0.1,source::x\n");
+}
+
+TEST_F(InstallerPersistence, ForgetsRequestsOfADeviceThatHasEnded) {
+  make_application("D", "P");
+  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  stop();
+  device_test::write_file(outside("/var/pps/system/installer/upd/current/old"),
+                          "@old\naction::uninstall\npackage_id::P\n");
+  start();
+  EXPECT_EQ(shell(std::string("ls ") + REQUESTS), "");
+  EXPECT_EQ(shell(LIST), "@.all\nD::P,1.0.0.1,source::x\n");
+}
+
+}  // namespace
+}  // namespace installer_test

@@ -1,0 +1,161 @@
+#include "installer/running_device.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <system_error>
+
+namespace installer_test {
+namespace {
+
+struct CommandCloser {
+  // What a script could not do shows in its output.
+  void operator()(FILE* command) const noexcept { static_cast<void>(::pclose(command)); }
+};
+
+std::string run_here(const std::string& script) {
+  const std::unique_ptr<FILE, CommandCloser> command(::popen(("{ " + script + "\n} 2>&1").c_str(), "re"));
+  if (!command) throw std::system_error(errno, std::generic_category(), "no shell");
+  std::string output;
+  for (int byte = std::fgetc(command.get()); byte != EOF; byte = std::fgetc(command.get())) {
+    output += static_cast<char>(byte);
+  }
+  return output;
+}
+
+}  // namespace
+
+void RunningDevice::SetUp() {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can start a device";
+  start();
+}
+
+void RunningDevice::TearDown() {
+  if (device_) stop();
+}
+
+void RunningDevice::start() {
+  device_ = std::make_unique<device_test::DeviceProcess>(
+      std::vector<std::string>{"--bare", "--state", state_, "sh", "-c", "echo up; exec sleep 300"});
+  ASSERT_EQ(device_->read_line(), "up") << device_->wait().errors;
+}
+
+void RunningDevice::stop() {
+  ASSERT_EQ(::kill(device_->pid(), SIGTERM), 0);
+  const device_test::Result result = device_->wait();
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_EQ(result.errors, expected_errors_);
+  device_.reset();
+  expected_errors_.clear();
+}
+
+void RunningDevice::enter() const {
+  const std::string process = "/proc/" + std::to_string(device_->first_process()) + "/ns/";
+  // The process namespace comes into force with the next child: a shell can then signal what it sees.
+  for (const auto& [name, type] : {std::pair("pid", CLONE_NEWPID), std::pair("mnt", CLONE_NEWNS)}) {
+    const auto target = pps::open_object(process + name, O_RDONLY);
+    if (::setns(target.get(), type) == -1) throw std::system_error(errno, std::generic_category(), name);
+  }
+}
+
+std::string RunningDevice::inside(const std::function<std::string()>& work) const {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw std::system_error(errno, std::generic_category(), "pipe");
+  const platform::FileDescriptor output(ends[0]);
+  platform::FileDescriptor input(ends[1]);
+  const pps::Process process([&] {
+    try {
+      enter();
+      pps::write_text(input, work());
+    } catch (const std::exception& error) {
+      pps::write_text(input, std::string("threw: ") + error.what());
+    }
+    return 0;
+  });
+  input.close();
+  std::string all;
+  for (std::string piece = pps::read_text(output); !piece.empty(); piece = pps::read_text(output))
+    all += piece;
+  return all;
+}
+
+std::string RunningDevice::shell(const std::string& script) const {
+  return inside([&] { return run_here(script); });
+}
+
+std::unique_ptr<pps::Process> RunningDevice::beside(const std::function<void()>& work) const {
+  return std::make_unique<pps::Process>([&] {
+    enter();
+    work();
+    return 0;
+  });
+}
+
+std::string RunningDevice::exchange(const std::string& request) const {
+  return inside([&] { return exchange_here(request); });
+}
+
+void RunningDevice::make_application(const std::string& id, const std::string& package) const {
+  const std::string folder = outside("/apps/" + id);
+  std::filesystem::create_directories(folder + "/META-INF");
+  device_test::write_file(folder + "/META-INF/MANIFEST.MF",
+                          "Package-Name: " + package + "\nPackage-Version: 1.0.0.1\n");
+}
+
+void RunningDevice::control(const std::string& lines) const {
+  ASSERT_EQ(inside([&] {
+              pps::write_text(pps::open_object("/pps/system/installer/control", O_WRONLY | O_CREAT), lines);
+              return std::string("done");
+            }),
+            "done");
+}
+
+Exchange::Exchange(const std::string& request) {
+  static unsigned int counter = 0;
+  path_ = std::string(REQUESTS) + "/test" + std::to_string(::getpid()) + "_" + std::to_string(counter++);
+  object_ = pps::open_object(path_ + "?wait,delta", O_RDWR | O_CREAT | O_EXCL, 0660);
+  write(request);
+}
+
+Exchange::~Exchange() { ::unlink(path_.c_str()); }  // The service may have taken it away.
+
+std::string Exchange::answer() const {
+  std::string lines;
+  std::string rest;
+  for (;;) {
+    const std::string piece = pps::read_text(object_);
+    if (piece.empty()) return lines + "(end)\n";
+    rest += piece;
+    for (std::size_t end = 0; (end = rest.find('\n')) != std::string::npos;) {
+      const std::string line = rest.substr(0, end + 1);
+      rest.erase(0, end + 1);
+      if (line.starts_with('@')) continue;
+      lines += line;
+      if (line.starts_with("result:")) return lines;
+    }
+  }
+}
+
+std::string exchange_here(const std::string& request) { return Exchange(request).answer(); }
+
+std::map<std::string, std::string> values_of(const std::string& answer) {
+  std::map<std::string, std::string> values;
+  std::istringstream lines(answer);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t first = line.find(':');
+    if (first == std::string::npos) continue;
+    values[line.substr(0, first)] = line.substr(line.find(':', first + 1) + 1);
+  }
+  return values;
+}
+
+}  // namespace installer_test
