@@ -83,7 +83,7 @@ bool is_application_id(std::string_view id) {
   if (id.empty() || id == "." || id == ".." || id.find_first_of("/\n") != std::string_view::npos)
     return false;
   // As the list of applications shows it.
-  const std::string text = std::string(id) + "::";  // the parsed line looks into it
+  const std::string text = std::string(id) + "::";
   const auto line = pps::parse_attribute_line(text);
   return line && line->kind == pps::AttributeLine::Kind::set && line->name == id;
 }

@@ -34,7 +34,7 @@ std::vector<std::string> names_in(const std::string& directory) {
 std::optional<Attributes> read_request(const std::string& object) {
   // Between two writes of one client's stream lies no time to speak of. What is not complete by then is a
   // mistake, and answered as one.
-  constexpr int LOOKS = 20;
+  constexpr int LOOKS = 100;
   constexpr std::chrono::milliseconds PAUSE(10);
   for (int look = 1;; ++look) {
     const std::optional<std::string> text = read_object(object);

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,23 +52,28 @@ TEST_F(InstallerFault, RefuseAnswersAResultAloneAndDoesNothing) {
 
 TEST_F(InstallerFault, NoiseComesBeforeAnswersWhoseLastValuesCount) {
   control("noise:b:true\n");
-  const std::string answer = exchange(QUERY_D);
+  // A reader that the machine holds up sees both texts as one; then it is tried again.
+  std::string answer;
+  for (int i = 0; i < 100 && answer.find("progress::1\n") == std::string::npos; ++i) {
+    answer = exchange(QUERY_D);
+    const auto values = values_of(answer);
+    EXPECT_EQ(values.at("actual_gid"), "10000");
+    EXPECT_EQ(values.at("actual_extras"), "source::shopvale");
+    EXPECT_EQ(values.at("progress"), "100");
+  }
   EXPECT_EQ(answer,
             "-action\nprogress::1\nactual_gid::not yet: 10000\nactual_dname::not yet: D\n"
             "actual_extras::not yet: source::shopvale\nempty::\ncolons::a::b:c\n"
             "progress::100\n" +
                 ANSWER_D);
-  const auto values = values_of(answer);
-  EXPECT_EQ(values.at("actual_gid"), "10000");
-  EXPECT_EQ(values.at("actual_extras"), "source::shopvale");
-  EXPECT_EQ(values.at("progress"), "100");
 }
 
 TEST_F(InstallerFault, NoiseIsInOneTextWithTheAnswerForALateReader) {
   control("noise::1\n");
   const std::string answer = inside([] {
     const Exchange late(QUERY_D);
-    ::usleep(300000);
+    const auto text = [&] { return pps::read_text(pps::open_object(late.path(), O_RDONLY)); };
+    while (text().find("\nresult:") == std::string::npos) ::usleep(5000);
     return late.answer();
   });
   EXPECT_EQ(answer,

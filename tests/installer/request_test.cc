@@ -73,7 +73,8 @@ TEST(InstallerRequest, IsRefusedWhenItIsMalformed) {
 }
 
 TEST(InstallerRequest, NamesAnApplicationThatTheListCanShow) {
-  for (const char* id : {"a", "com.example.x", "...", "a b", "a,b", "caf\xe9"})
+  for (const char* id :
+       {"a", "com.example.x", "com.example.reader.r_eader1a2b3c4d", "...", "a b", "a,b", "caf\xe9"})
     EXPECT_TRUE(is_application_id(id)) << id;
   for (const char* id : {"", ".", "..", "a/b", "a\nb", "a:b", "-a", "@a", "[n]a", "[a"})
     EXPECT_FALSE(is_application_id(id)) << id;
