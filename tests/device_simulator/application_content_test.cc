@@ -27,6 +27,13 @@ const std::string READER = "com.example.reader.r_eader1a2b3c4d";
 const std::string ATLAS = "com.example.atlas.a_tlas5e6f7081";
 const std::string NOTES = "com.example.notes.n_otes92a3b4c5";
 
+/// The content as a running device has it.
+class RunningApplicationContent : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+};
+
+/// The content as it is put into a tree.
 class ApplicationContent : public testing::Test {
  protected:
   void SetUp() override {
@@ -56,7 +63,7 @@ class ApplicationContent : public testing::Test {
   device_test::PrivateFolder folder_;
 };
 
-TEST_F(ApplicationContent, IsListedByTheInstaller) {
+TEST_F(RunningApplicationContent, IsListedByTheInstaller) {
   const auto result = run_device({"cat", "/pps/system/installer/registeredapps/.all"});
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(
@@ -126,7 +133,7 @@ TEST_F(ApplicationContent, IsOfManyKinds) {
   EXPECT_FALSE(std::filesystem::exists(on_host("/accounts/1000/appdata/" + NOTES)));
 }
 
-TEST_F(ApplicationContent, CanBeUninstalledAndRegisteredAgain) {
+TEST_F(RunningApplicationContent, CanBeUninstalledAndRegisteredAgain) {
   const auto result = run_device({"sh", "-c", R"(
     cd /pps/system/installer/upd/current
     ask() {
@@ -167,6 +174,9 @@ TEST_F(ApplicationContent, HasAHomeScreenWithDataAndObjects) {
   EXPECT_EQ(sqlite3_exec(database, "select * from alarms", count, &rows, nullptr), SQLITE_OK);
   EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
   EXPECT_EQ(rows, 2);
+}
+
+TEST_F(RunningApplicationContent, HasTheHomeScreensObjects) {
   const auto result =
       run_device({"sh", "-c", "cd /pps/system/navigator/applications; cat uriapps web_shortcuts"});
   EXPECT_EQ(result.output,
@@ -175,7 +185,7 @@ TEST_F(ApplicationContent, HasAHomeScreenWithDataAndObjects) {
             "caf\xc3\xa9::http://cafe.example.org:8080/\n");
 }
 
-TEST_F(ApplicationContent, HasProgramsThatNoteTheirCalls) {
+TEST_F(RunningApplicationContent, HasProgramsThatNoteTheirCalls) {
   const auto result = run_device({"sh", "-c",
                                   "/base/bin/slay -f navigator; /base/bin/sh /base/scripts/startup.sh "
                                   "launcher stop; cat /var/log/home-screen.log"});
@@ -183,7 +193,7 @@ TEST_F(ApplicationContent, HasProgramsThatNoteTheirCalls) {
   EXPECT_EQ(result.output, "slay -f navigator\nstartup.sh launcher stop\n");
 }
 
-TEST_F(ApplicationContent, IsNotOnABareDevice) {
+TEST_F(RunningApplicationContent, IsNotOnABareDevice) {
   const auto result =
       run_device({"--bare", "sh", "-c",
                   "find /apps /accounts/1000/appdata /base/bin -mindepth 1; ls /pps/system; cat "
