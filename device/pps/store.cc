@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "pps/open_name.h"
+
 namespace pps {
 
 namespace {
@@ -61,7 +63,9 @@ void Store::write_unfinished(const Node& object) const {
 }
 
 void Store::save(Node& object) const {
-  if (keeps()) {
+  // Whoever publishes a list makes it anew at its start; stored, it would be backed up as if it were a
+  // setting.
+  if (keeps() && object.name != ALL_NAME) {
     if (object.stored_as.empty()) object.stored_as.push_back(store_path(*object.parent, object.name));
     const std::string& path = object.stored_as.back();
     // A failed save leaves its unfinished file behind; the next one begins it anew.

@@ -28,7 +28,8 @@ class Store {
   /// The folder, for whoever reads it at the start; -1 when there is none.
   [[nodiscard]] int descriptor() const { return folder_.get(); }
 
-  /// Writes an object's file: stored_text() and its metadata. Clears its "unsaved".
+  /// Writes an object's file: stored_text() and its metadata, but for an ".all" that was made an object.
+  /// Clears its "unsaved".
   void save(Node& object) const;
 
   /// Makes the folder of a directory that is about to be added to `parent`.

@@ -102,7 +102,7 @@ TEST_F(ApplicationContent, HasBinariesOfTheUserAppsAndTheApplicationsGroup) {
       continue;
     }
     EXPECT_EQ(status.st_gid, groups[id]) << path;
-    EXPECT_EQ(status.st_uid, groups[id] * 10000 + 1000) << path;
+    EXPECT_EQ(status.st_uid, path == id ? device::APPS_USER : groups[id] * 10000 + 1000) << path;
     if (S_ISDIR(status.st_mode)) {
       EXPECT_EQ(status.st_mode & 07777U, 0770U) << path;
     }

@@ -35,7 +35,7 @@ TEST_F(InstallerExchange, RegistersAnswersAndListsAnApplication) {
   EXPECT_EQ(exchange(QUERY_D), ANSWER_D);
   EXPECT_EQ(shell(LIST), "@.all\nD::P,1.0.0.1,source::shopvale\n");
   EXPECT_EQ(shell("cd /accounts/1000/appdata; stat -c '%u %g %a %n' D D/*"),
-            "100001000 10000 770 D\n100001000 10000 770 D/data\n100001000 10000 770 D/logs\n"
+            "10089 10000 770 D\n100001000 10000 770 D/data\n100001000 10000 770 D/logs\n"
             "100001000 10000 770 D/tmp\n");
 }
 

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "device/accounts.h"
 #include "device/installer/ledger_file.h"
 #include "device/installer/refusal.h"
 #include "device_simulator/private_folder.h"
@@ -88,13 +89,13 @@ TEST_F(InstallerWork, RegistersOnlyFolders) {
   EXPECT_FALSE(exists("own"));
 }
 
-TEST_F(InstallerWork, MakesTheDataFolderForTheApplicationsUser) {
+TEST_F(InstallerWork, MakesTheDataFolderForTheApplication) {
   make_application("D", "P");
   enroll("D", "", "10500");
   for (const char* name : {"data/D", "data/D/data", "data/D/logs", "data/D/tmp"}) {
     struct stat status = {};
     ASSERT_EQ(::lstat((folder_ / name).c_str(), &status), 0) << name;
-    EXPECT_EQ(status.st_uid, 105001000U) << name;
+    EXPECT_EQ(status.st_uid, name == std::string("data/D") ? device::APPS_USER : 105001000U) << name;
     EXPECT_EQ(status.st_gid, 10500U) << name;
     EXPECT_EQ(status.st_mode, S_IFDIR | 0770U) << name;
   }
