@@ -22,7 +22,7 @@ constexpr std::array NAMES = {
     "new\nline"sv,
     "newline\n"sv,
     R"(back\slash)"sv,
-    "'quotes' \"and\" $HOME;*?"sv,
+    R"('quotes' "and" $HOME;*?)"sv,
     "File: 1 2 3"sv,
     // The same word twice: é as one character, and as e with a combining accent.
     "caf\u00e9"sv,

@@ -57,7 +57,7 @@ void write_atlas(TreeWriter& tree, const Application& application) {
     const std::string folder = "assets/row " + std::to_string(row);
     folders.folder(folder);
     for (int tile = 0; tile < TILES; ++tile) {
-      folders.file(folder + "/" + std::to_string(tile) + ".tile", static_cast<std::uint64_t>(64 + tile));
+      folders.file(folder + "/" + std::to_string(tile) + ".tile", std::uint64_t{64} + static_cast<std::uint64_t>(tile));
     }
   }
   folders.make_data();

@@ -9,7 +9,8 @@ std::string to_lines(const Answer& answer) {
   for (const auto& [name, value] : answer) {
     std::string line = name + "::" + value;
     std::ranges::replace(line, '\n', ' ');
-    text += line + "\n";
+    text += line;
+    text += '\n';
   }
   return text;
 }

@@ -45,7 +45,7 @@ std::string_view missing_attribute(const Form& form, const Attributes& object) {
 
 std::string id_of(const std::string& package_path) {
   constexpr std::string_view ROOT = "/apps/";
-  const std::string id = package_path.starts_with(ROOT) ? package_path.substr(ROOT.size()) : "";
+  std::string id = package_path.starts_with(ROOT) ? package_path.substr(ROOT.size()) : "";
   if (!is_application_id(id)) throw Refusal("'" + package_path + "' is no application's folder");
   return id;
 }

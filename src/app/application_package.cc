@@ -14,7 +14,8 @@ namespace {
 constexpr std::size_t KIND_POSITION = 2;
 
 bool is_plain_component(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." && name.find(fs::Path::SEPARATOR) == name.npos;
+  return !name.empty() && name != "." && name != ".." &&
+         name.find(fs::Path::SEPARATOR) == std::string_view::npos;
 }
 
 bool is_record(const meta::Attribute& attribute) { return attribute.key == "File"; }

@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <ranges>
 #include <span>
 #include <string>
 #include <vector>
@@ -63,7 +63,8 @@ void apply_ownership(const Ownership& ownership, const fs::File& file) {
 void apply_ownership_recursively(const Ownership& ownership, const fs::Path& root) {
   const std::vector<fs::File> files = fs::list_tree(root, fs::Descent::DEFERRED, fs::Tolerance::STRICT);
   list_paths(files);
-  for (const fs::File& file : std::views::reverse(files)) apply_ownership(ownership, file);
+  std::for_each(files.rbegin(), files.rend(),
+                [&ownership](const fs::File& file) { apply_ownership(ownership, file); });
 }
 
 }  // namespace harbix

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -69,9 +70,15 @@ std::optional<fs::Path> PackageEntries::path_of(const EntryView& entry) const {
 }
 
 bool PackageEntries::is_of_later_record(const fs::Path& path, std::size_t position) {
-  const auto same_path = std::ranges::equal_range(
-      by_path(), path, {}, [this](std::size_t one) -> const fs::Path& { return records_[one].path; });
-  return !same_path.empty() && same_path.back() > position;
+  const auto is_before = [this](const fs::Path& one, std::size_t other) {
+    return one < records_[other].path;
+  };
+  const std::vector<std::size_t>& positions = by_path();
+  const auto behind = std::upper_bound(positions.begin(), positions.end(), path, is_before);
+  if (behind == positions.begin()) return false;
+  // Of one path, the last record comes last.
+  const std::size_t last = *std::prev(behind);
+  return last > position && records_[last].path == path;
 }
 
 bool PackageEntries::leads_to_others(const fs::Path& path) {
@@ -86,7 +93,6 @@ const std::vector<std::size_t>& PackageEntries::by_path() {
   if (by_path_.empty()) {
     by_path_.resize(records_.size());
     std::iota(by_path_.begin(), by_path_.end(), std::size_t{0});
-    // Stable: of one path, the last record comes last.
     std::ranges::stable_sort(by_path_, {},
                              [this](std::size_t one) -> const fs::Path& { return records_[one].path; });
   }

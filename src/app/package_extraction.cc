@@ -26,7 +26,7 @@ bool is_in_data_folder(const fs::Path& path) {
 /// The entry's own status, with the record's where it has one. The size stays: it tells how much data
 /// follows.
 fs::File destination_of(const EntryView& entry, const FileRecord& record) {
-  const fs::File own = entry.destination(record.path);
+  fs::File own = entry.destination(record.path);
   if (!record.status) return own;
   struct ::stat merged = own.record();
   merged.st_mode = record.status->mode;

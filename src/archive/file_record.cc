@@ -1,9 +1,12 @@
 #include "archive/file_record.h"
 
+#include <array>
 #include <charconv>
-#include <sstream>
+#include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace harbix {
 namespace {
@@ -25,6 +28,15 @@ std::string escaped(const std::string& path) {
     }
   }
   return text;
+}
+
+/// Appends a number and a blank.
+template <typename Number>
+void append_number(std::string& text, Number number, int base = 10) {
+  std::array<char, std::numeric_limits<std::uint64_t>::digits> digits{};
+  const auto [end, error] = std::to_chars(digits.begin(), digits.end(), number, base);
+  text.append(digits.begin(), end);
+  text += ' ';
 }
 
 std::string unescaped(std::string_view text) {
@@ -125,10 +137,14 @@ meta::Attribute plain_record(const fs::File& file) {
 
 meta::Attribute status_record(const fs::File& file) {
   const struct ::stat& record = file.record();
-  std::ostringstream value;
-  value << record.st_size << ' ' << std::oct << record.st_mode << std::dec << ' ' << record.st_uid << ' '
-        << record.st_gid << ' ' << record.st_mtim.tv_sec << ' ' << escaped(file.path().text());
-  return {std::string(RECORD_KEY), value.str()};
+  std::string value;
+  append_number(value, record.st_size);
+  append_number(value, record.st_mode, OCTAL);
+  append_number(value, record.st_uid);
+  append_number(value, record.st_gid);
+  append_number(value, record.st_mtim.tv_sec);
+  value += escaped(file.path().text());
+  return {std::string(RECORD_KEY), std::move(value)};
 }
 
 meta::Attribute path_record(const fs::Path& path) { return {std::string(RECORD_KEY), path.text()}; }
