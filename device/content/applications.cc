@@ -49,6 +49,7 @@ void write_reader(TreeWriter& tree, const Application& application) {
 void write_atlas(TreeWriter& tree, const Application& application) {
   constexpr int FOLDERS = 40;
   constexpr int TILES = 50;
+  constexpr std::uint64_t SMALLEST_TILE = 64;
   ApplicationFolders folders(tree, application);
   folders.make_binaries();
   folders.file("native/atlas", 40 * KIB, 0750);
@@ -57,7 +58,8 @@ void write_atlas(TreeWriter& tree, const Application& application) {
     const std::string folder = "assets/row " + std::to_string(row);
     folders.folder(folder);
     for (int tile = 0; tile < TILES; ++tile) {
-      folders.file(folder + "/" + std::to_string(tile) + ".tile", std::uint64_t{64} + static_cast<std::uint64_t>(tile));
+      folders.file(folder + "/" + std::to_string(tile) + ".tile",
+                   SMALLEST_TILE + static_cast<std::uint64_t>(tile));
     }
   }
   folders.make_data();
