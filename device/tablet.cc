@@ -49,8 +49,10 @@ void require_fuse() {
 
 std::vector<Service> services() {
   std::vector<Service> services;
-  services.emplace_back(
-      std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps", "/pps"});
+  // The installer has a ledger of its own: what it publishes, and what it is asked, is no setting to be
+  // backed up, and must not come back with one.
+  services.emplace_back(std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps",
+                                                 "--passing", "system/installer", "/pps"});
   // A client that waits for its answer gets it after a new start.
   services.emplace_back(std::vector<std::string>{"/opt/harbix/bin/harbix-installer"},
                         Service::Loss::start_again);

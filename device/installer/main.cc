@@ -71,9 +71,8 @@ void publish_list(const std::string& lines) {
   installer::publish_object(APPLICATION_LIST, (is_object ? "" : std::string(NOTHING)) + lines);
 }
 
-/// Counts the starts since the device was started: the attribute is not persistent.
-/// @return the number of this one.
-int count_start() {
+/// Counts the starts since the device was started.
+void count_start() {
   const installer::Attributes status =
       installer::parse_attributes(installer::read_object(STATUS).value_or(""));
   const std::string before = installer::value_of(status, "starts");
@@ -82,7 +81,6 @@ int count_start() {
   static_cast<void>(std::from_chars(before.data(), before.data() + before.size(), number));
   ++number;
   installer::publish_object(STATUS, "[n]starts:n:" + std::to_string(number) + "\n");
-  return number;
 }
 
 void tell_ready(platform::FileDescriptor descriptor) {
@@ -98,8 +96,7 @@ void tell_ready(platform::FileDescriptor descriptor) {
   installer.publish_all();
   const installer::RequestDesk desk(
       REQUESTS, CONTROL, [&](const installer::Request& request) { return installer.carry_out(request); });
-  // Who asked on a device that has ended since is gone.
-  if (count_start() == 1) desk.clear();
+  count_start();
   for (;;) {
     installer::RequestWatch watch(REQUESTS);
     if (ready) tell_ready(platform::FileDescriptor(*std::exchange(ready, std::nullopt)));

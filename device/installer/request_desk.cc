@@ -79,10 +79,6 @@ void RequestDesk::look_at_all() const {
   for (const std::string& name : names_in(directory_)) look_at(name);
 }
 
-void RequestDesk::clear() const {
-  for (const std::string& name : names_in(directory_)) remove_object(directory_ + "/" + name);
-}
-
 void RequestDesk::answer(const std::string& object, const Attributes& request) const {
   const std::string action = value_of(request, "action");
   const Faults faults = Faults::parse(parse_attributes(read_object(control_).value_or("")));

@@ -28,9 +28,6 @@ class RequestDesk {
   /// The same for each object that is there.
   void look_at_all() const;
 
-  /// Removes each object that is there.
-  void clear() const;
-
  private:
   void answer(const std::string& object, const Attributes& request) const;
   [[nodiscard]] Answer answer_to(const Attributes& request) const;

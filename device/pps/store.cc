@@ -7,8 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
-
-#include "pps/open_name.h"
+#include <utility>
 
 namespace pps {
 
@@ -45,10 +44,20 @@ std::string store_path(const Node& directory, std::string_view name) {
   return directory.stored_as.back() + "/" + std::string(name);
 }
 
-Store::Store(const std::string& folder) {
+Store::Store(const std::string& folder, std::string passing) : passing_(std::move(passing)) {
   if (::mkdir(folder.c_str(), FOLDER_MODE) == -1 && errno != EEXIST) refuse("cannot make the store", folder);
   folder_ = platform::FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder_) refuse("cannot open the store", folder);
+}
+
+bool Store::keeps(const Node& directory, std::string_view name) const {
+  if (!keeps()) return false;
+  if (passing_.empty()) return true;
+  std::string path(name);
+  for (const Node* each = &directory; each->parent != nullptr; each = each->parent) {
+    path.insert(0, each->name + "/");
+  }
+  return path != passing_ && !path.starts_with(passing_ + "/");
 }
 
 void Store::write_unfinished(const Node& object) const {
@@ -63,9 +72,7 @@ void Store::write_unfinished(const Node& object) const {
 }
 
 void Store::save(Node& object) const {
-  // Whoever publishes a list makes it anew at its start; stored, it would be backed up as if it were a
-  // setting.
-  if (keeps() && object.name != ALL_NAME) {
+  if (keeps(*object.parent, object.name)) {
     if (object.stored_as.empty()) object.stored_as.push_back(store_path(*object.parent, object.name));
     const std::string& path = object.stored_as.back();
     // A failed save leaves its unfinished file behind; the next one begins it anew.
@@ -77,7 +84,7 @@ void Store::save(Node& object) const {
 
 std::string Store::make_directory(const Node& parent, std::string_view name, const Metadata& metadata) const {
   std::string path = store_path(parent, name);
-  if (!keeps()) return path;
+  if (!keeps(parent, name)) return path;
   if (::mkdirat(folder_.get(), path.c_str(), FOLDER_MODE) == -1) refuse("cannot make", path);
   const platform::FileDescriptor made(
       ::openat(folder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -87,7 +94,7 @@ std::string Store::make_directory(const Node& parent, std::string_view name, con
 }
 
 void Store::save_directory(const Node& directory) const {
-  if (!keeps()) return;
+  if (directory.parent == nullptr ? !keeps() : !keeps(*directory.parent, directory.name)) return;
   const std::string path = directory.stored_as.back().empty() ? "." : directory.stored_as.back();
   const platform::FileDescriptor folder(
       ::openat(folder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

@@ -21,15 +21,16 @@ class Store {
   Store() = default;
 
   /// Keeps everything in `folder`, which is made with mode 0755 when it is missing; its parent must be there.
-  explicit Store(const std::string& folder);
+  /// Only the directory `passing`, a path such as "services/radio", and what is below it are not kept, unless
+  /// it is empty. What the folder holds there all the same is loaded, and goes when it is removed.
+  explicit Store(const std::string& folder, std::string passing = {});
 
   [[nodiscard]] bool keeps() const { return folder_.is_open(); }
 
   /// The folder, for whoever reads it at the start; -1 when there is none.
   [[nodiscard]] int descriptor() const { return folder_.get(); }
 
-  /// Writes an object's file: stored_text() and its metadata, but for an ".all" that was made an object.
-  /// Clears its "unsaved".
+  /// Writes an object's file: stored_text() and its metadata. Clears its "unsaved".
   void save(Node& object) const;
 
   /// Makes the folder of a directory that is about to be added to `parent`.
@@ -50,8 +51,11 @@ class Store {
 
  private:
   void write_unfinished(const Node& object) const;
+  /// Whether something called `name` in `directory` is kept.
+  [[nodiscard]] bool keeps(const Node& directory, std::string_view name) const;
 
   platform::FileDescriptor folder_;
+  std::string passing_;
 };
 
 /// The path, relative to the store, that something called `name` in `directory` is kept at.

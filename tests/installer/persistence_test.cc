@@ -49,23 +49,19 @@ TEST_F(InstallerPersistence, KeepsTheGroupOfWhatWasUninstalled) {
   EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
 }
 
-TEST_F(InstallerPersistence, PublishesTheLedgerWhenTheListIsLost) {
+TEST_F(InstallerPersistence, ForgetsRequestsFaultsAndLinesOfOthers) {
   make_application("D", "P");
   EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  control("refuse::all\n");
+  EXPECT_EQ(shell("cd /pps/system/installer; kill -STOP $(pgrep harbix-inst); "
+                  "printf 'action::uninstall\npackage_id::P\n' > upd/current/old; "
+                  "echo by::hand >> registeredapps/.all"),
+            "");
   stop();
-  EXPECT_EQ(std::filesystem::remove_all(outside("/var/pps/system")) > 0, true);
-  start();
-  EXPECT_EQ(shell(LIST), "@.all\nD::P,1.0.0.1,source::x\n");
-}
-
-TEST_F(InstallerPersistence, ForgetsRequestsOfADeviceThatHasEnded) {
-  make_application("D", "P");
-  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
-  stop();
-  device_test::write_file(outside("/var/pps/system/installer/upd/current/old"),
-                          "@old\naction::uninstall\npackage_id::P\n");
+  EXPECT_TRUE(std::filesystem::is_empty(outside("/var/pps/system")));
   start();
   EXPECT_EQ(shell(std::string("ls ") + REQUESTS), "");
+  EXPECT_EQ(shell("ls /pps/system/installer"), "registeredapps\nstatus\nupd\n");
   EXPECT_EQ(shell(LIST), "@.all\nD::P,1.0.0.1,source::x\n");
 }
 

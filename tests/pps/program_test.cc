@@ -22,6 +22,7 @@ class Program : public MountedPps {
 TEST_F(Program, RefusesArgumentsThatDoNotFit) {
   const std::vector<std::vector<std::string>> rows{{},
                                                    {"--store"},
+                                                   {mount(), "--passing"},
                                                    {"--store", "x"},
                                                    {"--ready-fd", "x", mount()},
                                                    {"--ready-fd", "-1", mount()},

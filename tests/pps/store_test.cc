@@ -22,7 +22,9 @@ using namespace std::string_literals;  // texts with a NUL inside
 
 /// A running system on one store, which can be ended and started again.
 struct Device {
-  explicit Device(const std::string& folder) : store(folder) { load(store, tree, warnings); }
+  explicit Device(const std::string& folder, const std::string& passing = {}) : store(folder, passing) {
+    load(store, tree, warnings);
+  }
 
   void put(Node& directory, std::string_view name, std::string_view text) {
     Node* node = tree.find(directory, name);
@@ -95,15 +97,6 @@ TEST_F(StoreRules, KeepsOneFileForEachObject) {
   EXPECT_EQ(all_files(), (Files{{"obj", "@obj\na::1\n"}, {"dir/empty", "@empty\n"}}));
 }
 
-TEST_F(StoreRules, LeavesListsToTheirPublishers) {
-  Device device(store());
-  Node& dir = device.catalog.make_directory(device.tree.root(), "dir", new_metadata(0755, 0, 0));
-  device.put(dir, ".all", "app::1\n");
-  device.put(dir, "obj", "a::1\n");
-  EXPECT_EQ(device.text(dir, ".all"), "@.all\napp::1\n");
-  EXPECT_EQ(all_files(), (Files{{"dir/obj", "@obj\na::1\n"}}));
-}
-
 TEST_F(StoreRules, ComesBackAtTheNextStart) {
   {
     Device device(store());
@@ -113,11 +106,13 @@ TEST_F(StoreRules, ComesBackAtTheNextStart) {
     metadata.accessed = {.tv_sec = 1000, .tv_nsec = 5};
     metadata.modified = {.tv_sec = 2000, .tv_nsec = 6};
     device.catalog.change_metadata(*device.tree.find(dir, "obj"), metadata);
+    device.put(dir, ".all", "app::1\n");
   }
   Device device(store());
   EXPECT_EQ(device.warnings.str(), "");
   Node& dir = *device.tree.find(device.tree.root(), "dir");
   EXPECT_EQ(device.text(dir, "obj"), "@obj\nb::2\na::1\n");
+  EXPECT_EQ(device.text(dir, ".all"), "@.all\napp::1\n");
   EXPECT_EQ(dir.metadata.mode, 02751U);
   EXPECT_EQ(dir.metadata.uid, 11U);
   EXPECT_EQ(dir.metadata.gid, 12U);
@@ -250,6 +245,39 @@ TEST_F(StoreRules, MakesNoDirectoryThatTheStoreCannotHave) {
   const Metadata any = new_metadata(0755, 0, 0);
   EXPECT_EQ(error_of([&] { device.catalog.make_directory(device.tree.root(), "dir", any); }), ENOENT);
   EXPECT_EQ(device.tree.find(device.tree.root(), "dir"), nullptr);
+}
+
+TEST_F(StoreRules, LeavesOneDirectoryOut) {
+  const Metadata any = new_metadata(0755, 0, 0);
+  {
+    Device device(store(), "a/b");
+    Node& a = device.catalog.make_directory(device.tree.root(), "a", any);
+    Node& b = device.catalog.make_directory(a, "b", any);
+    Node& c = device.catalog.make_directory(b, "c", any);
+    Node& bb = device.catalog.make_directory(a, "bb", any);
+    for (Node* directory : {&a, &b, &c, &bb}) device.put(*directory, "obj", "x::1\n");
+    device.put(a, "b.obj", "x::1\n");
+    device.catalog.change_metadata(c, new_metadata(0700, 1, 2));
+    device.catalog.change_metadata(*device.tree.find(c, "obj"), new_metadata(0600, 1, 2));
+    EXPECT_EQ(device.text(c, "obj"), "@obj\nx::1\n");
+    EXPECT_EQ(device.catalog.save_all(), 0);
+    device.catalog.remove_object(c, "obj");
+    device.catalog.remove_directory(b, "c");
+  }
+  EXPECT_EQ(all_files(),
+            (Files{{"a/b.obj", "@b.obj\nx::1\n"}, {"a/bb/obj", "@obj\nx::1\n"}, {"a/obj", "@obj\nx::1\n"}}));
+  EXPECT_FALSE(files::exists(store() + "/a/b"));
+}
+
+TEST_F(StoreRules, LoadsWhatItWasGivenForTheDirectoryThatItLeavesOut) {
+  write_file("a/b/obj", "x::1\n");
+  Device device(store(), "a");
+  Node& b = *device.tree.find(*device.tree.find(device.tree.root(), "a"), "b");
+  device.put(b, "obj", "x::2\n");
+  EXPECT_EQ(device.text(b, "obj"), "@obj\nx::2\n");
+  EXPECT_EQ(read_file("a/b/obj"), "x::1\n");
+  device.catalog.remove_object(b, "obj");
+  EXPECT_EQ(all_files(), Files{});
 }
 
 TEST_F(StoreRules, NeedsOnlyTheFolderAboveIt) {

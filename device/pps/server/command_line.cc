@@ -22,6 +22,8 @@ std::optional<CommandLine> parse(std::span<char* const> arguments) {
     const bool has_value = i + 1 < arguments.size();
     if (argument == "--store" && has_value) {
       result.store = arguments[++i];
+    } else if (argument == "--passing" && has_value) {
+      result.passing = arguments[++i];
     } else if (argument == "--ready-fd" && has_value) {
       result.ready_fd = parse_descriptor(arguments[++i]);
       if (!result.ready_fd) return std::nullopt;
@@ -39,7 +41,7 @@ std::optional<CommandLine> parse(std::span<char* const> arguments) {
 
 std::optional<CommandLine> parse_command_line(std::span<char* const> arguments, std::ostream& errors) {
   auto result = parse(arguments);
-  if (!result) errors << "usage: harbix-pps [--store DIR] [--ready-fd N] MOUNTPOINT\n";
+  if (!result) errors << "usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
   return result;
 }
 

@@ -23,8 +23,8 @@ void answer_read(ReaderToken token, std::string_view text) {
 
 }  // namespace
 
-Server::Server(const std::string& folder)
-    : store(folder.empty() ? Store() : Store(folder)),
+Server::Server(const std::string& folder, const std::string& passing)
+    : store(folder.empty() ? Store() : Store(folder, passing)),
       tree(new_metadata(ROOT_MODE, ::geteuid(), ::getegid())),
       publisher(tree, store, answer_read),
       catalog(tree, store, publisher) {

@@ -24,8 +24,9 @@ struct ListedName {
 /// The objects behind one mount, shared by the operations. One thread at a time.
 struct Server {
   /// @param folder the store, or empty to keep nothing.
+  /// @param passing a directory that it does not keep; empty for none.
   /// @throws std::system_error when the store cannot be read.
-  explicit Server(const std::string& folder);
+  Server(const std::string& folder, const std::string& passing);
 
   /// Ends every read that still waits, with `error`: a request without an answer would never be freed.
   void refuse_waiting_reads(int error);
