@@ -7,10 +7,10 @@ namespace installer {
 std::string to_lines(const Answer& answer) {
   std::string text;
   for (const auto& [name, value] : answer) {
-    std::string line = name + "::" + value;
+    std::string line = name;
+    line.append("::").append(value);
     std::ranges::replace(line, '\n', ' ');
-    text += line;
-    text += '\n';
+    text.append(line).append("\n");
   }
   return text;
 }

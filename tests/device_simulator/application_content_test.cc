@@ -6,7 +6,6 @@
 #include <map>
 #include <string>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -21,7 +20,6 @@
 namespace {
 
 using device_test::run_device;
-using testing::HasSubstr;
 
 const std::string READER = "com.example.reader.r_eader1a2b3c4d";
 const std::string ATLAS = "com.example.atlas.a_tlas5e6f7081";

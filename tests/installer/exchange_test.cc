@@ -66,8 +66,7 @@ TEST_F(InstallerExchange, GivesNoGroupThatTheDeviceUses) {
   // 10001 to 10003 are groups of the shared folders and the system.
   for (const std::string gid : {"10001", "10002", "10089", "12", "x", ""}) {
     make_application("D" + gid, "P" + gid);
-    const std::string answer =
-        exchange("action::register\npackage_path::/apps/D" + gid + "\nextras::\ngid::" + gid + "\n");
+    const std::string answer = exchange(enrollment("D" + gid, "", gid));
     EXPECT_EQ(shell("getent group " + values_of(answer)["actual_gid"]), "") << answer;
     EXPECT_EQ(values_of(answer)["result"], "0") << answer;
   }
@@ -140,7 +139,7 @@ TEST_F(InstallerExchange, AnswersFiveHundredInARowAndLeavesNothing) {
   EXPECT_EQ(inside([] {
               for (int i = 0; i < 500; ++i) {
                 const std::string request = i % 2 == 0 ? REGISTER_D : QUERY_D;
-                if (const std::string answer = exchange_here(request); answer != ANSWER_D) return answer;
+                if (std::string answer = exchange_here(request); answer != ANSWER_D) return answer;
               }
               return std::string("all answered");
             }),
@@ -157,8 +156,7 @@ TEST_F(InstallerExchange, AnswersManyClientsAtOnceEachItsOwn) {
     const std::string id = "D" + std::to_string(i);
     clients.push_back(beside([&] {
       for (int round = 0; round < 20; ++round) {
-        const auto values = values_of(exchange_here("action::register\npackage_path::/apps/" + id +
-                                                    "\nextras::of " + id + "\ngid::\n"));
+        const auto values = values_of(exchange_here(enrollment(id, "of " + id)));
         if (values.at("actual_dname") != id || values.at("actual_extras") != "of " + id) {
           throw std::runtime_error("the answer of another");
         }

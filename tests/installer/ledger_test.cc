@@ -19,7 +19,7 @@ Application application(const std::string& id, gid_t gid) {
           .registered = true};
 }
 
-bool none_reserved(gid_t) { return false; }
+bool none_reserved(gid_t /*gid*/) { return false; }
 
 TEST(Ledger, SurvivesBeingWrittenAndReadAgain) {
   Ledger ledger;

@@ -13,11 +13,6 @@ using testing::StartsWith;
 
 constexpr const char* LIST = "cat /pps/system/installer/registeredapps/.all";
 
-std::string enrollment(const std::string& id, const std::string& extras = "source::x",
-                       const std::string& gid = "") {
-  return "action::register\npackage_path::/apps/" + id + "\nextras::" + extras + "\ngid::" + gid + "\n";
-}
-
 class InstallerPersistence : public RunningDevice {};
 
 TEST_F(InstallerPersistence, KeepsWhatIsRegistered) {
@@ -25,7 +20,7 @@ TEST_F(InstallerPersistence, KeepsWhatIsRegistered) {
   make_application("caf\xe9 E", "Q");
   const std::string first = exchange(enrollment("D", "source::x", "10777"));
   EXPECT_EQ(first, "actual_gid::10777\nactual_dname::D\nactual_extras::source::x\nresult::0\n");
-  const std::string second = exchange(enrollment("caf\xe9 E"));
+  const std::string second = exchange(enrollment("caf\xe9 E", "source::x"));
   EXPECT_THAT(second, StartsWith("actual_gid::10000\n"));
   const std::string list = shell(LIST);
   EXPECT_EQ(list, "@.all\nD::P,1.0.0.1,source::x\ncaf\xe9 E::Q,1.0.0.1,source::x\n");
@@ -39,19 +34,19 @@ TEST_F(InstallerPersistence, KeepsWhatIsRegistered) {
 TEST_F(InstallerPersistence, KeepsTheGroupOfWhatWasUninstalled) {
   make_application("D", "P");
   make_application("E", "Q");
-  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  EXPECT_THAT(exchange(enrollment("D", "source::x")), StartsWith("actual_gid::10000\n"));
   EXPECT_EQ(exchange("action::uninstall\npackage_id::P\n"), "result::0\n");
   stop();
   start();
   EXPECT_EQ(shell(LIST), "@.all\n");
-  EXPECT_THAT(exchange(enrollment("E")), StartsWith("actual_gid::10004\n"));
+  EXPECT_THAT(exchange(enrollment("E", "source::x")), StartsWith("actual_gid::10004\n"));
   make_application("D", "P");
-  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  EXPECT_THAT(exchange(enrollment("D", "source::x")), StartsWith("actual_gid::10000\n"));
 }
 
 TEST_F(InstallerPersistence, ForgetsRequestsFaultsAndLinesOfOthers) {
   make_application("D", "P");
-  EXPECT_THAT(exchange(enrollment("D")), StartsWith("actual_gid::10000\n"));
+  EXPECT_THAT(exchange(enrollment("D", "source::x")), StartsWith("actual_gid::10000\n"));
   control("refuse::all\n");
   EXPECT_EQ(shell("cd /pps/system/installer; kill -STOP $(pgrep harbix-inst); "
                   "printf 'action::uninstall\npackage_id::P\n' > upd/current/old; "

@@ -119,6 +119,12 @@ void RunningDevice::control(const std::string& lines) const {
             "done");
 }
 
+std::string enrollment(const std::string& id, const std::string& extras, const std::string& gid) {
+  std::string request = "action::register\npackage_path::/apps/";
+  request.append(id).append("\nextras::").append(extras).append("\ngid::").append(gid).append("\n");
+  return request;
+}
+
 Exchange::Exchange(const std::string& request) {
   static unsigned int counter = 0;
   path_ = std::string(REQUESTS) + "/test" + std::to_string(::getpid()) + "_" + std::to_string(counter++);

@@ -56,6 +56,10 @@ class RunningDevice : public testing::Test {
 
 inline constexpr const char* REQUESTS = "/pps/system/installer/upd/current";
 
+/// The text of a request to register an application.
+[[nodiscard]] std::string enrollment(const std::string& id, const std::string& extras,
+                                     const std::string& gid = "");
+
 /// A request on its way: an object made exclusively, the request written in one piece.
 class Exchange {
  public:
