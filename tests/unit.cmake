@@ -19,7 +19,9 @@ endfunction()
 
 harbix_unit_test(support_test SOURCES support/tree_test.cc)
 harbix_unit_test(platform_test
-  SOURCES platform/file_descriptor_test.cc platform/glob_test.cc platform/logger_test.cc platform/platform_test.cc
+  SOURCES
+    platform/file_descriptor_test.cc platform/glob_test.cc platform/logger_test.cc platform/platform_test.cc
+    platform/process_test.cc
   LINKS harbix::platform)
 harbix_unit_test(base_test
   SOURCES driver/base/constants_test.cc driver/base/log_test.cc
@@ -33,7 +35,7 @@ harbix_unit_test(archive_test
   SOURCES
     archive/archivable_test.cc archive/archive_paths_test.cc archive/extraction_test.cc
     archive/file_record_path_test.cc archive/file_record_test.cc archive/header_only_test.cc
-    archive/input_file_test.cc archive/item_error_test.cc archive/manifest_test.cc
+    archive/input_file_test.cc archive/item_error_test.cc archive/link_check_test.cc archive/manifest_test.cc
     archive/manifest_visitors_test.cc archive/metadata_entry_test.cc archive/output_file_test.cc
     archive/pps_object_test.cc archive/reader_test.cc archive/source_test.cc archive/space_report_test.cc
     archive/stream_test.cc archive/writer_test.cc
