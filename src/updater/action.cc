@@ -67,7 +67,8 @@ void UpdaterAction::exchange() {
 void UpdaterAction::send(std::string_view lines) const {
   const ::ssize_t written = ::write(object_.descriptor(), lines.data(), lines.size());
   if (written == -1 || static_cast<std::size_t>(written) != lines.size()) {
-    throw fs::Exception(errno, "Failed to write file '" + object_.path().text() + "' ");
+    // A write that stops half way sets no error number.
+    throw fs::Exception(written == -1 ? errno : EIO, "Failed to write file '" + object_.path().text() + "' ");
   }
   // An object is published when it is written; where there is nothing to synchronize, nothing is lost.
   static_cast<void>(::fsync(object_.descriptor()));

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/private_root.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace test {
+
+inline constexpr char REQUESTS[] = "/pps/system/installer/upd/current";
+
+/// The name that a request object of this process has when it is the one with this number.
+inline std::string request_name(int number) {
+  return std::string(REQUESTS) + "/br_tmp" + std::to_string(::getpid()) + '_' + std::to_string(::gettid()) +
+         '_' + std::to_string(number);
+}
+
+/// Where the text of a request object lies when a plain folder stands in for the installer's: open options
+/// are then a part of the name.
+inline std::string text_file(const std::string& object) { return object + "?wait,delta"; }
+
+/// A root folder of its own, with a plain folder for the installer's requests. Request objects are numbered
+/// from 0 in each process.
+class InstallerFolder : public ::testing::Test {
+ protected:
+  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
+    return passes_in_root(root_.path(), [&body] {
+      std::filesystem::create_directories(REQUESTS);
+      std::filesystem::create_directory("/tmp");
+      body();
+    });
+  }
+
+ private:
+  TemporaryFolder root_;
+};
+
+}  // namespace test
