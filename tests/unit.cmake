@@ -54,7 +54,9 @@ harbix_unit_test(settings_test
     settings/verification_test.cc
   LINKS harbix_recorded_log harbix::settings)
 harbix_unit_test(updater_test
-  SOURCES updater/actions_test.cc updater/registered_application_test.cc
+  SOURCES
+    updater/action_test.cc updater/actions_test.cc updater/interrupted_request_test.cc
+    updater/registered_application_test.cc updater/registered_applications_test.cc updater/request_object_test.cc
   LINKS harbix_recorded_log harbix::updater)
 harbix_unit_test(driver_test
   SOURCES

@@ -1,6 +1,5 @@
 #include "updater/registered_application.h"
 
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -8,16 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "updater/exception.h"
-
-namespace updater {
-
-// Shown by the checks below.
-void PrintTo(const RegisteredApplication& application, std::ostream* stream) {
-  *stream << '{' << application.id << "} {" << application.dir << "} {" << application.version << "} {"
-          << application.source << '}';
-}
-
-}  // namespace updater
+#include "updater/printed_application.h"
 
 namespace {
 

@@ -1,0 +1,162 @@
+#include "updater/action.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "driver/base/flags.h"
+#include "support/captured_output.h"
+#include "updater/actions.h"
+#include "updater/installer_folder.h"
+
+namespace {
+
+using test::CapturedOutput;
+using updater::ActionUninstall;
+
+/// An action whose request has been answered with this text.
+class Answered : public ActionUninstall {
+ public:
+  explicit Answered(const std::string& response) : ActionUninstall("a") {
+    write_request();
+    std::ofstream object(test::text_file(object_path().text()), std::ios::app);
+    object << response << std::flush;
+    if (!object) throw std::runtime_error("no response");
+  }
+
+  /// The value of an attribute, or "(none)".
+  [[nodiscard]] std::string value(const std::string& name) const {
+    try {
+      return get_attribute(name);
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ("Attribute " + name + " not found", std::string(error.what()));
+      return "(none)";
+    }
+  }
+};
+
+class InstallerResponse : public test::InstallerFolder {};
+
+TEST_F(InstallerResponse, IsReadIntoItsAttributes) {
+  EXPECT_TRUE(on_the_device([] {
+    struct Row {
+      const char* response;
+      std::map<std::string, std::string> values;
+    };
+    const Row rows[] = {
+        {"result::0\n", {{"result", "0"}, {"", "(none)"}, {"resul", "(none)"}}},
+        {"a::1\nb::2\nresult::\n", {{"a", "1"}, {"b", "2"}, {"result", ""}}},
+        {"actual_gid:n:10001\nresult:b:true\n", {{"actual_gid", "10001"}, {"result", "true"}}},
+        {"a::b::c:d\nresult::e:f\n", {{"a", "b::c:d"}, {"result", "e:f"}, {"b", "(none)"}}},
+        // The last value of a name counts.
+        {"a::1\na::2\na::3\nresult::0\n", {{"a", "3"}}},
+        {"a::1\na::\nresult::0\n", {{"a", ""}}},
+        // Names of objects, and empty lines, are no attributes.
+        {"@object\n\n@a::1\n\nb::2\nresult::0\n", {{"@a", "(none)"}, {"@object", "(none)"}, {"b", "2"}}},
+        {"@result::1\nb::2\nresult::0\n", {{"result", "0"}, {"b", "2"}}},
+        {" @a::1\nresult::0\n", {{" @a", "1"}}},
+        // Noise has no value, and does no harm.
+        {"noise\n:\n::x\na:1\n \nb::2\nresult::0\n",
+         {{"noise", ""}, {"", "x"}, {"a", ""}, {" ", ""}, {"b", "2"}, {"result", "0"}}},
+        {"a::\xFF\xFE\xC3\xA4 \t\r\nresult::0\n", {{"a", "\xFF\xFE\xC3\xA4 \t\r"}}},
+        // Nothing is read behind the result.
+        {"result::0\na::1\nresult::1\n", {{"result", "0"}, {"a", "(none)"}}},
+        {"result\na::1\n", {{"result", ""}, {"a", "(none)"}}},
+        // Only that name ends the response.
+        {"results::1\nResult::2\n result::3\na::4\nresult::5\n",
+         {{"results", "1"}, {"Result", "2"}, {" result", "3"}, {"a", "4"}, {"result", "5"}}},
+        // Without a result the end of the stream ends it.
+        {"a::1\n", {{"a", "1"}, {"result", "(none)"}}},
+        {"a::1", {{"a", "1"}, {"result", "(none)"}}},
+        {"result::0", {{"result", "0"}}},
+        {"", {{"result", "(none)"}}},
+        {"\n\n@object\n", {{"result", "(none)"}}},
+    };
+    for (const Row& row : rows) {
+      Answered action(row.response);
+      action.read_response();
+      for (const auto& [name, expected] : row.values)
+        EXPECT_EQ(expected, action.value(name)) << row.response << "attribute " << name;
+    }
+  }));
+}
+
+TEST_F(InstallerResponse, MayHaveALineOfAnyLength) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string value(300'000, 'v');
+    Answered action("a::" + value + "\nresult::0\n");
+    action.read_response();
+    EXPECT_EQ(value, action.value("a"));
+    EXPECT_EQ("0", action.value("result"));
+  }));
+}
+
+TEST_F(InstallerResponse, HasNoAttributesBeforeItIsRead) {
+  EXPECT_TRUE(on_the_device([] { EXPECT_EQ("(none)", Answered("result::0\n").value("result")); }));
+}
+
+TEST_F(InstallerResponse, IsReadThroughTheDescriptorThatStaysOpen) {
+  EXPECT_TRUE(on_the_device([] {
+    const int before = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, ::close(before));
+    {
+      Answered action("result::0\n");
+      action.read_response();
+      action.write_request();
+      EXPECT_NE(-1, ::fcntl(before, F_GETFD)) << "the action's own";
+    }
+    const int after = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(before, after) << "a descriptor was left open";
+    ASSERT_EQ(0, ::close(after));
+  }));
+}
+
+TEST_F(InstallerResponse, IsSilentUnlessVerbose) {
+  EXPECT_TRUE(on_the_device([] {
+    const CapturedOutput errors(STDERR_FILENO);
+    Answered("a::1\nresult::0\n").read_response();
+    EXPECT_EQ("", errors.text());
+  }));
+}
+
+TEST_F(InstallerResponse, IsToldLineByLineWhenVerbose) {
+  EXPECT_TRUE(on_the_device([] {
+    harbix::verbose = true;
+    const CapturedOutput errors(STDERR_FILENO);
+    Answered("@object\n\nnoise\nb:n:2\na::x y:z\nb::3\nresult::0\nc::1\n").read_response();
+    EXPECT_EQ(
+        "Read line: @object\n"
+        "Read line: \n"
+        "Read line: noise\n"
+        "Attr: noise value: \n"
+        "Read line: b:n:2\n"
+        "Attr: b value: 2\n"
+        "Read line: a::x y:z\n"
+        "Attr: a value: x y:z\n"
+        "Read line: b::3\n"
+        "Attr: b value: 3\n"
+        "Read line: result::0\n"
+        "Attr: result value: 0\n"
+        "Result received\n"
+        "a => x y:z\n"
+        "b => 3\n"
+        "noise => \n"
+        "result => 0\n",
+        errors.text());
+  }));
+}
+
+TEST_F(InstallerResponse, ThatBreaksOffIsToldWithoutAResultWhenVerbose) {
+  EXPECT_TRUE(on_the_device([] {
+    harbix::verbose = true;
+    const CapturedOutput errors(STDERR_FILENO);
+    Answered("a::1").read_response();
+    EXPECT_EQ("Read line: a::1\nAttr: a value: 1\na => 1\n", errors.text());
+  }));
+}
+
+}  // namespace
