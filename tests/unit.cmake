@@ -58,6 +58,9 @@ harbix_unit_test(updater_test
     updater/action_test.cc updater/actions_test.cc updater/interrupted_request_test.cc
     updater/registered_application_test.cc updater/registered_applications_test.cc updater/request_object_test.cc
   LINKS harbix_recorded_log harbix::updater)
+harbix_unit_test(app_test
+  SOURCES app/application_package_test.cc app/record_path_test.cc
+  LINKS harbix_recorded_log harbix::app)
 harbix_unit_test(driver_test
   SOURCES
     driver/keywords_test.cc driver/options_test.cc driver/run_test.cc driver/signals_test.cc

@@ -6,6 +6,7 @@
 
 #include "app/package_attributes.h"
 #include "app/places.h"
+#include "app/record_path.h"
 #include "driver/base/flags.h"
 
 namespace harbix {
@@ -67,10 +68,8 @@ bool ApplicationPackage::has_plain_directory() const { return is_plain_component
 
 bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
   if (fs::Path(data_directory()) != fs::Path(places::APPLICATION_DATA) / app_directory()) return false;
-  return std::ranges::all_of(records_, [&base](const FileRecord& record) {
-    const fs::Path& path = record.path;
-    return path.lexically_normal() == path && path != base && path.is_inside(base);
-  });
+  return std::ranges::all_of(
+      records_, [&base](const FileRecord& record) { return is_record_path_below(record.path, base); });
 }
 
 }  // namespace harbix

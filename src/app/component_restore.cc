@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/places.h"
+#include "app/record_path.h"
 #include "archive/link_check.h"
 #include "fs/file.h"
 
@@ -30,9 +31,7 @@ ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t
       file_mask_(mask),
       extraction_(reader, Keep::NO, Keep::NO) {}
 
-bool ComponentRestore::accepts(const fs::Path& path) const {
-  return path.lexically_normal() == path && path != folder_ && path.is_inside(folder_);
-}
+bool ComponentRestore::accepts(const fs::Path& path) const { return is_record_path_below(path, folder_); }
 
 bool ComponentRestore::accepts(const EntryView& entry, const fs::Path& path) const {
   if (!entry.is_restorable()) return false;
