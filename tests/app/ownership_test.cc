@@ -1,0 +1,229 @@
+#include "app/ownership.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "driver/base/flags.h"
+#include "fs/effective_user.h"
+#include "fs/exception.h"
+#include "support/captured_output.h"
+#include "support/child_process.h"
+#include "support/recorded_log.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::File;
+using fs::Path;
+using harbix::apply_ownership;
+using harbix::apply_ownership_recursively;
+using harbix::Ownership;
+using test::CapturedOutput;
+using test::dir;
+using test::file;
+using test::link;
+using test::Tree;
+
+constexpr uid_t USER = 1234;
+constexpr gid_t GROUP = 5678;
+constexpr uid_t NOBODY = 65534;
+
+constexpr Ownership BINARIES{.user = USER, .group = GROUP, .mode = 0750};
+constexpr Ownership DATA{.user = USER, .group = GROUP, .mode = 0770};
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    lines.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return lines;
+}
+
+std::vector<std::string> sorted(std::vector<std::string> texts) {
+  std::ranges::sort(texts);
+  return texts;
+}
+
+/// What handing a file over throws, "" when it throws nothing.
+template <typename Body>
+std::string failure_of(const Body& body) {
+  try {
+    body();
+  } catch (const fs::Exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+class OwnershipTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
+  test::TemporaryFolder folder_;
+};
+
+TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
+  struct Row {
+    mode_t before, binaries, data;
+  };
+  for (const Row& row : {Row{0777, 0750, 0770}, Row{0600, 0600, 0600}, Row{0644, 0640, 0640}, Row{0, 0, 0},
+                         Row{0007, 0, 0}, Row{0755, 0750, 0750}, Row{0662, 0640, 0660},
+                         Row{07777, 0750, 0770}, Row{06755, 0750, 0750}, Row{01070, 0050, 0070}}) {
+    for (const Ownership& ownership : {BINARIES, DATA}) {
+      const mode_t after = ownership.mode == BINARIES.mode ? row.binaries : row.data;
+      Tree{file("f", "", row.before), dir("d", {}, row.before)}.build(folder_.path());
+      apply_ownership(ownership, File(Path(path("f"))));
+      apply_ownership(ownership, File(Path(path("d"))));
+      EXPECT_TRUE((
+          Tree{file("f", "", after).owned_by(USER, GROUP), dir("d", {}, after).owned_by(USER, GROUP)}.matches(
+              folder_.path())))
+          << std::oct << row.before;
+      ASSERT_EQ(0, ::unlink(path("f").c_str()));
+      ASSERT_EQ(0, ::rmdir(path("d").c_str()));
+    }
+  }
+}
+
+TEST_F(OwnershipTest, OfALinkIsItsOwnAndNotThatOfItsTarget) {
+  Tree{file("f", "", 0777), link("l", "f"), link("dangling", "nowhere")}.build(folder_.path());
+  apply_ownership(DATA, File(Path(path("l"))));
+  apply_ownership(DATA, File(Path(path("dangling"))));
+  EXPECT_TRUE((Tree{file("f", "", 0777).owned_by(0, 0), link("l", "f").owned_by(USER, GROUP),
+                    link("dangling", "nowhere").owned_by(USER, GROUP)}
+                   .matches(folder_.path())));
+}
+
+TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
+  Tree{dir("d", {}, 0777)}.build(folder_.path());
+  for (const char* name : {"d/.", "d/.."}) apply_ownership(DATA, File(Path(path(name))));
+  EXPECT_TRUE((Tree{dir("d", {}, 0777).owned_by(0, 0)}.matches(folder_.path())));
+  struct ::stat record {};
+  ASSERT_EQ(0, ::stat(folder_.path().c_str(), &record));
+  EXPECT_EQ(0U, record.st_uid);
+  // Names that only begin like them are names.
+  Tree{file("..."), file("..x")}.build(folder_.path());
+  for (const char* name : {"...", "..x"}) {
+    apply_ownership(DATA, File(Path(path(name))));
+    EXPECT_EQ(USER, File(Path(path(name))).record().st_uid) << name;
+  }
+}
+
+TEST_F(OwnershipTest, IsToldOfWhenVerbose) {
+  EXPECT_TRUE(test::passes_in_child([this] {
+    Tree{file("f")}.build(folder_.path());
+    const CapturedOutput errors(STDERR_FILENO);
+    apply_ownership(DATA, File(Path(path("f"))));
+    EXPECT_EQ("", errors.text());
+    harbix::verbose = true;
+    apply_ownership(DATA, File(Path(path("f"))));
+    apply_ownership(DATA, File(Path(path("."))));
+    EXPECT_EQ("Applying ownership 1234:5678 to " + path("f") + "\n", errors.text());
+  }));
+}
+
+TEST_F(OwnershipTest, FailsWherePermissionsCannotBeSet) {
+  const test::RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_EQ("Applying perms. to " + path("gone") + " [errno:2 'No such file or directory']",
+            failure_of([this] {
+              apply_ownership(DATA, {Path(path("gone")), {}});
+            }));
+  EXPECT_EQ("ERROR applying permissions to " + path("gone") + " (No such file or directory)\n",
+            errors.text());
+  EXPECT_TRUE(log.messages().empty());
+}
+
+TEST_F(OwnershipTest, FailsWhereTheOwnerCannotBeSet) {
+  const test::RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  struct ::stat record {};
+  record.st_mode = S_IFLNK | 0777;
+  EXPECT_EQ("Applying exception to " + path("gone") + " [errno:2 'No such file or directory']",
+            failure_of([&] {
+              apply_ownership(DATA, {Path(path("gone")), record});
+            }));
+  EXPECT_EQ("ERROR applying ownership to " + path("gone") + " (No such file or directory)\n", errors.text());
+  EXPECT_EQ((std::vector<std::string>{"2 ERROR applying ownership to " + path("gone") +
+                                      " ('No such file or directory')"}),
+            log.messages());
+}
+
+TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
+  Tree{dir("d", {file("f", "", 0777), dir("e", {link("l", "../../out"), file(".h", "", 0600)}, 0777)}, 0777),
+       dir("out", {file("g", "", 0777)}, 0777)}
+      .build(folder_.path());
+  const CapturedOutput errors(STDERR_FILENO);
+  apply_ownership_recursively(DATA, Path(path("d")));
+  EXPECT_TRUE((Tree{
+      dir("d",
+          {file("f", "", 0770).owned_by(USER, GROUP),
+           dir("e",
+               {link("l", "../../out").owned_by(USER, GROUP), file(".h", "", 0600).owned_by(USER, GROUP)},
+               0770)
+               .owned_by(USER, GROUP)},
+          0777)
+          .owned_by(0, 0),
+      dir("out", {file("g", "", 0777).owned_by(0, 0)}, 0777).owned_by(0, 0)}
+                   .matches(folder_.path())));
+  EXPECT_EQ((std::vector<std::string>{path("d/e"), path("d/e/.h"), path("d/e/l"), path("d/f")}),
+            sorted(lines_of(errors.text())));
+}
+
+TEST_F(OwnershipTest, GoesThroughATreeFromItsDeepestEnd) {
+  EXPECT_TRUE(test::passes_in_child([this] {
+    Tree{dir("a", {dir("b", {dir("c", {file("d")})}), file("e")}), file("f")}.build(folder_.path());
+    harbix::verbose = true;
+    const CapturedOutput errors(STDERR_FILENO);
+    apply_ownership_recursively(DATA, Path(folder_.path()));
+    const std::vector<std::string> lines = lines_of(errors.text());
+    ASSERT_EQ(12U, lines.size()) << errors.text();
+    // The list comes first, and is then gone through from its end.
+    for (std::size_t i = 0; i < 6; ++i)
+      EXPECT_EQ("Applying ownership 1234:5678 to " + lines[5 - i], lines[6 + i]);
+    const auto place = [&lines](const std::string& name) { return std::ranges::find(lines, name); };
+    EXPECT_LT(place(path("a")), place(path("a/b")));
+    EXPECT_LT(place(path("a")), place(path("a/e")));
+    EXPECT_LT(place(path("a/b")), place(path("a/b/c")));
+    EXPECT_LT(place(path("a/b/c")), place(path("a/b/c/d")));
+  }));
+}
+
+TEST_F(OwnershipTest, ListsATreeOfManyFilesInFull) {
+  std::vector<std::string> names;
+  for (int i = 0; i < 1500; ++i) {
+    names.push_back(path(std::string(60, 'n') + std::to_string(i)));
+    test::write_file(names.back(), "");
+  }
+  const CapturedOutput errors(STDERR_FILENO);
+  apply_ownership_recursively(DATA, Path(folder_.path()));
+  EXPECT_EQ(sorted(names), sorted(lines_of(errors.text())));
+}
+
+TEST_F(OwnershipTest, StopsAtTheFirstFailureAndKeepsWhatIsDone) {
+  EXPECT_TRUE(test::passes_in_child([this] {
+    Tree{dir("a", {file("mine", "", 0777).owned_by(NOBODY, 0)}, 0777)}.build(folder_.path());
+    const fs::EffectiveUser user(NOBODY);
+    const CapturedOutput errors(STDERR_FILENO);
+    const Ownership ownership{.user = NOBODY, .group = 0, .mode = 0700};
+    EXPECT_EQ("Applying perms. to " + path("a") + " [errno:1 'Operation not permitted']",
+              failure_of([&] { apply_ownership_recursively(ownership, Path(folder_.path())); }));
+    EXPECT_TRUE((Tree{dir("a", {file("mine", "", 0700)}, 0777).owned_by(0, 0)}.matches(folder_.path())));
+  }));
+}
+
+TEST_F(OwnershipTest, NeedsATreeThatCanBeListed) {
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_EQ("Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']",
+            failure_of([this] { apply_ownership_recursively(DATA, Path(path("gone"))); }));
+  EXPECT_EQ("", errors.text());
+}
+
+}  // namespace

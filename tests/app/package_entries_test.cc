@@ -1,0 +1,221 @@
+#include "app/package_entries.h"
+
+#include <unistd.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "archive/archive_test_support.h"
+#include "support/captured_output.h"
+#include "support/recorded_log.h"
+#include "support/tar_builder.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::Path;
+using harbix::EntryView;
+using harbix::FileRecord;
+using harbix::PackageEntries;
+using test::CapturedOutput;
+using test::Reader;
+using test::TarBuilder;
+using Texts = std::vector<std::string>;
+
+constexpr char NO_MORE[] = "Warning: unexpected failure of read next header\n";
+
+std::vector<FileRecord> records_of(const Texts& names) {
+  std::vector<FileRecord> records;
+  for (const std::string& name : names) records.push_back({0, Path("/base/" + name), {}});
+  return records;
+}
+
+/// Files of these names, each with its name for content.
+TarBuilder archive_of(const Texts& names) {
+  TarBuilder archive;
+  for (const std::string& name : names) archive.file(name, name);
+  return archive;
+}
+
+std::string missing(const std::string& name) {
+  return "Warning: No entry in the archive for /base/" + name + "\n";
+}
+
+class PackageEntriesTest : public ::testing::Test {
+ protected:
+  Reader& open(const std::string& archive) {
+    test::write_file(folder_ / "a.tar", archive);
+    return reader_.emplace(folder_ / "a.tar");
+  }
+
+  /// For each record the content of the entry that it was given, or "-".
+  static Texts pair(Reader& reader, const std::vector<FileRecord>& records, const char* name = "/app/p/bin") {
+    PackageEntries entries(reader, records, Path(name), Path("/base"));
+    Texts contents;
+    for (std::size_t i = 0; i < records.size(); ++i)
+      contents.push_back(entries.entry_of(i) ? reader.data() : "-");
+    return contents;
+  }
+
+  test::TemporaryFolder folder_;
+  std::optional<Reader> reader_;
+};
+
+TEST_F(PackageEntriesTest, BelongToTheRecordOfTheirName) {
+  struct Row {
+    Texts records, entries, pairs;
+    std::string errors;
+  };
+  const std::string p = "/app/p/bin/";
+  const std::string next = "/app/q/bin/.backup.metadata";
+  const Row rows[] = {
+      {{"a", "b", "d/c"}, {p + "a", p + "b", p + "d/c", next}, {p + "a", p + "b", p + "d/c"}, ""},
+      {{}, {next}, {}, ""},
+      // Records without an entry.
+      {{"a", "b", "c"}, {p + "a", p + "c", next}, {p + "a", "-", p + "c"}, missing("b")},
+      {{"a", "b", "c", "d"},
+       {p + "d", next},
+       {"-", "-", "-", p + "d"},
+       missing("a") + missing("b") + missing("c")},
+      {{"a", "b", "c"}, {p + "a", next}, {p + "a", "-", "-"}, missing("b") + missing("c")},
+      {{"a", "b"}, {next}, {"-", "-"}, missing("a") + missing("b")},
+      // Entries without a record.
+      {{"a", "b"},
+       {p + "x", p + "a", p + "y", p + "z", p + "b", next},
+       {p + "a", p + "b"},
+       "Skip: /app/p/bin/x\nSkip: /app/p/bin/y\nSkip: /app/p/bin/z\n"},
+      {{"a", "b"}, {p + "a", p + "x", next}, {p + "a", "-"}, "Skip: /app/p/bin/x\n" + missing("b")},
+      {{"a", "b", "c"},
+       {p + "x", p + "c", next},
+       {"-", "-", p + "c"},
+       "Skip: /app/p/bin/x\n" + missing("a") + missing("b")},
+      // The same record, or entry, more than once.
+      {{"a", "a", "b"}, {p + "a", p + "a", p + "b", next}, {p + "a", p + "a", p + "b"}, ""},
+      {{"a", "a", "b"}, {p + "a", p + "b", next}, {p + "a", "-", p + "b"}, missing("a")},
+      {{"a", "b", "a"}, {p + "a", p + "b", p + "a", next}, {p + "a", p + "b", p + "a"}, ""},
+      {{"a", "b", "a"}, {p + "a", p + "a", next}, {p + "a", "-", p + "a"}, missing("b")},
+      {{"a", "b"}, {p + "a", p + "a", p + "b", next}, {p + "a", p + "b"}, "Skip: /app/p/bin/a\n"},
+      // Another order than that of the records.
+      {{"a", "b", "c"},
+       {p + "b", p + "a", p + "c", next},
+       {"-", p + "b", p + "c"},
+       missing("a") + "Skip: /app/p/bin/a\n"},
+      // Names of other packages, and of none.
+      {{"a"},
+       {"/app/p/bin", "/app/p/binx/a", "/app/p/appdata/a", "/app/q/bin/a", "/base/a", "a", "/a", p + "a",
+        next},
+       {p + "a"},
+       "Skip: /app/p/bin\nSkip: /app/p/binx/a\nSkip: /app/p/appdata/a\nSkip: /app/q/bin/a\nSkip: /base/a\n"
+       "Skip: a\nSkip: /a\n"},
+      {{"a"},
+       {"/x" + p + "a", "/app/p/bin/../bin/a", p + "a/b", p + "A", next},
+       {"-"},
+       "Skip: /x/app/p/bin/a\nSkip: /app/p/bin/../bin/a\nSkip: /app/p/bin/a/b\nSkip: /app/p/bin/A\n" +
+           missing("a")},
+      // Names that have lost their separator.
+      {{"a", "d/b"}, {"app/p/bin/a", "app/p/bin/d/b", next}, {"app/p/bin/a", "app/p/bin/d/b"}, ""},
+  };
+  for (const Row& row : rows) {
+    const std::string what =
+        testing::PrintToString(row.records) + " of " + testing::PrintToString(row.entries);
+    Reader& reader = open(archive_of(row.entries).text());
+    const CapturedOutput errors(STDERR_FILENO);
+    EXPECT_EQ(row.pairs, pair(reader, records_of(row.records))) << what;
+    EXPECT_EQ(row.errors, errors.text()) << what;
+    // What follows the package is still there for whoever looks for the next one.
+    EXPECT_EQ((Texts{next}), reader.names()) << what;
+  }
+}
+
+TEST_F(PackageEntriesTest, MayBelongToAPackageWithoutASeparatorInFront) {
+  Reader& reader = open(archive_of({"app/p/bin/a", "/app/p/bin/b"}).text());
+  EXPECT_EQ((Texts{"app/p/bin/a", "/app/p/bin/b"}), pair(reader, records_of({"a", "b"}), "app/p/bin"));
+}
+
+TEST_F(PackageEntriesTest, OfFoldersAreFoundToo) {
+  Reader& reader = open(TarBuilder().folder("/app/p/bin/d/").file("/app/p/bin/d/f", "text").text());
+  const std::vector<FileRecord> records = records_of({"d", "d/f"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  EXPECT_TRUE(entries.entry_of(0));
+  EXPECT_TRUE(entries.entry_of(1));
+}
+
+TEST_F(PackageEntriesTest, ThatAreMissingAreLogged) {
+  Reader& reader = open(archive_of({"/app/p/bin/b"}).text());
+  const test::RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_EQ((Texts{"-", "/app/p/bin/b"}), pair(reader, records_of({"a", "b"})));
+  EXPECT_EQ((Texts{"3 No entry in the archive for '/base/a'"}), log.messages());
+}
+
+TEST_F(PackageEntriesTest, EndWithTheArchive) {
+  Reader& reader = open(archive_of({"/app/p/bin/a"}).text());
+  const std::vector<FileRecord> records = records_of({"a", "b", "c"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_TRUE(entries.entry_of(0));
+  EXPECT_FALSE(entries.is_over());
+  EXPECT_FALSE(entries.entry_of(1));
+  EXPECT_TRUE(entries.is_over());
+  EXPECT_FALSE(entries.entry_of(2));
+  EXPECT_EQ(NO_MORE, errors.text());
+  EXPECT_EQ(0, reader.error_number());
+  EXPECT_TRUE(entries.is_readable());
+  EXPECT_EQ(NO_MORE, errors.text());
+}
+
+TEST_F(PackageEntriesTest, EndWhereTheArchiveIsDamaged) {
+  Reader& reader = open(archive_of({"/app/p/bin/a"}).truncated_text() + std::string(512, 'x'));
+  const std::vector<FileRecord> records = records_of({"a", "b"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_TRUE(entries.is_readable());
+  EXPECT_TRUE(entries.entry_of(0));
+  EXPECT_FALSE(entries.is_readable());
+  EXPECT_FALSE(entries.is_readable());
+  EXPECT_TRUE(entries.is_over());
+  EXPECT_FALSE(entries.entry_of(1));
+  EXPECT_NE(0, reader.error_number());
+  EXPECT_EQ(NO_MORE, errors.text());
+}
+
+TEST_F(PackageEntriesTest, ThatAreSkippedMayTurnOutToBeDamaged) {
+  const std::string archive =
+      TarBuilder().add(TarBuilder::FILE, "/app/p/bin/x", "short", 0600, "", 100'000).truncated_text();
+  Reader& reader = open(archive);
+  const std::vector<FileRecord> records = records_of({"a"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  const CapturedOutput errors(STDERR_FILENO);
+  EXPECT_THROW(static_cast<void>(entries.entry_of(0)), std::runtime_error);
+  EXPECT_EQ("Skip: /app/p/bin/x\n", errors.text());
+}
+
+TEST_F(PackageEntriesTest, AreStillThereAfterALookAhead) {
+  Reader& reader = open(archive_of({"/app/p/bin/a", "/app/p/bin/b"}).text());
+  const std::vector<FileRecord> records = records_of({"a", "b"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  EXPECT_TRUE(entries.is_readable());
+  EXPECT_TRUE(entries.is_readable());
+  ASSERT_TRUE(entries.entry_of(0));
+  EXPECT_EQ("/app/p/bin/a", reader.data());
+  EXPECT_FALSE(entries.is_over());
+}
+
+TEST_F(PackageEntriesTest, KnowWhichPathsLeadToOthers) {
+  Reader& reader = open(archive_of({}).text());
+  const std::vector<FileRecord> records =
+      records_of({"l/x/y", "l", "l.x", "l-", "k", "m", "lx/f", "l\x01/f", "twice", "twice", "n/o", "n0"});
+  PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+  for (const char* path : {"/base/l", "/base/l/x", "/base/lx", "/base/n", "/base", "/base/l\x01"})
+    EXPECT_TRUE(entries.leads_to_others(Path(path))) << path;
+  for (const char* path : {"/base/l.x", "/base/l-", "/base/k", "/base/m", "/base/l/x/y", "/base/twice",
+                           "/base/n0", "/base/l/", "/base/zzz", "/bas"})
+    EXPECT_FALSE(entries.leads_to_others(Path(path))) << path;
+}
+
+}  // namespace
