@@ -60,7 +60,7 @@ bool PackageExtraction::extract(uid_t user, gid_t group) {
   }
   const int damage = reader_.error_number();
   std::cerr << "Archive errno at this point: " << (damage != 0 ? damage : last_error_) << '\n';
-  return is_whole;
+  return is_whole && damage == 0;
 }
 
 void PackageExtraction::extract_record(Extraction& extraction, std::size_t position) {

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "archive/manifest.h"
+#include "support/tar_builder.h"
+#include "support/temporary_folder.h"
+
+namespace test {
+
+/// The id of the user "apps" on the device below.
+inline constexpr uid_t APPS_USER = 4321;
+
+inline constexpr char APPLICATION_DATA[] = "/accounts/1000/appdata";
+
+/// A root folder of its own: with the user "apps", who may write in "/apps" and in the folder of the
+/// applications' data; with plain files for PPS objects; without an installer.
+class AppDevice : public ::testing::Test {
+ protected:
+  /// Runs `body` in a process of its own, with the device's root.
+  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const;
+
+ private:
+  TemporaryFolder root_;
+};
+
+/// Creates a file with the folders above it.
+void put(const std::string& path, const std::string& content = "");
+
+/// Publishes the list of what is installed: lines "ID::PACKAGE,VERSION,source::SOURCE".
+void put_registered_applications(const std::string& lines);
+
+/// The record of an item, last changed at the second 5. Its size is of no consequence: entries have their
+/// own.
+[[nodiscard]] meta::Attribute record(mode_t mode, const std::string& path);
+
+/// What a manifest says of an application in the folder `directory`, records apart.
+[[nodiscard]] meta::Manifest described(const std::string& package, const std::string& directory);
+
+/// Adds the metadata entry of the package `name` to an archive.
+void add_metadata(TarBuilder& archive, const std::string& name, const meta::Manifest& manifest);
+
+/// How often a text stands in another one.
+[[nodiscard]] std::size_t count_of(std::string_view text, std::string_view part);
+
+}  // namespace test

@@ -1,0 +1,301 @@
+#include "app/package_extraction.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "app/app_device.h"
+#include "archive/archive_test_support.h"
+#include "driver/base/flags.h"
+#include "fs/file_mask.h"
+#include "support/captured_output.h"
+#include "support/recorded_log.h"
+#include "support/tree.h"
+
+namespace {
+
+using harbix::ApplicationPackage;
+using harbix::PackageExtraction;
+using harbix::Restorable;
+using test::APPS_USER;
+using test::dir;
+using test::file;
+using test::link;
+using test::put;
+using test::record;
+using test::TarBuilder;
+using test::Tree;
+using test::TreeItem;
+
+constexpr gid_t GROUP = 10007;
+constexpr char FOLDER[] = "/accounts/1000/appdata/a";
+constexpr char NO_ERROR[] = "Archive errno at this point: 0\n";
+
+/// The path of a record, and the name of its entry.
+std::string path(const std::string& name) { return FOLDER + ("/" + name); }
+std::string entry(const std::string& name) { return "/app/p/appdata/" + name; }
+
+struct Extracted {
+  bool is_whole = false;
+  std::string errors;
+};
+
+/// Extracts a data package that has these records, from an archive of its entries alone.
+Extracted extract(meta::Manifest records, const std::string& archive,
+                  Restorable restorable = Restorable::EVERYTHING) {
+  test::write_file("/a.tar", archive);
+  test::Reader reader("/a.tar");
+  const ApplicationPackage package({"/app/p/appdata/.backup.metadata", std::move(records)});
+  const fs::FileMask mask(007);
+  const test::CapturedOutput errors(STDERR_FILENO);
+  PackageExtraction extraction(reader, package, fs::Path(FOLDER), restorable);
+  const bool is_whole = extraction.extract(APPS_USER, GROUP);
+  return {is_whole, errors.text()};
+}
+
+TreeItem owned(const TreeItem& item) { return item.owned_by(APPS_USER, GROUP); }
+
+class PackageExtractionTest : public test::AppDevice {};
+
+TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
+  EXPECT_TRUE(on_the_device([] {
+    const Extracted extracted =
+        extract({record(S_IFDIR | 0700, path("d")), record(S_IFREG | 0640, path("d/f")),
+                 record(S_IFREG | 0400, path("g"))},
+                TarBuilder()
+                    .folder(entry("d"), 0777)
+                    .file(entry("d/f"), "text", 0777)
+                    .file(entry("g"), "", 0777)
+                    .text());
+    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_TRUE(
+        (Tree{owned(dir("d", {owned(file("f", "text", 0640))}, 0700)), owned(file("g", "", 0400))}.matches(
+            FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, GivesItemsTheirEntrysStatusWhereTheRecordHasNone) {
+  EXPECT_TRUE(on_the_device([] {
+    const Extracted extracted =
+        extract({{"File", path("f")}}, TarBuilder().file(entry("f"), "text", 0654).text());
+    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_TRUE((Tree{owned(file("f", "text", 0650))}.matches(FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, DropsSetIdBitsAndWhatTheMaskForbids) {
+  EXPECT_TRUE(on_the_device([] {
+    static_cast<void>(extract({record(S_IFREG | 06755, path("f")), record(S_IFDIR | 07777, path("d"))},
+                              TarBuilder().file(entry("f"), "", 06755).folder(entry("d"), 07777).text()));
+    EXPECT_TRUE((Tree{owned(file("f", "", 0750)), owned(dir("d", {}, 0770))}.matches(FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, SkipsWhatIsNoFileFolderOrLink) {
+  EXPECT_TRUE(on_the_device([] {
+    put("/etc/secret", "text");
+    struct Row {
+      char type;
+      mode_t own_type;
+    };
+    for (const Row& row : {Row{TarBuilder::HARD_LINK, S_IFREG}, Row{TarBuilder::CHARACTER_DEVICE, S_IFCHR},
+                           Row{TarBuilder::BLOCK_DEVICE, S_IFBLK}, Row{TarBuilder::FIFO, S_IFIFO}}) {
+      for (const mode_t type : {row.own_type, static_cast<mode_t>(S_IFREG)}) {
+        const Extracted extracted = extract(
+            {record(type | 0660, path("x")), record(S_IFREG | 0660, path("f"))},
+            TarBuilder().add(row.type, entry("x"), "", 0660, "/etc/secret").file(entry("f"), "text").text());
+        EXPECT_TRUE(extracted.is_whole);
+        EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type;
+        EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER))) << row.type;
+      }
+    }
+  }));
+}
+
+TEST_F(PackageExtractionTest, SkipsWhatTheRecordCallsSomethingElse) {
+  EXPECT_TRUE(on_the_device([] {
+    struct Row {
+      char type;
+      mode_t recorded;
+    };
+    for (const Row& row :
+         {Row{TarBuilder::FILE, S_IFDIR}, Row{TarBuilder::FILE, S_IFLNK}, Row{TarBuilder::FILE, S_IFCHR},
+          Row{TarBuilder::FILE, 0}, Row{TarBuilder::FOLDER, S_IFREG}, Row{TarBuilder::FOLDER, S_IFLNK},
+          Row{TarBuilder::SYMBOLIC_LINK, S_IFREG}, Row{TarBuilder::SYMBOLIC_LINK, S_IFDIR},
+          Row{TarBuilder::SYMBOLIC_LINK, S_IFBLK}}) {
+      const Extracted extracted = extract({record(row.recorded | 0660, path("x"))},
+                                          TarBuilder().add(row.type, entry("x"), "", 0660, "target").text());
+      EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type << row.recorded;
+      EXPECT_FALSE(fs::exists(fs::Path(path("x"))));
+    }
+  }));
+}
+
+TEST_F(PackageExtractionTest, RestoresLinksWhereverTheyLead) {
+  EXPECT_TRUE(on_the_device([] {
+    const Extracted extracted =
+        extract({record(S_IFLNK | 0777, path("l")), record(S_IFLNK | 0777, path("m"))},
+                TarBuilder().link(entry("l"), "/etc/passwd").link(entry("m"), "../b").text());
+    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_TRUE((Tree{owned(link("l", "/etc/passwd")), owned(link("m", "../b"))}.matches(FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, WritesNothingThroughALinkOfThePackage) {
+  EXPECT_TRUE(on_the_device([] {
+    put("/out/kept", "old");
+    ASSERT_EQ(0, ::chmod("/out", 0777));
+    const Extracted extracted = extract(
+        {record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l/f")),
+         record(S_IFREG | 0660, path("g"))},
+        TarBuilder().link(entry("l"), "/out").file(entry("l/f"), "text").file(entry("g"), "text").text());
+    EXPECT_EQ("Skip: " + path("l") + "\n" + NO_ERROR, extracted.errors);
+    EXPECT_TRUE((Tree{dir("l", {file("f", "text", 0660)}, 0770), file("g", "text", 0660)}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{file("kept", "old")}.matches("/out")));
+  }));
+}
+
+TEST_F(PackageExtractionTest, ReplacesALinkInsteadOfWritingToItsTarget) {
+  EXPECT_TRUE(on_the_device([] {
+    put("/out", "old");
+    ASSERT_EQ(0, ::chmod("/out", 0666));
+    const Extracted extracted =
+        extract({record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l"))},
+                TarBuilder().link(entry("l"), "/out").file(entry("l"), "text").text());
+    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_TRUE((Tree{file("l", "text", 0660)}.matches(FOLDER)));
+    EXPECT_EQ("old", test::read_file("/out"));
+  }));
+}
+
+TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
+  EXPECT_TRUE(on_the_device([] {
+    std::filesystem::create_directory("/out");
+    ASSERT_EQ(0, ::chmod("/out", 0777));
+    std::filesystem::create_directory(FOLDER);
+    ASSERT_EQ(0, ::chmod(FOLDER, 0777));
+    std::filesystem::create_symlink("/out", path("data"));
+    harbix::verbose = true;
+    const Extracted extracted =
+        extract({record(S_IFREG | 0660, path("data/f")), record(S_IFREG | 0660, path("g"))},
+                TarBuilder().file(entry("data/f"), "text").file(entry("g"), "text").text());
+    EXPECT_TRUE(extracted.is_whole) << "one entry costs itself";
+    EXPECT_TRUE(Tree{}.matches("/out"));
+    EXPECT_TRUE((Tree{link("data", "/out"), file("g", "text", 0660)}.matches(FOLDER)));
+    const std::string what =
+        "1 " + path("data/f") + "\nExtracting as 4321:10007" + path("data/f") + "\nWarning: ";
+    EXPECT_EQ(what, extracted.errors.substr(0, what.size()));
+    EXPECT_EQ(1U, test::count_of(extracted.errors, "\nError extracting " + path("data/f")))
+        << extracted.errors;
+    EXPECT_EQ(0U, test::count_of(extracted.errors, "HERE"))
+        << "a refusal has no error number of the system's";
+    // The last entry that was extracted had none.
+    EXPECT_TRUE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
+  }));
+}
+
+TEST_F(PackageExtractionTest, TellsOfTheLastWarningsNumberAtTheEnd) {
+  EXPECT_TRUE(on_the_device([] {
+    put(path("d/kept"), "old");
+    ASSERT_EQ(0, ::chmod(FOLDER, 0777));
+    const Extracted extracted =
+        extract({record(S_IFREG | 0660, path("d"))}, TarBuilder().file(entry("d"), "text").text());
+    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_TRUE((Tree{dir("d", {file("kept", "old")})}.matches(FOLDER)));
+    EXPECT_EQ(1U, test::count_of(extracted.errors, "Warning: ")) << extracted.errors;
+    EXPECT_EQ(1U, test::count_of(extracted.errors, "\nHERE\nArchive errno at this point: "))
+        << extracted.errors;
+    EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
+    EXPECT_EQ(0U, test::count_of(extracted.errors, "Error extracting ")) << "for verbose runs only";
+  }));
+}
+
+TEST_F(PackageExtractionTest, OfDataKeepsToTheFoldersThatComeBack) {
+  EXPECT_TRUE(on_the_device([] {
+    for (const char* name : {"data", "data/x", "data/x/y", "logs", "logs/x", "tmp/x"}) {
+      const Extracted extracted =
+          extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
+                  Restorable::DATA_FOLDERS);
+      EXPECT_EQ(NO_ERROR, extracted.errors) << name;
+      EXPECT_TRUE(fs::exists(fs::Path(path(name)))) << name;
+      std::filesystem::remove_all(FOLDER);
+    }
+    for (const char* name :
+         {"database/x", "datax", "Data/x", "x", "x/data/y", "dat", ".data/x", "tmp2", "log/x"}) {
+      const Extracted extracted =
+          extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
+                  Restorable::DATA_FOLDERS);
+      EXPECT_EQ("Skip: " + path(name) + "\n" + NO_ERROR, extracted.errors) << name;
+      EXPECT_FALSE(fs::exists(fs::Path(FOLDER))) << name;
+    }
+  }));
+}
+
+TEST_F(PackageExtractionTest, WritesNothingWhenOnlyPretending) {
+  EXPECT_TRUE(on_the_device([] {
+    harbix::pretend = true;
+    const Extracted extracted = extract(
+        {record(S_IFDIR | 0700, path("data")), record(S_IFREG | 0660, path("data/f"))},
+        TarBuilder().folder(entry("data")).file(entry("data/f"), "text").text(), Restorable::DATA_FOLDERS);
+    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_FALSE(fs::exists(fs::Path(FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, ComesBackToTheIdentityItBeganWith) {
+  EXPECT_TRUE(on_the_device([] {
+    static_cast<void>(extract({}, TarBuilder().text()));
+    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(0U, ::getegid());
+  }));
+}
+
+TEST_F(PackageExtractionTest, EndsWhereTheArchiveEnds) {
+  EXPECT_TRUE(on_the_device([] {
+    const Extracted extracted = extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g")),
+                                         record(S_IFREG | 0660, path("h"))},
+                                        TarBuilder().file(entry("f"), "text").text());
+    EXPECT_EQ(std::string("Warning: unexpected failure of read next header\n") + NO_ERROR, extracted.errors);
+    EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER)));
+  }));
+}
+
+TEST_F(PackageExtractionTest, IsNotWholeWhereDataIsCutOff) {
+  EXPECT_TRUE(on_the_device([] {
+    const test::RecordedLog log;
+    const Extracted extracted =
+        extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
+                TarBuilder()
+                    .file(entry("f"), "text")
+                    .add(TarBuilder::FILE, entry("g"), "cut", 0660, "", 9999)
+                    .truncated_text());
+    EXPECT_FALSE(extracted.is_whole);
+    EXPECT_EQ("text", test::read_file(path("f")));
+    EXPECT_EQ(1U, test::count_of(extracted.errors,
+                                 "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"))
+        << extracted.errors;
+    EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
+    EXPECT_EQ(0U, ::geteuid());
+    ASSERT_FALSE(log.messages().empty());
+    EXPECT_EQ("2 ERROR: Extracting data for '" + path("g") + "' failed ('%s')", log.messages().back());
+  }));
+}
+
+TEST_F(PackageExtractionTest, IsNotWholeWhereAHeaderIsDamaged) {
+  EXPECT_TRUE(on_the_device([] {
+    const Extracted extracted =
+        extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
+                TarBuilder().file(entry("f"), "text").truncated_text() + std::string(512, 'x'));
+    EXPECT_FALSE(extracted.is_whole);
+    EXPECT_EQ("text", test::read_file(path("f")));
+    EXPECT_EQ(1U, test::count_of(extracted.errors, "Warning: unexpected failure of read next header\n"))
+        << extracted.errors;
+    EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
+  }));
+}
+
+}  // namespace
