@@ -1,0 +1,214 @@
+#include "app/home_screen_restore.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "app/app_device.h"
+#include "archive/archive_test_support.h"
+#include "support/captured_output.h"
+#include "support/tree.h"
+
+namespace {
+
+using harbix::ApplicationPackage;
+using test::APPS_USER;
+using test::dir;
+using test::file;
+using test::link;
+using test::put;
+using test::record;
+using test::TarBuilder;
+using test::Tree;
+
+constexpr char OBJECTS[] = "/app/sys.navigator/pps";
+constexpr char URI_APPS[] = "/pps/system/navigator/applications/uriapps";
+constexpr char WEB_SHORTCUTS[] = "/pps/system/navigator/applications/web_shortcuts";
+constexpr char NAVIGATOR[] = "/accounts/1000/appdata/sys.navigator";
+constexpr char TRAY[] = "/accounts/1000/appdata/sys.systemtray";
+
+/// Restores the package `name` from an archive of its entries alone.
+/// @return what it says.
+std::string restore(const std::string& name, meta::Manifest records, const TarBuilder& archive) {
+  test::write_file("/a.tar", archive.text());
+  test::Reader reader("/a.tar");
+  const ApplicationPackage package({name + "/.backup.metadata", std::move(records)});
+  const test::CapturedOutput errors(STDERR_FILENO);
+  harbix::restore_home_screen(reader, package, APPS_USER);
+  return errors.text();
+}
+
+std::string processing(const std::string& name) { return "Processing: " + name + "/.backup.metadata\n"; }
+
+std::string processing_data(const std::string& component, const std::string& what) {
+  const std::string name = "/app/" + component + "/appdata";
+  return processing(name) + "app\n" + component + "\nappdata\n.backup.metadata\n" + what + ": " + name +
+         "/.backup.metadata\n";
+}
+
+class HomeScreenRestore : public test::AppDevice {};
+
+TEST_F(HomeScreenRestore, SaysNothingOfAPackageWithoutRecords) {
+  EXPECT_TRUE(on_the_device([] {
+    put(std::string(NAVIGATOR) + "/data/f", "old");
+    for (const char* name : {OBJECTS, "/app/sys.navigator/appdata", "/app/sys.systemtray/bin"})
+      EXPECT_EQ("", restore(name, {}, TarBuilder())) << name;
+    EXPECT_TRUE((Tree{dir("data", {file("f", "old")})}.matches(NAVIGATOR)));
+  }));
+}
+
+TEST_F(HomeScreenRestore, PassesOverOtherKindsOfPackages) {
+  EXPECT_TRUE(on_the_device([] {
+    put(std::string(NAVIGATOR) + "/data/f", "old");
+    for (const std::string kind : {"bin", "appdatax"}) {
+      const std::string name = "/app/sys.navigator/" + kind;
+      EXPECT_EQ(processing(name) + "app\nsys.navigator\n" + kind +
+                    "\n.backup.metadata\nI'm confused: it was supposed to be HMI component. Just skip.\n",
+                restore(name, {record(S_IFREG | 0600, std::string(NAVIGATOR) + "/data/f")},
+                        TarBuilder().file(name + "/data/f", "new")));
+    }
+    EXPECT_TRUE((Tree{dir("data", {file("f", "old")})}.matches(NAVIGATOR)));
+  }));
+}
+
+TEST_F(HomeScreenRestore, PublishesTheTwoObjectsAndNoOther) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string other = "/pps/system/navigator/applications/other";
+    for (const std::string& object : {std::string(URI_APPS), std::string(WEB_SHORTCUTS), other}) put(object);
+    const auto entry = [](const std::string& object) { return OBJECTS + object; };
+    EXPECT_EQ(processing(OBJECTS) + "Navigator pps object: " + entry(URI_APPS) + "\nRestoring: " + URI_APPS +
+                  "\nNavigator pps object: " + entry(other) +
+                  "\nNavigator pps object: " + entry(WEB_SHORTCUTS) + "\nRestoring: " + WEB_SHORTCUTS + "\n",
+              restore(OBJECTS, {{"File", URI_APPS}, {"File", other}, {"File", WEB_SHORTCUTS}},
+                      TarBuilder()
+                          .file(entry(URI_APPS), "a::1\n")
+                          .file(entry(other), "b::1\n")
+                          .file(entry(WEB_SHORTCUTS), "c::1\n")));
+    EXPECT_EQ("a::1\n", test::read_file(URI_APPS));
+    EXPECT_EQ("", test::read_file(other));
+    EXPECT_EQ("c::1\n", test::read_file(WEB_SHORTCUTS));
+  }));
+}
+
+TEST_F(HomeScreenRestore, PublishesNothingOfAnObjectThatIsNoFile) {
+  EXPECT_TRUE(on_the_device([] {
+    put(URI_APPS, "old");
+    put("/etc/secret", "secret");
+    for (const char type :
+         {TarBuilder::HARD_LINK, TarBuilder::FIFO, TarBuilder::FOLDER, TarBuilder::SYMBOLIC_LINK}) {
+      const std::string errors =
+          restore(OBJECTS, {{"File", URI_APPS}},
+                  TarBuilder().add(type, std::string(OBJECTS) + URI_APPS, "", 0660, "/etc/secret"));
+      EXPECT_TRUE(errors.ends_with("\nSkip: " + std::string(URI_APPS) + "\n")) << type << errors;
+      EXPECT_EQ("old", test::read_file(URI_APPS)) << type;
+    }
+  }));
+}
+
+TEST_F(HomeScreenRestore, ReplacesTheNavigatorsDataAndNothingElse) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string folder = NAVIGATOR;
+    put(folder + "/data/old", "old");
+    put(folder + "/data/d/old", "old");
+    put(folder + "/data/.hidden", "old");
+    put(folder + "/tmp/kept", "old");
+    for (const char* name : {"", "/data", "/tmp", "/data/d"})
+      ASSERT_EQ(0, ::chmod((folder + name).c_str(), 0777));
+    const auto entry = [](const std::string& name) { return "/app/sys.navigator/appdata/" + name; };
+    const std::string errors = restore(
+        "/app/sys.navigator/appdata",
+        {record(S_IFREG | 0660, folder + "/data/new"), record(S_IFREG | 0660, folder + "/data/.hidden"),
+         record(S_IFREG | 0660, folder + "/tmp/kept"), record(S_IFLNK | 0777, folder + "/data/in"),
+         record(S_IFLNK | 0777, folder + "/data/out"), record(S_IFREG | 0660, "/etc/x")},
+        TarBuilder()
+            .file(entry("data/new"), "new")
+            .file(entry("data/.hidden"), "new")
+            .file(entry("tmp/kept"), "new")
+            .link(entry("data/in"), "../tmp/kept")
+            .link(entry("data/out"), "/etc/passwd"));
+    const auto restoring = [&folder](const std::string& name) {
+      return "Restoring: " + folder + name + "\n" + folder + name + "\n";
+    };
+    EXPECT_EQ(processing_data("sys.navigator", "navigator data") + "Navigator data removed\n" +
+                  restoring("/data/new") + restoring("/data/.hidden") + "Skip: " + folder +
+                  "/data/.hidden\n" + restoring("/tmp/kept") + "Skip: " + folder + "/tmp/kept\n" +
+                  restoring("/data/in") + restoring("/data/out") + "Skip: " + folder + "/data/out\n" +
+                  "Restoring: /etc/x\nWarning: unexpected failure of read next header\n",
+              errors);
+    EXPECT_TRUE((Tree{dir("data",
+                          {file(".hidden", "old"), file("new", "new", 0600).owned_by(APPS_USER, 0),
+                           link("in", "../tmp/kept").owned_by(APPS_USER, 0)},
+                          0777),
+                      dir("tmp", {file("kept", "old")}, 0777)}
+                     .matches(folder)));
+  }));
+}
+
+TEST_F(HomeScreenRestore, RemovesTheNavigatorsDataWithoutAnEntryForIt) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string folder = NAVIGATOR;
+    put(folder + "/data/old", "old");
+    ASSERT_EQ(0, ::chmod((folder + "/data").c_str(), 0777));
+    static_cast<void>(
+        restore("/app/sys.navigator/appdata", {record(S_IFREG | 0660, folder + "/data/gone")}, TarBuilder()));
+    EXPECT_TRUE((Tree{dir("data", {}, 0777)}.matches(folder)));
+  }));
+}
+
+TEST_F(HomeScreenRestore, BringsBackTheClockDatabaseOfTheTrayAlone) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string folder = TRAY;
+    put(folder + "/data/kept", "old");
+    put(folder + "/data/ClockServices.sqlite", "old");
+    for (const char* name : {"", "/data"}) ASSERT_EQ(0, ::chmod((folder + name).c_str(), 0777));
+    const auto entry = [](const std::string& name) { return "/app/sys.systemtray/appdata/" + name; };
+    const std::string errors = restore("/app/sys.systemtray/appdata",
+                                       {record(S_IFDIR | 0777, folder + "/data"),
+                                        record(S_IFREG | 0777, folder + "/data/ClockServices.sqlite"),
+                                        record(S_IFREG | 0777, folder + "/data/other"),
+                                        record(S_IFREG | 0600, folder + "/x/ClockServices.sqlite"),
+                                        record(S_IFREG | 0600, folder + "/ClockServices.sqlitex")},
+                                       TarBuilder()
+                                           .folder(entry("data"))
+                                           .file(entry("data/ClockServices.sqlite"), "new", 0777)
+                                           .file(entry("data/other"), "new")
+                                           .file(entry("x/ClockServices.sqlite"), "new", 0640)
+                                           .file(entry("ClockServices.sqlitex"), "new"));
+    const auto met = [&](const std::string& name, const std::string& base) {
+      return "ae.path: " + entry(name) + "  basename: " + base + "\nit: " + folder + "/" + name + "\n";
+    };
+    EXPECT_EQ(processing_data("sys.systemtray", "systray data") + "System tray data removed\n" +
+                  met("data", "data") + "Skip: " + folder + "/data\n" +
+                  met("data/ClockServices.sqlite", "ClockServices.sqlite") + "Restoring: " +
+                  entry("data/ClockServices.sqlite") + "\n" + met("data/other", "other") + "Skip: " + folder +
+                  "/data/other\n" + met("x/ClockServices.sqlite", "ClockServices.sqlite") +
+                  "Restoring: " + entry("x/ClockServices.sqlite") + "\n" +
+                  met("ClockServices.sqlitex", "ClockServices.sqlitex") + "Skip: " + folder +
+                  "/ClockServices.sqlitex\n",
+              errors);
+    EXPECT_TRUE((Tree{
+        dir("data", {file("kept", "old"), file("ClockServices.sqlite", "new", 0660).owned_by(APPS_USER, 0)},
+            0777),
+        dir("x", {file("ClockServices.sqlite", "new", 0640)}, 0770)}
+                     .matches(folder)));
+  }));
+}
+
+TEST_F(HomeScreenRestore, TakesNoClockDatabaseThatLeadsOut) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string folder = TRAY;
+    const std::string name = folder + "/data/ClockServices.sqlite";
+    for (const char type : {TarBuilder::SYMBOLIC_LINK, TarBuilder::HARD_LINK, TarBuilder::FIFO}) {
+      const std::string errors =
+          restore("/app/sys.systemtray/appdata", {record(S_IFREG | 0600, name)},
+                  TarBuilder().add(type, "/app/sys.systemtray/appdata/data/ClockServices.sqlite", "", 0660,
+                                   "/etc/passwd"));
+      EXPECT_TRUE(errors.ends_with("Skip: " + name + "\n")) << errors;
+      EXPECT_FALSE(fs::exists(fs::Path(name))) << type;
+    }
+  }));
+}
+
+}  // namespace
