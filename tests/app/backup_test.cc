@@ -1,0 +1,180 @@
+#include "app/backup.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/app_device.h"
+#include "archive/archive_test_support.h"
+#include "driver/base/flags.h"
+#include "support/captured_output.h"
+#include "support/recorded_log.h"
+#include "support/tree.h"
+
+namespace {
+
+using test::put;
+using test::put_registered_applications;
+using Texts = std::vector<std::string>;
+
+constexpr char URI_APPS[] = "/pps/system/navigator/applications/uriapps";
+
+struct Backup {
+  int status = -1;
+  std::string errors;
+  Texts names;  ///< of the archive
+  harbix::SizeResult size;
+  Texts log;
+};
+
+Backup back_up(const Texts& package_ids = {}, bool size_only = false) {
+  Backup backup;
+  {
+    const test::Utf8Names names;
+    test::Writer writer("/a.tar");
+    const test::RecordedLog log;
+    const test::CapturedOutput errors(STDERR_FILENO);
+    backup.status = harbix::harbix_app(writer, size_only, package_ids, backup.size);
+    writer.close();
+    backup.errors = errors.text();
+    backup.log = log.messages();
+  }
+  backup.names = test::Reader("/a.tar").names();
+  return backup;
+}
+
+/// The packages of an archive, by the names of their metadata entries.
+Texts packages(const Backup& backup) {
+  constexpr std::string_view METADATA = "/.backup.metadata";
+  Texts packages;
+  for (const std::string& name : backup.names) {
+    if (name.ends_with(METADATA)) packages.push_back(name.substr(0, name.size() - METADATA.size()));
+  }
+  return packages;
+}
+
+class AppBackup : public test::AppDevice {};
+
+TEST_F(AppBackup, WritesEveryApplicationInTheListsOrderAndThenTheHomeScreen) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("b::b.p,1.0,source::x\na::a.p,1.0,source::websl\n");
+    const Backup backup = back_up();
+    EXPECT_EQ(0, backup.status);
+    EXPECT_EQ((Texts{"/app/b.p/appdata", "/app/a.p/appdata", "/app/sys.navigator/pps",
+                     "/app/sys.systemtray/appdata", "/app/sys.navigator/appdata"}),
+              packages(backup));
+  }));
+}
+
+TEST_F(AppBackup, WritesWhatIsNamed) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("b::b.p,1.0,source::x\na::a.p,1.0,source::x\n");
+    EXPECT_EQ((Texts{"/app/b.p/appdata", "/app/a.p/appdata"}), packages(back_up({"app", "a.p", "b.p"})));
+    EXPECT_EQ((Texts{"/app/sys.navigator/pps", "/app/sys.navigator/appdata"}),
+              packages(back_up({"app", "sys.navigator"})));
+    EXPECT_EQ((Texts{"/app/a.p/appdata", "/app/sys.systemtray/appdata"}),
+              packages(back_up({"app", "sys.systemtray", "a.p"})));
+  }));
+}
+
+TEST_F(AppBackup, WritesNothingWhenAPackageIsNotInstalled) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("a::a.p,1.0,source::x\n");
+    const Backup backup = back_up({"app", "a.p", "b.p"});
+    EXPECT_EQ(1, backup.status);
+    EXPECT_EQ(Texts{}, backup.names);
+    EXPECT_EQ("Error: Package 'b.p' not found.\n", backup.errors);
+    EXPECT_EQ((Texts{"2 ERROR: Package 'b.p' not found."}), backup.log);
+  }));
+}
+
+TEST_F(AppBackup, WritesNothingWithoutTheList) {
+  EXPECT_TRUE(on_the_device([] {
+    const Backup backup = back_up();
+    EXPECT_EQ(1, backup.status);
+    EXPECT_EQ(Texts{}, backup.names);
+    EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n",
+              backup.errors);
+  }));
+}
+
+TEST_F(AppBackup, ListsTheApplicationsWhenVerbose) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("b::b.p,1.0,source::x\na::a.p,2.0,\n");
+    harbix::verbose = true;
+    const std::string listing = "harbix_app\nID: b DIR: b.p VER: 1.0 SRC: x\nID: a DIR: a.p VER: 2.0 SRC: \n";
+    EXPECT_EQ(listing, back_up({"app"}).errors);
+    EXPECT_EQ(listing, back_up({"app", "a.p"}).errors.substr(0, listing.size()));
+  }));
+}
+
+TEST_F(AppBackup, OnlyMeasuresWhenItIsTold) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications(
+        "a::a.p,1.0,source::shopvale\nb::b.p,1.0,source::x\nfolderless::c.p,1.0,source::x\n");
+    put("/apps/a/bin", "12345");
+    put("/apps/b/bin", "123456789");
+    put("/accounts/1000/appdata/b/data/f", "123");
+    put("/accounts/1000/appdata/b/tmp/f", "1234567");
+    const Backup backup = back_up({}, true);
+    EXPECT_EQ(0, backup.status);
+    EXPECT_EQ(Texts{}, backup.names);
+    EXPECT_EQ("", backup.errors);
+    EXPECT_EQ(2, backup.size.files);
+    std::int64_t expected = 5 + 3;
+    for (const char* folder : {"data", "tmp"})
+      expected += fs::File(fs::Path("/accounts/1000/appdata/b") / folder).record().st_size;
+    EXPECT_EQ(expected, backup.size.bytes);
+    EXPECT_EQ(1, back_up({"app", "a.p"}, true).size.files);
+    EXPECT_EQ(5, back_up({"app", "a.p"}, true).size.bytes);
+  }));
+}
+
+TEST_F(AppBackup, DoesNotMeasureAStorefrontApplicationWithoutItsFolder) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("a::a.p,1.0,source::shopvale\n");
+    try {
+      static_cast<void>(back_up({}, true));
+      ADD_FAILURE();
+    } catch (const std::runtime_error& error) {
+      EXPECT_STREQ("Invalid registered app:a.p", error.what());
+    }
+  }));
+}
+
+TEST_F(AppBackup, EndsWhenTheInstallerCannotBeAsked) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("a::a.p,1.0,source::shopvale\n");
+    EXPECT_THROW(static_cast<void>(back_up()), std::runtime_error);
+  }));
+}
+
+TEST_F(AppBackup, StoresTheNavigatorsObjectsThatExist) {
+  EXPECT_TRUE(on_the_device([] {
+    put_registered_applications("");
+    put(URI_APPS, "@uriapps\na::1\n[n]b::2\n-c\n");
+    put("/pps/system/navigator/applications/other", "x::1\n");
+    harbix::verbose = true;
+    const Backup backup = back_up({"app", "sys.navigator"});
+    EXPECT_EQ(1U, test::count_of(backup.errors, "Entry: " + std::string(URI_APPS) + "\n")) << backup.errors;
+    ASSERT_LE(3U, backup.names.size());
+    EXPECT_EQ((Texts{"/app/sys.navigator/pps/.backup.metadata",
+                     "/app/sys.navigator/pps/pps/system/navigator/applications/uriapps",
+                     "/app/sys.navigator/appdata/.backup.metadata"}),
+              Texts(backup.names.begin(), backup.names.begin() + 3));
+    test::Reader reader("/a.tar");
+    ASSERT_TRUE(reader.next_header());
+    EXPECT_EQ(
+        "Package: sys.navigator\nApp-Directory: sys.navigator\nData-Directory: sys.navigator\n"
+        "File: /pps/system/navigator/applications/uriapps\n\n",
+        reader.data());
+    ASSERT_TRUE(reader.next_header());
+    EXPECT_EQ("@uriapps\na::1\n", reader.data());
+  }));
+}
+
+}  // namespace
