@@ -1,0 +1,160 @@
+// The client and a service, each at its end of real objects.
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fs/file.h"
+#include "pps/client.h"
+#include "pps/mounted_pps.h"
+#include "pps/toy_service.h"
+#include "support/private_root.h"
+#include "support/temporary_folder.h"
+#include "updater/actions.h"
+#include "updater/installer_folder.h"
+#include "updater/registered_applications.h"
+
+namespace {
+
+using updater::ActionQuery;
+using updater::ActionUninstall;
+using updater::RegisteredApplication;
+
+constexpr char SERVED[] = "system/installer/upd/current";
+
+/// A root folder of its own, with mounted PPS objects at "/pps".
+class InstallerExchange : public pps::MountedPps {
+ protected:
+  void SetUp() override {
+    MountedPps::SetUp();
+    run("mkdir -p system/installer/upd/current system/installer/registeredapps");
+    ASSERT_TRUE(std::filesystem::create_directory(root_ / "pps"));
+    ASSERT_EQ(0, ::mount(mount().c_str(), (root_ / "pps").c_str(), nullptr, MS_BIND, nullptr)) << errno;
+  }
+
+  void TearDown() override {
+    EXPECT_EQ("", run("ls -A system/installer/upd/current")) << "an object was left behind";
+    EXPECT_EQ(0, ::umount((root_ / "pps").c_str())) << errno;
+    MountedPps::TearDown();
+  }
+
+  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
+    return test::passes_in_root(root_.path(), body);
+  }
+
+  test::TemporaryFolder root_;
+};
+
+TEST_F(InstallerExchange, ReadsWhatTheServiceAnswers) {
+  const pps::ToyService service(path(SERVED));
+  EXPECT_TRUE(on_the_device([] {
+    for (int i = 0; i < 3; ++i) {
+      ActionQuery query("/apps/a");
+      query.exchange();
+      EXPECT_EQ("of /apps/a", query.get_attribute("actual_extras"));
+      EXPECT_EQ("1001", query.get_attribute("actual_gid"));
+      EXPECT_EQ("0", query.get_attribute("result"));
+      // The request comes through the same object, and is no part of the response.
+      EXPECT_THROW(static_cast<void>(query.get_attribute("action")), std::runtime_error);
+      EXPECT_EQ(test::request_name(i), query.object_path().text());
+    }
+  }));
+}
+
+TEST_F(InstallerExchange, ShowsTheServiceTheWholeRequest) {
+  EXPECT_TRUE(on_the_device([] {
+    updater::ActionRegister action({fs::Path("/apps/a"), {}}, "e,f::g", "");
+    action.write_request();
+    const platform::FileDescriptor object = pps::open_object(action.object_path().text(), O_RDONLY);
+    EXPECT_EQ("@" + action.object_path().basename().text() +
+                  "\naction::register\npackage_path::/apps/a\nextras::e,f::g\ngid::\n",
+              pps::read_text(object));
+  }));
+}
+
+TEST_F(InstallerExchange, WaitsForAnAnswerInSeveralParts) {
+  EXPECT_TRUE(on_the_device([] {
+    ActionUninstall action("a");
+    action.write_request();
+    const std::string name = action.object_path().text();
+    pps::Process reader([&action] {
+      action.read_response();
+      const bool is_complete =
+          action.get_attribute("state") == "done" && action.get_attribute("result") == "7";
+      return is_complete ? 0 : 1;
+    });
+    const platform::FileDescriptor service = pps::open_object(name, O_WRONLY | O_APPEND);
+    for (const char* part : {"state::busy\n", "state::done\n", "", "result::7\nlater::1\n"}) {
+      reader.wait_until_asleep();
+      if (*part != '\0') pps::write_text(service, part);
+    }
+    EXPECT_EQ(0, reader.wait());
+  }));
+}
+
+TEST_F(InstallerExchange, TriesTheNextNameWhereAnObjectExists) {
+  EXPECT_TRUE(on_the_device([] {
+    {
+      const platform::FileDescriptor taken =
+          pps::open_object(test::request_name(0), O_RDWR | O_CREAT | O_EXCL, 0660);
+      const ActionUninstall action("a");
+      EXPECT_EQ(test::request_name(1), action.object_path().text());
+    }
+    ASSERT_EQ(0, ::unlink(test::request_name(0).c_str()));
+  }));
+}
+
+TEST_F(InstallerExchange, LeavesNoObjectWhenASignalEndsTheClient) {
+  EXPECT_TRUE(on_the_device([] {
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+      // Nobody serves: it sleeps in its read.
+      pps::Process client([] {
+        ActionQuery("/apps/a").exchange();
+        return 0;
+      });
+      const auto is_waiting = [] { return !std::filesystem::is_empty(test::REQUESTS); };
+      while (!is_waiting()) continue;
+      client.wait_until_asleep();
+      ASSERT_EQ(0, ::kill(client.id(), signal));
+      EXPECT_EQ(128 + signal, client.wait());
+      EXPECT_FALSE(is_waiting()) << signal;
+    }
+  }));
+}
+
+TEST_F(InstallerExchange, EndsWhenTheObjectIsTakenAway) {
+  EXPECT_TRUE(on_the_device([] {
+    std::optional<ActionQuery> query(std::in_place, "/apps/a");
+    query->write_request();
+    ASSERT_EQ(0, ::unlink(query->object_path().c_str()));
+    query->read_response();
+    EXPECT_THROW(static_cast<void>(query->get_attribute("result")), std::runtime_error);
+    query.reset();
+  }));
+}
+
+TEST_F(InstallerExchange, FindsTheListThatTheInstallerPublishes) {
+  EXPECT_TRUE(on_the_device([] {
+    const std::string folder = "/pps/system/installer/registeredapps/";
+    const platform::FileDescriptor object = pps::open_object(folder + "applications", O_RDWR | O_CREAT);
+    pps::write_text(object, "b::b.p,1.0,source::shopvale\na::a.p,2.0,x::,\nsys.android::c,1,\n");
+    std::vector<RegisteredApplication> applications;
+    EXPECT_TRUE(updater::read_registered_applications(applications));
+    ASSERT_EQ(2U, applications.size());
+    EXPECT_EQ((RegisteredApplication{"a", "a.p", "2.0", "websl"}),
+              updater::find_application(applications, "a.p", updater::MustExist::YES));
+    EXPECT_EQ((RegisteredApplication{"b", "b.p", "1.0", "shopvale"}),
+              updater::find_application(applications, "b.p", updater::MustExist::YES));
+  }));
+}
+
+}  // namespace
