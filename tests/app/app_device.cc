@@ -49,7 +49,7 @@ void add_metadata(TarBuilder& archive, const std::string& name, const meta::Mani
 
 std::size_t count_of(std::string_view text, std::string_view part) {
   std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
   return count;
 }
 

@@ -19,7 +19,6 @@
 namespace {
 
 using fs::Path;
-using harbix::EntryView;
 using harbix::FileRecord;
 using harbix::PackageEntries;
 using test::CapturedOutput;
