@@ -136,6 +136,15 @@ TEST_F(PackageEntriesTest, MayBelongToAPackageWithoutASeparatorInFront) {
   EXPECT_EQ((Texts{"app/p/bin/a", "/app/p/bin/b"}), pair(reader, records_of({"a", "b"}), "app/p/bin"));
 }
 
+TEST_F(PackageEntriesTest, OfThePackagesOwnNameBelongToNoRecord) {
+  for (const char* base : {"/base", "/base/"}) {
+    Reader& reader = open(archive_of({"/app/p/bin"}).text());
+    const CapturedOutput errors(STDERR_FILENO);
+    EXPECT_EQ((Texts{"-"}), pair(reader, {{0, Path(base), {}}})) << base;
+    EXPECT_EQ(std::string("Skip: /app/p/bin\n") + NO_MORE, errors.text()) << base;
+  }
+}
+
 TEST_F(PackageEntriesTest, OfFoldersAreFoundToo) {
   Reader& reader = open(TarBuilder().folder("/app/p/bin/d/").file("/app/p/bin/d/f", "text").text());
   const std::vector<FileRecord> records = records_of({"d", "d/f"});
