@@ -1,0 +1,148 @@
+#include "device/application_device.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+namespace test {
+namespace {
+
+namespace stdfs = std::filesystem;
+
+constexpr char LEDGER[] = "/var/installer/applications";
+constexpr char STORED_LIST[] = "/var/pps/system/installer/registeredapps/.all";
+constexpr char STORED_REQUESTS[] = "/var/pps/system/installer/upd/current";
+constexpr char STORED_CONTROL[] = "/var/pps/system/installer/control";
+
+void require(int result, const std::string& what) {
+  if (result == -1) throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool lies_below(const std::string& path, const std::vector<std::string>& folders) {
+  return std::ranges::any_of(
+      folders, [&](const std::string& folder) { return path == folder || path.starts_with(folder + "/"); });
+}
+
+}  // namespace
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+void ApplicationDevice::install(const InstalledApplication& application) {
+  make_owned_folder(application.folder(), 0750, user("apps"), application.group);
+  add_file(application, "META-INF/MANIFEST.MF",
+           "Package-Name: " + application.package + "\nPackage-Version: " + application.version + "\n");
+  enter(application);
+}
+
+void ApplicationDevice::enter(const InstalledApplication& application) {
+  std::ofstream ledger(outside(LEDGER), std::ios::app);
+  ledger << "application::" << application.id << "\npackage::" << application.package
+         << "\nversion::" << application.version << "\nextras::" << application.extras
+         << "\ngid::" << application.group << "\nregistered::yes\n";
+  if (!ledger.flush()) throw std::runtime_error("cannot write the installer's ledger");
+}
+
+void ApplicationDevice::make_data(const InstalledApplication& application) {
+  make_owned_folder(application.data(), 0770, user("apps"), application.group);
+  for (const char* name : {"/data", "/logs", "/tmp"}) {
+    make_owned_folder(application.data() + name, 0770, application.data_user(), application.group);
+  }
+}
+
+void ApplicationDevice::add_file(const InstalledApplication& application, const std::string& path,
+                                 const std::string& content, mode_t mode) {
+  const std::string file = application.folder() + "/" + path;
+  make_owned_folder(stdfs::path(file).parent_path(), 0750, user("apps"), application.group);
+  write_owned(file, content, mode, user("apps"), application.group);
+}
+
+void ApplicationDevice::add_data(const InstalledApplication& application, const std::string& path,
+                                 const std::string& content, mode_t mode) {
+  if (!exists(application.data())) make_data(application);
+  const std::string file = application.data() + "/" + path;
+  make_owned_folder(stdfs::path(file).parent_path(), 0770, application.data_user(), application.group);
+  write_owned(file, content, mode, application.data_user(), application.group);
+}
+
+void ApplicationDevice::make_owned_folder(const std::string& path, mode_t mode, uid_t user, gid_t group) {
+  if (exists(path)) return;
+  make_owned_folder(stdfs::path(path).parent_path(), mode, user, group);
+  require(::mkdir(outside(path).c_str(), 0700), path);
+  require(::lchown(outside(path).c_str(), user, group), path);
+  require(::chmod(outside(path).c_str(), mode), path);
+}
+
+void ApplicationDevice::make_owned_link(const std::string& path, const std::string& target, uid_t user,
+                                        gid_t group) {
+  require(::symlink(target.c_str(), outside(path).c_str()), path);
+  require(::lchown(outside(path).c_str(), user, group), path);
+}
+
+void ApplicationDevice::write_owned(const std::string& path, const std::string& content, mode_t mode,
+                                    uid_t user, gid_t group) {
+  const stdfs::path file = outside(path);
+  if (!(std::ofstream(file, std::ios::binary) << content).flush()) {
+    throw std::runtime_error("cannot write " + path);
+  }
+  require(::chown(file.c_str(), user, group), path);
+  require(::chmod(file.c_str(), mode), path);
+}
+
+void ApplicationDevice::ask_faults(const std::vector<std::string>& lines) {
+  std::string text = "@control\n";
+  for (const std::string& line : lines) text += line + "\n";
+  make_owned_folder(stdfs::path(STORED_CONTROL).parent_path(), 0755, 0, 0);
+  write_owned(STORED_CONTROL, text, 0644, 0, 0);
+}
+
+std::vector<std::string> ApplicationDevice::registered() const {
+  std::vector<std::string> lines = lines_of(read(STORED_LIST));
+  std::erase_if(lines, [](const std::string& line) { return line.starts_with('@'); });
+  return lines;
+}
+
+std::vector<std::string> ApplicationDevice::requests_left() const {
+  std::vector<std::string> names;
+  for (const auto& item : stdfs::directory_iterator(outside(STORED_REQUESTS))) {
+    names.push_back(item.path().filename().string());
+  }
+  return names;
+}
+
+Snapshot ApplicationDevice::everything_but(const std::vector<std::string>& folders) const {
+  Snapshot rest;
+  for (const char* top : {"/accounts", "/apps", "/base", "/etc", "/opt", "/root", "/tmp", "/var"}) {
+    for (auto& [path, item] : snapshot(top)) {
+      std::string full = std::string(top) + "/" + path;
+      if (!lies_below(full, folders) && !lies_below(full, {"/var/installer", "/var/pps/system/installer"})) {
+        rest.emplace(std::move(full), std::move(item));
+      }
+    }
+  }
+  return rest;
+}
+
+std::vector<std::string> ApplicationDevice::names(const std::string& archive) const {
+  const Outcome outcome = run_program({"tar", "--quoting-style=literal", "-Ptf", outside(archive)});
+  if (outcome.status != 0) throw std::runtime_error("cannot list " + archive + ": " + outcome.errors);
+  return lines_of(outcome.output);
+}
+
+std::string ApplicationDevice::content(const std::string& archive, const std::string& name) const {
+  const Outcome outcome = run_program({"tar", "-PxOf", outside(archive), name});
+  if (outcome.status != 0) throw std::runtime_error("no " + name + " in " + archive + ": " + outcome.errors);
+  return outcome.output;
+}
+
+}  // namespace test
