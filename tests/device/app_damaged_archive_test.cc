@@ -1,0 +1,215 @@
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "device/application_device.h"
+#include "device/crafted_package.h"
+
+namespace {
+
+using test::ApplicationDevice;
+using test::archive_of;
+using test::CraftedPackage;
+using test::cut_archive_of;
+using test::InstalledApplication;
+using test::lines_of;
+using test::Outcome;
+using test::Snapshot;
+using test::TarBuilder;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+constexpr std::size_t BLOCK = 512;
+
+/// A bought application and one from elsewhere, both with data, and archives that are not whole.
+class AppDamagedArchive : public testing::Test {
+ protected:
+  AppDamagedArchive() {
+    for (const InstalledApplication& each : {bought_, loaded_}) {
+      device_.install(each);
+      device_.add_data(each, "data/state", "old");
+    }
+  }
+
+  Outcome restore(const std::string& archive) { return device_.harbix({"-r", "app"}, archive); }
+
+  /// What the installer set, whatever was restored before the damage.
+  void expect_right_owners() {
+    const Snapshot folders = device_.snapshot("/apps");
+    const auto installed = folders.find("shop.app");
+    if (installed == folders.end()) return;
+    const gid_t group = installed->second.group;
+    EXPECT_GE(group, 10000U);
+    for (const auto& [path, item] : device_.snapshot("/apps/shop.app")) {
+      EXPECT_EQ(item.owner, device_.user("apps")) << path;
+      EXPECT_EQ(item.group, group) << path;
+      EXPECT_EQ(item.mode & 0027U, 0U) << path;
+    }
+    for (const auto& [path, item] : device_.snapshot(bought_.data())) {
+      EXPECT_EQ(item.owner, group * 10000 + 1000) << path;
+      EXPECT_EQ(item.group, group) << path;
+    }
+  }
+
+  ApplicationDevice device_;
+  InstalledApplication bought_{.id = "shop.app", .package = "shop.app.pkg", .group = 10200};
+  InstalledApplication loaded_{
+      .id = "side.app", .package = "side.app.pkg", .group = 10201, .extras = "source::sideload"};
+};
+
+TEST_F(AppDamagedArchive, PairsRecordsWithEntriesByName) {
+  const std::string root = "/accounts/1000/appdata/side.app/data/";
+  const Outcome outcome =
+      restore(archive_of({CraftedPackage::data("side.app")
+                              .record(S_IFREG | 0660U, root + "vanished first", 5)
+                              .folder("data")
+                              .file("data/a", "a")
+                              .record(S_IFREG | 0660U, root + "vanished", 5)
+                              .file("data/b", "b")
+                              .entry(TarBuilder::FILE, "/app/side.app.pkg/appdata/data/stranger", "s")
+                              .entry(TarBuilder::FILE, "/app/other/appdata/data/stranger", "s")
+                              .file("data/c", "c")
+                              .record(S_IFREG | 0660U, root + "vanished last", 5)}));
+  EXPECT_EQ(outcome.status, 0);
+  const Snapshot data = device_.snapshot(root);
+  EXPECT_THAT(data, SizeIs(3));
+  for (const char* name : {"a", "b", "c"}) EXPECT_EQ(data.at(name).content, name);
+  EXPECT_THAT(lines_of(outcome.errors),
+              AllOf(Contains("Warning: No entry in the archive for " + root + "vanished first"),
+                    Contains("Warning: No entry in the archive for " + root + "vanished"),
+                    Contains("Skip: /app/side.app.pkg/appdata/data/stranger"),
+                    Contains("Skip: /app/other/appdata/data/stranger")));
+  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+              Contains("No entry in the archive for '" + root + "vanished'"));
+}
+
+TEST_F(AppDamagedArchive, GoesOnAfterAnApplicationWithoutData) {
+  CraftedPackage empty = CraftedPackage::data("shop.app");
+  for (const char* name : {"data", "logs", "tmp"}) {
+    empty.record(0, bought_.data() + "/" + name);
+  }
+  const Outcome outcome =
+      restore(archive_of({CraftedPackage::binary("shop.app").file("main", "1"), empty,
+                          CraftedPackage::data("side.app").folder("data").file("data/new", "new")}));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(device_.read("/apps/shop.app/main"), "1");
+  EXPECT_EQ(device_.read(loaded_.data() + "/data/new"), "new");
+  for (const char* name : {"data", "logs", "tmp"}) {
+    EXPECT_THAT(lines_of(outcome.errors),
+                Contains("Warning: No entry in the archive for " + bought_.data() + "/" + name));
+  }
+}
+
+TEST_F(AppDamagedArchive, PassesOverEntriesBehindAPackage) {
+  const Outcome outcome =
+      restore(archive_of({CraftedPackage::binary("shop.app")
+                              .file("main", "1")
+                              .entry(TarBuilder::FILE, "/app/shop.app.pkg/bin/extra", "extra")
+                              .entry(TarBuilder::FILE, "/apps/shop.app/extra", "extra"),
+                          CraftedPackage::data("side.app").folder("data").file("data/new", "new")}));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(device_.snapshot("/apps/shop.app"), ElementsAre(testing::Key("main")));
+  EXPECT_EQ(device_.read(loaded_.data() + "/data/new"), "new");
+}
+
+TEST_F(AppDamagedArchive, UninstallsNothingWhenItIsNone) {
+  const std::string good = archive_of({CraftedPackage::binary("shop.app").file("main", "1")});
+  std::string bad_header = good;
+  bad_header[10] ^= 1;
+  struct Row {
+    const char* name;
+    std::string archive;
+    int status;
+  };
+  for (const Row& row :
+       {Row{"empty", "", 2}, Row{"text", "hello\n", 2}, Row{"noise", std::string(4096, 'x'), 2},
+        Row{"first header cut", good.substr(0, 300), 2}, Row{"first header damaged", bad_header, 2}}) {
+    const Snapshot before = device_.everything_but({});
+    const Outcome outcome = restore(row.archive);
+    EXPECT_NE(outcome.status, 0) << row.name;
+    EXPECT_EQ(outcome.status, row.status) << row.name;
+    EXPECT_THAT(lines_of(outcome.errors), SizeIs(1)) << row.name;
+    EXPECT_EQ(difference(before, device_.everything_but({})), "") << row.name;
+    EXPECT_THAT(device_.registered(), SizeIs(2)) << row.name;
+  }
+  const Outcome missing = device_.harbix({"-r", "-f", "/tmp/missing.tar", "app"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_THAT(device_.registered(), SizeIs(2));
+}
+
+TEST_F(AppDamagedArchive, CutAnywhereIsNeverASuccessAndLeavesRightOwners) {
+  const std::string archive = archive_of({CraftedPackage::binary("shop.app")
+                                              .folder("native", 0777)
+                                              .file("native/first", std::string(600, '1'), 0777)
+                                              .file("second", std::string(600, '2'), 0666),
+                                          CraftedPackage::data("shop.app")
+                                              .folder("data", 0777)
+                                              .file("data/third", std::string(600, '3'), 0666)
+                                              .file("data/fourth", std::string(600, '4'), 0666)});
+  const std::size_t end_mark = 2 * BLOCK;
+  for (std::size_t length = BLOCK; length <= archive.size() - end_mark; length += BLOCK) {
+    const std::size_t cut = length % (2 * BLOCK) == 0 ? length : length - 100;
+    const Outcome outcome = restore(archive.substr(0, cut));
+    EXPECT_NE(outcome.status, 0) << cut;
+    EXPECT_LT(outcome.status, 128) << cut;
+    EXPECT_NE(outcome.errors, "") << cut;
+    expect_right_owners();
+    // Everything before the damage is back.
+    EXPECT_EQ(device_.exists("/apps/shop.app/native/first"), cut >= 4 * BLOCK) << cut;
+    if (cut < 6 * BLOCK) continue;
+    EXPECT_EQ(device_.read("/apps/shop.app/native/first"), std::string(600, '1')) << cut;
+  }
+  EXPECT_EQ(restore(archive).status, 0);
+  expect_right_owners();
+  EXPECT_EQ(device_.read(bought_.data() + "/data/fourth"), std::string(600, '4'));
+}
+
+TEST_F(AppDamagedArchive, CutBeforeTheFirstEntryOfADataPackageLeavesTheOldData) {
+  const CraftedPackage data = CraftedPackage::data("side.app").folder("data").file("data/state", "new");
+  const std::size_t metadata = 2 * BLOCK;
+  for (const std::size_t length : {metadata - 1, metadata, metadata + 100}) {
+    const Outcome outcome = restore(data.text().substr(0, length));
+    EXPECT_EQ(outcome.status, 1) << length;
+    EXPECT_EQ(device_.read(loaded_.data() + "/data/state"), "old") << length;
+  }
+}
+
+TEST_F(AppDamagedArchive, MayClaimSizesBeyondItsEnd) {
+  TarBuilder huge;
+  huge.add(TarBuilder::FILE, "/app/side.app.pkg/appdata/data/huge", "short", 0660, "",
+           (std::uint64_t{1} << 33) - 1);
+  const Outcome outcome =
+      restore(cut_archive_of({CraftedPackage::data("side.app")
+                                  .folder("data")
+                                  .file("data/first", "first")
+                                  .record(S_IFREG | 0660U, loaded_.data() + "/data/huge", 5)}) +
+              huge.text());
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(lines_of(outcome.errors),
+              Contains("Error: Extracting data for '" + loaded_.data() + "/data/huge' failed ('%s')"));
+  EXPECT_EQ(device_.read(loaded_.data() + "/data/first"), "first");
+  EXPECT_EQ(device_.snapshot(loaded_.data()).at("data/first").owner, loaded_.data_user());
+}
+
+TEST_F(AppDamagedArchive, MayHaveManyRecordsAndNoEntries) {
+  CraftedPackage package = CraftedPackage::data("side.app");
+  for (int i = 0; i < 200000; ++i) {
+    package.record(S_IFREG | 0660U, loaded_.data() + "/data/" + std::to_string(i));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  const Outcome outcome = device_.shell(
+      "harbix -r app 2> /tmp/errors",
+      archive_of({package, CraftedPackage::data("side.app").folder("data").file("data/last", "last")}));
+  // Whoever looked through all records for each of them would take longer by far.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(device_.read(loaded_.data() + "/data/last"), "last");
+}
+
+}  // namespace
