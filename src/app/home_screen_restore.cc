@@ -68,10 +68,19 @@ class NavigatorObjects {
   PackageEntries entries_;
 };
 
+void remove_navigator_data(const fs::Path& folder) {
+  const fs::Path data = folder / places::DATA_FOLDER;
+  // The pattern would be followed through a link, to what is not the navigator's.
+  for (const fs::Path& path : {folder, data}) {
+    if (!fs::exists(path) || !fs::File(path).is_directory()) return;
+  }
+  for (const fs::Path& old : fs::list_by_glob(data)) fs::remove_tree(fs::File(old));
+}
+
 void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
   const fs::Path folder = data_folder(places::NAVIGATOR);
   ComponentRestore component(reader, folder, user, NAVIGATOR_MASK);
-  for (const fs::Path& old : fs::list_by_glob(folder / places::DATA_FOLDER)) fs::remove_tree(fs::File(old));
+  remove_navigator_data(folder);
   std::cerr << "Navigator data removed\n";
   PackageEntries entries(reader, package.records(), package.name(), folder);
   for (std::size_t i = 0; i < package.records().size(); ++i) {
