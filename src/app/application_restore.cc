@@ -25,6 +25,11 @@ fs::Path target_of(const ApplicationPackage& package) {
   return fs::Path(places::APPLICATIONS) / package.app_directory();
 }
 
+/// These have data but no entry in the installer's list that would tell that they are built in.
+bool is_home_screen(const std::string& directory) {
+  return directory == places::NAVIGATOR || directory == places::SYSTEM_TRAY;
+}
+
 bool is_built_in(const fs::Path& target) {
   updater::ActionQuery query(target.text());
   query.exchange();
@@ -55,7 +60,7 @@ bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& packa
     if (verbose) std::cerr << "Not rooted at apps: '" << target << "'\n";
     return false;
   }
-  if (!package.has_plain_directory()) return false;
+  if (!package.has_plain_directory() || is_home_screen(directory)) return false;
   if (fs::exists(target)) {
     // The installer makes folders only; owners would be set behind anything else.
     if (!fs::File(target).is_directory()) return false;
