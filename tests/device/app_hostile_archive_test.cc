@@ -19,10 +19,10 @@ using test::lines_of;
 using test::Outcome;
 using test::Snapshot;
 using test::TarBuilder;
+using testing::AllOf;
 using testing::Contains;
 using testing::IsEmpty;
 using testing::Key;
-using testing::Not;
 using testing::UnorderedElementsAre;
 
 const std::string REFUSED = "Application binaries will not be restored.";
@@ -91,6 +91,42 @@ TEST_F(AppHostileArchive, NamesOnePlainFolderOrNone) {
                 {});
     EXPECT_EQ(data.status, 0) << directory << data.errors;
     EXPECT_EQ(data.errors, "") << directory;
+  }
+}
+
+TEST_F(AppHostileArchive, IsToldWhatIsWrongWithItsFolderWhenVerbose) {
+  struct Row {
+    const char* directory;
+    const char* reason;
+  };
+  for (const Row& row :
+       {Row{"", "Different basenames: '/apps' ''"}, Row{"a/b", "Not rooted at apps: '/apps/a/b'"}}) {
+    const CraftedPackage package = CraftedPackage("/app/a.pkg/bin", "/apps/a")
+                                       .attribute("Data-Directory", "/accounts/1000/appdata/a")
+                                       .attribute("App-Directory", row.directory);
+    const Outcome outcome = device_.harbix({"-v", "-r", "app"}, archive_of({package}));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(lines_of(outcome.errors), AllOf(Contains(row.reason), Contains(REFUSED)));
+  }
+}
+
+TEST_F(AppHostileArchive, CannotInstallAPartOfTheHomeScreenAsAnApplication) {
+  for (const std::string component : {"sys.navigator", "sys.systemtray"}) {
+    device_.make_owned_folder("/accounts/1000/appdata/" + component + "/data", 0770, device_.user("apps"), 0);
+    device_.write_owned("/accounts/1000/appdata/" + component + "/data/state", "old", 0600,
+                        device_.user("apps"), 0);
+    const auto named = [&](CraftedPackage package) {
+      return package.attribute("App-Directory", component)
+          .attribute("Data-Directory", "/accounts/1000/appdata/" + component);
+    };
+    const Outcome outcome =
+        restore({named(CraftedPackage("/app/any.pkg/bin", "/apps/" + component)).file("main", "evil"),
+                 named(CraftedPackage("/app/other.pkg/appdata", "/accounts/1000/appdata/" + component))
+                     .folder("data")
+                     .file("data/state", "evil")},
+                {});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(lines_of(outcome.errors), Contains(REFUSED));
   }
 }
 
@@ -179,15 +215,17 @@ TEST_F(AppHostileArchive, CannotGoThroughItsOwnLinks) {
 
 TEST_F(AppHostileArchive, CannotGoThroughLinksThatWereThere) {
   device_.make_owned_link("/apps/a/there", "/tmp/victim", device_.user("apps"), a_.group);
+  device_.write_owned("/apps/file", "a file", 0640, device_.user("apps"), 0);
   device_.make_owned_link("/apps/link", "/tmp/victim", device_.user("apps"), a_.group);
   device_.make_owned_link("/accounts/1000/appdata/a/data/there", "/tmp/victim", a_.data_user(), a_.group);
   const Outcome outcome =
       restore({binary().file("there/evil", "evil").file("there/file", "evil").file("last", "last"),
                data().folder("data").file("data/there/evil", "evil"),
                CraftedPackage::binary("link").file("evil", "evil").file("file", "evil"),
-               CraftedPackage::data("link").file("data/evil", "evil")});
+               CraftedPackage::data("link").file("data/evil", "evil"),
+               CraftedPackage::binary("file").file("evil", "evil")});
   EXPECT_EQ(device_.read("/apps/a/last"), "last");
-  EXPECT_THAT(lines_of(outcome.errors), Contains(REFUSED));
+  EXPECT_THAT(lines_of(outcome.errors), Contains(REFUSED).Times(2));
 
   std::filesystem::remove_all(device_.outside(a_.data()));
   device_.make_owned_link(a_.data(), "/tmp/victim", 0, 0);

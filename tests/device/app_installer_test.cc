@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <chrono>
 
 #include <gmock/gmock.h>
@@ -16,6 +18,7 @@ using test::lines_of;
 using test::Outcome;
 using testing::AllOf;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -122,13 +125,19 @@ TEST_F(AppInstaller, ThatKnowsNothingOfOneApplicationCostsThatOne) {
 }
 
 TEST_F(AppInstaller, ThatRefusesToRegisterLeavesTheApplicationUnregistered) {
-  const Outcome outcome = restore({"refuse::register"});
+  device_.ask_faults({"refuse::register"});
+  const Outcome outcome =
+      device_.harbix({"-r", "app"}, archive_of({new_binaries().file("set-id", "s", 06777), new_data(bought_),
+                                                new_data(loaded_), new_data(last_)}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(lines_of(outcome.errors),
               AllOf(Contains("Error: " + failed("/apps/shop.app", "Attribute actual_gid not found")),
                     Contains("Error: " + failed("/apps/shop.app", "Attribute actual_extras not found"))));
   EXPECT_THAT(states(), ElementsAre("none", "new", "new"));
   EXPECT_THAT(device_.registered(), Each(Not(HasSubstr("shop.app"))));
+  EXPECT_EQ(device_.snapshot("/apps/shop.app").at("set-id"),
+            (test::Item{S_IFREG | 0770U, device_.user("apps"), 0, "s"}));
+  EXPECT_THAT(device_.requests_left(), IsEmpty());
 }
 
 TEST_F(AppInstaller, ThatRefusesToUninstallLeavesTheApplicationToBeReplaced) {

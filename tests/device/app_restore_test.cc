@@ -278,6 +278,46 @@ TEST_F(AppRestore, BringsBackItsPartOfAnArchiveOfEverything) {
   EXPECT_EQ(state(), (std::vector<std::string>{"changed", "changed", "old", "old"}));
 }
 
+TEST_F(AppRestore, GoesOnPastAnApplicationThatHadLostItsFolder) {
+  const InstalledApplication lost{.id = "lost", .package = "lost.pkg", .group = 10300};
+  device_.enter(lost);
+  device_.add_data(lost, "data/state", "old");
+  back_up();
+  device_.add_data(loaded_, "data/state", "changed");
+  const Outcome outcome = restore();
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(
+      lines_of(outcome.errors),
+      AllOf(Contains("Error: Installer request for '/apps/lost' failed: Attribute actual_gid not found"),
+            Contains("Warning: Could not determine actual_gid. Skipping data.")));
+  EXPECT_FALSE(device_.exists("/apps/lost"));
+  EXPECT_TRUE(device_.exists("/apps/shop.app/META-INF/MANIFEST.MF"));
+  EXPECT_EQ(device_.read(loaded_.data() + "/data/state"), "old");
+}
+
+TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
+  device_.add_file(bought_, "native/caf\xc3\xa9 " + std::string(200, 'l'), "program", 0750);
+  const Snapshot applications = device_.snapshot("/apps");
+  const Snapshot data = device_.snapshot(test::APPLICATION_DATA);
+  back_up();
+  ASSERT_EQ(
+      device_
+          .shell("mkdir /tmp/x; cd /tmp/x; tar -xf ../a.tar 2> /dev/null; tar -tf ../a.tar 2> /dev/null "
+                 "| sed 's,/$,,; s,^/,,' > ../names")
+          .status,
+      0);
+  for (const char* packing : {"tar --format=gnu -cf", "tar --format=pax -czf", "bsdtar --format=cpio -cf"}) {
+    device_.add_file(bought_, "native/added", "added");
+    device_.add_data(loaded_, "data/state", "changed");
+    const Outcome outcome =
+        device_.shell("cd /tmp/x; " + std::string(packing) +
+                      " ../again --no-recursion -T ../names && harbix -r -f /tmp/again app");
+    EXPECT_EQ(outcome.status, 0) << packing << outcome.errors;
+    EXPECT_EQ(difference(applications, device_.snapshot("/apps")), "") << packing;
+    EXPECT_EQ(difference(data, device_.snapshot(test::APPLICATION_DATA)), "") << packing;
+  }
+}
+
 TEST_F(AppRestore, NeedsTheAccountAndTheListBeforeItRemovesAnything) {
   back_up();
   const Outcome no_list = device_.shell("umount -l /pps; harbix -r -f /tmp/a.tar app");
