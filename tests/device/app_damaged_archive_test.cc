@@ -22,7 +22,6 @@ using test::TarBuilder;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::SizeIs;
 
 constexpr std::size_t BLOCK = 512;

@@ -241,8 +241,9 @@ TEST_F(AppHostileArchive, BringsNoHardLinksDevicesOrFifos) {
          std::initializer_list<mode_t>{S_IFREG, S_IFCHR, S_IFBLK, S_IFIFO, S_IFSOCK, S_IFDIR, S_IFLNK}) {
       const std::string number = std::to_string(type);
       const auto add = [&](const std::string& kind, char entry_type, const std::string& target = "") {
-        package.record(type | 0666U, base + kind + number)
-            .entry(entry_type, name + kind + number, "", 0666, target);
+        std::string item = kind;
+        item += number;
+        package.record(type | 0666U, base + item).entry(entry_type, name + item, "", 0666, target);
       };
       add("hard", TarBuilder::HARD_LINK, "/tmp/victim/file");
       add("character", TarBuilder::CHARACTER_DEVICE);

@@ -51,7 +51,7 @@ class AppInstaller : public testing::Test {
   }
 
   Outcome restore(const std::vector<std::string>& faults,
-                  std::vector<std::string> arguments = {"-r", "app"}) {
+                  const std::vector<std::string>& arguments = {"-r", "app"}) {
     device_.ask_faults(faults);
     Outcome outcome = device_.harbix(arguments, archive());
     EXPECT_THAT(device_.requests_left(), IsEmpty());
@@ -200,6 +200,11 @@ TEST_F(AppInstaller, IsLeftNoRequestByARunThatIsInterrupted) {
     const char* status;
     bool is_caught;
   };
+  // Called with harbix's arguments and a signal, which it sends during the first exchange.
+  constexpr char SCRIPT[] =
+      "cd /pps/system/installer/upd/current; set -m; harbix $0 2> /dev/null &\n"
+      "for i in {1..100}; do [ \"$(ls)\" ] && break; sleep 0.02; done\n"
+      "ls | wc -l; kill -$1 $!; wait $!; echo $?; ls | wc -l";
   device_.write("/tmp/in.tar", archive());
   // Refused, so that every run finds the application to ask about.
   device_.ask_faults({"delay_ms::3000", "refuse::uninstall"});
@@ -207,10 +212,7 @@ TEST_F(AppInstaller, IsLeftNoRequestByARunThatIsInterrupted) {
                          // Against which nobody can do anything: the check sees what is left.
                          Row{"KILL", "137", false}}) {
     for (const char* command : {"-f /tmp/out.tar app", "-r -f /tmp/in.tar app"}) {
-      const Outcome outcome = device_.shell(
-          "set -m; harbix " + std::string(command) + " 2> /dev/null & for i in {1..100}; do [ \"$(ls " +
-          REQUESTS + ")\" ] && break; sleep 0.02; done; ls " + REQUESTS + " | wc -l; kill -" + row.signal +
-          " $!; wait $!; echo $?; ls " + REQUESTS + " | wc -l");
+      const Outcome outcome = device_.run({"bash", "-c", SCRIPT, command, row.signal});
       EXPECT_THAT(lines_of(outcome.output), ElementsAre("1", row.status, row.is_caught ? "0" : "1"))
           << row.signal << ' ' << command;
     }

@@ -16,13 +16,11 @@ using test::Item;
 using test::lines_of;
 using test::Outcome;
 using test::Snapshot;
-using test::TarBuilder;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
-using testing::Not;
 
 /// A device with one application of each source, each with data.
 class AppRestore : public testing::Test {

@@ -45,7 +45,8 @@ class AppSize : public testing::Test {
   /// Of everything below a folder.
   [[nodiscard]] long size_below(const std::string& folder) const {
     long sum = 0;
-    for (const auto& [path, item] : device_.snapshot(folder)) sum += size_of(folder + "/" + path);
+    const std::filesystem::path root(folder);
+    for (const auto& [path, item] : device_.snapshot(folder)) sum += size_of(root / path);
     return sum;
   }
 

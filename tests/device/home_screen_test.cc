@@ -258,16 +258,19 @@ TEST_F(HomeScreen, StaysInsideItsComponents) {
   device_.install(other);
   device_.add_data(other, "data/state", "old", 0666);
   device_.make_owned_link(TRAY + "/data/there", "/tmp/victim", device_.user("apps"), 0);
-  const auto with_evil = [](CraftedPackage package, const std::string& base, const std::string& name) {
+  const auto add_record = [](CraftedPackage& package, const std::string& path, const std::string& name,
+                             const std::string& rest) {
+    package.record(S_IFREG | 0660U, path, 4).entry(TarBuilder::FILE, name + rest, "evil");
+  };
+  const auto with_evil = [&](CraftedPackage package, const std::string& base, const std::string& name) {
     const std::string last = "/ClockServices.sqlite";
     for (const std::string path : {"/tmp/victim", "/accounts/1000/appdata/other/data",
                                    "/accounts/1000/appdata", "/apps/other", "/etc", ""}) {
-      package.record(S_IFREG | 0660U, path + last, 4).entry(TarBuilder::FILE, name + path + last, "evil");
+      add_record(package, path + last, name, path + last);
     }
     for (const std::string rest :
          {"/../other/data", "x/data", "/data/..", "//data", "/./data", "/../../../../tmp/victim"}) {
-      package.record(S_IFREG | 0660U, base + rest + last, 4)
-          .entry(TarBuilder::FILE, name + rest + last, "evil");
+      add_record(package, base + (rest + last), name, rest + last);
     }
     return package.record(S_IFREG | 0660U, base, 4)
         .link("data/out", "/tmp/victim")
