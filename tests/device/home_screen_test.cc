@@ -270,7 +270,8 @@ TEST_F(HomeScreen, StaysInsideItsComponents) {
     }
     for (const std::string rest :
          {"/../other/data", "x/data", "/data/..", "//data", "/./data", "/../../../../tmp/victim"}) {
-      add_record(package, base + (rest + last), name, rest + last);
+      const std::string place = rest + last;
+      add_record(package, base + place, name, place);
     }
     return package.record(S_IFREG | 0660U, base, 4)
         .link("data/out", "/tmp/victim")
