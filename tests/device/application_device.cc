@@ -16,9 +16,16 @@ namespace {
 namespace stdfs = std::filesystem;
 
 constexpr char LEDGER[] = "/var/installer/applications";
-constexpr char STORED_LIST[] = "/var/pps/system/installer/registeredapps/.all";
-constexpr char STORED_REQUESTS[] = "/var/pps/system/installer/upd/current";
-constexpr char STORED_CONTROL[] = "/var/pps/system/installer/control";
+// The fixture's own folder: what to tell the installer, and what it published at the end of a run.
+constexpr char NOTES[] = "/var/notes";
+constexpr char FAULTS[] = "/var/notes/faults";
+constexpr char LIST[] = "/var/notes/list";
+constexpr char REQUESTS[] = "/var/notes/requests";
+constexpr char RUN[] =
+    "cd /pps/system/installer; [ -s /var/notes/faults ] && cat /var/notes/faults > control; cd /; \"$@\"; "
+    "status=$?\n"
+    "cd /pps/system/installer 2> /dev/null && cat registeredapps/.all > /var/notes/list &&\n"
+    "ls -A upd/current > /var/notes/requests; exit $status";
 
 void require(int result, const std::string& what) {
   if (result == -1) throw std::system_error(errno, std::generic_category(), what);
@@ -36,6 +43,23 @@ std::vector<std::string> lines_of(const std::string& text) {
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
+}
+
+Outcome ApplicationDevice::run(const std::vector<std::string>& command, const std::string& input) {
+  if (!exists(FAULTS)) ask_faults({});
+  std::vector<std::string> words{"bash", "-c", RUN, "bash"};
+  words.insert(words.end(), command.begin(), command.end());
+  return Device::run(words, input);
+}
+
+Outcome ApplicationDevice::harbix(const std::vector<std::string>& arguments, const std::string& input) {
+  std::vector<std::string> command{"harbix"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return run(command, input);
+}
+
+Outcome ApplicationDevice::shell(const std::string& script, const std::string& input) {
+  return run({"bash", "-c", script}, input);
 }
 
 void ApplicationDevice::install(const InstalledApplication& application) {
@@ -100,32 +124,26 @@ void ApplicationDevice::write_owned(const std::string& path, const std::string& 
 }
 
 void ApplicationDevice::ask_faults(const std::vector<std::string>& lines) {
-  std::string text = "@control\n";
+  std::string text;
   for (const std::string& line : lines) text += line + "\n";
-  make_owned_folder(stdfs::path(STORED_CONTROL).parent_path(), 0755, 0, 0);
-  write_owned(STORED_CONTROL, text, 0644, 0, 0);
+  make_owned_folder(NOTES, 0755, 0, 0);
+  write_owned(FAULTS, text, 0644, 0, 0);
 }
 
 std::vector<std::string> ApplicationDevice::registered() const {
-  std::vector<std::string> lines = lines_of(read(STORED_LIST));
+  std::vector<std::string> lines = lines_of(read(LIST));
   std::erase_if(lines, [](const std::string& line) { return line.starts_with('@'); });
   return lines;
 }
 
-std::vector<std::string> ApplicationDevice::requests_left() const {
-  std::vector<std::string> names;
-  for (const auto& item : stdfs::directory_iterator(outside(STORED_REQUESTS))) {
-    names.push_back(item.path().filename().string());
-  }
-  return names;
-}
+std::vector<std::string> ApplicationDevice::requests_left() const { return lines_of(read(REQUESTS)); }
 
 Snapshot ApplicationDevice::everything_but(const std::vector<std::string>& folders) const {
   Snapshot rest;
   for (const char* top : {"/accounts", "/apps", "/base", "/etc", "/opt", "/root", "/tmp", "/var"}) {
     for (auto& [path, item] : snapshot(top)) {
       std::string full = std::string(top) + "/" + path;
-      if (!lies_below(full, folders) && !lies_below(full, {"/var/installer", "/var/pps/system/installer"})) {
+      if (!lies_below(full, folders) && !lies_below(full, {"/var/installer", NOTES})) {
         rest.emplace(std::move(full), std::move(item));
       }
     }

@@ -25,6 +25,12 @@ struct InstalledApplication {
 /// A bare device that applications can be put on from outside, as long as nothing runs inside.
 class ApplicationDevice : public Device {
  public:
+  /// As a device's own, with the faults that were asked for; what the installer lists and is still asked at
+  /// the end is kept, for it goes with the run.
+  Outcome run(const std::vector<std::string>& command, const std::string& input = "");
+  Outcome harbix(const std::vector<std::string>& arguments, const std::string& input = "");
+  Outcome shell(const std::string& script, const std::string& input = "");
+
   /// Makes the application's folder, with its package manifest, and enters it in the installer's ledger, so
   /// that the next run lists it.
   void install(const InstalledApplication& application);
@@ -44,7 +50,7 @@ class ApplicationDevice : public Device {
   void make_owned_link(const std::string& path, const std::string& target, uid_t user, gid_t group);
   void write_owned(const std::string& path, const std::string& content, mode_t mode, uid_t user, gid_t group);
 
-  /// Replaces the faults that the installer is asked for: lines such as "refuse::query"; none for none.
+  /// Replaces the faults that the installer is asked for in every run: lines such as "refuse::query".
   void ask_faults(const std::vector<std::string>& lines);
 
   /// The installer's list as it was at the end of the last run, without the line that names the object.
