@@ -8,7 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -133,12 +133,11 @@ TEST_F(InstallerExchange, LeavesNoObjectWhenASignalEndsTheClient) {
 
 TEST_F(InstallerExchange, EndsWhenTheObjectIsTakenAway) {
   EXPECT_TRUE(on_the_device([] {
-    std::optional<ActionQuery> query(std::in_place, "/apps/a");
+    const auto query = std::make_unique<ActionQuery>("/apps/a");
     query->write_request();
     ASSERT_EQ(0, ::unlink(query->object_path().c_str()));
     query->read_response();
     EXPECT_THROW(static_cast<void>(query->get_attribute("result")), std::runtime_error);
-    query.reset();
   }));
 }
 
