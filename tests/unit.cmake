@@ -64,7 +64,7 @@ harbix_unit_test(app_test
     app/application_package_test.cc app/backup_test.cc app/component_restore_test.cc
     app/home_screen_programs_test.cc app/home_screen_restore_test.cc app/ownership_test.cc
     app/package_entries_test.cc app/package_extraction_test.cc app/package_items_test.cc
-    app/record_path_test.cc app/restore_test.cc app/selection_test.cc
+    app/progress_lines_test.cc app/record_path_test.cc app/restore_test.cc app/selection_test.cc
   LINKS harbix_recorded_log harbix::app)
 harbix_unit_test(driver_test
   SOURCES

@@ -1,10 +1,14 @@
 #include "app/application_archive.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
+#include <utility>
 
 #include "app/package_attributes.h"
 #include "app/package_items.h"
 #include "app/places.h"
+#include "app/progress_lines.h"
 #include "archive/item_error.h"
 #include "archive/metadata_entry.h"
 #include "driver/base/domains.h"
@@ -52,14 +56,21 @@ meta::Manifest describe(const RegisteredApplication& application) {
           {package_attributes::DATA_DIRECTORY, data_folder(application).text()}};
 }
 
-/// What the installer will need to register the application again.
-std::string query_extras(const RegisteredApplication& application) {
-  if (verbose) std::cerr << "QUERY EXTRAS " + application.id + '\n';
+struct Binaries {
+  PackageItems items;
+  std::string extras;  ///< what the installer needs to register the application again
+};
+
+Binaries collect_binaries(const ArchiveWriter& writer, const RegisteredApplication& application) {
+  if (verbose) std::cerr << "QUERY EXTRAS " << application.id << '\n';
   updater::ActionQuery query(binary_folder(application).text());
-  query.exchange();
+  query.write_request();
+  // While the installer looks it up.
+  PackageItems items = binary_items(writer, application);
+  query.read_response();
   std::string extras = query.get_attribute("actual_extras");
-  if (verbose) std::cerr << "Extras: " + extras + '\n';
-  return extras;
+  if (verbose) std::cerr << "Extras: " << extras << '\n';
+  return {.items = std::move(items), .extras = std::move(extras)};
 }
 
 class PackageArchiver {
@@ -68,9 +79,11 @@ class PackageArchiver {
   PackageArchiver(ArchiveWriter& writer, fs::Path name, fs::Path base)
       : writer_(writer), name_(std::move(name)), base_(std::move(base)) {}
 
-  void store(meta::Manifest manifest, const PackageItems& items) {
-    manifest.insert(manifest.end(), items.records().begin(), items.records().end());
+  void store(meta::Manifest manifest, PackageItems items) {
+    std::ranges::move(items.take_records(), std::back_inserter(manifest));
     store_manifest(writer_, name_, METADATA_NAME, manifest);
+    // Not needed any more, and as large as the list of items.
+    manifest = meta::Manifest();
     for (const fs::Path& path : items.paths()) {
       tolerate_item_error([&] { archive_path(path); });
     }
@@ -78,13 +91,19 @@ class PackageArchiver {
 
  private:
   void archive_path(const fs::Path& path) {
-    // In one piece: standard error is not buffered, and there is a line for each of a million files.
-    if (verbose) std::cerr << "Entry: " + path.text() + '\n';
-    std::cerr << "Archive: " + path.text() + '\n';
-    writer_.write(open_source(path), name_ / path.relative_to(base_));
+    if (verbose) progress_.add("Entry: ", path.text());
+    progress_.add("Archive: ", path.text());
+    try {
+      writer_.write(opener_.open(path), name_ / path.relative_to(base_));
+    } catch (...) {
+      progress_.flush();  // the error is told of behind the path
+      throw;
+    }
   }
 
   ArchiveWriter& writer_;
+  SourceOpener opener_;
+  ProgressLines progress_;
   fs::Path name_;
   fs::Path base_;
 };
@@ -94,13 +113,12 @@ fs::Path package_name(const RegisteredApplication& application, const char* kind
 }
 
 void archive_binaries(ArchiveWriter& writer, const RegisteredApplication& application) {
+  Binaries binaries = collect_binaries(writer, application);
   meta::Manifest manifest = describe(application);
   // An attribute without a value would take the next line for its own.
-  if (std::string extras = query_extras(application); !extras.empty()) {
-    manifest.push_back({package_attributes::EXTRAS, std::move(extras)});
-  }
+  if (!binaries.extras.empty()) manifest.push_back({package_attributes::EXTRAS, std::move(binaries.extras)});
   PackageArchiver(writer, package_name(application, places::BINARY_KIND), binary_folder(application))
-      .store(std::move(manifest), binary_items(writer, application));
+      .store(std::move(manifest), std::move(binaries.items));
 }
 
 void archive_data(ArchiveWriter& writer, const RegisteredApplication& application) {

@@ -45,8 +45,9 @@ void apply_ownership(const Ownership& ownership, const fs::File& file) {
   if (verbose) {
     std::cerr << "Applying ownership " << ownership.user << ':' << ownership.group << " to " << path << '\n';
   }
-  const mode_t mode = file.record().st_mode & PERMISSIONS & ownership.mode;
-  if (!file.is_symbolic_link() && ::chmod(path.c_str(), mode) == -1) {
+  const mode_t found = file.record().st_mode & PERMISSIONS;
+  const mode_t mode = found & ownership.mode;
+  if (!file.is_symbolic_link() && mode != found && ::chmod(path.c_str(), mode) == -1) {
     const int error = errno;
     std::cerr << "ERROR applying permissions to " << path << " (" << std::strerror(error) << ")\n";
     throw fs::Exception(error, "Applying perms. to " + path.text());

@@ -10,6 +10,7 @@
 #include "app/places.h"
 #include "driver/base/flags.h"
 #include "driver/base/log.h"
+#include "fs/working_directory.h"
 
 namespace harbix {
 namespace {
@@ -23,17 +24,17 @@ bool is_in_data_folder(const fs::Path& path) {
   return components.size() > 1 && std::ranges::find(FOLDERS, components[1].text()) != FOLDERS.end();
 }
 
-/// The entry's own status, with the record's where it has one. The size stays: it tells how much data
-/// follows.
-fs::File destination_of(const EntryView& entry, const FileRecord& record) {
-  fs::File own = entry.destination(record.path);
+/// The entry's own status, with the record's where it has one, for the object at `path`. The size stays: it
+/// tells how much data follows.
+fs::File destination_of(const EntryView& entry, const FileRecord& record, const fs::Path& path) {
+  fs::File own = entry.destination(path);
   if (!record.status) return own;
   struct ::stat merged = own.record();
   merged.st_mode = record.status->mode;
   merged.st_uid = record.status->user;
   merged.st_gid = record.status->group;
   merged.st_mtim = {.tv_sec = record.status->modified, .tv_nsec = 0};
-  return {record.path, merged};
+  return {path, merged};
 }
 
 }  // namespace
@@ -42,6 +43,7 @@ PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPac
                                      const fs::Path& base, Restorable restorable)
     : reader_(reader),
       records_(package.records()),
+      place_(base.dirname()),
       entries_(reader, records_, package.name(), base),
       restorable_(restorable) {}
 
@@ -49,8 +51,10 @@ bool PackageExtraction::extract(uid_t user, gid_t group) {
   bool is_whole = true;
   const fs::EffectiveGroup effective_group(group);
   const fs::EffectiveUser effective_user(user);
+  // The library looks for links in every folder on an entry's way: the shorter it is, the better.
+  const fs::WorkingDirectory directory(place_);
   try {
-    Extraction extraction(reader_, Keep::NO, Keep::NO);
+    Extraction extraction(reader_, Keep::NO, Keep::NO, place_);
     for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
   } catch (const std::runtime_error& error) {
     // Not passed on: what is on disk by now still gets its owners and modes.
@@ -93,7 +97,8 @@ void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& ent
   if (verbose) {
     std::cerr << "Extracting as " << ::geteuid() << ':' << ::getegid() << record.path << '\n';
   }
-  const std::optional<ExtractionWarning> warning = extraction.extract(entry, destination_of(entry, record));
+  const std::optional<ExtractionWarning> warning =
+      extraction.extract(entry, destination_of(entry, record, record.path.relative_to(place_)));
   last_error_ = warning ? warning->error_number : 0;
   if (!warning) return;
   if (verbose) std::cerr << "Error extracting " << record.path << warning->text << '\n';

@@ -42,6 +42,7 @@ class PackageExtraction {
 
   ArchiveReader& reader_;
   const std::vector<FileRecord>& records_;
+  fs::Path place_;  ///< the folder that holds the package's own
   PackageEntries entries_;
   Restorable restorable_;
   int last_error_ = 0;  ///< the library's, of the last entry that was extracted

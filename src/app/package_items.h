@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "archive/manifest.h"
@@ -27,6 +28,7 @@ class PackageItems : public fs::TreeVisitor {
   [[nodiscard]] const std::vector<fs::Path>& paths() const noexcept { return paths_; }
   /// The file records, one a path.
   [[nodiscard]] const meta::Manifest& records() const noexcept { return records_; }
+  [[nodiscard]] meta::Manifest take_records() noexcept { return std::move(records_); }
   /// Sum of the recorded sizes, in bytes.
   [[nodiscard]] std::int64_t bytes() const noexcept { return bytes_; }
 

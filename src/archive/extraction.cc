@@ -30,8 +30,8 @@ void report_warning(int status, const std::string& reason) {
 
 void Extraction::Closer::operator()(::archive* handle) const noexcept { ::archive_write_free(handle); }
 
-Extraction::Extraction(ArchiveReader& reader, Keep owner, Keep permissions)
-    : reader_(reader), disk_(::archive_write_disk_new()) {
+Extraction::Extraction(ArchiveReader& reader, Keep owner, Keep permissions, fs::Path place)
+    : reader_(reader), disk_(::archive_write_disk_new()), place_(std::move(place)) {
   if (disk_ == nullptr) throw std::bad_alloc();
   if (::archive_write_disk_set_options(disk_.get(), extraction_flags(owner, permissions)) != ARCHIVE_OK) {
     throw std::runtime_error(harbix::error_text(disk_.get()));
@@ -52,9 +52,10 @@ std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, con
   if (status == ARCHIVE_OK || status == ARCHIVE_EOF) return std::nullopt;
   std::string reason = reader_.error_text();
   if (status == ARCHIVE_FATAL) {
-    diagnostics::line(0, "Failed restoring '%s' due to '%s'", destination.path().c_str(), reason.c_str());
+    const fs::Path path = place_.empty() ? destination.path() : place_ / destination.path();
+    diagnostics::line(0, "Failed restoring '%s' due to '%s'", path.c_str(), reason.c_str());
     // Odd on purpose: callers match this text, so its last two characters stay as they are.
-    throw std::runtime_error("Extracting data for '" + destination.path().text() + "' failed ('%s')");
+    throw std::runtime_error("Extracting data for '" + path.text() + "' failed ('%s')");
   }
   report_warning(status, reason);
   const int error_number = reader_.error_number();

@@ -26,8 +26,9 @@ struct ExtractionWarning {
 class Extraction {
  public:
   /// `owner` and `permissions` tell whether those of the entries are restored; otherwise the effective ids
-  /// own what is created, and the umask in force now limits its mode.
-  Extraction(ArchiveReader& reader, Keep owner, Keep permissions);
+  /// own what is created, and the umask in force now limits its mode. `place` is the working directory, for
+  /// messages that name destinations in full; empty where relative ones are named as they are.
+  Extraction(ArchiveReader& reader, Keep owner, Keep permissions, fs::Path place = {});
   ~Extraction();
   Extraction(const Extraction&) = delete;
   Extraction& operator=(const Extraction&) = delete;
@@ -48,6 +49,7 @@ class Extraction {
 
   ArchiveReader& reader_;
   std::unique_ptr<::archive, Closer> disk_;
+  fs::Path place_;
 };
 
 }  // namespace harbix

@@ -11,7 +11,7 @@
 namespace harbix {
 namespace {
 
-constexpr std::size_t GATHERED_CAPACITY = std::size_t{1024} << 10;
+constexpr std::size_t GATHERED_CAPACITY = std::size_t{128} << 10;
 constexpr mode_t CREATION_MODE = 0666;
 
 int open_output(const std::string& name) {

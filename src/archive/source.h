@@ -20,6 +20,21 @@ struct Source {
 /// @throws std::runtime_error "Error opening: PATH", for objects of other kinds as well.
 [[nodiscard]] Source open_source(const fs::Path& path);
 
+/// Opens many objects, one after the other, as open_source does. Those of one folder are looked up in there:
+/// for small files, the way to them is a large part of the work. Lives no longer than the working directory
+/// is the same.
+class SourceOpener {
+ public:
+  /// @throws as open_source does.
+  [[nodiscard]] Source open(const fs::Path& path);
+
+ private:
+  void enter(std::string folder, const fs::Path& path);
+
+  std::string folder_;
+  platform::FileDescriptor descriptor_;  ///< of that folder
+};
+
 /// What a symbolic link points to.
 /// @throws std::runtime_error "Error opening: PATH"
 [[nodiscard]] std::string read_link(const fs::Path& path);

@@ -17,7 +17,7 @@ namespace harbix {
 namespace {
 
 // What is handed to the output at once. Only the last block can be shorter, and ends with a record.
-constexpr int BLOCK_SIZE = 1024 << 10;
+constexpr int BLOCK_SIZE = 128 << 10;
 constexpr int RECORD_SIZE = 512;
 constexpr std::size_t CHUNK_SIZE = 32768;
 

@@ -132,9 +132,10 @@ TEST_F(OwnershipTest, IsToldOfWhenVerbose) {
 TEST_F(OwnershipTest, FailsWherePermissionsCannotBeSet) {
   const test::RecordedLog log;
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_EQ("Applying perms. to " + path("gone") + " [errno:2 'No such file or directory']",
-            failure_of([this] {
-              apply_ownership(DATA, {Path(path("gone")), {}});
+  struct ::stat record {};
+  record.st_mode = S_IFREG | 0777;
+  EXPECT_EQ("Applying perms. to " + path("gone") + " [errno:2 'No such file or directory']", failure_of([&] {
+              apply_ownership(DATA, {Path(path("gone")), record});
             }));
   EXPECT_EQ("ERROR applying permissions to " + path("gone") + " (No such file or directory)\n",
             errors.text());

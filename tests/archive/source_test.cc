@@ -99,4 +99,31 @@ TEST(Source, DescribesWhatWasOpenedNotWhatWasListed) {
   EXPECT_EQ(5, harbix::open_source(listed.path()).file.record().st_size);
 }
 
+TEST(SourceOpenerTest, OpensWhatLiesInSeveralFolders) {
+  const TemporaryFolder folder;
+  Tree{dir("a"), file("a/f", "12345"), file("a/g", "1"), link("a/l", "f"), dir("b"), file("b/f", "123")}
+      .build(folder.path());
+  harbix::SourceOpener opener;
+  EXPECT_EQ(5, opener.open(Path(folder / "a/f")).file.record().st_size);
+  EXPECT_EQ(3, opener.open(Path(folder / "b/f")).file.record().st_size);
+  EXPECT_EQ(1, opener.open(Path(folder / "a/g")).file.record().st_size);
+  const harbix::Source link = opener.open(Path(folder / "a/l"));
+  EXPECT_EQ("f", link.link_target);
+  EXPECT_TRUE(link.file.is_symbolic_link());
+  EXPECT_EQ(folder / "a/l", link.file.path().text());
+  EXPECT_TRUE(opener.open(Path(folder / "a")).file.is_directory());
+  EXPECT_TRUE(opener.open(Path("/")).file.is_directory());
+}
+
+TEST(SourceOpenerTest, NamesWhatItCannotOpenAndGoesOn) {
+  const TemporaryFolder folder;
+  Tree{dir("a"), file("a/f", "12345")}.build(folder.path());
+  harbix::SourceOpener opener;
+  for (const char* path : {"none/f", "a/none", "a/f/below"}) {
+    EXPECT_EQ("Error opening: " + (folder / path),
+              message_of<std::runtime_error>([&] { static_cast<void>(opener.open(Path(folder / path))); }));
+    EXPECT_EQ(5, opener.open(Path(folder / "a/f")).file.record().st_size);
+  }
+}
+
 }  // namespace
