@@ -38,9 +38,17 @@ bool ApplicationPackage::is_of_kind(std::string_view kind) const {
     for (const fs::Path& component : components_) std::cerr << "=>" << component << ":";
     std::cerr << '\n';
   }
+  return has_kind(kind);
+}
+
+bool ApplicationPackage::has_kind(std::string_view kind) const {
   return components_.size() > KIND_POSITION &&
          fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX) &&
          components_[KIND_POSITION].text() == kind;
+}
+
+bool ApplicationPackage::is_known() const {
+  return is_home_screen() || has_kind(places::BINARY_KIND) || has_kind(places::DATA_KIND);
 }
 
 std::string ApplicationPackage::package() const { return components_.at(1).text(); }

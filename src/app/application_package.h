@@ -25,6 +25,8 @@ class ApplicationPackage {
   [[nodiscard]] std::string package() const;
   /// Whether it is a part of the home screen.
   [[nodiscard]] bool is_home_screen() const;
+  /// Whether it is a package that a restore of applications knows at all.
+  [[nodiscard]] bool is_known() const;
 
   /// @throws std::runtime_error "Key App-Directory not found." and the like.
   [[nodiscard]] std::string app_directory() const;
@@ -43,6 +45,8 @@ class ApplicationPackage {
   [[nodiscard]] bool has_valid_paths(const fs::Path& base) const;
 
  private:
+  [[nodiscard]] bool has_kind(std::string_view kind) const;
+
   fs::Path metadata_name_;
   std::vector<fs::Path> components_;
   meta::Manifest attributes_;

@@ -41,21 +41,34 @@ void uninstall(const RegisteredApplication& application) {
 class AppRestore {
  public:
   explicit AppRestore(ArchiveReader& reader)
-      : reader_(reader), owner_(fs::user_id(domains::APPLICATIONS_USER)), applications_(reader, owner_) {}
+      : reader_(reader),
+        owner_(fs::user_id(domains::APPLICATIONS_USER)),
+        applications_(reader, owner_),
+        next_(next_package()) {}
+
+  /// Whether the archive does not begin with somebody else's package.
+  [[nodiscard]] bool begins_well() const { return !next_ || next_->is_known(); }
 
   /// @return whether every package was one that can be restored.
   bool run() {
     const fs::FileMask mask(RESTORE_MASK);
-    while (std::optional<Package> next = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP)) {
-      const ApplicationPackage package(*std::move(next));
-      if (verbose) std::cerr << space_report(space_needed(package.records()), package.metadata_name().text());
-      if (!restore(package)) return false;
+    while (next_) {
+      if (verbose) std::cerr << space_report(space_needed(next_->records()), next_->metadata_name().text());
+      if (!restore(*next_)) return false;
+      next_.reset();  // one package at a time is in memory
+      next_ = next_package();
     }
     if (verbose) std::cerr << "EOF\n";
     return applications_.is_complete();
   }
 
  private:
+  std::optional<ApplicationPackage> next_package() {
+    std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP);
+    if (!package) return std::nullopt;
+    return ApplicationPackage(*std::move(package));
+  }
+
   bool restore(const ApplicationPackage& package) {
     if (package.is_home_screen()) {
       std::cerr << "HMI component (" << package.package() << ")\n";
@@ -77,6 +90,7 @@ class AppRestore {
   ArchiveReader& reader_;
   uid_t owner_;
   ApplicationRestore applications_;
+  std::optional<ApplicationPackage> next_;
   bool is_home_screen_stopped_ = false;
 };
 
@@ -86,11 +100,12 @@ int restore_applications(ArchiveReader& reader) {
     std::cerr << "Error reading registered apps\n";
     return 1;
   }
+  // Damage, or the archive of something else, must show before anything is uninstalled.
   AppRestore restore(reader);
-  // Damage must show before anything is uninstalled.
-  reader.require_readable();
-  for (const RegisteredApplication& one : installed) {
-    if (one.source == domains::STOREFRONT_SOURCE) uninstall(one);
+  if (restore.begins_well()) {
+    for (const RegisteredApplication& one : installed) {
+      if (one.source == domains::STOREFRONT_SOURCE) uninstall(one);
+    }
   }
   return restore.run() ? 0 : 1;
 }

@@ -291,8 +291,8 @@ TEST_F(AppRestoreTest, UninstallsNothingForAnArchiveThatCannotBeRead) {
     archive.add('L', "long", std::string(200, 'n'));
     const Restored restored = restore_bytes(archive.truncated_text());
     EXPECT_EQ(1, restored.status);
-    EXPECT_EQ("Error: Could not read next archive header\n", restored.errors);
-    EXPECT_EQ((Texts{"2 ERROR: Could not read next archive header"}), restored.log);
+    EXPECT_EQ("Error: Failed to read archive header Damaged tar archive\n", restored.errors);
+    EXPECT_EQ((Texts{"2 ERROR: Failed to read archive header Damaged tar archive"}), restored.log);
   }));
 }
 

@@ -142,6 +142,19 @@ TEST_F(AppDamagedArchive, UninstallsNothingWhenItIsNone) {
   EXPECT_THAT(device_.registered(), SizeIs(2));
 }
 
+TEST_F(AppDamagedArchive, UninstallsNothingForTheArchiveOfSomethingElse) {
+  const Snapshot before = device_.everything_but({});
+  const std::string media = TarBuilder()
+                                .file("/media/Music/.backup.metadata", "File: 1\nMusic/a.mp3\n\n")
+                                .file("/media/Music/a.mp3", "a")
+                                .text();
+  const Outcome outcome = restore(media);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.errors, "Path /media/Music/.backup.metadata not recognized\n");
+  EXPECT_EQ(difference(before, device_.everything_but({})), "");
+  EXPECT_THAT(device_.registered(), SizeIs(2));
+}
+
 TEST_F(AppDamagedArchive, CutAnywhereIsNeverASuccessAndLeavesRightOwners) {
   const std::string archive = archive_of({CraftedPackage::binary("shop.app")
                                               .folder("native", 0777)
