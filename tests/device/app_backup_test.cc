@@ -189,7 +189,8 @@ TEST_F(AppBackup, WritesNothingWhenANamedPackageIsUnknown) {
 }
 
 TEST_F(AppBackup, FailsWithoutTheListOfApplications) {
-  const Outcome outcome = device_.shell("umount -l /pps; harbix -f /tmp/a.tar app");
+  const Outcome outcome = device_.shell(
+      "mount -t tmpfs none /pps; harbix -f /tmp/a.tar app; status=$?; umount /pps; exit $status");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors,
             "Failed to open /pps/system/installer/registeredapps/.all\n"

@@ -318,7 +318,8 @@ TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
 
 TEST_F(AppRestore, NeedsTheAccountAndTheListBeforeItRemovesAnything) {
   back_up();
-  const Outcome no_list = device_.shell("umount -l /pps; harbix -r -f /tmp/a.tar app");
+  const Outcome no_list = device_.shell(
+      "mount -t tmpfs none /pps; harbix -r -f /tmp/a.tar app; status=$?; umount /pps; exit $status");
   EXPECT_EQ(no_list.status, 1);
   EXPECT_EQ(no_list.errors,
             "Failed to open /pps/system/installer/registeredapps/.all\n"
