@@ -99,7 +99,7 @@ class PpsObject : public ::testing::Test {
     const std::optional<harbix::EntryView> entry = reader.next_header();
     if (!entry) return "(no entry)";
     const auto size = static_cast<std::size_t>(entry->size());
-    const std::string data = reader.data();
+    std::string data = reader.data();
     EXPECT_EQ(size, data.size());
     EXPECT_FALSE(reader.next_header());
     return data;

@@ -206,7 +206,7 @@ TEST_F(HostileArchive, CutAnywhereIsNeverASuccess) {
     EXPECT_NE(outcome.status, 0) << length;
     EXPECT_NE(outcome.errors, "") << length;
     // Everything before the damage is back.
-    if (length >= 4 * 512) {
+    if (length >= std::size_t{4} * 512) {
       EXPECT_EQ(device_.read(shared("M/first")), std::string(600, '1')) << length;
     }
   }

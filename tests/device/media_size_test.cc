@@ -153,16 +153,16 @@ TEST_F(MediaSize, CountsHeadersAndFullBlocks) {
        {Row{"", 512}, Row{"1", 1024}, Row{std::string(512, 'x'), 1024}, Row{std::string(513, 'x'), 1536}}) {
     device_.write(std::string(test::SHARED) + "/M/a", row.content);
     // The folder's header, the manifest's header and its one block come on top.
-    EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512 + row.bytes, 2))
+    EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L + row.bytes, 2))
         << row.content.size();
   }
 }
 
 TEST_F(MediaSize, CountsEmptyFoldersAndLinks) {
   device_.make_folder(std::string(test::SHARED) + "/Empty");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512, 1));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L, 1));
   device_.link(std::string(test::SHARED) + "/Empty/link", "/nowhere");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 4 * 512, 2));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 4 * 512L, 2));
 }
 
 TEST_F(MediaSize, LeavesOutTopLevelFilesAndTheDtmShare) {

@@ -13,7 +13,6 @@
 
 namespace {
 
-using test::add_package;
 using test::dir;
 using test::file;
 using test::naming;

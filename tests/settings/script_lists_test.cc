@@ -27,6 +27,7 @@ const std::string LOGGED = "script log: " + SCRIPT + ": ";
 
 std::vector<std::string> texts(const std::vector<Path>& paths) {
   std::vector<std::string> texts;
+  texts.reserve(paths.size());
   for (const Path& path : paths) texts.push_back(path.text());
   return texts;
 }
@@ -86,16 +87,16 @@ TEST_F(ScriptLists, TakeTheLinesApart) {
       {"whitelist /a\\n", {"/a"}, ""},
       {"whitelist /a", {"/a"}, ""},
       {"whitelist/a\\n", {"/a"}, ""},
-      {"whitelist \\t\\r\\f\\v /a\\n", {"/a"}, ""},
+      {R"(whitelist \t\r\f\v /a\n)", {"/a"}, ""},
       {"whitelist /\\n", {"/"}, ""},
       {"whitelist /a  \\n", {"/a  "}, ""},
       {"whitelist /a\\t\\n", {"/a\\t"}, ""},
       {"whitelist /a\\r\\n", {"/a\\r"}, ""},
       {"whitelist /a b\\n", {"/a b"}, ""},
       {"whitelist /a/../b//c\\n", {"/a/../b//c"}, ""},
-      {"whitelist /\\303\\244\\377\\n", {"/\\303"}, ""},
+      {R"(whitelist /\303\244\377\n)", {"/\\303"}, ""},
       {"whitelist /a whitelist /b\\n", {"/a whitelist /b"}, ""},
-      {"whitelist /a\\nwhitelist /b\\nwhitelist /a\\n", {"/a", "/b", "/a"}, ""},
+      {R"(whitelist /a\nwhitelist /b\nwhitelist /a\n)", {"/a", "/b", "/a"}, ""},
       {"whitelist\\n", {}, bad},
       {"whitelist", {}, bad},
       {"whitelist \\n", {}, bad},
@@ -112,7 +113,7 @@ TEST_F(ScriptLists, TakeTheLinesApart) {
       {"Whitelist /a\\n", {}, LOGGED + "Whitelist /a\n"},
       {"whitelis\\n", {}, LOGGED + "whitelis\n"},
       {"/a\\n", {}, LOGGED + "/a\n"},
-      {"x\\nwhitelist /a\\nwhitelist b\\ny\\n", {"/a"}, LOGGED + "x\n" + bad + LOGGED + "y\n"},
+      {R"(x\nwhitelist /a\nwhitelist b\ny\n)", {"/a"}, LOGGED + "x\n" + bad + LOGGED + "y\n"},
   };
   for (Row row : rows) {
     // The escapes that a path keeps.

@@ -90,7 +90,7 @@ void Device::make_folder(const std::string& path, mode_t mode) {
   own(path, "media", "1000_shared");
 }
 
-void Device::link(const std::string& path, const std::string& target) {
+void Device::link(const std::string& path, const std::string& target) const {
   stdfs::create_symlink(target, outside(path));
   own(path, "media", "1000_shared");
 }

@@ -44,7 +44,7 @@ class Device {
   /// Creates a file, with its parents, for the media user unless told otherwise.
   void write(const std::string& path, const std::string& content, mode_t mode = 0660);
   void make_folder(const std::string& path, mode_t mode = 0770);
-  void link(const std::string& path, const std::string& target);
+  void link(const std::string& path, const std::string& target) const;
   void own(const std::string& path, const std::string& user, const std::string& group) const;
   [[nodiscard]] std::string read(const std::string& path) const;
   [[nodiscard]] bool exists(const std::string& path) const;
