@@ -155,6 +155,25 @@ TEST_F(AppDamagedArchive, UninstallsNothingForTheArchiveOfSomethingElse) {
   EXPECT_THAT(device_.registered(), SizeIs(2));
 }
 
+TEST_F(AppDamagedArchive, LeavesRightOwnersWhenTheDiskIsFull) {
+  device_.write("/tmp/a.tar", archive_of({CraftedPackage::data("side.app")
+                                              .folder("data")
+                                              .file("data/before", "1", 0666)
+                                              .file("data/too large", std::string(300000, 'x'))
+                                              .file("data/after", "2", 0666)}));
+  // What is mounted is gone after the run, so that it is looked at from inside.
+  const Outcome outcome = device_.shell(
+      "mount -t tmpfs -o size=128k,mode=755 none /accounts/1000/appdata\n"
+      "chown apps:apps /accounts/1000/appdata\n"
+      "harbix -r -f /tmp/a.tar app; echo status $?\n"
+      "cd /accounts/1000/appdata/side.app/data; stat -c '%n %u %g %a' before after; cat before\n"
+      "cd /; umount /accounts/1000/appdata");
+  const std::string owner = std::to_string(loaded_.data_user()) + " " + std::to_string(loaded_.group);
+  EXPECT_EQ(outcome.output, "status 0\nbefore " + owner + " 660\nafter " + owner + " 660\n1");
+  EXPECT_THAT(lines_of(outcome.errors), Contains("HERE"));
+  EXPECT_THAT(outcome.errors, testing::ContainsRegex("Warning: .*\n"));
+}
+
 TEST_F(AppDamagedArchive, CutAnywhereIsNeverASuccessAndLeavesRightOwners) {
   const std::string archive = archive_of({CraftedPackage::binary("shop.app")
                                               .folder("native", 0777)
