@@ -137,4 +137,14 @@ Result run_on_host(const std::string& script, const std::string& folder) {
   return result;
 }
 
+bool can_end_within(std::chrono::seconds limit, const std::function<void()>& attempt) {
+  constexpr int ATTEMPTS = 5;
+  for (int i = 0; i < ATTEMPTS; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    attempt();
+    if (std::chrono::steady_clock::now() - start < limit) return true;
+  }
+  return false;
+}
+
 }  // namespace device_test

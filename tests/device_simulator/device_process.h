@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -50,6 +52,10 @@ Result run_device(const std::vector<std::string>& arguments, const std::string& 
 
 /// Runs `script` with sh on the host, the program's path in $device, and `folder` in $folder.
 Result run_on_host(const std::string& script, const std::string& folder = {});
+
+/// Whether `attempt` takes less than `limit` at least once in a few times: a wait that is part of the program
+/// is there each time, a pause of a busy machine is not.
+bool can_end_within(std::chrono::seconds limit, const std::function<void()>& attempt);
 
 /// Ends the test as skipped where no device can run.
 #define REQUIRE_ROOT() \
