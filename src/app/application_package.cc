@@ -19,8 +19,6 @@ bool is_plain_component(std::string_view name) {
          name.find(fs::Path::SEPARATOR) == std::string_view::npos;
 }
 
-bool is_record(const meta::Attribute& attribute) { return attribute.key == "File"; }
-
 }  // namespace
 
 ApplicationPackage::ApplicationPackage(Package package)
@@ -29,7 +27,7 @@ ApplicationPackage::ApplicationPackage(Package package)
       attributes_(std::move(package.manifest)),
       records_(read_file_records(attributes_)) {
   // The text of a million records is not needed twice.
-  std::erase_if(attributes_, is_record);
+  std::erase_if(attributes_, begins_file_record);
   attributes_.shrink_to_fit();
 }
 
@@ -41,10 +39,13 @@ bool ApplicationPackage::is_of_kind(std::string_view kind) const {
   return has_kind(kind);
 }
 
-bool ApplicationPackage::has_kind(std::string_view kind) const {
+bool ApplicationPackage::has_application_name() const {
   return components_.size() > KIND_POSITION &&
-         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX) &&
-         components_[KIND_POSITION].text() == kind;
+         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX);
+}
+
+bool ApplicationPackage::has_kind(std::string_view kind) const {
+  return has_application_name() && components_[KIND_POSITION].text() == kind;
 }
 
 bool ApplicationPackage::is_known() const {
@@ -54,9 +55,7 @@ bool ApplicationPackage::is_known() const {
 std::string ApplicationPackage::package() const { return components_.at(1).text(); }
 
 bool ApplicationPackage::is_home_screen() const {
-  return components_.size() > KIND_POSITION &&
-         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX) &&
-         (package() == places::NAVIGATOR || package() == places::SYSTEM_TRAY);
+  return has_application_name() && (package() == places::NAVIGATOR || package() == places::SYSTEM_TRAY);
 }
 
 std::string ApplicationPackage::app_directory() const {

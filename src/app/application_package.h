@@ -45,6 +45,8 @@ class ApplicationPackage {
   [[nodiscard]] bool has_valid_paths(const fs::Path& base) const;
 
  private:
+  /// "/app/PACKAGE/KIND" and whatever follows.
+  [[nodiscard]] bool has_application_name() const;
   [[nodiscard]] bool has_kind(std::string_view kind) const;
 
   fs::Path metadata_name_;

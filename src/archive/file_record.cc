@@ -149,6 +149,10 @@ meta::Attribute status_record(const fs::File& file) {
 
 meta::Attribute path_record(const fs::Path& path) { return {std::string(RECORD_KEY), path.text()}; }
 
+bool begins_file_record(const meta::Attribute& attribute) {
+  return attribute.key == RECORD_KEY || attribute.key.ends_with(RECORD_KEY_AFTER_PATH);
+}
+
 std::vector<FileRecord> read_file_records(const meta::Manifest& manifest) {
   RecordCollector collector;
   for (const meta::Attribute& attribute : manifest) collector.add(attribute);

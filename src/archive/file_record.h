@@ -44,6 +44,9 @@ struct FileRecord {
 /// The record of an item of which only the path counts: the navigator's PPS objects.
 [[nodiscard]] meta::Attribute path_record(const fs::Path& path);
 
+/// Whether a parsed attribute is, or ends with, the beginning of a file record.
+[[nodiscard]] bool begins_file_record(const meta::Attribute& attribute);
+
 /// All file records of a parsed manifest, in order; attributes of other kinds are passed over.
 ///
 /// The parser does not know of values with two lines: it leaves the path at the beginning of the next key,
