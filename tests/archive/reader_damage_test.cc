@@ -1,0 +1,151 @@
+#include <unistd.h>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "archive/archive_test_support.h"
+#include "archive/error.h"
+#include "archive/reader.h"
+#include "archive/reader_test_support.h"
+#include "support/child_process.h"
+#include "support/recorded_log.h"
+#include "support/tar_builder.h"
+
+namespace {
+
+using harbix::ArchiveError;
+using test::ArchiveReaderTest;
+using test::message_of;
+using test::Reader;
+using test::RecordedLog;
+using test::TarBuilder;
+using test::three_entries;
+
+using Names = std::vector<std::string>;
+
+constexpr std::size_t RECORD = 512;
+constexpr const char* UNREADABLE = "Could not read next archive header";
+
+TEST_F(ArchiveReaderTest, RefusesAnArchiveOfZeroBytesWhenItIsOpened) {
+  EXPECT_EQ("Archive error: The archive is empty",
+            message_of<ArchiveError>([this] { const Reader reader(archive("")); }));
+}
+
+TEST_F(ArchiveReaderTest, TellsWhyTheArchiveCannotBeOpened) {
+  EXPECT_EQ("Archive error: Failed to open '/nonexistent/a.tar': No such file or directory",
+            message_of<ArchiveError>([] { const Reader reader("/nonexistent/a.tar"); }));
+  EXPECT_EQ("Archive error: Read error: Is a directory",
+            message_of<ArchiveError>([this] { const Reader reader(folder_.path()); }));
+}
+
+TEST_F(ArchiveReaderTest, RefusesWhatIsNoArchiveWhenItIsOpened) {
+  for (const std::string& bytes : {std::string("no archive at all"), std::string(5000, 'x'),
+                                   std::string("\0", 1), std::string(1, '\n')}) {
+    EXPECT_EQ("Archive error: Unrecognized archive format",
+              message_of<ArchiveError>([&] { const Reader reader(archive(bytes)); }))
+        << bytes.size();
+  }
+}
+
+TEST_F(ArchiveReaderTest, TakesTheEndMarkAloneForAnEmptyArchive) {
+  Reader reader(archive(TarBuilder().text()));
+  EXPECT_EQ(Names{}, reader.names());
+}
+
+TEST_F(ArchiveReaderTest, RefusesAnArchiveThatIsCutAtAnyRecordButTheLast) {
+  const std::string whole = three_entries().text();
+  ASSERT_EQ(8 * RECORD, whole.size());
+  for (std::size_t size = RECORD; size < whole.size(); size += RECORD) {
+    EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] {
+                Reader reader(archive(whole.substr(0, size)));
+                reader.names();
+              }))
+        << "cut at " << size;
+  }
+  EXPECT_EQ(3U, Reader(archive(whole)).names().size());
+}
+
+TEST_F(ArchiveReaderTest, NeverTakesAnArchiveThatIsCutInTheMiddleForAWholeOne) {
+  const std::string whole = three_entries().text();
+  for (std::size_t size = 1; size < whole.size() - RECORD; size += 37) {
+    EXPECT_THROW(
+        {
+          Reader reader(archive(whole.substr(0, size)));
+          reader.names();
+        },
+        std::runtime_error)
+        << "cut at " << size;
+  }
+}
+
+TEST_F(ArchiveReaderTest, HandsOverEverythingBeforeTheDamage) {
+  Reader reader(archive(three_entries().truncated_text()));
+  const RecordedLog log;
+  for (const char* name : {"/media/a", "/media/b", "/media/c"}) {
+    const auto entry = reader.next_header();
+    ASSERT_TRUE(entry) << name;
+    EXPECT_EQ(name, entry->name()->text());
+  }
+  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }));
+  EXPECT_EQ((Names{"3 Archive header: Truncated archive: the end mark is missing"}), log.messages());
+  // Damage stays damage.
+  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }));
+}
+
+TEST_F(ArchiveReaderTest, SurvivesEverySingleBitFlip) {
+  const std::string whole = three_entries().text();
+  for (std::size_t position = 0; position < whole.size(); ++position) {
+    // Every byte of the headers that says something, and a share of the others.
+    if ((whole[position] == '\0' || whole[position] == 'b') && position % 64 != 0) continue;
+    std::string damaged = whole;
+    damaged[position] = static_cast<char>(damaged[position] ^ (1 << (position % 8)));
+    archive(damaged);
+    try {
+      Reader reader(archive_);
+      while (const auto entry = reader.next_header()) {
+        if (entry->is_restorable()) static_cast<void>(reader.data());
+      }
+    } catch (const std::runtime_error&) {
+      continue;  // refused: as good as read
+    }
+  }
+}
+
+TEST_F(ArchiveReaderTest, TellsAndLogsThatSkippingMetTheEnd) {
+  const std::string whole = three_entries().text();
+  // Through a pipe, where data can only be read on.
+  EXPECT_TRUE(test::passes_in_child([&whole] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(0, ::pipe(ends.data()));
+    ASSERT_EQ(static_cast<ssize_t>(4 * RECORD), ::write(ends[1], whole.data(), 4 * RECORD));
+    ::close(ends[1]);
+    ASSERT_EQ(STDIN_FILENO, ::dup2(ends[0], STDIN_FILENO));
+    Reader reader("");
+    static_cast<void>(reader.next_header());
+    const auto entry = reader.next_header();
+    ASSERT_TRUE(entry);
+    const RecordedLog log(0);
+    const std::string text = message_of<std::runtime_error>([&] { reader.skip(*entry); });
+    EXPECT_EQ("Truncated input file (needed 1024 bytes, only 512 available)", text);
+    EXPECT_EQ((Names{"2 Skip data failed '" + text + "'"}), log.messages());
+  }));
+}
+
+TEST_F(ArchiveReaderTest, FindsDamageBeforeItsTurnAndLosesNoEntry) {
+  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([this] {
+              Reader reader(archive(TarBuilder().add('L', "././@LongLink", "name").truncated_text()));
+              reader.require_readable();
+            }));
+  Reader reader(archive(three_entries().text()));
+  reader.require_readable();
+  reader.require_readable();
+  EXPECT_EQ((Names{"/media/a", "/media/b", "/media/c"}), reader.names());
+  EXPECT_NO_THROW(reader.require_readable());
+  EXPECT_FALSE(reader.next_header());
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "archive/archive_test_support.h"
+#include "archive/metadata_entry.h"
+#include "archive/reader.h"
+#include "archive/reader_test_support.h"
+#include "support/tar_builder.h"
+
+namespace {
+
+using fs::Path;
+using harbix::Section;
+using test::ArchiveReaderTest;
+using test::Reader;
+using test::TarBuilder;
+
+using Names = std::vector<std::string>;
+
+/// An archive of three keywords: app, media with dtm, settings.
+class ArchiveSections : public ArchiveReaderTest {
+ protected:
+  static TarBuilder all() {
+    TarBuilder tar;
+    tar.file("/app/x/.backup.metadata", "Package: x\n\n").file("/app/x/bin", "1");
+    tar.file("/media/m/.backup.metadata", "File: 1\n/m/a\n\n").file("/media/m/a", "2");
+    tar.file("/dtm/d/.backup.metadata", "File: 1\n/d/b\n\n").file("/dtm/d/b", "3");
+    tar.file("/settings/.backup.metadata", "Settings: 1\n\n").file("/settings/s", "4");
+    return tar;
+  }
+
+  static Section app(bool media_follows, bool settings_follow) {
+    Section section;
+    if (media_follows) section.later = {Path("/media"), Path("/dtm")};
+    if (settings_follow) section.later.emplace_back("/settings");
+    return section;
+  }
+  static Section media(bool settings_follow) {
+    Section section{.earlier = {Path("/app")}, .later = {}};
+    if (settings_follow) section.later.emplace_back("/settings");
+    return section;
+  }
+  static Section settings() { return {.earlier = {Path("/app"), Path("/media"), Path("/dtm")}, .later = {}}; }
+};
+
+const Names APP{"/app/x/.backup.metadata", "/app/x/bin"};
+const Names MEDIA{"/media/m/.backup.metadata", "/media/m/a", "/dtm/d/.backup.metadata", "/dtm/d/b"};
+const Names SETTINGS{"/settings/.backup.metadata", "/settings/s"};
+
+TEST_F(ArchiveSections, HandEachOperationItsOwnPart) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(app(true, true));
+  EXPECT_EQ(APP, reader.names());
+  EXPECT_FALSE(reader.next_header());
+  reader.begin_section(media(true));
+  EXPECT_EQ(MEDIA, reader.names());
+  reader.begin_section(settings());
+  EXPECT_EQ(SETTINGS, reader.names());
+  EXPECT_FALSE(reader.next_header());
+}
+
+TEST_F(ArchiveSections, PassOverThePackagesOfEarlierKeywords) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(settings());
+  EXPECT_EQ(SETTINGS, reader.names());
+}
+
+TEST_F(ArchiveSections, PassOverWhatAnEarlierOperationLeftUnread) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(app(true, false));
+  ASSERT_TRUE(reader.next_header());
+  reader.begin_section(media(false));
+  Names expected = MEDIA;
+  expected.insert(expected.end(), SETTINGS.begin(), SETTINGS.end());
+  EXPECT_EQ(expected, reader.names());
+}
+
+TEST_F(ArchiveSections, HoldBackTheFirstEntryOfALaterKeywordWithItsData) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(media(true));
+  reader.names();
+  reader.begin_section(settings());
+  const auto package = harbix::find_manifest(reader, harbix::METADATA_NAME, harbix::OtherEntries::REFUSE);
+  ASSERT_TRUE(package);
+  EXPECT_EQ("/settings/.backup.metadata", package->entry_name);
+  EXPECT_EQ((meta::Manifest{{"Settings", "1"}}), package->manifest);
+}
+
+TEST_F(ArchiveSections, SkipAWholeKeywordThatTheArchiveLacks) {
+  TarBuilder tar;
+  tar.file("/settings/.backup.metadata", "Settings: 1\n\n").file("/settings/s", "4");
+  Reader reader(archive(tar.text()));
+  reader.begin_section(media(true));
+  EXPECT_EQ(Names{}, reader.names());
+  reader.begin_section(settings());
+  EXPECT_EQ(SETTINGS, reader.names());
+}
+
+TEST_F(ArchiveSections, HandStrangePackagesOnAsTheyAre) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(app(false, false));
+  EXPECT_EQ(8U, reader.names().size());
+}
+
+TEST_F(ArchiveSections, EndPrefixesOnAComponentBoundary) {
+  TarBuilder tar;
+  tar.file("/settingsx/.backup.metadata", "Settings: 1\n\n").file("/settingsx/s", "4");
+  Reader reader(archive(tar.text()));
+  reader.begin_section(media(true));
+  EXPECT_EQ((Names{"/settingsx/.backup.metadata", "/settingsx/s"}), reader.names());
+}
+
+TEST_F(ArchiveSections, FindDamageThroughTheSectionsBefore) {
+  Reader reader(archive(all().truncated_text()));
+  reader.begin_section(settings());
+  EXPECT_TRUE(reader.next_header());
+  EXPECT_TRUE(reader.next_header());
+  EXPECT_THROW(static_cast<void>(reader.next_header()), std::runtime_error);
+}
+
+TEST_F(ArchiveSections, AreReadAheadWithoutLoss) {
+  Reader reader(archive(all().text()));
+  reader.begin_section(media(true));
+  reader.require_readable();
+  EXPECT_EQ(MEDIA, reader.names());
+  reader.begin_section(settings());
+  reader.require_readable();
+  EXPECT_EQ(SETTINGS, reader.names());
+}
+
+}  // namespace
