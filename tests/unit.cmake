@@ -14,6 +14,7 @@ function(harbix_unit_test name)
   cmake_parse_arguments(TEST "" "" "SOURCES;LINKS" ${ARGN})
   add_executable(${name} ${TEST_SOURCES})
   target_link_libraries(${name} PRIVATE harbix_test_support ${TEST_LINKS} GTest::gtest_main harbix_settings)
+  target_precompile_headers(${name} REUSE_FROM harbix_test_headers)
   gtest_discover_tests(${name} PROPERTIES LABELS unit TIMEOUT 60)
 endfunction()
 
