@@ -28,6 +28,7 @@ OutputFile::OutputFile(const std::string& name) : file_(open_output(name)) {
 }
 
 int OutputFile::write(std::span<const std::byte> data) {
+  size_ += static_cast<std::int64_t>(data.size());
   while (!data.empty() && error_ == 0) {
     const std::span<const std::byte> part =
         data.first(std::min(data.size(), GATHERED_CAPACITY - gathered_.size()));

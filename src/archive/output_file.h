@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -26,6 +27,9 @@ class OutputFile {
   /// @return 0 when every byte ever handed over has been taken by the system, else the first error number.
   int close();
 
+  /// How many bytes have been handed over.
+  [[nodiscard]] std::int64_t size() const noexcept { return size_; }
+
   /// Whether `record` describes this very file.
   [[nodiscard]] bool is_described_by(const struct ::stat& record) const noexcept;
 
@@ -36,6 +40,7 @@ class OutputFile {
   platform::FileDescriptor file_;
   struct ::stat record_ {};
   std::vector<std::byte> gathered_;
+  std::int64_t size_ = 0;
   int error_ = 0;
 };
 

@@ -11,27 +11,17 @@
 #include <archive_entry.h>
 
 #include "archive/error.h"
+#include "archive/plain_header.h"
 #include "driver/base/log.h"
 
 namespace harbix {
 namespace {
 
-// What is handed to the output at once. Only the last block can be shorter, and ends with a record.
-constexpr int BLOCK_SIZE = 128 << 10;
-constexpr int RECORD_SIZE = 512;
 constexpr std::size_t CHUNK_SIZE = 32768;
 
 void report_change(const fs::File& file, const char* what) {
   diagnostics::line(1, "File '%s' %s while it was archived", file.path().c_str(), what);
   std::cerr << "Warning: File '" << file.path() << "' " << what << " while it was archived\n";
-}
-
-la_ssize_t write_callback(::archive* handle, void* client, const void* data, std::size_t size) {
-  auto* output = static_cast<OutputFile*>(client);
-  const int error = output->write({static_cast<const std::byte*>(data), size});
-  if (error == 0) return static_cast<la_ssize_t>(size);
-  ::archive_set_error(handle, error, "Write error: %s", std::strerror(error));
-  return -1;
 }
 
 }  // namespace
@@ -40,23 +30,12 @@ void ArchiveWriter::EntryDeleter::operator()(::archive_entry* entry) const noexc
   ::archive_entry_free(entry);
 }
 
-void ArchiveWriter::Closer::operator()(::archive* handle) const noexcept {
-  // Also closes, into an output that nobody asks any more: close() has done both, or the archive is given up.
-  ::archive_write_free(handle);
-}
-
 ArchiveWriter::ArchiveWriter(int format, int compression, const std::string& file_name)
     : output_((check_stream_options({StreamMode::WRITE, format, compression}), file_name)),
-      handle_(::archive_write_new()),
+      handle_(format, output_),
       entry_(::archive_entry_new()) {
-  if (handle_ == nullptr || entry_ == nullptr) throw std::bad_alloc();
-  if (::archive_write_set_format(handle_.get(), format) != ARCHIVE_OK ||
-      ::archive_write_add_filter_none(handle_.get()) != ARCHIVE_OK ||
-      ::archive_write_set_bytes_per_block(handle_.get(), BLOCK_SIZE) != ARCHIVE_OK ||
-      ::archive_write_set_bytes_in_last_block(handle_.get(), RECORD_SIZE) != ARCHIVE_OK ||
-      ::archive_write_open(handle_.get(), &output_, nullptr, write_callback, nullptr) != ARCHIVE_OK) {
-    throw ArchiveError(error_text(handle_.get()));
-  }
+  if (entry_ == nullptr) throw std::bad_alloc();
+  if (format == ARCHIVE_FORMAT_TAR) plain_.emplace(ARCHIVE_FORMAT_TAR_USTAR, output_);
 }
 
 ArchiveWriter::~ArchiveWriter() = default;
@@ -83,13 +62,13 @@ void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record
 void ArchiveWriter::close() {
   const int status = ::archive_write_close(handle_.get());
   const std::string reason = error_text(handle_.get());
-  // The library drops what its client says at the end, so the gathered rest is written and asked for here.
+  // What is still gathered reaches the system only here.
   const int error = output_.close();
   if (error != 0) throw ArchiveError(std::string("Write error: ") + std::strerror(error));
   if (status < ARCHIVE_WARN) throw ArchiveError(reason);
 }
 
-std::int64_t ArchiveWriter::compressed_position() const { return ::archive_filter_bytes(handle_.get(), -1); }
+std::int64_t ArchiveWriter::compressed_position() const { return output_.size(); }
 
 bool ArchiveWriter::is_output(const fs::File& file) const noexcept {
   return file.is_regular() && output_.is_described_by(file.record());
@@ -102,19 +81,22 @@ void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& na
   ::archive_entry_set_pathname(entry_.get(), name.c_str());
   ::archive_entry_set_symlink(entry_.get(), link_target);
 
-  const int status = ::archive_write_header(handle_.get(), entry_.get());
-  if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(handle_.get()));
-  if (status < ARCHIVE_WARN) throw std::runtime_error("Archive error: " + error_text(handle_.get()));
+  // The writer of pax copies the whole entry before it finds out that nothing is to be added.
+  const bool plain = plain_ && is_plain_header(record, name);
+  current_ = plain ? plain_->get() : handle_.get();
+  const int status = ::archive_write_header(current_, entry_.get());
+  if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(current_));
+  if (status < ARCHIVE_WARN) throw std::runtime_error("Archive error: " + error_text(current_));
   if (status == ARCHIVE_WARN) {
     // The entry is complete: a name that is not valid UTF-8 is stored byte for byte, and warned of.
-    diagnostics::line(4, "Archive header: %s", error_text(handle_.get()).c_str());
-    ::archive_clear_error(handle_.get());
+    diagnostics::line(4, "Archive header: %s", error_text(current_).c_str());
+    ::archive_clear_error(current_);
   }
 }
 
 void ArchiveWriter::write_data(const char* data, std::size_t size) {
-  if (size == 0 || ::archive_write_data(handle_.get(), data, size) >= 0) return;
-  throw ArchiveError(error_text(handle_.get()) + "(" + std::to_string(::archive_errno(handle_.get())) + ")");
+  if (size == 0 || ::archive_write_data(current_, data, size) >= 0) return;
+  throw ArchiveError(error_text(current_) + "(" + std::to_string(::archive_errno(current_)) + ")");
 }
 
 void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
@@ -140,8 +122,7 @@ void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
 
 void ArchiveWriter::finish_entry() {
   // Fills up an entry whose file came out shorter than its header says.
-  if (::archive_write_finish_entry(handle_.get()) == ARCHIVE_FATAL)
-    throw ArchiveError(error_text(handle_.get()));
+  if (::archive_write_finish_entry(current_) == ARCHIVE_FATAL) throw ArchiveError(error_text(current_));
 }
 
 }  // namespace harbix

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "archive/output_file.h"
 #include "archive/source.h"
 #include "archive/stream.h"
+#include "archive/write_handle.h"
 
 struct archive;
 struct archive_entry;
@@ -52,9 +54,6 @@ class ArchiveWriter {
   [[nodiscard]] bool is_output(const fs::File& file) const noexcept;
 
  private:
-  struct Closer {
-    void operator()(::archive* handle) const noexcept;
-  };
   struct EntryDeleter {
     void operator()(::archive_entry* entry) const noexcept;
   };
@@ -65,7 +64,9 @@ class ArchiveWriter {
   void finish_entry();
 
   OutputFile output_;
-  std::unique_ptr<::archive, Closer> handle_;
+  WriteHandle handle_;
+  std::optional<WriteHandle> plain_;  ///< for entries without extensions; none for formats that have none
+  ::archive* current_ = nullptr;      ///< the one that has the entry at hand
   std::unique_ptr<::archive_entry, EntryDeleter> entry_;  ///< of the header at hand; used again for the next
 };
 

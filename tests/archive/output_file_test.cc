@@ -66,6 +66,7 @@ TEST(OutputFile, KeepsEveryByteInOrderAcrossItsGatheredWrites) {
   const std::string large((std::size_t{3} << 20) + 5, 'L');
   expected += large;
   EXPECT_EQ(0, output.write(bytes(large)));
+  EXPECT_EQ(static_cast<std::int64_t>(expected.size()), output.size());
   EXPECT_EQ(0, output.close());
   EXPECT_TRUE(expected == test::read_file(folder / "a"));
 }
