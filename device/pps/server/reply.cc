@@ -4,6 +4,18 @@
 
 namespace pps::server {
 
+namespace {
+
+/// How long the kernel may answer for itself, in seconds. An object is known by several names, with open
+/// options and without, and changes with each publication; a directory has one name and changes at the
+/// kernel's request alone.
+double seconds_to_keep(const Node& node) {
+  constexpr double LONG = 3600;
+  return node.is_directory() ? LONG : 0;
+}
+
+}  // namespace
+
 struct stat stat_record(const Node& node) {
   constexpr blksize_t READ_SIZE =
       32768;  // a client that reads in its buffer's size gets most objects at once
@@ -28,13 +40,14 @@ struct stat stat_record(const Node& node) {
 void reply_attributes(fuse_req_t request, const Node& node) {
   const struct stat record = stat_record(node);
   // As for reply_error(): nobody is left to hear of a failed answer.
-  static_cast<void>(fuse_reply_attr(request, &record, 0));
+  static_cast<void>(fuse_reply_attr(request, &record, seconds_to_keep(node)));
 }
 
 fuse_entry_param entry_record(const Node& node, OpenOptions options) {
   fuse_entry_param entry{};
   entry.ino = kernel_number(node.id, options);
   entry.attr = stat_record(node);
+  entry.attr_timeout = entry.entry_timeout = seconds_to_keep(node);
   return entry;
 }
 

@@ -36,11 +36,11 @@ void answer(fuse_req_t request, Operation&& operation) noexcept {
 /// What stat(2) shows of a node.
 [[nodiscard]] struct stat stat_record(const Node& node);
 
-/// Answers with stat_record(), to be asked for again at the next look.
+/// Answers with stat_record(); an object's is to be asked for again at the next look.
 void reply_attributes(fuse_req_t request, const Node& node);
 
-/// What a lookup answers: the node under the number that carries the open options. Nothing of it may be
-/// remembered, because the kernel would take "object" and "object?wait" for two files.
+/// What a lookup answers: the node under the number that carries the open options. Nothing of an object may
+/// be remembered, because the kernel takes "object" and "object?wait" for two files.
 [[nodiscard]] fuse_entry_param entry_record(const Node& node, OpenOptions options);
 
 /// Answers with entry_record() and counts the reference that the kernel has then.
