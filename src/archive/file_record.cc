@@ -16,8 +16,8 @@ constexpr std::string_view RECORD_KEY_AFTER_PATH = "\nFile";
 constexpr std::string_view SWALLOWED_RECORD = "File: ";
 constexpr int OCTAL = 8;
 
-std::string escaped(const std::string& path) {
-  std::string text;
+/// Appends a path. A record is one line.
+void append_escaped(std::string& text, std::string_view path) {
   for (const char byte : path) {
     if (byte == '\\') {
       text += "\\\\";
@@ -27,7 +27,6 @@ std::string escaped(const std::string& path) {
       text += byte;
     }
   }
-  return text;
 }
 
 /// Appends a number and a blank.
@@ -136,14 +135,17 @@ meta::Attribute plain_record(const fs::File& file) {
 }
 
 meta::Attribute status_record(const fs::File& file) {
+  constexpr std::size_t LONGEST_STATUS = 80;
   const struct ::stat& record = file.record();
+  const std::string& path = file.path().text();
   std::string value;
+  value.reserve(LONGEST_STATUS + path.size());
   append_number(value, record.st_size);
   append_number(value, record.st_mode, OCTAL);
   append_number(value, record.st_uid);
   append_number(value, record.st_gid);
   append_number(value, record.st_mtim.tv_sec);
-  value += escaped(file.path().text());
+  append_escaped(value, path);
   return {std::string(RECORD_KEY), std::move(value)};
 }
 

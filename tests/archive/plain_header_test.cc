@@ -30,6 +30,14 @@ struct ::stat plain_record() {
   return record;
 }
 
+/// A path of so many bytes, folders of one letter in it.
+std::string prefix(std::size_t size) {
+  std::string text;
+  while (text.size() < size) text += text.size() % 2 == 0 ? '/' : 'f';
+  if (text.ends_with('/')) text.back() = 'f';
+  return text;
+}
+
 struct Row {
   std::string what;
   bool plain;
@@ -49,7 +57,14 @@ std::vector<Row> rows() {
   add("set-id bits", true, [](Row& row) { row.record.st_mode |= 06000U; });
   add("longest name", true, [](Row& row) { row.name = "/" + std::string(99, 'n'); });
   add("longer name", false, [](Row& row) { row.name = "/" + std::string(100, 'n'); });
-  add("longer name in folders", false, [](Row& row) { row.name = "/a/" + std::string(99, 'n'); });
+  add("longer name in folders", true, [](Row& row) { row.name = "/a/" + std::string(99, 'n'); });
+  add("longest name in folders", true,
+      [](Row& row) { row.name = prefix(155) + "/" + std::string(100, 'n'); });
+  add("longer name behind the prefix", false,
+      [](Row& row) { row.name = prefix(155) + "/" + std::string(101, 'n'); });
+  add("longer prefix", false, [](Row& row) { row.name = prefix(156) + "/" + std::string(100, 'n'); });
+  add("longer prefix in short folders", true, [](Row& row) { row.name = prefix(200) + "/n"; });
+  add("name without a prefix", false, [](Row& row) { row.name = std::string(101, 'n'); });
   add("control characters", true, [](Row& row) { row.name = "/media/\x01\n\x7f"; });
   add("accented name", false, [](Row& row) { row.name = "/media/\xC3\xA9"; });
   add("name that is not UTF-8", false, [](Row& row) { row.name = "/media/\xFF"; });
