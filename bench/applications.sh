@@ -51,11 +51,10 @@ archive_name() { echo "/tmp/$1.tar"; }
 back_up() {
   local program=$1 archive
   archive=$(archive_name "$program")
-  rm -f "$archive"
   case $program in
-    harbix) measure applications backup harbix bash -c "exec harbix -f $archive app 2>/tmp/log" ;;
-    gnutar) measure applications backup gnutar tar -C / -cf "$archive" apps accounts/1000/appdata ;;
-    bsdtar) measure applications backup bsdtar bsdtar -C / -cf "$archive" apps accounts/1000/appdata ;;
+    harbix) measure_backup applications harbix "$archive" bash -c "exec harbix -f $archive app 2>/tmp/log" ;;
+    gnutar) measure_backup applications gnutar "$archive" tar -C / -cf "$archive" apps accounts/1000/appdata ;;
+    bsdtar) measure_backup applications bsdtar "$archive" bsdtar -C / -cf "$archive" apps accounts/1000/appdata ;;
   esac
 }
 

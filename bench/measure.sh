@@ -14,13 +14,11 @@ warm_memory() {
   rm /dev/shm/warm /var/tmp/warm
 }
 
-# measure SHARE OPERATION PROGRAM COMMAND...
-measure() {
+# take_time SHARE OPERATION PROGRAM COMMAND...
+take_time() {
   local share=$1 operation=$2 program=$3 begin end usage
   shift 3
   usage=$(mktemp /run/usage.XXXXXX)
-  sync  # what the run before left to be written must not disturb this one
-  warm_memory
   begin=${EPOCHREALTIME/./}
   if ! /usr/bin/time --quiet --format '%U %S %M' --output "$usage" "$@" </dev/null >&2; then
     echo "bench: failed: $*" >&2
@@ -30,6 +28,25 @@ measure() {
   awk -v run="$share\t$operation\t$program" -v microseconds=$((end - begin)) \
     '{ printf "%s\t%.6f\t%.2f\t%d\n", run, microseconds / 1e6, $1 + $2, $3 }' "$usage"
   rm "$usage"
+}
+
+# measure SHARE OPERATION PROGRAM COMMAND...
+measure() {
+  sync  # what the run before left to be written must not disturb this one
+  warm_memory
+  take_time "$@"
+}
+
+# measure_backup SHARE PROGRAM ARCHIVE COMMAND...: the second of two runs, which writes its archive into the memory that
+# the first one's has just given back.
+measure_backup() {
+  local share=$1 program=$2 archive=$3
+  shift 3
+  rm -f "$archive"
+  "$@" </dev/null >&2
+  rm "$archive"
+  sync
+  take_time "$share" backup "$program" "$@"
 }
 
 # A folder that can be put in the place of the share.

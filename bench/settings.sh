@@ -17,7 +17,7 @@ make_items() {
 
 require_items() {
   local found
-  found=$(bsdtar -tf "$archive" | grep -c '/bench/')
+  found=$(bsdtar -tf "$archive" | grep -c '/bench/' || true)  # none is no failure of grep's
   [ "$found" -eq $((count / 2 * 2)) ] && return
   echo "bench: $found settings in the archive instead of $count" >&2
   exit 2
