@@ -49,15 +49,9 @@ class AppBackup : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_{.id = "shop.app",
-                               .package = "shop.app.P1",
-                               .group = 10200,
-                               .extras = "price:n:299,source::shopvale",
-                               .version = "2.0.1.7"};
-  InstalledApplication loaded_{
-      .id = "side.app", .package = "side.app.P2", .group = 10201, .extras = "source::sideload"};
-  InstalledApplication built_in_{
-      .id = "sys.app", .package = "sys.app.P3", .group = 10202, .extras = "websl::,source::system"};
+  InstalledApplication bought_ = test::bought_application();
+  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication built_in_ = test::built_in_application();
 };
 
 TEST_F(AppBackup, WritesPackagesInTheOrderOfTheListAndTheHomeScreenLast) {
@@ -67,36 +61,37 @@ TEST_F(AppBackup, WritesPackagesInTheOrderOfTheListAndTheHomeScreenLast) {
   EXPECT_EQ(outcome.output, "");
   EXPECT_THAT(
       metadata_names(),
-      ElementsAre("/app/shop.app.P1/bin/.backup.metadata", "/app/shop.app.P1/appdata/.backup.metadata",
-                  "/app/side.app.P2/appdata/.backup.metadata", "/app/sys.app.P3/appdata/.backup.metadata",
+      ElementsAre("/app/shop.app.pkg/bin/.backup.metadata", "/app/shop.app.pkg/appdata/.backup.metadata",
+                  "/app/side.app.pkg/appdata/.backup.metadata", "/app/sys.app.pkg/appdata/.backup.metadata",
                   "/app/sys.navigator/pps/.backup.metadata", "/app/sys.systemtray/appdata/.backup.metadata",
                   "/app/sys.navigator/appdata/.backup.metadata"));
   std::vector<std::string> binaries = first_of(device_.names(ARCHIVE), 5);
   std::ranges::sort(binaries);
-  EXPECT_THAT(binaries, ElementsAre("/app/shop.app.P1/bin/.backup.metadata", "/app/shop.app.P1/bin/META-INF/",
-                                    "/app/shop.app.P1/bin/META-INF/MANIFEST.MF",
-                                    "/app/shop.app.P1/bin/native/", "/app/shop.app.P1/bin/native/main"));
-  EXPECT_EQ(device_.content(ARCHIVE, "/app/shop.app.P1/bin/native/main"), "program");
-  EXPECT_EQ(device_.content(ARCHIVE, "/app/side.app.P2/appdata/data/state"), "side.app");
+  EXPECT_THAT(binaries,
+              ElementsAre("/app/shop.app.pkg/bin/.backup.metadata", "/app/shop.app.pkg/bin/META-INF/",
+                          "/app/shop.app.pkg/bin/META-INF/MANIFEST.MF", "/app/shop.app.pkg/bin/native/",
+                          "/app/shop.app.pkg/bin/native/main"));
+  EXPECT_EQ(device_.content(ARCHIVE, "/app/shop.app.pkg/bin/native/main"), "program");
+  EXPECT_EQ(device_.content(ARCHIVE, "/app/side.app.pkg/appdata/data/state"), "side.app");
   EXPECT_THAT(device_.requests_left(), ElementsAre());
 }
 
 TEST_F(AppBackup, DescribesEachPackageInItsManifest) {
   device_.add_file(bought_, "run", "12345", 0751);
   ASSERT_EQ(backup().status, 0);
-  const std::string binaries = device_.content(ARCHIVE, "/app/shop.app.P1/bin/.backup.metadata");
-  EXPECT_THAT(binaries, StartsWith("Package: shop.app.P1\nApp-Directory: shop.app\n"
+  const std::string binaries = device_.content(ARCHIVE, "/app/shop.app.pkg/bin/.backup.metadata");
+  EXPECT_THAT(binaries, StartsWith("Package: shop.app.pkg\nApp-Directory: shop.app\n"
                                    "Data-Directory: /accounts/1000/appdata/shop.app\n"
                                    "Extras: price:n:299,source::shopvale\nFile: "));
   EXPECT_THAT(binaries, testing::ContainsRegex("\nFile: 5 100751 10089 10200 [0-9]+ /apps/shop.app/run\n"));
   EXPECT_THAT(binaries, testing::EndsWith("\n\n"));
 
   const std::vector<std::string> data =
-      lines_of(device_.content(ARCHIVE, "/app/shop.app.P1/appdata/.backup.metadata"));
+      lines_of(device_.content(ARCHIVE, "/app/shop.app.pkg/appdata/.backup.metadata"));
   const std::string root = " /accounts/1000/appdata/shop.app";
   using testing::MatchesRegex;
   EXPECT_THAT(data,
-              ElementsAre("Package: shop.app.P1", "App-Directory: shop.app",
+              ElementsAre("Package: shop.app.pkg", "App-Directory: shop.app",
                           "Data-Directory: /accounts/1000/appdata/shop.app",
                           MatchesRegex("File: [0-9]+ 40770 102001000 10200 [0-9]+" + root + "/data"),
                           MatchesRegex("File: [0-9]+ 40770 102001000 10200 [0-9]+" + root + "/logs"),
@@ -111,11 +106,11 @@ TEST_F(AppBackup, SavesOfLogsAndTemporaryFilesOnlyTheFolders) {
   device_.add_data(loaded_, "tmp/cache", "cache");
   device_.add_data(loaded_, "other/file", "other");
   device_.add_data(loaded_, "database/file", "other");
-  ASSERT_EQ(backup({"side.app.P2"}).status, 0);
+  ASSERT_EQ(backup({"side.app.pkg"}).status, 0);
   EXPECT_THAT(device_.names(ARCHIVE),
-              ElementsAre("/app/side.app.P2/appdata/.backup.metadata", "/app/side.app.P2/appdata/data/",
-                          "/app/side.app.P2/appdata/logs/", "/app/side.app.P2/appdata/tmp/",
-                          "/app/side.app.P2/appdata/data/state"));
+              ElementsAre("/app/side.app.pkg/appdata/.backup.metadata", "/app/side.app.pkg/appdata/data/",
+                          "/app/side.app.pkg/appdata/logs/", "/app/side.app.pkg/appdata/tmp/",
+                          "/app/side.app.pkg/appdata/data/state"));
 }
 
 TEST_F(AppBackup, DescribesAnApplicationWithoutDataByThreePathsThatAreNotThere) {
@@ -146,9 +141,9 @@ TEST_F(AppBackup, TellsOfEachPathAndOfMoreWhenVerbose) {
   const Outcome verbose = device_.harbix({"-v", "-f", ARCHIVE, "app"});
   EXPECT_EQ(verbose.output, "");
   EXPECT_THAT(lines_of(verbose.errors),
-              IsSupersetOf({"harbix_app", "ID: shop.app DIR: shop.app.P1 VER: 2.0.1.7 SRC: shopvale",
-                            "ID: side.app DIR: side.app.P2 VER: 1.0.0.0 SRC: sideload",
-                            "ID: sys.app DIR: sys.app.P3 VER: 1.0.0.0 SRC: websl", "QUERY EXTRAS shop.app",
+              IsSupersetOf({"harbix_app", "ID: shop.app DIR: shop.app.pkg VER: 2.0.1.7 SRC: shopvale",
+                            "ID: side.app DIR: side.app.pkg VER: 1.0.0.0 SRC: sideload",
+                            "ID: sys.app DIR: sys.app.pkg VER: 1.0.0.0 SRC: websl", "QUERY EXTRAS shop.app",
                             "Extras: price:n:299,source::shopvale",
                             "Entry: /accounts/1000/appdata/shop.app/data/state",
                             "Archive: /accounts/1000/appdata/shop.app/data/state"}));
@@ -160,16 +155,16 @@ TEST_F(AppBackup, NarrowsToThePackagesThatAreNamed) {
     std::vector<std::string> ids;
     std::vector<std::string> packages;
   };
-  const std::string bought = "/app/shop.app.P1/bin/.backup.metadata";
-  const std::string bought_data = "/app/shop.app.P1/appdata/.backup.metadata";
-  const std::string built_in = "/app/sys.app.P3/appdata/.backup.metadata";
+  const std::string bought = "/app/shop.app.pkg/bin/.backup.metadata";
+  const std::string bought_data = "/app/shop.app.pkg/appdata/.backup.metadata";
+  const std::string built_in = "/app/sys.app.pkg/appdata/.backup.metadata";
   const std::string objects = "/app/sys.navigator/pps/.backup.metadata";
   const std::string navigator = "/app/sys.navigator/appdata/.backup.metadata";
   const std::string tray = "/app/sys.systemtray/appdata/.backup.metadata";
-  for (const Row& row :
-       {Row{{"sys.app.P3"}, {built_in}}, Row{{"sys.app.P3", "shop.app.P1"}, {bought, bought_data, built_in}},
-        Row{{"sys.navigator"}, {objects, navigator}},
-        Row{{"sys.systemtray", "sys.app.P3"}, {built_in, tray}}}) {
+  for (const Row& row : {Row{{"sys.app.pkg"}, {built_in}},
+                         Row{{"sys.app.pkg", "shop.app.pkg"}, {bought, bought_data, built_in}},
+                         Row{{"sys.navigator"}, {objects, navigator}},
+                         Row{{"sys.systemtray", "sys.app.pkg"}, {built_in, tray}}}) {
     const Outcome outcome = backup(row.ids);
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(metadata_names(), row.packages) << testing::PrintToString(row.ids);
@@ -179,7 +174,7 @@ TEST_F(AppBackup, NarrowsToThePackagesThatAreNamed) {
 TEST_F(AppBackup, WritesNothingWhenANamedPackageIsUnknown) {
   // The folder's name is not the package's.
   for (const char* name : {"shop.app", "nobody", ""}) {
-    const Outcome outcome = backup({"shop.app.P1", name});
+    const Outcome outcome = backup({"shop.app.pkg", name});
     EXPECT_EQ(outcome.status, 1) << name;
     const std::string message = std::string("Package '") + name + "' not found.";
     EXPECT_EQ(outcome.errors, "Error: " + message + "\n");
@@ -202,8 +197,8 @@ TEST_F(AppBackup, PassesOverWhatTheListShouldNotHold) {
   const std::string list = "/pps/system/installer/registeredapps/.all";
   const Outcome outcome = device_.shell(
       "printf '%s\\n' 'sys.android::x,1,source::websl' 'a.b::sys.android.P,2,source::shopvale' "
-      "'broken::only,one' 'typed:b:x,1,source::s' 'twin::shop.app.P1,9,source::sideload' >> " +
-      list + "; harbix -f /tmp/a.tar app; echo $?; harbix -f /tmp/b.tar app shop.app.P1");
+      "'broken::only,one' 'typed:b:x,1,source::s' 'twin::shop.app.pkg,9,source::sideload' >> " +
+      list + "; harbix -f /tmp/a.tar app; echo $?; harbix -f /tmp/b.tar app shop.app.pkg");
   EXPECT_EQ(outcome.output, "0\n");
   EXPECT_THAT(lines_of(outcome.errors),
               AllOf(Contains("Warning: Malformed PPS attribute line: 'broken::only,one'").Times(2),
@@ -211,8 +206,8 @@ TEST_F(AppBackup, PassesOverWhatTheListShouldNotHold) {
   const std::vector<std::string> names = device_.names(ARCHIVE);
   EXPECT_THAT(names, Each(Not(HasSubstr("android"))));
   // Both lines of one package count, the second with a folder of its own.
-  EXPECT_THAT(names, Contains("/app/shop.app.P1/appdata/.backup.metadata").Times(2));
-  EXPECT_THAT(device_.names("/tmp/b.tar"), Contains("/app/shop.app.P1/appdata/.backup.metadata").Times(2));
+  EXPECT_THAT(names, Contains("/app/shop.app.pkg/appdata/.backup.metadata").Times(2));
+  EXPECT_THAT(device_.names("/tmp/b.tar"), Contains("/app/shop.app.pkg/appdata/.backup.metadata").Times(2));
 }
 
 TEST_F(AppBackup, EndsWhenTheInstallerDoesNotKnowAnApplication) {
@@ -232,7 +227,7 @@ TEST_F(AppBackup, GoesToStandardOutputAndNothingElseDoes) {
     EXPECT_EQ(outcome.status, 0);
     const Outcome list = device_.run({"tar", "-Ptf", "-"}, outcome.output);
     EXPECT_EQ(list.status, 0) << list.errors;
-    EXPECT_EQ(lines_of(list.output).front(), "/app/shop.app.P1/bin/.backup.metadata");
+    EXPECT_EQ(lines_of(list.output).front(), "/app/shop.app.pkg/bin/.backup.metadata");
     EXPECT_EQ(lines_of(list.output).back(), "/app/sys.navigator/appdata/.backup.metadata");
   }
 }
@@ -242,10 +237,10 @@ TEST_F(AppBackup, LeavesOutWhatIsNoFileFolderOrLink) {
   const Outcome outcome = device_.shell(
       "cd /accounts/1000/appdata/shop.app/data; mkfifo fifo; mknod null c 1 3; ln -s nowhere link; "
       "perl -MIO::Socket::UNIX -e 'IO::Socket::UNIX->new(Local => \"socket\", Listen => 1)'; "
-      "harbix -f /tmp/a.tar app shop.app.P1");
+      "harbix -f /tmp/a.tar app shop.app.pkg");
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   const std::string data = "/accounts/1000/appdata/shop.app/data/";
-  const std::string manifest = device_.content(ARCHIVE, "/app/shop.app.P1/appdata/.backup.metadata");
+  const std::string manifest = device_.content(ARCHIVE, "/app/shop.app.pkg/appdata/.backup.metadata");
   for (const char* name : {"fifo", "null", "socket"}) {
     EXPECT_THAT(lines_of(outcome.errors),
                 Contains("not a file, folder or link: " + data + name + " skipping"));
@@ -254,8 +249,8 @@ TEST_F(AppBackup, LeavesOutWhatIsNoFileFolderOrLink) {
     EXPECT_THAT(manifest, Not(HasSubstr(data + name)));
   }
   const std::string listing = device_.shell("tar -Ptvf /tmp/a.tar").output;
-  EXPECT_THAT(listing, AllOf(HasSubstr("/app/shop.app.P1/appdata/data/link -> nowhere\n"),
-                             HasSubstr("/app/shop.app.P1/bin/native -> /etc/passwd\n"),
+  EXPECT_THAT(listing, AllOf(HasSubstr("/app/shop.app.pkg/appdata/data/link -> nowhere\n"),
+                             HasSubstr("/app/shop.app.pkg/bin/native -> /etc/passwd\n"),
                              Not(HasSubstr("fifo")), Not(HasSubstr("null")), Not(HasSubstr("socket"))));
 }
 
@@ -265,8 +260,8 @@ TEST_F(AppBackup, NeverContainsItself) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(lines_of(outcome.errors), Contains("is the archive itself: " + output + " skipping"));
   EXPECT_THAT(device_.names(output),
-              AllOf(Contains("/app/side.app.P2/appdata/data/state"), Each(Not(HasSubstr("backup.tar")))));
-  EXPECT_THAT(device_.content(output, "/app/side.app.P2/appdata/.backup.metadata"),
+              AllOf(Contains("/app/side.app.pkg/appdata/data/state"), Each(Not(HasSubstr("backup.tar")))));
+  EXPECT_THAT(device_.content(output, "/app/side.app.pkg/appdata/.backup.metadata"),
               Not(HasSubstr("backup.tar")));
 }
 
@@ -274,10 +269,10 @@ TEST_F(AppBackup, DoesNotFollowADataFolderThatLeadsElsewhere) {
   device_.write("/tmp/secret/file", "secret");
   std::filesystem::remove_all(device_.outside(loaded_.data() + "/data"));
   device_.make_owned_link(loaded_.data() + "/data", "/tmp/secret", loaded_.data_user(), loaded_.group);
-  ASSERT_EQ(backup({"side.app.P2"}).status, 0);
+  ASSERT_EQ(backup({"side.app.pkg"}).status, 0);
   EXPECT_THAT(device_.names(ARCHIVE),
-              ElementsAre("/app/side.app.P2/appdata/.backup.metadata", "/app/side.app.P2/appdata/data",
-                          "/app/side.app.P2/appdata/logs/", "/app/side.app.P2/appdata/tmp/"));
+              ElementsAre("/app/side.app.pkg/appdata/.backup.metadata", "/app/side.app.pkg/appdata/data",
+                          "/app/side.app.pkg/appdata/logs/", "/app/side.app.pkg/appdata/tmp/"));
 }
 
 }  // namespace

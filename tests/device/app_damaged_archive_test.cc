@@ -57,9 +57,8 @@ class AppDamagedArchive : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_{.id = "shop.app", .package = "shop.app.pkg", .group = 10200};
-  InstalledApplication loaded_{
-      .id = "side.app", .package = "side.app.pkg", .group = 10201, .extras = "source::sideload"};
+  InstalledApplication bought_ = test::bought_application();
+  InstalledApplication loaded_ = test::loaded_application();
 };
 
 TEST_F(AppDamagedArchive, PairsRecordsWithEntriesByName) {

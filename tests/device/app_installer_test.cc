@@ -67,9 +67,8 @@ class AppInstaller : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_{.id = "shop.app", .package = "shop.app.pkg", .group = 10200};
-  InstalledApplication loaded_{
-      .id = "side.app", .package = "side.app.pkg", .group = 10201, .extras = "source::sideload"};
+  InstalledApplication bought_ = test::bought_application();
+  InstalledApplication loaded_ = test::loaded_application();
   InstalledApplication last_{
       .id = "last.app", .package = "last.app.pkg", .group = 10202, .extras = "source::sideload"};
 };

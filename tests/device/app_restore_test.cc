@@ -39,15 +39,9 @@ class AppRestore : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_{.id = "shop.app",
-                               .package = "shop.app.pkg",
-                               .group = 10200,
-                               .extras = "price:n:299,source::shopvale",
-                               .version = "2.0.1.7"};
-  InstalledApplication loaded_{
-      .id = "side.app", .package = "side.app.pkg", .group = 10201, .extras = "source::sideload"};
-  InstalledApplication built_in_{
-      .id = "sys.app", .package = "sys.app.pkg", .group = 10202, .extras = "source::websl"};
+  InstalledApplication bought_ = test::bought_application();
+  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication built_in_ = test::built_in_application();
 };
 
 TEST_F(AppRestore, ReplacesStorefrontApplicationsAndLeavesOthersInstalled) {

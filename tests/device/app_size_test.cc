@@ -58,9 +58,8 @@ class AppSize : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_{.id = "shop.app", .package = "shop.app.P1", .group = 10200};
-  InstalledApplication loaded_{
-      .id = "side.app", .package = "side.app.P2", .group = 10201, .extras = "source::sideload"};
+  InstalledApplication bought_ = test::bought_application();
+  InstalledApplication loaded_ = test::loaded_application();
 };
 
 TEST_F(AppSize, AddsUpWhatPackagesWouldHoldAndCountsApplications) {
@@ -69,13 +68,13 @@ TEST_F(AppSize, AddsUpWhatPackagesWouldHoldAndCountsApplications) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + bought + data_size(loaded_), 2));
   EXPECT_EQ(outcome.errors, "");
-  EXPECT_EQ(device_.harbix({"-s", "app", "shop.app.P1"}).output, report(EMPTY_REPORT + bought, 1));
+  EXPECT_EQ(device_.harbix({"-s", "app", "shop.app.pkg"}).output, report(EMPTY_REPORT + bought, 1));
   EXPECT_EQ(device_.harbix({"-s", "app", "sys.navigator"}).output, report(EMPTY_REPORT, 0));
 }
 
 TEST_F(AppSize, GoesToTheNamedFileAndAsksTheInstallerNothing) {
   device_.ask_faults({"refuse::all"});
-  const Outcome outcome = device_.harbix({"-s", "-f", "/tmp/size", "app", "side.app.P2"});
+  const Outcome outcome = device_.harbix({"-s", "-f", "/tmp/size", "app", "side.app.pkg"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(device_.read("/tmp/size"), report(EMPTY_REPORT + data_size(loaded_), 1));
@@ -83,7 +82,7 @@ TEST_F(AppSize, GoesToTheNamedFileAndAsksTheInstallerNothing) {
 
 TEST_F(AppSize, CountsDataThatIsNotThereAsNothing) {
   std::filesystem::remove_all(device_.outside(loaded_.data()));
-  const Outcome outcome = device_.harbix({"-s", "app", "side.app.P2"});
+  const Outcome outcome = device_.harbix({"-s", "app", "side.app.pkg"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT, 1));
 }

@@ -38,6 +38,22 @@ bool lies_below(const std::string& path, const std::vector<std::string>& folders
 
 }  // namespace
 
+InstalledApplication bought_application() {
+  return {.id = "shop.app",
+          .package = "shop.app.pkg",
+          .group = 10200,
+          .extras = "price:n:299,source::shopvale",
+          .version = "2.0.1.7"};
+}
+
+InstalledApplication loaded_application() {
+  return {.id = "side.app", .package = "side.app.pkg", .group = 10201, .extras = "source::sideload"};
+}
+
+InstalledApplication built_in_application() {
+  return {.id = "sys.app", .package = "sys.app.pkg", .group = 10202, .extras = "websl::,source::system"};
+}
+
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);

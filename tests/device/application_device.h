@@ -22,6 +22,11 @@ struct InstalledApplication {
   [[nodiscard]] uid_t data_user() const { return group * 10000 + 1000; }
 };
 
+/// One application of each source: from the storefront, loaded from elsewhere, built in.
+[[nodiscard]] InstalledApplication bought_application();
+[[nodiscard]] InstalledApplication loaded_application();
+[[nodiscard]] InstalledApplication built_in_application();
+
 /// A bare device that applications can be put on from outside, as long as nothing runs inside.
 class ApplicationDevice : public Device {
  public:
