@@ -1,72 +1,56 @@
 #include "device/content/application_folders.h"
 
+#include <utility>
+
 #include "device/content/random.h"
 
 namespace device {
 namespace {
 
-constexpr mode_t FOLDER_MODE = 0750;
-constexpr mode_t DATA_FOLDER_MODE = 0770;
+constexpr ApplicationFolder::Modes BINARY_MODES = {.folder = 0750, .file = 0640};
+constexpr ApplicationFolder::Modes DATA_MODES = {.folder = 0770, .file = 0660};
 
 }  // namespace
 
-ApplicationFolders::ApplicationFolders(TreeWriter& tree, const installer::Application& application)
-    : tree_(tree),
-      application_(application),
-      owner_{.user = APPS_USER, .group = application.gid},
-      data_owner_{.user = application.gid * 10000 + ACCOUNT_USER, .group = application.gid} {}
+ApplicationFolder::ApplicationFolder(TreeWriter& tree, std::string path, Owner owner, Modes modes)
+    : tree_(tree), path_(std::move(path)), owner_(owner), modes_(modes) {}
 
-std::string ApplicationFolders::in_binaries(std::string_view path) const {
-  return "/apps/" + application_.id + "/" + std::string(path);
+void ApplicationFolder::folder(std::string_view path) { tree_.folder(inside(path), owner_, modes_.folder); }
+
+void ApplicationFolder::file(std::string_view path, std::uint64_t size, std::optional<mode_t> mode) {
+  text_file(path, Random(inside(path)).bytes(size), mode);
 }
 
-std::string ApplicationFolders::in_data(std::string_view path) const {
-  return "/accounts/1000/appdata/" + application_.id + "/" + std::string(path);
+void ApplicationFolder::text_file(std::string_view path, std::string_view content,
+                                  std::optional<mode_t> mode) {
+  tree_.file(inside(path), owner_, mode.value_or(modes_.file), content);
 }
 
-void ApplicationFolders::make_binaries() {
-  tree_.folder("/apps/" + application_.id, owner_, FOLDER_MODE);
-  for (const char* name : {"META-INF", "native", "public"}) folder(name);
-  text_file("META-INF/MANIFEST.MF", "Manifest-Version: 1.0\nPackage-Name: " + application_.package +
-                                        "\nPackage-Version: " + application_.version + "\n");
+void ApplicationFolder::link(std::string_view path, std::string_view target) {
+  tree_.link(inside(path), owner_, target);
 }
 
-void ApplicationFolders::folder(std::string_view path) {
-  tree_.folder(in_binaries(path), owner_, FOLDER_MODE);
+std::string ApplicationFolder::inside(std::string_view path) const { return path_ + "/" + std::string(path); }
+
+ApplicationFolder make_binaries(TreeWriter& tree, const installer::Application& application) {
+  const std::string path = "/apps/" + application.id;
+  const Owner owner{.user = APPS_USER, .group = application.gid};
+  tree.folder(path, owner, BINARY_MODES.folder);
+  ApplicationFolder binaries(tree, path, owner, BINARY_MODES);
+  for (const char* name : {"META-INF", "native", "public"}) binaries.folder(name);
+  binaries.text_file("META-INF/MANIFEST.MF", "Manifest-Version: 1.0\nPackage-Name: " + application.package +
+                                                 "\nPackage-Version: " + application.version + "\n");
+  return binaries;
 }
 
-void ApplicationFolders::file(std::string_view path, std::uint64_t size, mode_t mode) {
-  text_file(path, Random(in_binaries(path)).bytes(size), mode);
-}
-
-void ApplicationFolders::text_file(std::string_view path, std::string_view content, mode_t mode) {
-  tree_.file(in_binaries(path), owner_, mode, content);
-}
-
-void ApplicationFolders::link(std::string_view path, std::string_view target) {
-  tree_.link(in_binaries(path), owner_, target);
-}
-
-void ApplicationFolders::make_data() {
+ApplicationFolder make_data(TreeWriter& tree, const installer::Application& application) {
+  const std::string path = "/accounts/1000/appdata/" + application.id;
   // The folder itself is not the application's own: it only gets there by its group.
-  tree_.folder("/accounts/1000/appdata/" + application_.id, owner_, DATA_FOLDER_MODE);
-  for (const char* name : {"data", "logs", "tmp"}) data_folder(name);
-}
-
-void ApplicationFolders::data_folder(std::string_view path) {
-  tree_.folder(in_data(path), data_owner_, DATA_FOLDER_MODE);
-}
-
-void ApplicationFolders::data_file(std::string_view path, std::uint64_t size, mode_t mode) {
-  data_text_file(path, Random(in_data(path)).bytes(size), mode);
-}
-
-void ApplicationFolders::data_text_file(std::string_view path, std::string_view content, mode_t mode) {
-  tree_.file(in_data(path), data_owner_, mode, content);
-}
-
-void ApplicationFolders::data_link(std::string_view path, std::string_view target) {
-  tree_.link(in_data(path), data_owner_, target);
+  tree.folder(path, {.user = APPS_USER, .group = application.gid}, DATA_MODES.folder);
+  const Owner owner{.user = application.gid * 10000 + ACCOUNT_USER, .group = application.gid};
+  ApplicationFolder data(tree, path, owner, DATA_MODES);
+  for (const char* name : {"data", "logs", "tmp"}) data.folder(name);
+  return data;
 }
 
 }  // namespace device

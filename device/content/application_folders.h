@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -11,37 +12,38 @@
 
 namespace device {
 
-/// Fills the two folders of one installed application: its binaries below /apps, of the user apps, and its
-/// data below /accounts/1000/appdata, of a user of its own; both of the application's group. Paths are
-/// relative to the folder: "native/main", "data/settings".
-class ApplicationFolders {
+/// A folder of an installed application, all of one owner. Paths are relative to it: "native/main".
+class ApplicationFolder {
  public:
-  ApplicationFolders(TreeWriter& tree, const installer::Application& application);
+  struct Modes {
+    mode_t folder;
+    mode_t file;  ///< of files that are given none
+  };
 
-  /// Makes the binaries' folder with what every package has: META-INF/MANIFEST.MF, and the empty folders
-  /// native and public.
-  void make_binaries();
+  /// Of the folder at `path` of the tree, which exists.
+  ApplicationFolder(TreeWriter& tree, std::string path, Owner owner, Modes modes);
+
   void folder(std::string_view path);
   /// A file whose `size` bytes depend on its path alone.
-  void file(std::string_view path, std::uint64_t size, mode_t mode = 0640);
-  void text_file(std::string_view path, std::string_view content, mode_t mode = 0640);
+  void file(std::string_view path, std::uint64_t size, std::optional<mode_t> mode = {});
+  void text_file(std::string_view path, std::string_view content, std::optional<mode_t> mode = {});
   void link(std::string_view path, std::string_view target);
 
-  /// Makes the data folder with data, logs and tmp, all empty.
-  void make_data();
-  void data_folder(std::string_view path);
-  void data_file(std::string_view path, std::uint64_t size, mode_t mode = 0660);
-  void data_text_file(std::string_view path, std::string_view content, mode_t mode = 0660);
-  void data_link(std::string_view path, std::string_view target);
-
  private:
-  [[nodiscard]] std::string in_binaries(std::string_view path) const;
-  [[nodiscard]] std::string in_data(std::string_view path) const;
+  [[nodiscard]] std::string inside(std::string_view path) const;
 
   TreeWriter& tree_;
-  const installer::Application& application_;
+  std::string path_;
   Owner owner_;
-  Owner data_owner_;
+  Modes modes_;
 };
+
+/// Makes the folder of an application's binaries, below /apps, of the user apps and the application's group,
+/// with what every package has: META-INF/MANIFEST.MF, and the empty folders native and public.
+ApplicationFolder make_binaries(TreeWriter& tree, const installer::Application& application);
+
+/// Makes the folder of an application's data, below /accounts/1000/appdata, with data, logs and tmp, all
+/// empty, of a user of the application's own and its group.
+ApplicationFolder make_data(TreeWriter& tree, const installer::Application& application);
 
 }  // namespace device

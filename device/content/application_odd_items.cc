@@ -35,36 +35,33 @@ constexpr std::array NAMES = {
 // The most bytes that a Linux file system takes for one name.
 constexpr std::size_t LONGEST_NAME = 255;
 
-}  // namespace
-
-void write_odd_binaries(ApplicationFolders& folders) {
-  folders.folder("assets/odd names");
-  for (const std::string_view name : NAMES) {
-    folders.text_file("assets/odd names/" + std::string(name), "odd\n");
-  }
-  folders.text_file("assets/odd names/" + std::string(LONGEST_NAME, 'l'), "long\n");
-  folders.folder("assets/odd names/folder\xe9:");
-  folders.text_file("assets/odd names/folder\xe9:/inside:", "odd\n");
-  folders.folder("assets/links");
-  folders.link("assets/links/relative", "../licence.txt");
-  folders.link("assets/links/dangling", "../no such file");
-  folders.link("assets/links/to a folder", "../fonts");
-  folders.link("assets/links/odd target", "caf\xe9 \n: target");
-  folders.link("assets/links/outside", "/etc/passwd");
+void write_odd_names(ApplicationFolder& folder, const std::string& path) {
+  folder.folder(path);
+  for (const std::string_view name : NAMES) folder.text_file(path + "/" + std::string(name), "odd\n");
+  folder.folder(path + "/folder\xe9:");
+  folder.text_file(path + "/folder\xe9:/inside:", "odd\n");
 }
 
-void write_odd_data(ApplicationFolders& folders) {
-  folders.data_folder("data/odd names");
-  for (const std::string_view name : NAMES) {
-    folders.data_text_file("data/odd names/" + std::string(name), "odd\n");
-  }
-  folders.data_folder("data/odd names/folder\xe9:");
-  folders.data_text_file("data/odd names/folder\xe9:/inside:", "odd\n");
-  folders.data_folder("data/links");
-  folders.data_link("data/links/relative", "../settings.conf");
-  folders.data_link("data/links/dangling", "not there");
-  folders.data_link("data/links/to a folder", "../books");
-  folders.data_link("data/links/outside", "/etc/passwd");
+}  // namespace
+
+void write_odd_binaries(ApplicationFolder& binaries) {
+  write_odd_names(binaries, "assets/odd names");
+  binaries.text_file("assets/odd names/" + std::string(LONGEST_NAME, 'l'), "long\n");
+  binaries.folder("assets/links");
+  binaries.link("assets/links/relative", "../licence.txt");
+  binaries.link("assets/links/dangling", "../no such file");
+  binaries.link("assets/links/to a folder", "../fonts");
+  binaries.link("assets/links/odd target", "caf\xe9 \n: target");
+  binaries.link("assets/links/outside", "/etc/passwd");
+}
+
+void write_odd_data(ApplicationFolder& data) {
+  write_odd_names(data, "data/odd names");
+  data.folder("data/links");
+  data.link("data/links/relative", "../settings.conf");
+  data.link("data/links/dangling", "not there");
+  data.link("data/links/to a folder", "../books");
+  data.link("data/links/outside", "/etc/passwd");
 }
 
 }  // namespace device

@@ -4,9 +4,8 @@
 
 namespace device {
 
-/// Names of any bytes and links of every kind, among the binaries and among the data. The folders have to be
-/// made.
-void write_odd_binaries(ApplicationFolders& folders);
-void write_odd_data(ApplicationFolders& folders);
+/// Names of any bytes and links of every kind, among the binaries and among the data.
+void write_odd_binaries(ApplicationFolder& binaries);
+void write_odd_data(ApplicationFolder& data);
 
 }  // namespace device

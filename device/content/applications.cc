@@ -16,33 +16,32 @@ constexpr std::uint64_t KIB = 1024;
 
 /// Odd names and links of every kind; logs and temporary files that are worth nothing.
 void write_reader(TreeWriter& tree, const Application& application) {
-  ApplicationFolders folders(tree, application);
-  folders.make_binaries();
-  folders.file("native/reader", 90 * KIB, 0750);
-  folders.file("native/helper", 12 * KIB, 0777);
-  folders.folder("native/lib");
-  folders.file("native/lib/libpages.so.1.2", 30 * KIB, 0640);
-  folders.link("native/lib/libpages.so.1", "libpages.so.1.2");
-  folders.link("native/lib/libpages.so", "libpages.so.1");
-  folders.folder("assets");
-  folders.folder("assets/fonts");
-  folders.file("assets/fonts/serif.ttf", 40 * KIB);
-  folders.text_file("assets/licence.txt", "Do with it what you like.\n", 0600);
-  folders.text_file("assets/empty", "");
-  folders.folder("assets/empty folder");
-  folders.text_file("public/description.txt", "Reads books.\n", 0644);
-  write_odd_binaries(folders);
-  folders.make_data();
-  folders.data_text_file("data/settings.conf", "font=serif\npage=312\n");
-  folders.data_folder("data/books");
-  folders.data_file("data/books/one.epub", 20 * KIB);
-  folders.data_file("data/books/two.epub", 33 * KIB + 1, 0640);
-  folders.data_folder("data/empty folder");
-  write_odd_data(folders);
-  folders.data_text_file("logs/reader.log", "opened one.epub\n");
-  folders.data_folder("logs/old");
-  folders.data_text_file("logs/old/reader.log", "opened two.epub\n");
-  folders.data_file("tmp/page.cache", 5 * KIB);
+  ApplicationFolder binaries = make_binaries(tree, application);
+  binaries.file("native/reader", 90 * KIB, 0750);
+  binaries.file("native/helper", 12 * KIB, 0777);
+  binaries.folder("native/lib");
+  binaries.file("native/lib/libpages.so.1.2", 30 * KIB, 0640);
+  binaries.link("native/lib/libpages.so.1", "libpages.so.1.2");
+  binaries.link("native/lib/libpages.so", "libpages.so.1");
+  binaries.folder("assets");
+  binaries.folder("assets/fonts");
+  binaries.file("assets/fonts/serif.ttf", 40 * KIB);
+  binaries.text_file("assets/licence.txt", "Do with it what you like.\n", 0600);
+  binaries.text_file("assets/empty", "");
+  binaries.folder("assets/empty folder");
+  binaries.text_file("public/description.txt", "Reads books.\n", 0644);
+  write_odd_binaries(binaries);
+  ApplicationFolder data = make_data(tree, application);
+  data.text_file("data/settings.conf", "font=serif\npage=312\n");
+  data.folder("data/books");
+  data.file("data/books/one.epub", 20 * KIB);
+  data.file("data/books/two.epub", 33 * KIB + 1, 0640);
+  data.folder("data/empty folder");
+  write_odd_data(data);
+  data.text_file("logs/reader.log", "opened one.epub\n");
+  data.folder("logs/old");
+  data.text_file("logs/old/reader.log", "opened two.epub\n");
+  data.file("tmp/page.cache", 5 * KIB);
 }
 
 /// Thousands of small files.
@@ -50,59 +49,55 @@ void write_atlas(TreeWriter& tree, const Application& application) {
   constexpr int FOLDERS = 40;
   constexpr int TILES = 50;
   constexpr std::uint64_t SMALLEST_TILE = 64;
-  ApplicationFolders folders(tree, application);
-  folders.make_binaries();
-  folders.file("native/atlas", 40 * KIB, 0750);
-  folders.folder("assets");
+  ApplicationFolder binaries = make_binaries(tree, application);
+  binaries.file("native/atlas", 40 * KIB, 0750);
+  binaries.folder("assets");
   for (int row = 0; row < FOLDERS; ++row) {
     const std::string folder = "assets/row " + std::to_string(row);
-    folders.folder(folder);
+    binaries.folder(folder);
     for (int tile = 0; tile < TILES; ++tile) {
-      folders.file(folder + "/" + std::to_string(tile) + ".tile",
-                   SMALLEST_TILE + static_cast<std::uint64_t>(tile));
+      binaries.file(folder + "/" + std::to_string(tile) + ".tile",
+                    SMALLEST_TILE + static_cast<std::uint64_t>(tile));
     }
   }
-  folders.make_data();
-  folders.data_text_file("data/places.txt", "home\nwork\n");
-  folders.data_link("data/recent", "places.txt");
+  ApplicationFolder data = make_data(tree, application);
+  data.text_file("data/places.txt", "home\nwork\n");
+  data.link("data/recent", "places.txt");
 }
 
 /// No data folder: it was never started.
 void write_notes(TreeWriter& tree, const Application& application) {
-  ApplicationFolders folders(tree, application);
-  folders.make_binaries();
-  folders.file("native/notes", 8 * KIB, 0750);
-  folders.text_file("public/index.html", "<title>Notes</title>\n");
+  ApplicationFolder binaries = make_binaries(tree, application);
+  binaries.file("native/notes", 8 * KIB, 0750);
+  binaries.text_file("public/index.html", "<title>Notes</title>\n");
 }
 
 /// Large files, and folders far down.
 void write_paint(TreeWriter& tree, const Application& application) {
   constexpr int DEPTH = 30;
-  ApplicationFolders folders(tree, application);
-  folders.make_binaries();
-  folders.file("native/paint", 3 * KIB * KIB, 0755);
+  ApplicationFolder binaries = make_binaries(tree, application);
+  binaries.file("native/paint", 3 * KIB * KIB, 0755);
   std::string deep = "assets";
-  folders.folder(deep);
-  for (int level = 1; level <= DEPTH; ++level) folders.folder(deep += "/level " + std::to_string(level));
-  folders.file(deep + "/brush.png", 700);
-  folders.make_data();
-  folders.data_file("data/picture.raw", 2 * KIB * KIB + 511);
+  binaries.folder(deep);
+  for (int level = 1; level <= DEPTH; ++level) binaries.folder(deep += "/level " + std::to_string(level));
+  binaries.file(deep + "/brush.png", 700);
+  ApplicationFolder data = make_data(tree, application);
+  data.file("data/picture.raw", 2 * KIB * KIB + 511);
   std::string far = "data";
-  for (int level = 1; level <= DEPTH; ++level) folders.data_folder(far += "/layer " + std::to_string(level));
-  folders.data_file(far + "/pixels", 513);
+  for (int level = 1; level <= DEPTH; ++level) data.folder(far += "/layer " + std::to_string(level));
+  data.file(far + "/pixels", 513);
 }
 
 /// What does not come from the storefront: a few files each.
 void write_small(TreeWriter& tree, const Application& application) {
-  ApplicationFolders folders(tree, application);
-  folders.make_binaries();
-  folders.file("native/main", 6 * KIB, 0750);
-  folders.link("public/main", "../native/main");
-  folders.make_data();
-  folders.data_text_file("data/state.txt", "of " + application.id + "\n");
-  folders.data_folder("data/more");
-  folders.data_file("data/more/bytes", 1000, 0600);
-  folders.data_text_file("logs/main.log", "started\n");
+  ApplicationFolder binaries = make_binaries(tree, application);
+  binaries.file("native/main", 6 * KIB, 0750);
+  binaries.link("public/main", "../native/main");
+  ApplicationFolder data = make_data(tree, application);
+  data.text_file("data/state.txt", "of " + application.id + "\n");
+  data.folder("data/more");
+  data.file("data/more/bytes", 1000, 0600);
+  data.text_file("logs/main.log", "started\n");
 }
 
 void write_ledger_file(const TreeWriter& tree, const installer::Ledger& ledger) {
