@@ -9,13 +9,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "content_test.h"
 #include "device/accounts.h"
 #include "device/content/applications.h"
 #include "device/content/home_screen.h"
 #include "device/content/settings_objects.h"
 #include "device/well_known_folders.h"
 #include "device_process.h"
-#include "private_folder.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ class RunningApplicationContent : public testing::Test {
 };
 
 /// The content as it is put into a tree.
-class ApplicationContent : public testing::Test {
+class ApplicationContent : public device_test::ContentTest {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
@@ -43,8 +43,6 @@ class ApplicationContent : public testing::Test {
     device::write_home_screen(tree);
     tree.finish();
   }
-
-  [[nodiscard]] std::string on_host(const std::string& path) const { return folder_ / path.substr(1); }
 
   /// Every item below `path` of the device, with its status; named from there.
   [[nodiscard]] std::map<std::string, struct stat> items_below(const std::string& path) const {
@@ -57,8 +55,6 @@ class ApplicationContent : public testing::Test {
     }
     return items;
   }
-
-  device_test::PrivateFolder folder_;
 };
 
 TEST_F(RunningApplicationContent, IsListedByTheInstaller) {

@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "content_test.h"
 #include "device/accounts.h"
 #include "device/content/live_state.h"
 #include "device/content/settings_files.h"
@@ -18,7 +19,6 @@
 #include "device/content/settings_scripts.h"
 #include "device/well_known_folders.h"
 #include "device_process.h"
-#include "private_folder.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ std::vector<std::string> items_below(const std::string& folder) {
   return found;
 }
 
-class SettingsContent : public testing::Test {
+class SettingsContent : public device_test::ContentTest {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
@@ -50,10 +50,6 @@ class SettingsContent : public testing::Test {
     device::write_live_state(tree);
     tree.finish();
   }
-
-  [[nodiscard]] std::string on_host(const std::string& path) const { return folder_ / path.substr(1); }
-
-  device_test::PrivateFolder folder_;
 };
 
 TEST_F(SettingsContent, HasSomeTwoHundredObjects) {
