@@ -71,7 +71,7 @@ harbix_unit_test(app_test
 harbix_unit_test(driver_test
   SOURCES
     driver/keywords_test.cc driver/options_test.cc driver/run_test.cc driver/signals_test.cc
-    driver/size_report_test.cc
+    driver/size_report_test.cc driver/standard_streams_test.cc
   LINKS harbix_recorded_log harbix::driver)
 
 # To be preloaded, so that a program under test stays as it ships. Never sanitized: the sanitizer has calls of

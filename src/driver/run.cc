@@ -23,6 +23,7 @@
 #include "driver/options.h"
 #include "driver/signals.h"
 #include "driver/size_report.h"
+#include "driver/standard_streams.h"
 #include "fs/accounts.h"
 #include "fs/file.h"
 #include "fs/glob.h"
@@ -149,6 +150,7 @@ int run_operation(Options options) {
 }  // namespace
 
 int run_program(int argc, char* const argv[]) {
+  occupy_closed_streams();
   const std::optional<Options> options = parse_options(argc, argv);
   if (!options) return STATUS_REFUSED;
   if (const std::optional<Refusal> refusal = check_request(*options)) {
