@@ -24,9 +24,9 @@ struct RecordedStatus {
 };
 
 /// What a manifest says of one entry of its package: the attribute "File". Its value has one of three shapes:
-///   media, settings:  SIZE newline PATH
-///   applications:     SIZE MODE UID GID MTIME PATH, mode in octal, with '\' and newline in the path as
-///   \\ and \n navigator:        PATH
+/// - media, settings: SIZE newline PATH
+/// - applications: SIZE MODE UID GID MTIME PATH, mode in octal, '\' and newline in the path as '\\' and '\n'
+/// - navigator: PATH
 struct FileRecord {
   std::uint64_t size = 0;  ///< bytes
   fs::Path path;

@@ -25,7 +25,7 @@ meta::Manifest read_manifest(ArchiveReader& reader) {
   std::size_t total = 0;
   for (;;) {
     const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
-    if (count <= 0) break;  // damage shows at the next header
+    if (count <= 0) break;  // of the two, damage shows in the reader's error
     total += static_cast<std::size_t>(count);
     if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
     text.write(chunk.data(), count);
@@ -72,7 +72,12 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
 
     const std::optional<fs::Path> name = reader.entry().name();
     if (!name) throw std::runtime_error("Error pathname");
-    if (last_component(name->text()) == entry_name) return Package{name->text(), read_manifest(reader)};
+    if (last_component(name->text()) == entry_name) {
+      Package package{name->text(), read_manifest(reader)};
+      // Half a manifest describes another package.
+      require_no_error(reader);
+      return package;
+    }
     if (others == OtherEntries::REFUSE) throw std::runtime_error("Not meta file: " + name->text());
     reader.skip(reader.entry());
   }

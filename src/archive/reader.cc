@@ -81,16 +81,18 @@ ArchiveReader::ArchiveReader(int format, int compression, const std::string& fil
   support_formats(handle_.get());
   ::archive_read_support_filter_all(handle_.get());
   const int status = open_stream(handle_.get(), input_);
-  // Not one byte is not an archive without entries: it is a backup that was lost.
-  if (input_.is_empty()) throw ArchiveError("The archive is empty");
-  if (status != ARCHIVE_OK) throw ArchiveError(error_text());
+  if (status != ARCHIVE_OK && !input_.is_empty()) throw ArchiveError(error_text());
   // Formats that would have to seek in a pipe have said so, and lost the bid; that is nobody's error.
   clear_error();
 }
 
 ArchiveReader::~ArchiveReader() = default;
 
-void ArchiveReader::begin_section(Section section) { section_ = std::move(section); }
+void ArchiveReader::begin_section(Section section) {
+  // Not one byte is not an archive without entries: it is a backup that was lost.
+  if (input_.is_empty()) throw ArchiveError("The archive is empty");
+  section_ = std::move(section);
+}
 
 void ArchiveReader::require_readable() {
   const int status = advance();

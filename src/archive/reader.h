@@ -28,8 +28,7 @@ class ArchiveReader {
  public:
   /// Opens the archive; an empty name is standard input. The format is checked and otherwise not used:
   /// whatever the library can read is read.
-  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened or holds not a single
-  /// byte.
+  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened or is no archive.
   ArchiveReader(int format, int compression, const std::string& file_name);
   ~ArchiveReader();
   ArchiveReader(const ArchiveReader&) = delete;
@@ -38,6 +37,7 @@ class ArchiveReader {
   ArchiveReader& operator=(ArchiveReader&&) = delete;
 
   /// Starts the work of the next operation; what is left of the one before is judged by the new section.
+  /// @throws ArchiveError when the archive holds not a single byte.
   void begin_section(Section section);
 
   /// Reads the first header of the section ahead of its turn, so that damage shows before anything is

@@ -86,7 +86,8 @@ Path Path::relative_to(const Path& base) const {
   if (!text_.starts_with(base.text_) && !begins_with_base()) {
     throw Exception("Path '" + text_ + "' is not subdirectory of '" + base.text_ + "'");
   }
-  std::string rest = text_.substr(base.text_.size());
+  // The base may be the longer one, by dots that count for nothing.
+  std::string rest = text_.substr(std::min(base.text_.size(), text_.size()));
   const std::size_t start = rest.find_first_not_of(SEPARATOR);
   if (start != std::string::npos) rest.erase(0, start);
   return Path(std::move(rest));

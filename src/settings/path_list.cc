@@ -27,7 +27,7 @@ bool is_control_object(const fs::Path& path) {
 }
 
 bool is_excluded(const fs::Path& path, const std::vector<fs::Path>& blacklist) {
-  if (is_control_object(path) || begins_with_any(path, blacklist)) return true;
+  if (is_control_object(path) || is_blacklisted(path, blacklist)) return true;
   const std::optional<fs::File> object = find(path);
   return object && (object->is_directory() || object->is_symbolic_link());
 }
@@ -39,7 +39,7 @@ class FolderCollector : public fs::TreeVisitor {
       : blacklist_(blacklist), paths_(paths) {}
 
   void operator()(const fs::File& item) override {
-    if (!begins_with_any(item.path(), blacklist_) && !is_control_object(item.path()))
+    if (!is_blacklisted(item.path(), blacklist_) && !is_control_object(item.path()))
       paths_.push_back(item.path());
   }
   void unreachable(const fs::Path& path, const fs::Exception& /*reason*/) override {

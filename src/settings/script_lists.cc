@@ -102,4 +102,8 @@ bool begins_with_any(const fs::Path& path, const std::vector<fs::Path>& prefixes
       prefixes, [&path](const fs::Path& prefix) { return path.text().starts_with(prefix.text()); });
 }
 
+bool is_blacklisted(const fs::Path& path, const std::vector<fs::Path>& blacklist) {
+  return begins_with_any(path, blacklist);
+}
+
 }  // namespace harbix

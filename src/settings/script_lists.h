@@ -18,4 +18,7 @@ enum class ScriptList { WHITELIST, BLACKLIST };
 /// Whether the text of any of `prefixes` begins `path`: characters count, not components.
 [[nodiscard]] bool begins_with_any(const fs::Path& path, const std::vector<fs::Path>& prefixes);
 
+/// Whether a path is not to be backed up nor restored: begins_with_any() of the blacklist.
+[[nodiscard]] bool is_blacklisted(const fs::Path& path, const std::vector<fs::Path>& blacklist);
+
 }  // namespace harbix

@@ -24,7 +24,7 @@ bool exists_as_folder_or_link(const fs::Path& path) {
 bool is_acceptable_unlisted(const AllowedSettings& allowed, const fs::Path& candidate) {
   if (is_pps_path(candidate)) return false;
   const bool is_whitelisted =
-      begins_with_any(candidate, allowed.whitelist) && !begins_with_any(candidate, allowed.blacklist);
+      begins_with_any(candidate, allowed.whitelist) && !is_blacklisted(candidate, allowed.blacklist);
   if (!is_whitelisted && !candidate.text().starts_with(places::WALLPAPER)) return false;
   return !exists_as_folder_or_link(candidate);
 }

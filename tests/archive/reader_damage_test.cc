@@ -30,9 +30,10 @@ using Names = std::vector<std::string>;
 constexpr std::size_t RECORD = 512;
 constexpr const char* UNREADABLE = "Could not read next archive header";
 
-TEST_F(ArchiveReaderTest, RefusesAnArchiveOfZeroBytesWhenItIsOpened) {
+TEST_F(ArchiveReaderTest, RefusesAnArchiveOfZeroBytesBeforeTheFirstOperation) {
+  Reader reader(archive(""));
   EXPECT_EQ("Archive error: The archive is empty",
-            message_of<ArchiveError>([this] { const Reader reader(archive("")); }));
+            message_of<ArchiveError>([&reader] { reader.begin_section({}); }));
 }
 
 TEST_F(ArchiveReaderTest, TellsWhyTheArchiveCannotBeOpened) {

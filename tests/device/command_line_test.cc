@@ -78,6 +78,9 @@ TEST(CommandLine, RestoresNothingWithoutAKeyword) {
   const Outcome outcome = device.harbix({"-r", "-w", "-f", "/tmp/a.tar"});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+  const Outcome of_nothing = device.harbix({"-r", "-w"});
+  EXPECT_EQ(of_nothing.status, 0) << of_nothing.errors;
+  EXPECT_EQ(of_nothing.errors, "");
 }
 
 TEST(CommandLine, TakesRelativeFileNamesFromTheRoot) {
@@ -258,9 +261,9 @@ TEST(Usage, StandsInASectionOfTheProgram) {
                          ".usage=alloc", HARBIX_PROGRAM, "/dev/stdout"});
   const Outcome record = test::run_program({"cat", HARBIX_USAGE_RECORD});
   EXPECT_EQ(usage.output, record.output);
-  EXPECT_THAT(
-      record.output,
-      testing::StartsWith("harbix [-d n] [-f filename] [-r] [-s] [-w] [-p] [-v] keyword [package-ids]\n"));
+  EXPECT_THAT(record.output,
+              testing::StartsWith(
+                  "harbix [-d n] [-f filename] [-r] [-s] [-w] [-p] [-v] [-i] [-t] keyword [package-ids]\n"));
 }
 
 }  // namespace

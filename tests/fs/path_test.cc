@@ -152,7 +152,8 @@ TEST(PathRelative, IsTheRestBehindTheBase) {
         RelativeRow{"/apps/", "/apps", "/"}, RelativeRow{"/apps//", "/apps", "//"},
         RelativeRow{"/appsx/y", "/apps", "x/y"}, RelativeRow{"./apps/x", "./apps", "x"},
         RelativeRow{"a/b", "", "a/b"}, RelativeRow{"/a/b", "", "a/b"}, RelativeRow{"", "", ""},
-        RelativeRow{"./a", "./", "a"}, RelativeRow{"apps/x", "apps/", "x"}}) {
+        RelativeRow{"./a", "./", "a"}, RelativeRow{"apps/x", "apps/", "x"}, RelativeRow{"apps", "./apps", ""},
+        RelativeRow{"x", "././x", ""}}) {
     EXPECT_EQ(row.rest, Path(row.path).relative_to(Path(row.base)).text()) << row.path << " to " << row.base;
     EXPECT_TRUE(Path(row.path).is_subdirectory_of(Path(row.base))) << row.path << " to " << row.base;
   }
