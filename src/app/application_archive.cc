@@ -85,7 +85,7 @@ class PackageArchiver {
     // Not needed any more, and as large as the list of items.
     manifest = meta::Manifest();
     for (const fs::Path& path : items.paths()) {
-      tolerate_item_error([&] { archive_path(path); });
+      tolerate_item_error([&] { archive_path(path); }, "");
     }
   }
 

@@ -31,14 +31,6 @@ ApplicationPackage::ApplicationPackage(Package package)
   attributes_.shrink_to_fit();
 }
 
-bool ApplicationPackage::is_of_kind(std::string_view kind) const {
-  if (verbose) {
-    for (const fs::Path& component : components_) std::cerr << "=>" << component << ":";
-    std::cerr << '\n';
-  }
-  return has_kind(kind);
-}
-
 bool ApplicationPackage::has_application_name() const {
   return components_.size() > KIND_POSITION &&
          fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX);
@@ -46,6 +38,14 @@ bool ApplicationPackage::has_application_name() const {
 
 bool ApplicationPackage::has_kind(std::string_view kind) const {
   return has_application_name() && components_[KIND_POSITION].text() == kind;
+}
+
+bool ApplicationPackage::is_of_kind(std::string_view kind) const {
+  if (verbose) {
+    for (const fs::Path& component : components_) std::cerr << "=>" << component << ":";
+    std::cerr << '\n';
+  }
+  return has_kind(kind);
 }
 
 bool ApplicationPackage::is_known() const {

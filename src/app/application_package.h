@@ -19,7 +19,9 @@ class ApplicationPackage {
   [[nodiscard]] const fs::Path& metadata_name() const noexcept { return metadata_name_; }
   /// What the names of the package's entries begin with: "/app/PACKAGE/KIND".
   [[nodiscard]] fs::Path name() const { return metadata_name_.dirname(); }
-  /// Whether it is an application's package of this kind. With verbose output, its components are traced.
+  /// Whether it is an application's package of this kind.
+  [[nodiscard]] bool has_kind(std::string_view kind) const;
+  /// As has_kind, and with verbose output a trace of its components.
   [[nodiscard]] bool is_of_kind(std::string_view kind) const;
   /// PACKAGE, for a package of any kind.
   [[nodiscard]] std::string package() const;
@@ -47,7 +49,6 @@ class ApplicationPackage {
  private:
   /// "/app/PACKAGE/KIND" and whatever follows.
   [[nodiscard]] bool has_application_name() const;
-  [[nodiscard]] bool has_kind(std::string_view kind) const;
 
   fs::Path metadata_name_;
   std::vector<fs::Path> components_;

@@ -1,5 +1,6 @@
 #include "app/application_restore.h"
 
+#include <algorithm>
 #include <iostream>
 #include <stdexcept>
 
@@ -11,6 +12,7 @@
 #include "driver/base/flags.h"
 #include "driver/base/log.h"
 #include "driver/base/places.h"
+#include "fs/exception.h"
 #include "fs/tree.h"
 #include "updater/actions.h"
 
@@ -61,20 +63,29 @@ bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& packa
     return false;
   }
   if (!package.has_plain_directory() || is_home_screen(directory)) return false;
-  if (fs::exists(target)) {
-    // The installer makes folders only; owners would be set behind anything else.
-    if (!fs::File(target).is_directory()) return false;
-    try {
-      if (is_built_in(target)) {
-        if (verbose) std::cerr << "ERROR: Attempt to restore 1st or 2nd party app. \n";
-        return false;
-      }
-    } catch (const std::runtime_error& error) {
-      report_failed_exchange(target, error.what());
-      return false;
-    }
-  }
+  if (fs::exists(target) && !is_replaceable(target, directory)) return false;
   return package.has_valid_paths(target);
+}
+
+bool ApplicationRestore::is_replaceable(const fs::Path& target, const std::string& id) {
+  // The installer makes folders only; owners would be set behind anything else.
+  if (!fs::File(target).is_directory()) return false;
+  try {
+    if (!is_built_in(target)) return true;
+    if (verbose) std::cerr << "ERROR: Attempt to restore 1st or 2nd party app. \n";
+  } catch (const fs::Exception& error) {
+    report_failed_exchange(target, error.what());
+  } catch (const std::runtime_error& error) {
+    // The installer says nothing of what it does not know: what is left of a restore that was cut short
+    // before the registration.
+    if (!is_registered(id)) return true;
+    report_failed_exchange(target, error.what());
+  }
+  return false;
+}
+
+bool ApplicationRestore::is_registered(const std::string& id) const {
+  return std::ranges::find(registered_, id, &updater::RegisteredApplication::id) != registered_.end();
 }
 
 void ApplicationRestore::refuse_binaries(const ApplicationPackage& package) {
@@ -144,8 +155,12 @@ std::optional<gid_t> ApplicationRestore::query_group(const fs::Path& target) {
 void ApplicationRestore::replace_data(const ApplicationPackage& package, gid_t group) {
   const fs::Path data(package.data_directory());
   PackageExtraction extraction(reader_, package, data, Restorable::DATA_FOLDERS);
-  // What is there must not go before something is seen that takes its place.
+  // What is there must not go before something is seen that takes its place, and can.
   if (!extraction.is_readable()) return;
+  if (!extraction.has_place(owner_, group)) {
+    is_complete_ = false;
+    return;
+  }
   if (!pretend && fs::exists(data)) {
     if (verbose) std::cerr << "REMOVE_DIR " << data << '\n';
     fs::remove_tree(fs::File(data));

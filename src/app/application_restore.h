@@ -4,9 +4,11 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/application_package.h"
 #include "archive/reader.h"
+#include "updater/registered_application.h"
 
 namespace harbix {
 
@@ -14,8 +16,10 @@ namespace harbix {
 /// decide about the next.
 class ApplicationRestore {
  public:
-  /// `owner` is the user that owns installed applications.
-  ApplicationRestore(ArchiveReader& reader, uid_t owner) : reader_(reader), owner_(owner) {}
+  /// `owner` is the user that owns installed applications, `registered` the installer's list.
+  ApplicationRestore(ArchiveReader& reader, uid_t owner,
+                     const std::vector<updater::RegisteredApplication>& registered)
+      : reader_(reader), owner_(owner), registered_(registered) {}
 
   /// Puts the binaries on disk and registers the application, unless they are refused. What was not read of
   /// the package stays in the archive.
@@ -32,6 +36,9 @@ class ApplicationRestore {
 
  private:
   [[nodiscard]] bool are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target);
+  /// Whether what is installed there may be replaced.
+  [[nodiscard]] bool is_replaceable(const fs::Path& target, const std::string& id);
+  [[nodiscard]] bool is_registered(const std::string& id) const;
   void refuse_binaries(const ApplicationPackage& package);
   void register_application(const ApplicationPackage& package, const fs::Path& target);
   /// 0 for an application that is not there, nothing when the installer does not say.
@@ -41,6 +48,7 @@ class ApplicationRestore {
 
   ArchiveReader& reader_;
   uid_t owner_;
+  const std::vector<updater::RegisteredApplication>& registered_;
   std::string refused_;  ///< the last package whose binaries were refused
   bool is_complete_ = true;
 };

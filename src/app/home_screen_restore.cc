@@ -116,8 +116,8 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
     const fs::Path name = entry->name().value_or(fs::Path());
     std::cerr << "ae.path: " << name << "  basename: " << name.basename() << "\nit: " << path << '\n';
     const bool is_clock_database = name.basename().text() == CLOCK_DATABASE;
+    if (is_clock_database) std::cerr << "Restoring: " << name << '\n';
     if (is_clock_database && component.accepts(path) && component.accepts(*entry, path)) {
-      std::cerr << "Restoring: " << name << '\n';
       component.extract(*entry, clock_database(*entry, path));
     } else {
       skip(reader, *entry, path);
@@ -130,13 +130,13 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
 void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
   if (package.records().empty()) return;
   std::cerr << "Processing: " << package.metadata_name() << '\n';
-  if (package.is_of_kind(places::OBJECT_KIND)) {
+  if (package.has_kind(places::OBJECT_KIND)) {
     NavigatorObjects(reader, package).restore();
     return;
   }
   const std::vector<fs::Path> components = package.metadata_name().components();
   for (const fs::Path& component : components) std::cerr << component << '\n';
-  const bool is_data = package.is_of_kind(places::DATA_KIND);
+  const bool is_data = package.has_kind(places::DATA_KIND);
   if (is_data && package.package() == places::NAVIGATOR) {
     std::cerr << "navigator data: " << package.metadata_name() << '\n';
     restore_navigator_data(reader, package, user);

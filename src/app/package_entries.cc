@@ -50,6 +50,7 @@ std::optional<EntryView> PackageEntries::entry_of(std::size_t position) {
 }
 
 bool PackageEntries::is_readable() {
+  if (records_.empty()) return true;  // whatever follows is another package's
   if (!is_over_ && advance()) reader_.hold_back();
   return reader_.error_number() == 0;
 }

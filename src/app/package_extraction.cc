@@ -37,6 +37,11 @@ fs::File destination_of(const EntryView& entry, const FileRecord& record, const 
   return {path, merged};
 }
 
+void report(const std::runtime_error& error) {
+  diagnostics::line(0, "ERROR: %s", error.what());
+  std::cerr << "Error: " << error.what() << '\n';
+}
+
 }  // namespace
 
 PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPackage& package,
@@ -47,20 +52,29 @@ PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPac
       entries_(reader, records_, package.name(), base),
       restorable_(restorable) {}
 
-bool PackageExtraction::extract(uid_t user, gid_t group) {
-  bool is_whole = true;
+bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
   const fs::EffectiveGroup effective_group(group);
   const fs::EffectiveUser effective_user(user);
-  // The library looks for links in every folder on an entry's way: the shorter it is, the better.
   const fs::WorkingDirectory directory(place_);
+  return true;
+} catch (const std::runtime_error& error) {
+  report(error);
+  return false;
+}
+
+bool PackageExtraction::extract(uid_t user, gid_t group) {
+  bool is_whole = true;
   try {
+    const fs::EffectiveGroup effective_group(group);
+    const fs::EffectiveUser effective_user(user);
+    // The library looks for links in every folder on an entry's way: the shorter it is, the better.
+    const fs::WorkingDirectory directory(place_);
     Extraction extraction(reader_, Keep::NO, Keep::NO, place_);
     for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
   } catch (const std::runtime_error& error) {
     // Not passed on: what is on disk by now still gets its owners and modes.
     is_whole = false;
-    diagnostics::line(0, "ERROR: %s", error.what());
-    std::cerr << "Error: " << error.what() << '\n';
+    report(error);
   }
   const int damage = reader_.error_number();
   std::cerr << "Archive errno at this point: " << (damage != 0 ? damage : last_error_) << '\n';

@@ -30,6 +30,10 @@ class PackageExtraction {
   /// Whether the archive can be read where the package's entries begin. Damage is told of.
   [[nodiscard]] bool is_readable() { return entries_.is_readable(); }
 
+  /// Whether `user` and `group` can enter the folder that the package's own is to be made in. If not, it is
+  /// told.
+  [[nodiscard]] bool has_place(uid_t user, gid_t group) const;
+
   /// Extracts for `user` and `group`, in the records' order. What cannot be extracted costs itself and a
   /// warning; where the archive ends or is damaged, the rest stays out.
   /// @return false for a damaged archive.

@@ -40,10 +40,10 @@ void uninstall(const RegisteredApplication& application) {
 
 class AppRestore {
  public:
-  explicit AppRestore(ArchiveReader& reader)
+  AppRestore(ArchiveReader& reader, const std::vector<RegisteredApplication>& registered)
       : reader_(reader),
         owner_(fs::user_id(domains::APPLICATIONS_USER)),
-        applications_(reader, owner_),
+        applications_(reader, owner_, registered),
         next_(next_package()) {}
 
   /// Whether the archive does not begin with somebody else's package.
@@ -101,7 +101,7 @@ int restore_applications(ArchiveReader& reader) {
     return 1;
   }
   // Damage, or the archive of something else, must show before anything is uninstalled.
-  AppRestore restore(reader);
+  AppRestore restore(reader, installed);
   if (restore.begins_well()) {
     for (const RegisteredApplication& one : installed) {
       if (one.source == domains::STOREFRONT_SOURCE) uninstall(one);

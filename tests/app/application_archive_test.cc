@@ -113,7 +113,7 @@ TEST_F(ApplicationArchive, HasAPackageWithoutAnyData) {
     EXPECT_FALSE(reader.next_header());
     std::string expected;
     for (const std::string& path : paths)
-      expected.append("Archive: " + path + "\nError: Error opening: ").append(path).append("\n");
+      expected.append("Archive: " + path + "\nError opening: ").append(path).append("\n");
     EXPECT_EQ(expected, errors);
   }));
 }

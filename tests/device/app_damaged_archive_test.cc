@@ -127,7 +127,9 @@ TEST_F(AppDamagedArchive, UninstallsNothingWhenItIsNone) {
   };
   for (const Row& row :
        {Row{"empty", "", 2}, Row{"text", "hello\n", 2}, Row{"noise", std::string(4096, 'x'), 2},
-        Row{"first header cut", good.substr(0, 300), 2}, Row{"first header damaged", bad_header, 2}}) {
+        Row{"first header cut", good.substr(0, 300), 2}, Row{"first header damaged", bad_header, 2},
+        Row{"first manifest cut", good.substr(0, BLOCK), 1},
+        Row{"first manifest cut inside", good.substr(0, BLOCK + 20), 1}}) {
     const Snapshot before = device_.everything_but({});
     const Outcome outcome = restore(row.archive);
     EXPECT_NE(outcome.status, 0) << row.name;
@@ -208,6 +210,26 @@ TEST_F(AppDamagedArchive, CutBeforeTheFirstEntryOfADataPackageLeavesTheOldData) 
     EXPECT_EQ(outcome.status, 1) << length;
     EXPECT_EQ(device_.read(loaded_.data() + "/data/state"), "old") << length;
   }
+}
+
+TEST_F(AppDamagedArchive, MayEndWithAPackageWithoutRecords) {
+  const Outcome outcome = restore(archive_of({CraftedPackage::data("side.app")}));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(lines_of(outcome.errors), ElementsAre("Archive errno at this point: 0"));
+}
+
+TEST_F(AppDamagedArchive, MeetsAFolderThatCannotBeEntered) {
+  const Snapshot before = device_.snapshot(loaded_.data());
+  const std::string archive = archive_of(
+      {CraftedPackage::data("side.app").folder("data").file("data/state", "new"),
+       CraftedPackage::binary("fresh").attribute("Extras", "source::sideload").file("main", "new")});
+  const Outcome outcome = device_.shell(
+      "chmod 0700 /accounts/1000/appdata; chown root /accounts/1000/appdata; harbix -r app", archive);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(lines_of(outcome.errors),
+              Contains("Error: Failed to chdir to '/accounts/1000/appdata' [errno:13 'Permission denied']"));
+  EXPECT_EQ(difference(before, device_.snapshot(loaded_.data())), "");
+  EXPECT_EQ(device_.read("/apps/fresh/main"), "new");
 }
 
 TEST_F(AppDamagedArchive, MayClaimSizesBeyondItsEnd) {

@@ -231,7 +231,8 @@ TEST_F(HomeScreen, OfTheSystemTrayOnlyTheClockDatabaseComesBack) {
                                        .file("data/ClockServices.sqlite-wal", "evil")
                                        .file("data/sub/ClockServices.sqlite", "sub", 0640)
                                        .file("data/kept", "evil")
-                                       .file("tmp/ClockServices.sqlite", "tmp", 06666)});
+                                       .file("tmp/ClockServices.sqlite", "tmp", 06666)
+                                       .link("logs/ClockServices.sqlite", "/etc/passwd")});
   EXPECT_EQ(outcome.status, 0);
   const Snapshot data = device_.snapshot(TRAY);
   EXPECT_THAT(data,
@@ -248,6 +249,8 @@ TEST_F(HomeScreen, OfTheSystemTrayOnlyTheClockDatabaseComesBack) {
                     Contains("ae.path: " + name + "ClockServices.sqlite  basename: ClockServices.sqlite"),
                     Contains("it: " + TRAY + "/data/ClockServices.sqlite"),
                     Contains("Restoring: " + name + "ClockServices.sqlite"),
+                    Contains("Restoring: /app/sys.systemtray/appdata/logs/ClockServices.sqlite"),
+                    Contains("Skip: " + TRAY + "/logs/ClockServices.sqlite"),
                     Contains("Skip: " + TRAY + "/data/other")));
 }
 
