@@ -25,7 +25,7 @@ meta::Manifest read_manifest(ArchiveReader& reader) {
   std::size_t total = 0;
   for (;;) {
     const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
-    if (count <= 0) break;  // of the two, damage shows in the reader's error
+    if (count <= 0) break;  // the end, or damage, which the reader then knows of
     total += static_cast<std::size_t>(count);
     if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
     text.write(chunk.data(), count);
