@@ -9,6 +9,7 @@
 #include "driver/base/log.h"
 #include "fs/accounts.h"
 #include "fs/effective_user.h"
+#include "fs/identity_loss.h"
 
 namespace fs {
 namespace {
@@ -34,8 +35,7 @@ EffectiveGroup::EffectiveGroup(const std::string& name) : saved_(static_cast<gid
 }
 
 EffectiveGroup::~EffectiveGroup() {
-  // Reports nothing: there is no one left to act on it.
-  static_cast<void>(::setregid(UNCHANGED, saved_));
+  if (::setregid(UNCHANGED, saved_) == -1) end_with_lost_identity("gid", saved_, errno);
 }
 
 }  // namespace fs

@@ -25,6 +25,7 @@ class EffectiveGroup {
   [[nodiscard("name the guard, or it ends at the semicolon")]] explicit EffectiveGroup(
       const std::string& name);
 
+  /// Ends the process where the system refuses the way back, as end_with_lost_identity does.
   ~EffectiveGroup();
   EffectiveGroup(const EffectiveGroup&) = delete;
   EffectiveGroup& operator=(const EffectiveGroup&) = delete;

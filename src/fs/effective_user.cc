@@ -8,6 +8,7 @@
 
 #include "driver/base/log.h"
 #include "fs/accounts.h"
+#include "fs/identity_loss.h"
 
 namespace fs {
 namespace {
@@ -28,8 +29,7 @@ EffectiveUser::EffectiveUser(uid_t user) : saved_(::geteuid()) { set_effective_u
 EffectiveUser::EffectiveUser(const std::string& name) : EffectiveUser(user_id(name)) {}
 
 EffectiveUser::~EffectiveUser() {
-  // Reports nothing: there is no one left to act on it.
-  static_cast<void>(::setreuid(UNCHANGED, saved_));
+  if (::setreuid(UNCHANGED, saved_) == -1) end_with_lost_identity("uid", saved_, errno);
 }
 
 }  // namespace fs

@@ -20,6 +20,7 @@ class EffectiveUser {
   /// @throws also std::runtime_error "User 'NAME' does not exist".
   [[nodiscard("name the guard, or it ends at the semicolon")]] explicit EffectiveUser(
       const std::string& name);
+  /// Ends the process where the system refuses the way back, as end_with_lost_identity does.
   ~EffectiveUser();
   EffectiveUser(const EffectiveUser&) = delete;
   EffectiveUser& operator=(const EffectiveUser&) = delete;

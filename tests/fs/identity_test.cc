@@ -103,6 +103,25 @@ TEST(EffectiveUserGuard, LeavesTheEffectiveUserWhereItIsForTheUnchangedId) {
   EXPECT_EQ(0U, ::geteuid());
 }
 
+TEST(EffectiveUserGuard, EndsTheProcessWhereTheWayBackIsClosed) {
+  EXPECT_EXIT(
+      {
+        const fs::EffectiveUser user(USER);
+        if (::setresuid(USER, USER, USER) == -1) ::_exit(98);
+      },
+      ::testing::ExitedWithCode(2), "^ERROR: Could not restore effective uid 0: Operation not permitted\n$");
+}
+
+TEST(EffectiveGroupGuard, EndsTheProcessWhereTheWayBackIsClosed) {
+  EXPECT_EXIT(
+      {
+        const fs::EffectiveGroup group(GROUP);
+        if (::setresgid(GROUP, GROUP, GROUP) == -1) ::_exit(98);
+        drop_capability(CAP_SETGID);
+      },
+      ::testing::ExitedWithCode(2), "^ERROR: Could not restore effective gid 0: Operation not permitted\n$");
+}
+
 TEST(EffectiveGroupGuard, SwitchesByIdAndComesBackToTheGroupItFound) {
   {
     const fs::EffectiveGroup outer(GROUP);
