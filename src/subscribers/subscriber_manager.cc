@@ -1,12 +1,27 @@
 #include "subscribers/subscriber_manager.h"
 
-#include <cstdlib>
+#include <sys/wait.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "driver/base/log.h"
 #include "driver/base/places.h"
 #include "fs/file.h"
 #include "fs/glob.h"
 
 namespace subscribers {
+namespace {
+
+/// What a script itself says does not matter: a failing subscriber must not stop a backup. A shell that could
+/// not be started looks like one that ended with this status, but for the error number.
+bool was_not_started(int status, int error) {
+  constexpr int NOT_STARTED = 127;
+  return error != 0 && (status == -1 || (WIFEXITED(status) && WEXITSTATUS(status) == NOT_STARTED));
+}
+
+}  // namespace
 
 const fs::Path SubscriberManager::FSSCRIPTROOT(harbix::places::SUBSCRIBER_SCRIPTS);
 const fs::Path SubscriberManager::FSSETTINGSSCRIPTROOT(FSSCRIPTROOT / "/settings");
@@ -22,9 +37,13 @@ void SubscriberManager::run(const std::string& event, Wait wait, std::span<const
     if (fs::File(script).is_directory()) continue;
     const std::string command =
         script.text() + " " + event + " > /dev/null 2>&1" + (wait == Wait::YES ? "" : " &");
-    // The result does not matter: a failing subscriber must not stop a backup. The shell is the interface:
-    // scripts come from the device's read-only system folder.
-    static_cast<void>(std::system(command.c_str()));  // NOLINT(cert-env33-c,concurrency-mt-unsafe): see above
+    errno = 0;
+    // The shell is the interface: scripts come from the device's read-only system folder.
+    const int status = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe): see above
+    if (const int error = errno; was_not_started(status, error)) {
+      diagnostics::line(1, "Subscriber script '%s' could not be run: %s", script.text().c_str(),
+                        std::strerror(error));
+    }
   }
 }
 

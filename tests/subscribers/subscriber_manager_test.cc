@@ -1,5 +1,6 @@
 #include "subscribers/subscriber_manager.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 #include "fs/exception.h"
 #include "fs/glob.h"
 #include "support/captured_output.h"
+#include "support/child_process.h"
+#include "support/recorded_log.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 
@@ -102,6 +105,24 @@ TEST_F(Subscribers, ThatFailChangeNothing) {
          file("4", script(), 0755)});
   run("backup_start", Wait::YES);
   EXPECT_EQ("4(1):backup_start\n", seen());
+}
+
+TEST_F(Subscribers, ThatCannotBeStartedAreLogged) {
+  build({file("1", script(), 0755), file("2", script(), 0755)});
+  ASSERT_EQ(0, ::chmod(folder_.path().c_str(), 0755));
+  EXPECT_TRUE(test::passes_in_child([this] {
+    const rlimit no_process{.rlim_cur = 0, .rlim_max = 0};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NPROC, &no_process));
+    // The limit is for users other than the superuser.
+    ASSERT_EQ(0, ::setresuid(4001, 4001, 4001));
+    const test::RecordedLog log;
+    run("backup_start", Wait::YES);
+    const std::string reason = "' could not be run: Resource temporarily unavailable";
+    EXPECT_EQ((std::vector<std::string>{"3 Subscriber script '" + (folder_ / "scripts/1") + reason,
+                                        "3 Subscriber script '" + (folder_ / "scripts/2") + reason}),
+              log.messages());
+  }));
+  EXPECT_EQ("", seen());
 }
 
 TEST_F(Subscribers, ThatAreGoneEndTheRun) {
