@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <filesystem>
 #include <optional>
-#include <system_error>
 
 #include "device/failure.h"
+#include "device/mounts.h"
 #include "platform/file_descriptor.h"
 
 namespace device {
@@ -90,20 +90,10 @@ void make_device_folder(const std::string& root) {
 
 }  // namespace
 
-DetachedMount own_programs() {
-  std::error_code error;
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) throw system_failure(error.value(), "read the link", "/proc/self/exe");
-  const std::string folder = program.parent_path().string();
-  std::optional<DetachedMount> programs = DetachedMount::read_only(folder);
-  if (!programs) throw system_failure(ENOENT, "bind", folder);
-  return std::move(*programs);
-}
-
-void furnish_root(const std::string& root, const DetachedMount& programs) try {
+void furnish_root(const std::string& root, const OwnPrograms& programs) try {
   for (const char* folder : SYSTEM_FOLDERS) share_system_folder(root, folder);
   for (const char* item : SYSTEM_SETTINGS) share_read_only(root, item);
-  programs.attach(root + "/opt/harbix/bin");
+  programs.attach(root);
   make_device_folder(root);
   mount_processes(root + "/proc");
 } catch (const std::filesystem::filesystem_error& error) {

@@ -85,6 +85,12 @@ void mount_terminals(const std::string& target) {
             "newinstance,ptmxmode=0666,mode=0620,gid=" + std::to_string(TTY_GROUP));
 }
 
+void make_read_only(const std::string& target) {
+  if (::mount(nullptr, target.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == -1) {
+    throw system_failure(errno, "close for writers", target);
+  }
+}
+
 void enter_root(const std::string& root) {
   if (::chdir(root.c_str()) == -1) throw system_failure(errno, "enter", root);
   if (::syscall(SYS_pivot_root, ".", ".") == -1) throw system_failure(errno, "make the root", root);

@@ -41,6 +41,9 @@ void mount_memory(const std::string& target);
 void mount_processes(const std::string& target);
 void mount_terminals(const std::string& target);
 
+/// Closes the file system that is mounted on `target` for writers. @throws Failure quoting `target`.
+void make_read_only(const std::string& target);
+
 /// Makes `root`, a mount point, this process's root and working directory, and lets go of the old root.
 void enter_root(const std::string& root);
 

@@ -18,6 +18,7 @@
 #include "device/init.h"
 #include "device/log_collector.h"
 #include "device/mounts.h"
+#include "device/own_programs.h"
 #include "device/service.h"
 #include "device/storage.h"
 #include "device/tree_writer.h"
@@ -90,7 +91,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
   enter_mount_namespace();
   require_fuse();
-  const DetachedMount programs = own_programs();
+  const OwnPrograms programs;
   platform::FileDescriptor log_file;
   // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
   const auto open_host_log = [&] {

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "device/mounts.h"
+
+namespace device {
+
+/// The folder of the device in which its own programs are, first on PATH.
+inline constexpr const char* OWN_PROGRAMS = "/opt/harbix/bin";
+
+/// The programs that a device has of this project, taken from the host, not attached yet.
+class OwnPrograms {
+ public:
+  /// To be called before anything is mounted over the host's folders. Finds the programs by where this one
+  /// is: installed, each in its folder below the same prefix; not installed, all in one folder, taken whole.
+  /// @throws Failure when that folder or a program cannot be found out or taken.
+  OwnPrograms();
+
+  /// Puts them into the existing folder OWN_PROGRAMS below `root`, read-only.
+  /// @throws Failure quoting the path that could not be mounted or made.
+  void attach(const std::string& root) const;
+
+ private:
+  struct Program {
+    std::string name;
+    DetachedMount mount;
+  };
+
+  void take_installed(const std::string& folder);
+
+  std::vector<DetachedMount> folder_;  ///< one, or none when installed
+  std::vector<Program> programs_;
+};
+
+}  // namespace device
