@@ -16,6 +16,9 @@ target_compile_options(harbix_settings INTERFACE
   $<$<BOOL:${HARBIX_WERROR}>:-Werror>)
 # 64-bit sizes and offsets on every build, and the GNU names of the system's calls.
 target_compile_definitions(harbix_settings INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
+include(cmake/hardening.cmake)
+# The same bytes from every folder: no path of the building machine gets into a program.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 if(HARBIX_SANITIZE)
   add_compile_options(-fsanitize=${HARBIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${HARBIX_SANITIZE})

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -108,6 +109,12 @@ void tell_ready(platform::FileDescriptor descriptor) {
   }
 }
 
+/// In one write, so that the lines of several services do not mix. A line that cannot be written is lost: the
+/// status tells enough.
+void report(const std::exception& error) {
+  static_cast<void>(std::fprintf(stderr, "harbix-installer: %s\n", error.what()));
+}
+
 /// Shape: "harbix-installer [--ready-fd N]".
 /// @return false when the arguments do not fit.
 bool parse(std::span<char* const> arguments, std::optional<int>& ready) {
@@ -134,9 +141,9 @@ int main(int argc, char** argv) {
   } catch (const std::system_error& error) {
     // The device ends, or has lost more than this service.
     if (installer::is_unserved(error.code())) return 0;
-    std::cerr << "harbix-installer: " << error.what() << std::endl;
+    report(error);
   } catch (const std::exception& error) {
-    std::cerr << "harbix-installer: " << error.what() << std::endl;
+    report(error);
   }
   return 1;
 }

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <exception>
 #include <iostream>
 #include <span>
@@ -45,7 +46,9 @@ int main(int argc, char** argv) {
   try {
     return serve(*command);
   } catch (const std::exception& error) {
-    std::cerr << "harbix-pps: " << error.what() << "\n";
+    // In one write, so that the lines of several services do not mix. A line that cannot be written is lost:
+    // the status tells enough.
+    static_cast<void>(std::fprintf(stderr, "harbix-pps: %s\n", error.what()));
     return 1;
   }
 }
