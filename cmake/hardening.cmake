@@ -29,6 +29,8 @@ function(harbix_find_fortify_level)
 endfunction()
 
 add_compile_options(-fstack-protector-strong)
+# Some compilers accept what they then warn that they do not use.
+set(CMAKE_REQUIRED_FLAGS -Werror)
 foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
   string(MAKE_C_IDENTIFIER "HARBIX_HAS${flag}" known)
   check_cxx_compiler_flag(${flag} ${known})
@@ -36,6 +38,7 @@ foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=s
     add_compile_options(${flag})
   endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 if(HARBIX_HAS_fcf_protection_full)
   # Says that a program is ready for it. The linker would find out by itself, but for the C library's start-up objects,
   # which many systems build without the mark.

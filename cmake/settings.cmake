@@ -17,8 +17,13 @@ target_compile_options(harbix_settings INTERFACE
 # 64-bit sizes and offsets on every build, and the GNU names of the system's calls.
 target_compile_definitions(harbix_settings INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
 include(cmake/hardening.cmake)
-# The same bytes from every folder: no path of the building machine gets into a program.
-add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+# The same bytes from every folder: no path of the building machine gets into a program. A compiler cache may turn the
+# compiler's paths into relative ones, which are named alike. Nor are the compiler's flags recorded, which may hold such paths.
+file(RELATIVE_PATH sources ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+string(REGEX REPLACE "/$" "" sources "${sources}")
+add_compile_options(
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
+  $<$<BOOL:${sources}>:-ffile-prefix-map=${sources}=.> -gno-record-gcc-switches)
 if(HARBIX_SANITIZE)
   add_compile_options(-fsanitize=${HARBIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${HARBIX_SANITIZE})

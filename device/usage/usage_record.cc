@@ -6,11 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 #include <system_error>
@@ -48,7 +48,7 @@ class ProgramFile {
   }
 
   /// @return false when the file does not hold all of it.
-  bool read(std::span<std::byte> part, std::uint64_t offset) const {
+  [[nodiscard]] bool read(std::span<std::byte> part, std::uint64_t offset) const {
     if (offset > size_ || part.size() > size_ - offset) return false;
     while (!part.empty()) {
       const ssize_t count = ::pread(file_.get(), part.data(), part.size(), static_cast<off_t>(offset));
@@ -77,7 +77,7 @@ class ProgramFile {
 };
 
 bool is_program_of_this_machine(const Header& header) {
-  return std::equal(ELFMAG, ELFMAG + SELFMAG, header.e_ident) && header.e_ident[EI_CLASS] == MACHINE_CLASS &&
+  return std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0 && header.e_ident[EI_CLASS] == MACHINE_CLASS &&
          header.e_ident[EI_DATA] == MACHINE_ORDER && header.e_shentsize == sizeof(Section);
 }
 
