@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "driver/base/log.h"
 #include "updater/exception.h"
 
 namespace updater {
@@ -29,6 +30,7 @@ bool read_registered_applications(std::vector<RegisteredApplication>& applicatio
   while (object && std::getline(object, line)) take_line(line, applications);
   // An object that breaks off is not a shorter list: applications would be taken for uninstalled ones.
   if (object.eof() && !object.bad()) return true;
+  diagnostics::line(0, "ERROR: Failed to open %s", REGISTERED_APPLICATIONS);
   std::cerr << "Failed to open " << REGISTERED_APPLICATIONS << '\n';
   return false;
 }

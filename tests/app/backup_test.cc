@@ -99,6 +99,7 @@ TEST_F(AppBackup, WritesNothingWithoutTheList) {
     EXPECT_EQ(Texts{}, backup.names);
     EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n",
               backup.errors);
+    EXPECT_EQ((Texts{"2 ERROR: Failed to open /pps/system/installer/registeredapps/.all"}), backup.log);
   }));
 }
 

@@ -190,6 +190,8 @@ TEST_F(AppBackup, FailsWithoutTheListOfApplications) {
   EXPECT_EQ(outcome.errors,
             "Failed to open /pps/system/installer/registeredapps/.all\n"
             "Error reading registered apps\n");
+  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+              ElementsAre("ERROR: Failed to open /pps/system/installer/registeredapps/.all"));
   EXPECT_THAT(device_.names(ARCHIVE), ElementsAre());
 }
 

@@ -11,6 +11,7 @@
 
 #include "support/captured_output.h"
 #include "support/private_root.h"
+#include "support/recorded_log.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 #include "updater/exception.h"
@@ -31,14 +32,20 @@ struct Read {
   bool success = false;
   std::string applications;  ///< "ID DIR VERSION SOURCE", a line each
   std::string errors;
+  std::vector<std::string> log;  ///< "SEVERITY MESSAGE", an item each
 };
+
+const std::vector<std::string> FAILURE_LOG{
+    "2 ERROR: Failed to open /pps/system/installer/registeredapps/.all"};
 
 Read read() {
   Read result;
   std::vector<RegisteredApplication> applications;
+  const test::RecordedLog log;
   const test::CapturedOutput errors(STDERR_FILENO);
   result.success = read_registered_applications(applications);
   result.errors = errors.text();
+  result.log = log.messages();
   for (const RegisteredApplication& one : applications)
     result.applications += one.id + " " + one.dir + " " + one.version + " " + one.source + "\n";
   return result;
@@ -102,6 +109,7 @@ TEST_F(RegisteredApplicationList, ThatIsMissingIsAFailure) {
     const Read result = read();
     EXPECT_FALSE(result.success);
     EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\n", result.errors);
+    EXPECT_EQ(FAILURE_LOG, result.log);
   }));
 }
 
@@ -113,6 +121,7 @@ TEST_F(RegisteredApplicationList, ThatCannotBeReadIsAFailure) {
     EXPECT_FALSE(result.success);
     EXPECT_EQ("", result.applications);
     EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\n", result.errors);
+    EXPECT_EQ(FAILURE_LOG, result.log);
   }));
 }
 
