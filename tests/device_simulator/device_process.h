@@ -50,7 +50,8 @@ class DeviceProcess {
 /// Runs harbix-device to its end.
 Result run_device(const std::vector<std::string>& arguments, const std::string& input = {});
 
-/// Runs `script` with sh on the host, the program's path in $device, and `folder` in $folder.
+/// Runs `script` with sh on the host, the program's path in $device, and `folder` in $folder: both may have
+/// blanks.
 Result run_on_host(const std::string& script, const std::string& folder = {});
 
 /// Whether `attempt` takes less than `limit` at least once in a few times: a wait that is part of the program

@@ -55,15 +55,16 @@ TEST_F(DeviceExit, Is77ForOthersThanRoot) {
   // A copy where everybody can reach it.
   const device_test::PrivateFolder folder;
   const Result result = run_on_host(
-      "chmod 755 $folder; cp $device $folder/program; setpriv --reuid 65534 --regid 65534 --clear-groups "
-      "$folder/program true",
+      "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
+      "--clear-groups "
+      "\"$folder/program\" true",
       folder / "");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.errors, "harbix-device: only root can start a device\n");
 }
 
 TEST_F(DeviceExit, Is77WhereNamespacesAreForbidden) {
-  const Result result = run_on_host("setpriv --bounding-set -sys_admin $device --bare true");
+  const Result result = run_on_host("setpriv --bounding-set -sys_admin \"$device\" --bare true");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.errors, "harbix-device: cannot make a process namespace: Operation not permitted\n");
 }
@@ -79,7 +80,9 @@ TEST_F(DeviceExit, LeavesInputAndOutputAsTheyAre) {
   const device_test::PrivateFolder folder;
   device_test::write_file(folder / "in", device::Random("binary").bytes(3000000));
   const Result result = run_on_host(
-      "cat $folder/in | $device --bare cat | cat > $folder/out; cmp $folder/in $folder/out", folder / "");
+      "cat \"$folder/in\" | \"$device\" --bare cat | cat > \"$folder/out\"; cmp \"$folder/in\" "
+      "\"$folder/out\"",
+      folder / "");
   EXPECT_EQ(result.status, 0) << result.output << result.errors;
 }
 

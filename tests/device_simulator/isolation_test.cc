@@ -30,7 +30,7 @@ TEST_F(Device, RunsTheCommandAsPlainRoot) {
 }
 
 TEST_F(Device, KeepsTheRestOfTheEnvironment) {
-  EXPECT_EQ(device_test::run_on_host("KEPT='a b' $device --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
+  EXPECT_EQ(device_test::run_on_host("KEPT='a b' \"$device\" --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
 }
 
 TEST_F(Device, HasItsOwnProgramsFirstOnThePath) {

@@ -116,7 +116,7 @@ class DeviceLeftovers : public testing::Test {
 TEST_F(DeviceLeftovers, NoneAfterSuccessAndFailure) {
   for (const int status : {0, 1, 127}) {
     const auto result = device_test::run_on_host(
-        "cd $folder && $device sh -c 'echo x > /pps/x; xargs -0 -n 1 < /proc/self/environ; exit " +
+        "cd \"$folder\" && \"$device\" sh -c 'echo x > /pps/x; xargs -0 -n 1 < /proc/self/environ; exit " +
             std::to_string(status) + "'",
         folder_ / "");
     EXPECT_EQ(result.status, status) << result.errors;

@@ -66,7 +66,7 @@ TEST_F(DeviceLog, IsEmptiedAtTheStart) {
 
 TEST_F(DeviceLog, IsRelativeToTheCallersFolder) {
   const Result result = device_test::run_on_host(
-      "cd $folder && $device --bare --log here.log logger -u /dev/log hi", folder_ / "");
+      "cd \"$folder\" && \"$device\" --bare --log here.log logger -u /dev/log hi", folder_ / "");
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_THAT(content_of(folder_ / "here.log"), HasSubstr("hi\n"));
 }

@@ -81,7 +81,7 @@ TEST(DeviceHelp, FitsOnATerminal) {
 }
 
 TEST(DeviceHelp, FailsWhereItCannotBeWritten) {
-  EXPECT_EQ(device_test::run_on_host("$device --help > /dev/full").status, 70);
+  EXPECT_EQ(device_test::run_on_host("\"$device\" --help > /dev/full").status, 70);
 }
 
 TEST(DeviceVersion, IsOneLine) {

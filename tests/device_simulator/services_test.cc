@@ -47,7 +47,7 @@ class DeviceServices : public testing::Test {
       write_script("harbix-installer", installer);
     }
     return device_test::run_on_host(
-        "cp $device $folder/harbix-device; copy=$folder/harbix-device; " + command, folder_ / "");
+        "cp \"$device\" \"$folder/harbix-device\"; copy=$folder/harbix-device; " + command, folder_ / "");
   }
 
   void write_script(const std::string& name, const std::string& commands) {
@@ -121,7 +121,7 @@ TEST_F(DeviceServices, AreStartedAgainWhenTheirClientsCanWait) {
 
 TEST_F(DeviceServices, AreNotStartedAgainAndAgainWhenTheyCannotGetReady) {
   const Result result =
-      run_with("echo >&$2; exec sleep 60", "$copy --bare sleep 1; echo $?",
+      run_with("echo >&$2; exec sleep 60", "\"$copy\" --bare sleep 1; echo $?",
                "if [ -e /tmp/before ]; then exit 3; fi; : > /tmp/before; echo >&$2; sleep 0.2; exit 4");
   EXPECT_EQ(result.output, "0\n");
   EXPECT_EQ(result.errors,
@@ -139,20 +139,20 @@ TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
 }
 
 TEST_F(DeviceServices, AreKilledWhenTheyDoNotEnd) {
-  const Result result =
-      run_with("trap '' TERM; echo >&$2; while :; do sleep 1; done", "$copy --bare sh -c 'exit 7'; echo $?");
+  const Result result = run_with("trap '' TERM; echo >&$2; while :; do sleep 1; done",
+                                 "\"$copy\" --bare sh -c 'exit 7'; echo $?");
   EXPECT_EQ(result.output, "7\n");
   EXPECT_EQ(result.errors, "harbix-device: the service 'harbix-pps' did not end in time and was killed\n");
 }
 
 TEST_F(DeviceServices, ThatDoNotStartLeaveNoDevice) {
-  const Result none = run_with("", "$copy --bare echo never; echo $?");
+  const Result none = run_with("", "\"$copy\" --bare echo never; echo $?");
   EXPECT_EQ(none.output, "70\n");
   EXPECT_EQ(none.errors,
             "harbix-device: cannot run '/opt/harbix/bin/harbix-pps': No such file or directory\n"
             "harbix-device: the service 'harbix-pps' ended with status 127 before it was ready\n");
-  const Result failing =
-      run_with("echo 'harbix-pps: no' >&2; exit 3", "$copy --bare --state $folder/state echo never; echo $?");
+  const Result failing = run_with("echo 'harbix-pps: no' >&2; exit 3",
+                                  "\"$copy\" --bare --state \"$folder/state\" echo never; echo $?");
   EXPECT_EQ(failing.output, "70\n");
   EXPECT_EQ(
       failing.errors,
@@ -160,22 +160,23 @@ TEST_F(DeviceServices, ThatDoNotStartLeaveNoDevice) {
 }
 
 TEST_F(DeviceServices, ThatAreNotReadyYetDoNotHoldUpASignal) {
-  const Result result = run_with("exec sleep 60", "timeout --signal=TERM 1 $copy --bare echo never; echo $?");
+  const Result result =
+      run_with("exec sleep 60", "timeout --signal=TERM 1 \"$copy\" --bare echo never; echo $?");
   // What timeout says when the time was up, and it was not its own kill that was needed.
   EXPECT_EQ(result.output, "124\n");
   EXPECT_EQ(result.errors, "");
 }
 
 TEST_F(DeviceServices, LetASignalPassThatTheCallerIgnores) {
-  const Result result =
-      run_with("sleep 0.5; echo >&$2; exec sleep 60",
-               "trap '' HUP; $copy --bare sh -c 'echo started' & sleep 0.2; kill -HUP $!; wait $!; echo $?");
+  const Result result = run_with(
+      "sleep 0.5; echo >&$2; exec sleep 60",
+      "trap '' HUP; \"$copy\" --bare sh -c 'echo started' & sleep 0.2; kill -HUP $!; wait $!; echo $?");
   EXPECT_EQ(result.output, "started\n0\n");
 }
 
 TEST_F(DeviceServices, NeedFuse) {
-  const Result result =
-      device_test::run_on_host("unshare -m sh -c 'mount -t tmpfs none /dev && $device --bare echo never'");
+  const Result result = device_test::run_on_host(
+      "unshare -m sh -c 'mount -t tmpfs none /dev && \"$device\" --bare echo never'");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "harbix-device: cannot open '/dev/fuse': No such file or directory\n");

@@ -129,9 +129,10 @@ TEST_F(DeviceState, RefusesAFolderThatCannotBeMade) {
 TEST_F(DeviceState, LeavesNothingWhenTheDiskIsFull) {
   // The mount is in a namespace of the shell's own, and goes with it.
   const Result result = device_test::run_on_host(
-      "unshare -m sh -c 'mount -t tmpfs -o size=1m none $folder && mkdir $folder/there && "
-      "{ $device --state $folder/new true; echo $?; $device --state $folder/there true; echo $?; find "
-      "$folder; }'",
+      "unshare -m sh -c 'mount -t tmpfs -o size=1m none \"$folder\" && mkdir \"$folder/there\" && "
+      "{ \"$device\" --state \"$folder/new\" true; echo $?; \"$device\" --state \"$folder/there\" true; echo "
+      "$?; find "
+      "\"$folder\"; }'",
       folder_ / "");
   EXPECT_EQ(result.output, "70\n70\n" + (folder_ / "") + "\n" + (folder_ / "there") + "\n");
   EXPECT_THAT(result.errors, testing::HasSubstr("': No space left on device\n"));

@@ -126,8 +126,8 @@ TEST_F(DeviceTerminal, GivesAnInteractiveShellItsJobControl) {
 TEST_F(DeviceTerminal, StopsAndGoesOnAsAJobOfTheCallersShell) {
   TypedSession session({"env", "PS1=ready> ", "bash", "--norc", "-i"});
   session.expect("ready> ");
-  session.type(std::string(HARBIX_DEVICE_PROGRAM) +
-               " --bare sh -c \"echo st''arted; read word; echo got \\$word\"\n");
+  session.type(std::string("'") + HARBIX_DEVICE_PROGRAM +
+               "' --bare sh -c \"echo st''arted; read word; echo got \\$word\"\n");
   session.expect("started");
   session.type(CONTROL_Z);
   session.expect("Stopped");

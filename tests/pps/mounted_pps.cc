@@ -49,7 +49,7 @@ void MountedPps::SetUpTestSuite() {
 }
 
 MountedPps::MountedPps() {
-  std::string pattern = testing::TempDir() + "pps_mount_XXXXXX";
+  std::string pattern = std::filesystem::temp_directory_path() / "pps_mount_XXXXXX";
   if (::mkdtemp(pattern.data()) == nullptr) refuse("no temporary folder");
   folder_ = pattern;
   // Other users come in too.
@@ -61,10 +61,13 @@ MountedPps::~MountedPps() {
     // One that has ended by itself is as good.
     static_cast<void>(::kill(server_, SIGKILL));
     static_cast<void>(::waitpid(server_, nullptr, 0));
-    unmount();
   }
-  std::error_code ignored;  // a folder that stays behind is no reason to fail
-  std::filesystem::remove_all(folder_, ignored);
+  // A server that was killed leaves its mount, and the next one mounts on top of it.
+  while (unmount()) {
+  }
+  std::error_code error;
+  std::filesystem::remove_all(folder_, error);
+  EXPECT_FALSE(error) << folder_ << ": " << error.message();
 }
 
 void MountedPps::TearDown() {
@@ -114,10 +117,7 @@ int MountedPps::wait_for_end() {
   return exit_status(status);
 }
 
-void MountedPps::unmount() const {
-  // One that is not mounted (any more) is as good.
-  static_cast<void>(::umount2(mount().c_str(), MNT_DETACH));
-}
+bool MountedPps::unmount() const { return ::umount2(mount().c_str(), MNT_DETACH) == 0; }
 
 Outcome MountedPps::shell(const std::string& command) const {
   const std::string line = "cd '" + mount() + "' && { " + command + "\n} 2>&1";

@@ -40,7 +40,9 @@ class MountedPps : public testing::Test {
   int stop(int signal);
   /// Waits for an end that has another cause.
   int wait_for_end();
-  void unmount() const;
+  /// Takes the uppermost mount away. @return false when nothing is mounted.
+  // NOLINTNEXTLINE(modernize-use-nodiscard): often run for its effect
+  bool unmount() const;
 
   [[nodiscard]] std::string path(const std::string& name) const { return mount() + "/" + name; }
   [[nodiscard]] std::string mount() const { return folder_ + "/mount"; }

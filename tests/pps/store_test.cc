@@ -54,13 +54,14 @@ class StoreRules : public testing::Test {
 
  protected:
   StoreRules() {
-    std::string pattern = testing::TempDir() + "pps_store_XXXXXX";
+    std::string pattern = files::temp_directory_path() / "pps_store_XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
     folder_ = pattern;
   }
   ~StoreRules() override {
-    std::error_code ignored;  // a folder that stays behind is no reason to fail
-    files::remove_all(folder_, ignored);
+    std::error_code error;
+    files::remove_all(folder_, error);
+    EXPECT_FALSE(error) << folder_ << ": " << error.message();
   }
   [[nodiscard]] std::string store() const { return folder_ + "/store"; }
 

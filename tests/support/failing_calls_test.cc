@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,11 @@ using Words = std::vector<std::string>;
 
 /// What the probe prints when one call is made to fail.
 std::string probe(const std::string& call, const std::string& nth, const std::string& error) {
+  // By its name alone: a blank in a path of LD_PRELOAD would end the path.
+  const std::filesystem::path library(HARBIX_FAILING_CALLS);
   const test::Outcome outcome =
-      run_program({"env", std::string("LD_PRELOAD=") + HARBIX_FAILING_CALLS, "HARBIX_FAIL_CALL=" + call,
+      run_program({"env", "LD_PRELOAD=" + library.filename().string(),
+                   "LD_LIBRARY_PATH=" + library.parent_path().string(), "HARBIX_FAIL_CALL=" + call,
                    "HARBIX_FAIL_NTH=" + nth, "HARBIX_FAIL_ERRNO=" + error, HARBIX_FAILING_CALLS_PROBE});
   EXPECT_EQ(0, outcome.status) << outcome.errors;
   return outcome.output;
