@@ -75,10 +75,12 @@ void fill(const Storage& storage, bool bare) try {
   throw;
 }
 
+/// TMPDIR names a folder of the host's, without which programs on the device could make no temporary file.
 void set_environment() {
   constexpr const char* PROGRAM_FOLDERS =
       "/opt/harbix/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
-  if (::setenv("PATH", PROGRAM_FOLDERS, 1) == -1 || ::setenv("HOME", "/root", 1) == -1) {
+  if (::setenv("PATH", PROGRAM_FOLDERS, 1) == -1 || ::setenv("HOME", "/root", 1) == -1 ||
+      ::unsetenv("TMPDIR") == -1) {
     throw system_failure(errno, "set the environment");
   }
 }

@@ -38,7 +38,8 @@ class MediaBackup : public testing::Test {
 
   /// The archive's names, as another tar reads them.
   std::vector<std::string> names(const std::string& tar = "tar --quoting-style=literal -Ptf") {
-    const Outcome outcome = test::run_program({"bash", "-c", tar + " " + device_.outside(ARCHIVE).string()});
+    const Outcome outcome =
+        test::run_program({"bash", "-c", tar + " \"$1\"", "bash", device_.outside(ARCHIVE)});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(outcome.errors, "");
     return lines(outcome.output);
@@ -128,7 +129,7 @@ TEST_F(MediaBackup, KeepsNamesByteForByte) {
   for (const std::string& name : odd) device_.write(shared("Odd/" + name), name);
   ASSERT_EQ(back_up().status, 0);
   const Outcome listing =
-      test::run_program({"bash", "-c", "bsdtar -xPOf " + device_.outside(ARCHIVE).string() + " | wc -c"});
+      test::run_program({"bash", "-c", "bsdtar -xPOf \"$1\" | wc -c", "bash", device_.outside(ARCHIVE)});
   EXPECT_EQ(listing.status, 0);
   for (const std::string& name : odd) {
     const Outcome found = test::run_program(

@@ -13,6 +13,7 @@ using device_test::Result;
 using device_test::run_device;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class Device : public testing::Test {
  protected:
@@ -31,6 +32,11 @@ TEST_F(Device, RunsTheCommandAsPlainRoot) {
 
 TEST_F(Device, KeepsTheRestOfTheEnvironment) {
   EXPECT_EQ(device_test::run_on_host("KEPT='a b' \"$device\" --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
+}
+
+TEST_F(Device, MakesTemporaryFilesWhereverTheHostDoes) {
+  EXPECT_THAT(device_test::run_on_host("TMPDIR=/only/on/the/host \"$device\" --bare mktemp --dry-run").output,
+              StartsWith("/tmp/"));
 }
 
 TEST_F(Device, HasItsOwnProgramsFirstOnThePath) {
