@@ -7,6 +7,7 @@ readonly archive=/tmp/settings.tar scripts=/base/scripts/backup_and_restore/sett
 make_items() {
   local number
   mkdir -p /pps/bench "$folder"
+  # shellcheck disable=SC2016  # "$1" is for the script that is written
   printf '#!/bin/sh\n[ "$1" = whitelist ] && echo whitelist %s || true\n' "$folder" >"$scripts/bench"
   chmod 0755 "$scripts/bench"
   for ((number = 0; number < count / 2; ++number)); do

@@ -1,0 +1,57 @@
+# Sourced by the scripts: long work as a job that ends, with all that it has started, when the script is told to end.
+# Bash looks at a signal only between two commands. So what takes long runs beside the script, in a process group of its
+# own: Ctrl-C at the terminal and a signal for the script alone then take the same way.
+# shellcheck shell=bash
+
+job=  # the number of the process, and of its group
+
+# start_job COMMAND...: the terminal's keys are not for it.
+start_job() {
+  set -m  # Only so has a command in the background a group of its own, and SIGINT is not ignored in it.
+  "$@" </dev/null &
+  job=$!
+  set +m
+}
+
+# wait_job: the job's status.
+wait_job() {
+  local status=0
+  # Bash tells of a job that a signal has ended.
+  wait "$job" 2>/dev/null || status=$?
+  job=
+  return "$status"
+}
+
+run_job() {
+  start_job "$@"
+  wait_job
+}
+
+job_is_running() { kill -0 "$job" 2>/dev/null; }
+
+# end_job SIGNAL: for a job that needs more than this, the script defines it again.
+end_job() {
+  local turn
+  kill -s "$1" -- "-$job" 2>/dev/null || true  # It may have ended by itself.
+  for ((turn = 0; turn < 100; ++turn)); do
+    kill -0 -- "-$job" 2>/dev/null || break  # nothing of its group is there any more
+    sleep 0.1
+  done
+  kill -s KILL -- "-$job" 2>/dev/null || true  # Ten seconds are enough for anything that ends in order.
+  wait_job || true  # The script's own status tells of the signal.
+}
+
+# What a script leaves nowhere: it defines this again.
+clean_up() { :; }
+
+# stop SIGNAL NUMBER: a shell's status for that signal.
+stop() {
+  trap '' INT TERM HUP
+  [ -z "$job" ] || end_job "$1"
+  exit $((128 + $2))
+}
+
+trap 'clean_up' EXIT
+trap 'stop INT 2' INT
+trap 'stop TERM 15' TERM
+trap 'stop HUP 1' HUP
