@@ -3,14 +3,20 @@
 # own: Ctrl-C at the terminal and a signal for the script alone then take the same way.
 # shellcheck shell=bash
 
-job=  # the number of the process, and of its group
+job=      # the number of the process, and of its group
+starting=no
+pending=()  # the arguments for stop, of a signal that came while a job was starting
+scratch=    # a temporary folder
 
 # start_job COMMAND...: the terminal's keys are not for it.
 start_job() {
+  starting=yes
   set -m  # Only so has a command in the background a group of its own, and SIGINT is not ignored in it.
   "$@" </dev/null &
   job=$!
   set +m
+  starting=no
+  [ "${#pending[@]}" -eq 0 ] || stop "${pending[@]}"
 }
 
 # wait_job: the job's status.
@@ -41,11 +47,23 @@ end_job() {
   wait_job || true  # The script's own status tells of the signal.
 }
 
-# What a script leaves nowhere: it defines this again.
-clean_up() { :; }
+# make_scratch NAME: the folder is known before it is there, so that at no moment a signal leaves it behind.
+make_scratch() {
+  scratch=${TMPDIR:-/tmp}/harbix-$1-$$-$RANDOM$RANDOM
+  mkdir -m 0700 "$scratch" && return
+  scratch=  # It may be another's.
+  exit 70
+}
 
-# stop SIGNAL NUMBER: a shell's status for that signal.
+# For a script that leaves more than the folder, it defines this again.
+clean_up() { [ -z "$scratch" ] || rm -rf "$scratch"; }
+
+# stop SIGNAL NUMBER: ends with a shell's status for that signal.
 stop() {
+  if [ "$starting" = yes ]; then
+    pending=("$@")
+    return
+  fi
   trap '' INT TERM HUP
   [ -z "$job" ] || end_job "$1"
   exit $((128 + $2))

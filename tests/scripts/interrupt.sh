@@ -41,7 +41,8 @@ interrupt() {
   shift 3
   before=("$(processes)" "$(mounts)" "$(loop_devices)")
   set -m
-  "$@" >"$folder/output" 2>&1 </dev/null &
+  # A shell that runs this in its background has it ignore them.
+  env --default-signal=INT,TERM,HUP "$@" >"$folder/output" 2>&1 </dev/null &
   set +m
   target=$!
   sleep "$delay"
