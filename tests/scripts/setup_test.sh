@@ -71,7 +71,7 @@ printf '1\n2\n' >"$locked"
 expect 'waits for another apt-get, and says so once' \
   $'setup: installing g++\nsetup: waiting for another program that installs packages\nstatus 0\ncalls: update update update g++ ' \
   "$(setup 'g++ not-installed' build)"
-yes | head -n 100 >"$locked"
+seq 100 >"$locked"
 expect 'gives up after a time' \
   $'setup: installing g++\nsetup: another program that installs packages has not ended for 0 s; try again when it has\nstatus 70\ncalls: update ' \
   "$(setup 'g++ not-installed' --wait 0 build)"
