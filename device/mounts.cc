@@ -66,9 +66,11 @@ void DetachedMount::attach(const std::string& target) const {
 }
 
 void make_mounts_private() {
-  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == -1) {
-    throw system_failure(errno, "make the mounts private");
-  }
+  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) return;
+  if (errno != EINVAL) throw system_failure(errno, "make the mounts private");
+  // As in a chroot into a plain folder.
+  throw Failure("/ is not a mount point; run 'mount --bind FOLDER FOLDER' before 'chroot FOLDER'",
+                EXIT_UNAVAILABLE);
 }
 
 void mount_memory(const std::string& target) {

@@ -45,7 +45,9 @@ void enter_mount_namespace() {
 void require_fuse() {
   constexpr const char* DEVICE = "/dev/fuse";
   const platform::FileDescriptor fuse(::open(DEVICE, O_RDWR | O_CLOEXEC));
-  if (!fuse) throw system_failure(errno, "open", DEVICE, EXIT_UNAVAILABLE);
+  if (fuse) return;
+  const std::string reason = system_failure(errno, "open", DEVICE).what();
+  throw Failure(reason + "; run 'modprobe fuse', and give /dev/fuse to a container", EXIT_UNAVAILABLE);
 }
 
 std::vector<Service> services() {

@@ -63,6 +63,19 @@ TEST_F(DeviceExit, Is77ForOthersThanRoot) {
   EXPECT_EQ(result.errors, "harbix-device: only root can start a device\n");
 }
 
+TEST_F(DeviceExit, TellsWhatAPlainChrootLacks) {
+  const device_test::PrivateFolder folder;
+  const Result result = run_on_host(
+      "cd \"$folder\" && mkdir usr dev && ln -s usr/bin usr/lib usr/lib64 . && cp \"$device\" . && unshare "
+      "-m sh -c "
+      "'mount --bind /usr usr && mount --rbind /dev dev && chroot . /harbix-device --bare true'",
+      folder / "");
+  EXPECT_EQ(result.status, 77);
+  EXPECT_EQ(
+      result.errors,
+      "harbix-device: / is not a mount point; run 'mount --bind FOLDER FOLDER' before 'chroot FOLDER'\n");
+}
+
 TEST_F(DeviceExit, Is77WhereNamespacesAreForbidden) {
   const Result result = run_on_host("setpriv --bounding-set -sys_admin \"$device\" --bare true");
   EXPECT_EQ(result.status, 77);

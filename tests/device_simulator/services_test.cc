@@ -179,7 +179,9 @@ TEST_F(DeviceServices, NeedFuse) {
       "unshare -m sh -c 'mount -t tmpfs none /dev && \"$device\" --bare echo never'");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.errors, "harbix-device: cannot open '/dev/fuse': No such file or directory\n");
+  EXPECT_EQ(result.errors,
+            "harbix-device: cannot open '/dev/fuse': No such file or directory; run 'modprobe fuse', "
+            "and give /dev/fuse to a container\n");
 }
 
 }  // namespace
