@@ -3,9 +3,9 @@
 # own: Ctrl-C at the terminal and a signal for the script alone then take the same way.
 # shellcheck shell=bash
 
-job=      # the number of the process, and of its group
+job=        # the number of the process, and of its group
 starting=no
-pending=()  # the arguments for stop, of a signal that came while a job was starting
+pending=    # the number of a signal that came while a job was starting
 scratch=    # a temporary folder
 
 # start_job COMMAND...: the terminal's keys are not for it.
@@ -16,7 +16,7 @@ start_job() {
   job=$!
   set +m
   starting=no
-  [ "${#pending[@]}" -eq 0 ] || stop "${pending[@]}"
+  [ -z "$pending" ] || stop "$pending"
 }
 
 # wait_job: the job's status.
@@ -35,10 +35,10 @@ run_job() {
 
 job_is_running() { kill -0 "$job" 2>/dev/null; }
 
-# end_job SIGNAL: for a job that needs more than this, the script defines it again.
+# For a job that needs another end than this, the script defines it again.
 end_job() {
   local turn
-  kill -s "$1" -- "-$job" 2>/dev/null || true  # It may have ended by itself.
+  kill -s TERM -- "-$job" 2>/dev/null || true  # It may have ended by itself.
   for ((turn = 0; turn < 100; ++turn)); do
     kill -0 -- "-$job" 2>/dev/null || break  # nothing of its group is there any more
     sleep 0.1
@@ -58,18 +58,19 @@ make_scratch() {
 # For a script that leaves more than the folder, it defines this again.
 clean_up() { [ -z "$scratch" ] || rm -rf "$scratch"; }
 
-# stop SIGNAL NUMBER: ends with a shell's status for that signal.
+# stop NUMBER: ends with a shell's status for the signal of that number.
 stop() {
   if [ "$starting" = yes ]; then
-    pending=("$@")
+    pending=$1
     return
   fi
-  trap '' INT TERM HUP
-  [ -z "$job" ] || end_job "$1"
-  exit $((128 + $2))
+  trap '' INT TERM HUP QUIT
+  [ -z "$job" ] || end_job
+  exit $((128 + $1))
 }
 
 trap 'clean_up' EXIT
-trap 'stop INT 2' INT
-trap 'stop TERM 15' TERM
-trap 'stop HUP 1' HUP
+trap 'stop 1' HUP
+trap 'stop 2' INT
+trap 'stop 3' QUIT
+trap 'stop 15' TERM

@@ -35,7 +35,7 @@ inside() {
     mount -t tmpfs tmpfs "$1/run"
     exec chroot "$1" env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin TERM=dumb \
       ${http_proxy:+"http_proxy=$http_proxy"} ${https_proxy:+"https_proxy=$https_proxy"} \
-      bash -c "cd \"\$1\" && $3" bash "$2"' bash "$bare" "$checkout" "$1" </dev/null
+      bash -c "cd \"\$1\" || exit; $3" bash "$2"' bash "$bare" "$checkout" "$1" </dev/null
 }
 
 # expect CLAIM EXPECTED FOUND
@@ -70,7 +70,7 @@ refusals() {
   expect 'a locked apt-get is told' \
     "$(printf '%s\n' 'setup: waiting for another program that installs packages' \
       'setup: another program that installs packages has not ended for 5 s; try again when it has' 'status 70')" \
-    "$(inside 'perl -e "use Fcntl; open F, qq(>>), qq(/var/lib/apt/lists/lock); fcntl(F, F_SETLK, pack(q(ssx4qqlx4), F_WRLCK, 0, 0, 0, 0)) or die; sleep 600" &
+    "$(inside 'perl -e "use Fcntl; open F, qq(>>), qq(/var/lib/apt/lists/lock); \$lock = pack(q(ssx4qqlx4), F_WRLCK, 0, 0, 0, 0); fcntl(F, F_SETLK, \$lock) or die; sleep 600" &
       sleep 1; scripts/setup --wait 5 demo; echo status $?' 2>&1 | sed '/^setup: installing/d')"
 }
 
