@@ -67,6 +67,7 @@ refusals() {
   expect 'no root is told' $'test: only root can start a simulated device; run it as root\nstatus 77' \
     "$(inside 'chmod -R a+rX /root; setpriv --reuid 1000 --clear-groups scripts/test; echo status $?' 2>&1)"
   # The lock of "apt-get update", for which apt-get itself does not wait.
+  # shellcheck disable=SC2016  # expanded inside
   expect 'a locked apt-get is told' \
     "$(printf '%s\n' 'setup: waiting for another program that installs packages' \
       'setup: another program that installs packages has not ended for 5 s; try again when it has' 'status 70')" \

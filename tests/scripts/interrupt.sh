@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Interrupts each script at many moments, as Ctrl-C and as a signal for the script alone, and looks what is left. Run by
-# hand, as root, while no other device is in use on the machine; takes about half an hour: tests/scripts/interrupt.sh
+# hand, as root, while nothing else on the machine mounts anything; takes about half an hour: tests/scripts/interrupt.sh
 # [SCRIPT...] tries some scripts only. Builds in a copy.
 set -euo pipefail
 
