@@ -72,6 +72,11 @@ expect 'a process of a moment is none that is left' "$passed"$'\nstatus 0' "$(te
 expect 'nothing is there afterwards' "$(printf '%s\n' 'a copy' calls programs)" "$(ls "$folder")"
 expect 'no process is there afterwards' '' "$(pgrep -f 'sleep 600' || true)"
 
+expect 'too little room is told before anything is done' \
+  "test: 200 MiB are needed in $folder/small, and 1 are free; make room, or set TMPDIR to another folder"$'\nstatus 70' \
+  "$(mkdir "$folder/small" && unshare --mount bash -c 'mount -t tmpfs -o size=1m none "$0" && TMPDIR=$0 scripts/test' \
+    "$folder/small" 2>&1; echo "status $?")"
+
 play ctest <<'END'
 while [ "$1" != --output-log ]; do shift; done
 printf '%s\n' '50% tests passed, 2 tests failed out of 4' '' 'The following tests FAILED:' \
