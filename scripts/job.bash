@@ -11,10 +11,12 @@ scratch=    # a temporary folder
 # start_job COMMAND...: the terminal's keys are not for it.
 start_job() {
   starting=yes
-  set -m  # Only so has a command in the background a group of its own, and SIGINT is not ignored in it.
+  # Only so has a command in the background a group of its own, and SIGINT is not ignored in it. Bash would take the
+  # terminal for its jobs, and with it Ctrl-C from who called: it looks for the terminal at its standard error.
+  { set -m; } 2>/dev/null
   "$@" </dev/null &
   job=$!
-  set +m
+  { set +m; } 2>/dev/null
   starting=no
   [ -z "$pending" ] || stop "$pending"
 }
