@@ -24,13 +24,6 @@ constexpr std::array INSTALLED = {
     HARBIX_FROM_BIN_TO_HELPERS "/use",
 };
 
-std::string folder_of_this_program() {
-  std::error_code error;
-  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) throw system_failure(error.value(), "read the link", "/proc/self/exe");
-  return program.parent_path().string();
-}
-
 DetachedMount take(const std::string& path) {
   std::optional<DetachedMount> mount = DetachedMount::read_only(path);
   if (!mount) throw system_failure(ENOENT, "bind", path);
@@ -39,8 +32,14 @@ DetachedMount take(const std::string& path) {
 
 }  // namespace
 
-OwnPrograms::OwnPrograms() {
-  const std::string folder = folder_of_this_program();
+std::string folder_of_this_program() {
+  std::error_code error;
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) throw system_failure(error.value(), "read the link", "/proc/self/exe");
+  return program.parent_path().string();
+}
+
+OwnPrograms::OwnPrograms(const std::string& folder) {
   std::error_code error;
   if (std::filesystem::is_directory(folder + "/" HARBIX_FROM_BIN_TO_HELPERS, error)) {
     take_installed(folder);

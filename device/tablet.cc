@@ -93,9 +93,10 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   die_with_parent(host);
   // A signal to the group that the program was started in is for the program alone, which passes it on once.
   if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
+  const std::string program_folder = folder_of_this_program();
   enter_mount_namespace();
   require_fuse();
-  const OwnPrograms programs;
+  const OwnPrograms programs(program_folder);
   platform::FileDescriptor log_file;
   // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
   const auto open_host_log = [&] {

@@ -63,13 +63,27 @@ TEST_F(DeviceExit, Is77ForOthersThanRoot) {
   EXPECT_EQ(result.errors, "harbix-device: only root can start a device\n");
 }
 
-TEST_F(DeviceExit, TellsWhatAPlainChrootLacks) {
+/// Runs the device in a chroot, which has what is needed of the host. `before` is run when all but that is
+/// mounted.
+Result run_in_chroot(const std::string& before) {
   const device_test::PrivateFolder folder;
-  const Result result = run_on_host(
-      "cd \"$folder\" && mkdir usr dev && ln -s usr/bin usr/lib usr/lib64 . && cp \"$device\" . && unshare "
-      "-m sh -c "
-      "'mount --bind /usr usr && mount --rbind /dev dev && chroot . /harbix-device --bare true'",
+  return run_on_host(
+      "cd \"$folder\" && mkdir usr etc dev proc tmp programs && ln -s usr/bin usr/sbin usr/lib usr/lib64 . "
+      "&& "
+      "cp \"${device%/*}\"/harbix* programs && unshare -m sh -c '" +
+          before +
+          "for name in usr etc dev proc; do mount --rbind /$name $name || exit; done; "
+          "chroot . /programs/harbix-device --bare sh -c \"exit 3\"'",
       folder / "");
+}
+
+TEST_F(DeviceExit, IsTheCommandsInAChrootThatIsAMountPoint) {
+  const Result result = run_in_chroot("mount --bind . . && cd \"$folder\" && ");
+  EXPECT_EQ(result.status, 3) << result.errors;
+}
+
+TEST_F(DeviceExit, TellsWhatAPlainChrootLacks) {
+  const Result result = run_in_chroot("");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(
       result.errors,
