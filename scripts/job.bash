@@ -47,7 +47,7 @@ end_job() {
   done
   kill -s KILL -- "-$job" 2>/dev/null || true  # Ten seconds are enough for anything that ends in order.
   wait_job || true  # The script's own status tells of the signal.
-}
+} 2>/dev/null  # Bash tells of a job that a signal has ended.
 
 # make_scratch NAME: the folder is known before it is there, so that at no moment a signal leaves it behind.
 make_scratch() {
