@@ -11,14 +11,14 @@ namespace device {
 
 std::pair<Channel, Channel> Channel::make() {
   std::array<int, 2> ends = {};
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == -1) {
+  if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) == -1) {
     throw system_failure(errno, "create a pair of sockets");
   }
   return {Channel(ends[0]), Channel(ends[1])};
 }
 
 void Channel::send(Notice notice) const noexcept {
-  // Whoever is gone needs no notice; a handful of bytes always fits.
+  // Whoever is gone needs no notice; a handful of notices always fits.
   (void)::send(socket_.get(), &notice, sizeof notice, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 

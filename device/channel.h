@@ -7,14 +7,22 @@
 
 namespace device {
 
-/// What the program on the host and the device's first process tell each other, one byte each.
-enum class Notice : char {
-  // From the device:
-  command_stopped = 's',
-  command_ended = 'e',
-  // From the host:
-  go_on = 'c',
-  go_on_in_foreground = 'f',
+/// What the program on the host and the device's first process tell each other.
+struct Notice {
+  enum class Kind : char {
+    // From the device:
+    command_stopped,
+    command_went_on,
+    command_ended,
+    // From the host:
+    go_on,
+    go_on_in_foreground,
+    hang_up,
+  };
+
+  Kind kind;
+  /// The signal that stopped COMMAND; 0 for the other kinds.
+  int signal = 0;
 };
 
 /// One end of the connection between the program on the host and the device's first process.

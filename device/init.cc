@@ -88,6 +88,7 @@ void Init::start(const std::vector<std::string>& command) {
   }
   // Here too, so that the group exists before a signal is passed on. Too late once the child has executed.
   ::setpgid(command_, command_);
+  if (early_stop_) pass_on(SIGTSTP);
 }
 
 bool Init::is_finished() const {
@@ -159,6 +160,13 @@ void Init::answer_signals() {
 
 void Init::answer_signal(int signal) {
   if (signal == SIGCHLD) return take_in_processes();
+  if (signal == SIGCONT) return;  // The host says by a notice what is to go on.
+  if (signal == SIGTSTP) {
+    // COMMAND, once there is one, may not want to stop. What it has left behind has no say.
+    early_stop_ = command_ == -1;
+    if (status_) return host_.send({.kind = Notice::Kind::command_stopped, .signal = SIGTSTP});
+    return pass_on(SIGTSTP);
+  }
   if (command_ != -1) {
     interrupted_ = true;
     pass_on(signal);
@@ -170,7 +178,11 @@ void Init::answer_signal(int signal) {
 
 void Init::answer_host() {
   while (const std::optional<Notice> notice = host_.receive()) {
-    if (*notice == Notice::go_on_in_foreground) terminal_.give_to(command_);
+    early_stop_ = false;
+    if (notice->kind == Notice::Kind::go_on_in_foreground && !status_ && command_ != -1) {
+      terminal_.give_to(command_);
+    }
+    if (notice->kind == Notice::Kind::hang_up) pass_on(SIGHUP);
     pass_on(SIGCONT);
   }
 }
@@ -178,20 +190,24 @@ void Init::answer_host() {
 void Init::take_in_processes() {
   int status = 0;
   while (true) {
-    const pid_t process = ::waitpid(-1, &status, WNOHANG | WUNTRACED);
+    const pid_t process = ::waitpid(-1, &status, WNOHANG | WUNTRACED | WCONTINUED);
     if (process <= 0) return;
     take_in(process, status);
   }
 }
 
 void Init::take_in(pid_t process, int status) {
+  const bool has_ended = !WIFSTOPPED(status) && !WIFCONTINUED(status);
   if (process == command_ && !status_) {
-    if (WIFSTOPPED(status)) return host_.send(Notice::command_stopped);
+    if (WIFSTOPPED(status)) {
+      return host_.send({.kind = Notice::Kind::command_stopped, .signal = WSTOPSIG(status)});
+    }
+    if (!has_ended) return host_.send({.kind = Notice::Kind::command_went_on});
     status_ = status;
     deadline_ = Clock::now() + GRACE_TIME;
-    return host_.send(Notice::command_ended);
+    return host_.send({.kind = Notice::Kind::command_ended});
   }
-  if (WIFSTOPPED(status)) return;
+  if (!has_ended) return;
   for (Service& service : services_) {
     if (service.process() != process) continue;
     service.take_end(status);
@@ -208,8 +224,8 @@ void Init::pass_on(int signal) {
   if (status_ || command_ == -1) return;
   // COMMAND may have left its group; it may also be gone, which the next SIGCHLD tells.
   if (::kill(-command_, signal) == -1) ::kill(command_, signal);
-  // A stopped process takes other signals only when it goes on.
-  if (signal != SIGCONT) ::kill(-command_, SIGCONT);
+  // A stopped process takes other signals only when it goes on; one that is to stop must not.
+  if (signal != SIGCONT && signal != SIGTSTP) ::kill(-command_, SIGCONT);
 }
 
 }  // namespace device

@@ -64,6 +64,8 @@ class Init {
   std::optional<int> status_;
   /// What ends the device before COMMAND is started.
   std::optional<int> early_signal_;
+  /// COMMAND is to be stopped as soon as it is started.
+  bool early_stop_ = false;
   bool interrupted_ = false;
   /// When the processes that COMMAND left behind are ended.
   Clock::time_point deadline_;

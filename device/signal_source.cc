@@ -11,7 +11,7 @@
 namespace device {
 
 SignalSource::SignalSource() {
-  constexpr std::array ANSWERED = {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+  constexpr std::array ANSWERED = {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT};
   sigset_t answered = {};
   // The set operations fail for numbers that are no signals only.
   ::sigemptyset(&answered);
@@ -31,6 +31,16 @@ std::optional<int> SignalSource::next() const {
   signalfd_siginfo signal = {};
   if (::read(descriptor_.get(), &signal, sizeof signal) != sizeof signal) return std::nullopt;
   return static_cast<int>(signal.ssi_signo);
+}
+
+void SignalSource::be_stopped_by(int signal) const noexcept {
+  sigset_t stop = {};
+  ::sigemptyset(&stop);
+  ::sigaddset(&stop, signal);
+  sigset_t held_back = {};
+  // Neither can fail: the numbers are good. The stop is taken before the first call returns.
+  ::sigprocmask(SIG_UNBLOCK, &stop, &held_back);
+  ::sigprocmask(SIG_SETMASK, &held_back, nullptr);
 }
 
 void SignalSource::give_back() const noexcept {

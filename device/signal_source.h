@@ -7,9 +7,10 @@
 
 namespace device {
 
-/// Holds back the signals that the device answers itself and hands them out one by one: SIGCHLD, and those
-/// that are passed on to COMMAND. Also holds back SIGTTOU, so that the terminal can be given away and taken
-/// back. A forked child inherits it and then reads its own signals from it.
+/// Holds back the signals that the device answers itself and hands them out one by one: SIGCHLD, those that
+/// are passed on to COMMAND, and SIGTSTP and SIGCONT, which stop COMMAND and wake it. Also holds back
+/// SIGTTOU, so that the terminal can be given away and taken back. A forked child inherits it and then reads
+/// its own signals from it.
 class SignalSource {
  public:
   /// @throws Failure when the system refuses.
@@ -23,6 +24,10 @@ class SignalSource {
 
   /// The number of the next signal that has arrived; nothing when there is none.
   [[nodiscard]] std::optional<int> next() const;
+
+  /// Lets `signal`, which stops, have its effect on this process if it has arrived. Returns when the process
+  /// goes on; SIGCONT is then among the signals that have arrived.
+  void be_stopped_by(int signal) const noexcept;
 
   /// Sets the signal mask back to what it was.
   void give_back() const noexcept;

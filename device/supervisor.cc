@@ -37,8 +37,9 @@ class Supervisor {
                                       pollfd{channel_.descriptor(), POLLIN, 0}};
       // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
       (void)::poll(events.data(), events.size(), -1);
+      // The signals first: a shell that lets this program go on has also decided whose the terminal is.
+      answer_signals();
       while (const std::optional<Notice> notice = channel_.receive()) answer(*notice);
-      while (const std::optional<int> signal = signals_.next()) answer(*signal);
     }
     take_terminal();
     if (!WIFSIGNALED(*status_)) return WEXITSTATUS(*status_);
@@ -48,23 +49,72 @@ class Supervisor {
   }
 
  private:
-  void answer(int signal) {
-    if (signal != SIGCHLD) {
-      ::kill(device_, signal);  // Cannot fail before the device is waited for.
-      return;
-    }
-    int status = 0;
-    if (::waitpid(device_, &status, WNOHANG) == device_) status_ = status;
+  void answer_signals() {
+    while (const std::optional<int> signal = signals_.next()) answer(*signal);
   }
 
-  void answer(Notice notice) {
+  void answer(int signal) {
+    if (signal == SIGCHLD) {
+      int status = 0;
+      if (::waitpid(device_, &status, WNOHANG) == device_) status_ = status;
+    } else if (signal == SIGCONT) {
+      has_been_let_go_on_ = true;
+      let_command_go_on();
+    } else if (signal == SIGTSTP && is_command_stopped_) {
+      stop_with_the_job(SIGTSTP);
+    } else {
+      ::kill(device_, signal);  // Cannot fail before the device is waited for.
+    }
+  }
+
+  void answer(const Notice& notice) {
+    is_command_stopped_ = notice.kind == Notice::Kind::command_stopped;
+    if (notice.kind == Notice::Kind::command_went_on) return;
+    const bool had_terminal = terminal_given_;
     take_terminal();
-    if (notice != Notice::command_stopped) return;
-    // Who started this program sees it stop as COMMAND did. Where nobody could let it go on, the system does
-    // not stop it either, and COMMAND goes on at once.
-    if (terminal_.exists()) ::kill(::getpid(), SIGTSTP);
+    if (is_command_stopped_ && terminal_.exists()) follow_into_stop(notice.signal, had_terminal);
+  }
+
+  /// COMMAND has stopped: its job stops too, so that the shell that started this program takes over.
+  void follow_into_stop(int signal, bool had_terminal) {
+    const bool wants_terminal = signal == SIGTTIN || signal == SIGTTOU;
+    // The shell has brought this job into the foreground without a word, as it does with one that runs.
+    if (wants_terminal && !had_terminal && terminal_.is_ours()) return let_command_go_on();
+    if (signal == SIGSTOP) {
+      // Not by a key or for the terminal, so the rest of a script's job has nothing to do with it; only a
+      // shell whose job this program leads would wait for it to stop.
+      if (is_job_of_a_shell()) stop_with_the_job(SIGSTOP);
+      return;
+    }
+    if (stop_with_the_job(signal)) return;
+    // There is no shell that could let this job go on, so the system does not stop it. COMMAND cannot have
+    // the terminal either: it is treated as what is left stopped when its shell ends.
+    if (wants_terminal) {
+      channel_.send({.kind = Notice::Kind::hang_up});
+    } else {
+      let_command_go_on();
+    }
+  }
+
+  /// Stops all that was started together with this program, as a key of the terminal would, until it is let
+  /// go on. @return whether it was stopped at all.
+  bool stop_with_the_job(int signal) {
+    has_been_let_go_on_ = false;
+    ::kill(0, signal);  // This process is in its own group, so there is one to signal.
+    signals_.be_stopped_by(signal);
+    answer_signals();
+    return has_been_let_go_on_;
+  }
+
+  /// Whether the parent process gave this one a group, as shells with job control do.
+  static bool is_job_of_a_shell() {
+    const pid_t parent = ::getppid();
+    return parent != 0 && ::getpgid(parent) != ::getpgrp() && ::getsid(parent) == ::getsid(0);
+  }
+
+  void let_command_go_on() {
     terminal_given_ = terminal_.is_ours();
-    if (terminal_.exists()) channel_.send(terminal_given_ ? Notice::go_on_in_foreground : Notice::go_on);
+    channel_.send({.kind = terminal_given_ ? Notice::Kind::go_on_in_foreground : Notice::Kind::go_on});
   }
 
   void take_terminal() {
@@ -77,6 +127,8 @@ class Supervisor {
   Channel channel_;
   const Terminal& terminal_;
   bool terminal_given_ = false;
+  bool is_command_stopped_ = false;
+  bool has_been_let_go_on_ = false;
   std::optional<int> status_;
 };
 

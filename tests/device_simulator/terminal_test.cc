@@ -13,6 +13,7 @@
 
 #include "device_process.h"
 #include "platform/file_descriptor.h"
+#include "private_folder.h"
 
 namespace {
 
@@ -150,6 +151,142 @@ TEST_F(DeviceTerminal, EndsTheWaitForTheBackground) {
   ::usleep(300000);
   session.type(CONTROL_C);
   EXPECT_EQ(session.wait(), 3);
+}
+
+/// A shell with job control whose jobs are devices.
+class DeviceJob : public DeviceTerminal {
+ protected:
+  void SetUp() override {
+    DeviceTerminal::SetUp();
+    if (IsSkipped()) return;
+    session_.expect("ready> ");
+    session_.type(std::string("device='") + HARBIX_DEVICE_PROGRAM + "'; folder='" + (folder_ / "") + "'\n");
+    session_.expect("ready> ");
+  }
+
+  device_test::PrivateFolder folder_;
+  TypedSession session_{{"env", "PS1=ready> ", "bash", "--norc", "-i"}};
+};
+
+TEST_F(DeviceJob, StopsWithTheScriptThatItIsPartOf) {
+  session_.type(
+      "sh -c '\"$0\" --bare sh -c \"echo st\"\"arted; read word; echo got \\$word\"; echo aft\"\"er' "
+      "\"$device\"\n");
+  session_.expect("started");
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.expect("ready> ");
+  session_.type("fg\n");
+  session_.expect("read word");
+  session_.type("typed\n");
+  session_.expect("got typed");
+  session_.expect("after");
+}
+
+TEST_F(DeviceJob, StopsWhenItsShellIsSuspended) {
+  session_.type("PS1='inner> ' \"$device\" --bare bash --norc -i\n");
+  session_.expect("inner> ");
+  session_.type("suspend\n");
+  session_.expect("Stopped");
+  session_.expect("ready> ");
+  session_.type("fg\n");
+  session_.expect("--norc -i");
+  session_.type("echo in''side $PPID\n");
+  session_.expect("inside 1");
+  session_.type("exit 4\n");
+  session_.expect("ready> ");
+  session_.type("echo status $?\n");
+  session_.expect("status 4");
+}
+
+TEST_F(DeviceJob, StopsInTheBackgroundWhenItReadsAndGoesOnInTheForeground) {
+  session_.type("\"$device\" --bare sh -c 'read word; echo got $word' </dev/tty &\n");
+  session_.expect("ready> ");
+  session_.type("until jobs -s | grep -q Stopped; do sleep 0.1; done; jobs\n");
+  session_.expect("Stopped");
+  session_.type("fg\n");
+  session_.expect("/dev/tty");
+  session_.type("typed\n");
+  session_.expect("got typed");
+}
+
+TEST_F(DeviceJob, ReadsWhenItWasBroughtIntoTheForegroundWhileItRan) {
+  session_.type(
+      "\"$device\" --bare sh -c 'until [ -e /dev/shm/x ]; do sleep 0.1; [ -e /proc/$PPID ] && : >/dev/shm/x; "
+      "done;"
+      "sleep 1; echo as\"\"king; read word; echo got $word' </dev/tty & sleep 0.2; fg\n");
+  session_.expect("asking");
+  session_.type("typed\n");
+  session_.expect("got typed");
+}
+
+TEST_F(DeviceJob, StopsAndWakesItsCommandWhenItIsToldTo) {
+  session_.type(
+      "\"$device\" --bare --state \"$folder/state\" sh -c 'trap \"exit 3\" TERM; while :; do echo x "
+      ">>/count; sleep 0.1; "
+      "done' &\n");
+  session_.type("count=\"$folder/state/count\"; until [ -s \"$count\" ]; do sleep 0.1; done\n");
+  session_.type("kill -TSTP %1; until jobs -s | grep -q Stopped; do sleep 0.1; done\n");
+  session_.type("a=$(wc -l <\"$count\"); sleep 0.5; b=$(wc -l <\"$count\"); echo still $((b - a))\n");
+  session_.expect("still 0");
+  session_.type("bg; until [ $(wc -l <\"$count\") -gt $b ]; do sleep 0.1; done; echo run''ning\n");
+  session_.expect("running");
+  session_.type("kill %1; wait %1; echo status $?\n");
+  session_.expect("status 3");
+}
+
+TEST_F(DeviceJob, WakesAStoppedCommandForASignalAlsoInAScript) {
+  device_test::write_file(
+      folder_ / "script",
+      "\"$1\" --bare sh -c 'trap \"exit 8\" TERM; echo up; kill -STOP $$; sleep 60' >\"$2/up\" &\n"
+      "until [ -s \"$2/up\" ]; do sleep 0.1; done\n"
+      "sleep 0.5; kill -TERM $!; wait $!; echo status $?\n");
+  session_.type("bash \"$folder/script\" \"$device\" \"$folder\"\n");
+  session_.expect("status 8");
+}
+
+TEST_F(DeviceJob, StopsByAKeyAlsoWhenItsCommandIsStoppedAlready) {
+  session_.type(
+      "sh -c '\"$0\" --bare sh -c \"echo st\"\"arted; kill -STOP \\$\\$; echo aw\"\"ake; read word; echo got "
+      "\\$word\"; exit' \"$device\"\n");
+  session_.expect("started");
+  ::usleep(500000);
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.type("fg\n");
+  session_.expect("awake");
+  session_.type("typed\n");
+  session_.expect("got typed");
+}
+
+TEST_F(DeviceJob, EndsWhenItWantsATerminalThatItCannotHave) {
+  // The shell between ends at once, and nothing is left that could bring the device into the foreground.
+  session_.type("(sh -c '\"$0\" --bare cat </dev/tty; echo $? >\"$1/status\"' \"$device\" \"$folder\" &)\n");
+  session_.type(
+      "until [ -s \"$folder/status\" ]; do sleep 0.1; done; echo status $(cat \"$folder/status\")\n");
+  session_.expect("status 129");
+}
+
+TEST_F(DeviceJob, StopsWhenTheKeyComesBeforeItsCommand) {
+  session_.type("\"$device\" sh -c \"echo st''arted; read word; echo got \\$word\"\n");
+  session_.expect("got");
+  ::usleep(150000);
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.type("fg\n");
+  session_.expect("read word");
+  session_.type("typed\n");
+  session_.expect("got typed");
+}
+
+TEST_F(DeviceJob, StopsByAKeyWhileItWaitsForTheBackground) {
+  session_.type("\"$device\" --bare sh -c \"sleep 60 & echo st''arted; exit 3\"\n");
+  session_.expect("started");
+  ::usleep(500000);
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.type("fg; echo status $?\n");
+  session_.expect("status 3");
 }
 
 }  // namespace
