@@ -1,78 +1,27 @@
 #include "device/options.h"
 
-#include <cstddef>
-#include <string_view>
+#include <array>
 
 #include "device/failure.h"
+#include "device/option_reader.h"
 
 namespace device {
-namespace {
-
-constexpr std::string_view HELP_HINT = "; 'harbix-device --help' explains";
-
-Failure usage(const std::string& text) { return Failure(text + std::string(HELP_HINT), EXIT_USAGE); }
-
-/// Walks over the options; what is left afterwards is COMMAND.
-class Arguments {
- public:
-  explicit Arguments(const std::vector<std::string>& words) : words_(words) {}
-
-  [[nodiscard]] bool at_option() const {
-    return next_ < words_.size() && words_[next_].size() > 1 && words_[next_].front() == '-';
-  }
-  const std::string& take() { return words_[next_++]; }
-
-  /// The value of `option`, given as "--option=VALUE" in `word` or as the next argument.
-  std::string value(const std::string& option, const std::string& word) {
-    std::string text;
-    if (word.size() > option.size()) {
-      text = word.substr(option.size() + 1);
-    } else if (next_ < words_.size()) {
-      text = take();
-    } else {
-      throw usage("option '" + option + "' needs a value");
-    }
-    if (text.empty()) throw usage("option '" + option + "' has an empty value");
-    return text;
-  }
-
-  [[nodiscard]] std::vector<std::string> rest() const {
-    return {words_.begin() + static_cast<std::ptrdiff_t>(next_), words_.end()};
-  }
-
- private:
-  const std::vector<std::string>& words_;
-  std::size_t next_ = 0;
-};
-
-}  // namespace
-
-Options parse_options(const std::vector<std::string>& words) {
+Options parse_options(const std::vector<std::string>& words) try {
   Options options;
-  Arguments arguments(words);
-  while (arguments.at_option()) {
-    const std::string& word = arguments.take();
-    if (word == "--") break;
-    const std::string name = word.substr(0, word.find('='));
-    if (word == "--help") {
-      options.help = true;
-    } else if (word == "--version") {
-      options.version = true;
-    } else if (word == "--bare") {
-      options.bare = true;
-    } else if (name == "--state") {
-      options.state = arguments.value(name, word);
-    } else if (name == "--log") {
-      options.log = arguments.value(name, word);
-    } else {
-      throw usage("unknown option '" + word + "'");
-    }
-  }
-  options.command = arguments.rest();
+  const std::array rules = {
+      Option{.name = "help", .letter = 'h', .take = [&](const auto&) { options.help = true; }},
+      Option{.name = "version", .take = [&](const auto&) { options.version = true; }},
+      Option{.name = "bare", .take = [&](const auto&) { options.bare = true; }},
+      Option{.name = "state", .has_value = true, .take = [&](const auto& value) { options.state = value; }},
+      Option{.name = "log", .has_value = true, .take = [&](const auto& value) { options.log = value; }},
+  };
+  options.command = read_options(rules, words);
   if (options.help || options.version) return options;
-  if (options.command.empty()) throw usage("no command given");
-  if (options.command.front().empty()) throw usage("the command's name is empty");
+  if (options.command.empty()) throw WrongOption("no command given");
+  if (options.command.front().empty()) throw WrongOption("the command's name is empty");
   return options;
+} catch (const WrongOption& problem) {
+  throw Failure(problem.what() + std::string("; 'harbix-device --help' explains"), EXIT_USAGE);
 }
 
 const std::string& help_text() {
@@ -95,23 +44,40 @@ Options (they end at the first operand, so that COMMAND can have options of its 
                 line a message with its "<priority>" in front. Without this option the log
                 goes to /var/log/messages on the tablet.
   --bare        Fill a new tablet with accounts and empty folders only. Without this option
-                it gets sample content: media, a dtm share, a media library, subscriber scripts.
-  --help        Print this text.
+                it gets sample content: media, a dtm share, a media library, subscriber
+                scripts, PPS objects, settings, applications and a home screen.
+  --help, -h    Print this text.
   --version     Print the version.
 
 On the tablet:
+  /accounts/1000/appdata          the data of applications, a folder each
+  /accounts/1000/db/mmlibrary.db  the media library, an SQLite database
   /accounts/1000/shared           the user's media (media:1000_shared)
   /accounts/1000/sys/dtm          the dtm share (root:1000_sys)
-  /accounts/1000/db/mmlibrary.db  the media library, an SQLite database
-  /base/scripts/backup_and_restore, and settings/ in it: the subscriber scripts;
-                                  the sample ones write to /var/log/subscribers.log
-  /pps                            the publish/subscribe file system, served by harbix-pps;
-                                  its objects are kept in /var/pps
+  /apps                           the binaries of applications, a folder each
+  /base/bin/sh                    a link to the shell
+  /base/bin/slay                  stops the home screen: "slay -f navigator"; the sample one
+                                  writes to /var/log/home-screen.log, as the next does
+  /base/scripts/startup.sh        stops the launcher: "startup.sh launcher stop"
+  /base/scripts/backup_and_restore
+                                  the subscriber scripts, more of them in settings/; the
+                                  sample ones write to /var/log/subscribers.log
   /dev/log                        the system log's socket
-  /opt/harbix/bin                 harbix, harbix-device and harbix-pps, first on PATH
+  /opt/harbix/bin                 harbix, harbix-device, harbix-pps and harbix-installer,
+                                  first on PATH
+  /pps                            the publish/subscribe file system, served by harbix-pps
+  /pps/system/installer/upd/current
+                                  requests to the installer, harbix-installer
+  /pps/system/installer/registeredapps/.all
+                                  the list of registered applications
+  /pps/system/installer/control   makes the installer late, refusing, noisy or dead
+  /var/installer                  the installer's ledger
+  /var/pps                        the objects of /pps, one file each
+  /.harbix-device                 the version of a kept tablet's layout
 
 Processes that COMMAND leaves running in the background have 5 seconds to end. SIGINT, SIGTERM,
 SIGHUP and SIGQUIT are passed on to COMMAND; then there is no such wait. The services end last.
+A shell with job control stops and continues COMMAND as any job.
 
 Exit status: COMMAND's own; 128 + N if signal N ended it; 126 if it cannot be executed, 127 if
 it does not exist; 64 for a wrong command line; 70 if the tablet cannot be set up; 77 if this

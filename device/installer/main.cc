@@ -13,12 +13,14 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include "device/accounts.h"
 #include "device/installer/installer.h"
 #include "device/installer/object.h"
 #include "device/installer/request_desk.h"
 #include "device/installer/request_watch.h"
+#include "device/option_reader.h"
 #include "platform/file_descriptor.h"
 
 namespace {
@@ -115,29 +117,29 @@ void report(const std::exception& error) {
   static_cast<void>(std::fprintf(stderr, "harbix-installer: %s\n", error.what()));
 }
 
-/// Shape: "harbix-installer [--ready-fd N]".
-/// @return false when the arguments do not fit.
-bool parse(std::span<char* const> arguments, std::optional<int>& ready) {
-  if (arguments.size() == 1) return true;
-  if (arguments.size() != 3 || std::string_view(arguments[1]) != "--ready-fd") return false;
-  const std::string_view text = arguments[2];
-  int number = -1;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || number < 0) return false;
-  ready = number;
-  return true;
+/// Shape: "harbix-installer [--ready-fd N]". @throws device::WrongOption when the arguments do not fit.
+std::optional<int> parse(std::span<char* const> arguments) {
+  std::optional<int> ready;
+  const std::array options = {
+      device::Option{.name = "ready-fd",
+                     .has_value = true,
+                     .take = [&](const auto& v) { ready = device::parse_descriptor(v); }},
+  };
+  const std::vector<std::string> operands =
+      device::read_options(options, {arguments.begin() + 1, arguments.end()});
+  if (!operands.empty()) throw device::WrongOption("unknown operand '" + operands.front() + "'");
+  return ready;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::optional<int> ready;
-  if (!parse({argv, static_cast<std::size_t>(argc)}, ready)) {
-    std::cerr << "usage: harbix-installer [--ready-fd N]" << std::endl;
-    return USAGE_STATUS;
-  }
   try {
-    serve(ready);
+    serve(parse({argv, static_cast<std::size_t>(argc)}));
+  } catch (const device::WrongOption& problem) {
+    std::cerr << "harbix-installer: " << problem.what() << "; usage: harbix-installer [--ready-fd N]"
+              << std::endl;
+    return USAGE_STATUS;
   } catch (const std::system_error& error) {
     // The device ends, or has lost more than this service.
     if (installer::is_unserved(error.code())) return 0;

@@ -30,4 +30,28 @@ TEST(DeviceManual, HasTheOptionsOfTheHelpText) {
   EXPECT_EQ(help.size(), 5U);
 }
 
+/// The paths on the tablet that begin a line after `start`.
+std::set<std::string> paths_after(const std::string& start, const std::string& text) {
+  std::set<std::string> found;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with(start + "/")) continue;
+    const std::string rest = line.substr(start.size());
+    found.insert(rest.substr(0, rest.find(' ')));
+  }
+  return found;
+}
+
+TEST(DeviceManual, HasTheFilesOfTheHelpText) {
+  const std::set<std::string> help = paths_after("  ", device::help_text());
+  EXPECT_EQ(help, paths_after(".It Pa ", device_test::content_of(HARBIX_DEVICE_MANUAL)));
+  EXPECT_GE(help.size(), 18U);
+}
+
+TEST(DeviceManual, NamesThePrograms) {
+  for (const char* program : {"harbix", "harbix-device", "harbix-pps", "harbix-installer"}) {
+    EXPECT_THAT(device::help_text(), testing::ContainsRegex(std::string("[ \n]") + program + "[ ,.\n]"));
+  }
+}
+
 }  // namespace

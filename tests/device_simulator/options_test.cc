@@ -39,6 +39,7 @@ TEST(DeviceOptions, EndAtTheFirstOperandOrAtTwoDashes) {
 
 TEST(DeviceOptions, HelpAndVersionNeedNoCommand) {
   EXPECT_TRUE(parse_options({"--help"}).help);
+  EXPECT_TRUE(parse_options({"-h"}).help);
   EXPECT_TRUE(parse_options({"--version"}).version);
 }
 
@@ -50,7 +51,9 @@ TEST(DeviceOptions, SayWhatIsWrong) {
   for (const Row& row :
        {Row{{}, "no command given"}, Row{{"--bare"}, "no command given"},
         Row{{""}, "the command's name is empty"}, Row{{"--bear", "x"}, "unknown option '--bear'"},
-        Row{{"-b", "x"}, "unknown option '-b'"}, Row{{"--bare=1", "x"}, "unknown option '--bare=1'"},
+        Row{{"-b", "x"}, "unknown option '-b'"}, Row{{"--bare=1", "x"}, "option '--bare' takes no value"},
+        Row{{"--bar", "x"}, "unknown option '--bar'"}, Row{{"--stat=x", "x"}, "unknown option '--stat=x'"},
+        Row{{"-hb", "x"}, "unknown option '-b'"}, Row{{"--bare", "--=", "x"}, "unknown option '--='"},
         Row{{"--state"}, "option '--state' needs a value"},
         Row{{"--log=", "x"}, "option '--log' has an empty value"},
         Row{{"--state", "", "x"}, "option '--state' has an empty value"}}) {
@@ -75,6 +78,8 @@ TEST(DeviceHelp, NamesEveryOptionAndEveryStatus) {
   }
 }
 
+TEST(DeviceHelp, HasAShortOption) { EXPECT_EQ(device_test::run_device({"-h"}).output, device::help_text()); }
+
 TEST(DeviceHelp, FitsOnATerminal) {
   std::istringstream lines(device::help_text());
   for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100U) << line;
@@ -82,6 +87,25 @@ TEST(DeviceHelp, FitsOnATerminal) {
 
 TEST(DeviceHelp, FailsWhereItCannotBeWritten) {
   EXPECT_EQ(device_test::run_on_host("\"$device\" --help > /dev/full").status, 70);
+}
+
+TEST(ServiceOptions, SayWhatIsWrong) {
+  const device_test::Result pps = device_test::run_on_host(
+      "cd ${device%/*}; ./harbix-pps --nope /x; echo $?; ./harbix-pps --ready-fd=x /y; echo $?; ./harbix-pps "
+      "/x /y; "
+      "echo $?");
+  constexpr const char* PPS_USAGE =
+      "; usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
+  EXPECT_EQ(pps.output, "2\n2\n2\n");
+  EXPECT_EQ(pps.errors, std::string("harbix-pps: unknown option '--nope'") + PPS_USAGE +
+                            "harbix-pps: 'x' is no file descriptor" + PPS_USAGE +
+                            "harbix-pps: more than one mount point given" + PPS_USAGE);
+  const device_test::Result installer = device_test::run_on_host(
+      "cd ${device%/*}; ./harbix-installer --ready-fd; echo $?; ./harbix-installer x; echo $?");
+  EXPECT_EQ(installer.output, "2\n2\n");
+  EXPECT_EQ(installer.errors,
+            "harbix-installer: option '--ready-fd' needs a value; usage: harbix-installer [--ready-fd N]\n"
+            "harbix-installer: unknown operand 'x'; usage: harbix-installer [--ready-fd N]\n");
 }
 
 TEST(DeviceVersion, IsOneLine) {

@@ -1,48 +1,44 @@
 #include "pps/server/command_line.h"
 
-#include <charconv>
+#include <array>
 #include <ostream>
-#include <string_view>
+#include <vector>
+
+#include "device/option_reader.h"
 
 namespace pps::server {
 
 namespace {
 
-std::optional<int> parse_descriptor(std::string_view text) {
-  int number = -1;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || number < 0) return std::nullopt;
-  return number;
-}
-
-std::optional<CommandLine> parse(std::span<char* const> arguments) {
+CommandLine parse(std::span<char* const> arguments) {
   CommandLine result;
-  for (std::size_t i = 1; i < arguments.size(); ++i) {
-    const std::string_view argument = arguments[i];
-    const bool has_value = i + 1 < arguments.size();
-    if (argument == "--store" && has_value) {
-      result.store = arguments[++i];
-    } else if (argument == "--passing" && has_value) {
-      result.passing = arguments[++i];
-    } else if (argument == "--ready-fd" && has_value) {
-      result.ready_fd = parse_descriptor(arguments[++i]);
-      if (!result.ready_fd) return std::nullopt;
-    } else if (!argument.empty() && argument.front() != '-' && result.mount_point.empty()) {
-      result.mount_point = argument;
-    } else {
-      return std::nullopt;
-    }
-  }
-  if (result.mount_point.empty()) return std::nullopt;
+  const std::array options = {
+      device::Option{.name = "store", .has_value = true, .take = [&](const auto& v) { result.store = v; }},
+      device::Option{
+          .name = "passing", .has_value = true, .take = [&](const auto& v) { result.passing = v; }},
+      device::Option{.name = "ready-fd",
+                     .has_value = true,
+                     .take = [&](const auto& v) { result.ready_fd = device::parse_descriptor(v); }},
+  };
+  const std::vector<std::string> operands =
+      device::read_options(options, {arguments.begin() + 1, arguments.end()});
+  if (operands.empty()) throw device::WrongOption("no mount point given");
+  if (operands.size() > 1) throw device::WrongOption("more than one mount point given");
+  result.mount_point = operands.front();
+  if (result.mount_point.empty()) throw device::WrongOption("the mount point's name is empty");
   return result;
 }
 
 }  // namespace
 
 std::optional<CommandLine> parse_command_line(std::span<char* const> arguments, std::ostream& errors) {
-  auto result = parse(arguments);
-  if (!result) errors << "usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
-  return result;
+  try {
+    return parse(arguments);
+  } catch (const device::WrongOption& problem) {
+    errors << "harbix-pps: " << problem.what()
+           << "; usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
+    return std::nullopt;
+  }
 }
 
 }  // namespace pps::server
