@@ -1,5 +1,6 @@
 #include "device/channel.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -15,6 +16,12 @@ std::pair<Channel, Channel> Channel::make() {
     throw system_failure(errno, "create a pair of sockets");
   }
   return {Channel(ends[0]), Channel(ends[1])};
+}
+
+Channel Channel::copy() const {
+  Channel other(::fcntl(socket_.get(), F_DUPFD_CLOEXEC, 0));
+  if (!other.is_open()) throw system_failure(errno, "copy a socket");
+  return other;
 }
 
 void Channel::send(Notice notice) const noexcept {

@@ -14,6 +14,8 @@ struct Notice {
     command_stopped,
     command_went_on,
     command_ended,
+    // The end of what runs COMMAND on a device that was entered, and the exit status.
+    finished,
     // From the host:
     go_on,
     go_on_in_foreground,
@@ -21,8 +23,8 @@ struct Notice {
   };
 
   Kind kind;
-  /// The signal that stopped COMMAND; 0 for the other kinds.
-  int signal = 0;
+  /// The signal that stopped COMMAND, or the exit status; 0 for the other kinds.
+  int value = 0;
 };
 
 /// One end of the connection between the program on the host and the device's first process.
@@ -30,6 +32,9 @@ class Channel {
  public:
   /// Both ends. @throws Failure when the system refuses.
   [[nodiscard]] static std::pair<Channel, Channel> make();
+
+  /// Another holder of this end. @throws Failure when the system refuses.
+  [[nodiscard]] Channel copy() const;
 
   /// Readable when a notice has arrived or the other end is gone.
   [[nodiscard]] int descriptor() const noexcept { return socket_.get(); }

@@ -20,7 +20,9 @@ namespace {
 constexpr std::array SYSTEM_FOLDERS = {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32"};
 // What the host's programs need to find their libraries and each other.
 constexpr std::array SYSTEM_SETTINGS = {"/etc/ld.so.cache", "/etc/ld.so.conf", "/etc/ld.so.conf.d",
-                                        "/etc/alternatives"};
+                                        "/etc/alternatives",
+                                        // and "man" its pages.
+                                        "/etc/manpath.config", "/etc/man.conf", "/etc/groff"};
 constexpr std::array DEVICE_NODES = {"/dev/null",    "/dev/zero", "/dev/full", "/dev/random",
                                      "/dev/urandom", "/dev/tty",  "/dev/fuse"};
 
@@ -90,10 +92,27 @@ void make_device_folder(const std::string& root) {
 
 }  // namespace
 
-void furnish_root(const std::string& root, const OwnPrograms& programs) try {
+std::optional<DetachedMount> own_pages(const std::filesystem::path& folder) {
+  // Where the build has them, and where an installation has.
+  for (const std::filesystem::path& pages : {folder / "share/man", folder / "../share/man"}) {
+    std::error_code error;
+    const bool has_pages = std::filesystem::exists(pages / "man1/harbix.1", error) ||
+                           std::filesystem::exists(pages / "man1/harbix.1.gz", error);
+    if (has_pages) return DetachedMount::read_only(pages.string());
+  }
+  return std::nullopt;
+}
+
+void furnish_root(const std::string& root, const OwnPrograms& programs,
+                  const std::optional<DetachedMount>& pages) try {
   for (const char* folder : SYSTEM_FOLDERS) share_system_folder(root, folder);
   for (const char* item : SYSTEM_SETTINGS) share_read_only(root, item);
   programs.attach(root);
+  if (pages) {
+    for (const char* folder : {"/opt/harbix/share", "/opt/harbix/share/man"})
+      ensure_folder(root + folder, 0755);
+    pages->attach(root + "/opt/harbix/share/man");
+  }
   make_device_folder(root);
   mount_processes(root + "/proc");
 } catch (const std::filesystem::filesystem_error& error) {

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <iostream>
 
-#include "device/execute.h"
 #include "device/failure.h"
 #include "device/processes.h"
 
@@ -32,13 +31,6 @@ void end_all_processes() {
   }
 }
 
-bool is_ignored(int signal) {
-  struct sigaction action = {};
-  // Cannot fail: the number is a signal's.
-  ::sigaction(signal, nullptr, &action);
-  return action.sa_handler == SIG_IGN;
-}
-
 std::string service_text(const Service& service) { return "the service '" + service.name() + "' "; }
 
 }  // namespace
@@ -46,8 +38,9 @@ std::string service_text(const Service& service) { return "the service '" + serv
 int Init::run(const std::vector<std::string>& command) {
   start_services();
   if (!early_signal_) {
-    start(command);
-    while (!is_finished()) wait_for_event(status_ ? std::optional(deadline_) : std::nullopt);
+    ready_();
+    command_.start(command);
+    while (!is_finished()) wait_for_event(command_.status() ? std::optional(deadline_) : std::nullopt);
   }
   // The services come last: what others have written is saved, and nobody sees them go.
   const Clock::time_point kill_end = Clock::now() + KILL_TIME;
@@ -56,7 +49,7 @@ int Init::run(const std::vector<std::string>& command) {
   end_all_processes();
   log_.collect();
   if (early_signal_) return EXIT_SIGNAL_BASE + *early_signal_;
-  return WIFSIGNALED(*status_) ? EXIT_SIGNAL_BASE + WTERMSIG(*status_) : WEXITSTATUS(*status_);
+  return exit_status_of(*command_.status());
 }
 
 void Init::start_services() {
@@ -75,25 +68,9 @@ void Init::start_services() {
   has_started_services_ = !early_signal_;
 }
 
-void Init::start(const std::vector<std::string>& command) {
-  command_ = ::fork();
-  if (command_ == -1) throw system_failure(errno, "start a process for", command.front());
-  if (command_ == 0) {
-    // A group of its own, as a shell would give it: the terminal's keys reach COMMAND and nothing else of
-    // ours. Cannot fail for a new child.
-    ::setpgid(0, 0);
-    if (terminal_.was_ours()) terminal_.give_to(::getpgrp());
-    signals_.give_back();
-    execute(command);
-  }
-  // Here too, so that the group exists before a signal is passed on. Too late once the child has executed.
-  ::setpgid(command_, command_);
-  if (early_stop_) pass_on(SIGTSTP);
-}
-
 bool Init::is_finished() const {
-  if (!status_) return false;
-  if (interrupted_ || WIFSIGNALED(*status_)) return true;
+  if (!command_.status()) return false;
+  if (interrupted_ || WIFSIGNALED(*command_.status())) return true;
   if (Clock::now() >= deadline_) return true;
   return std::ranges::all_of(child_processes(),
                              [this](pid_t process) { return belongs_to_service(process); });
@@ -151,7 +128,7 @@ void Init::wait_for_event(std::optional<Clock::time_point> deadline) {
   }
   log_.collect();
   answer_signals();
-  answer_host();
+  command_.answer_host();
 }
 
 void Init::answer_signals() {
@@ -161,29 +138,13 @@ void Init::answer_signals() {
 void Init::answer_signal(int signal) {
   if (signal == SIGCHLD) return take_in_processes();
   if (signal == SIGCONT) return;  // The host says by a notice what is to go on.
-  if (signal == SIGTSTP) {
-    // COMMAND, once there is one, may not want to stop. What it has left behind has no say.
-    early_stop_ = command_ == -1;
-    if (status_) return host_.send({.kind = Notice::Kind::command_stopped, .signal = SIGTSTP});
-    return pass_on(SIGTSTP);
-  }
-  if (command_ != -1) {
+  if (signal == SIGTSTP) return command_.ask_to_stop();
+  if (command_.is_started()) {
     interrupted_ = true;
-    pass_on(signal);
+    command_.pass_on(signal);
   } else if (!early_signal_ && !is_ignored(signal)) {
     // COMMAND would be ended by it before it had a chance to catch it.
     early_signal_ = signal;
-  }
-}
-
-void Init::answer_host() {
-  while (const std::optional<Notice> notice = host_.receive()) {
-    early_stop_ = false;
-    if (notice->kind == Notice::Kind::go_on_in_foreground && !status_ && command_ != -1) {
-      terminal_.give_to(command_);
-    }
-    if (notice->kind == Notice::Kind::hang_up) pass_on(SIGHUP);
-    pass_on(SIGCONT);
   }
 }
 
@@ -197,17 +158,12 @@ void Init::take_in_processes() {
 }
 
 void Init::take_in(pid_t process, int status) {
-  const bool has_ended = !WIFSTOPPED(status) && !WIFCONTINUED(status);
-  if (process == command_ && !status_) {
-    if (WIFSTOPPED(status)) {
-      return host_.send({.kind = Notice::Kind::command_stopped, .signal = WSTOPSIG(status)});
-    }
-    if (!has_ended) return host_.send({.kind = Notice::Kind::command_went_on});
-    status_ = status;
+  if (process == command_.process() && !command_.status()) {
+    command_.take_in(status);
     deadline_ = Clock::now() + GRACE_TIME;
-    return host_.send({.kind = Notice::Kind::command_ended});
+    return;
   }
-  if (!has_ended) return;
+  if (!has_ended(status)) return;
   for (Service& service : services_) {
     if (service.process() != process) continue;
     service.take_end(status);
@@ -218,14 +174,6 @@ void Init::take_in(pid_t process, int status) {
     std::cerr << "harbix-device: " << service_text(service) << service.end() << std::endl;
     if (!ending_services_ && service.is_to_start_again()) service.start(signals_);
   }
-}
-
-void Init::pass_on(int signal) {
-  if (status_ || command_ == -1) return;
-  // COMMAND may have left its group; it may also be gone, which the next SIGCHLD tells.
-  if (::kill(-command_, signal) == -1) ::kill(command_, signal);
-  // A stopped process takes other signals only when it goes on; one that is to stop must not.
-  if (signal != SIGCONT && signal != SIGTSTP) ::kill(-command_, SIGCONT);
 }
 
 }  // namespace device

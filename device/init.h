@@ -3,11 +3,13 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "device/channel.h"
+#include "device/command.h"
 #include "device/log_collector.h"
 #include "device/service.h"
 #include "device/signal_source.h"
@@ -20,13 +22,18 @@ namespace device {
 class Init {
  public:
   Init(const SignalSource& signals, Channel& host, const Terminal& terminal, LogCollector& log,
-       std::vector<Service> services)
-      : signals_(signals), host_(host), terminal_(terminal), log_(log), services_(std::move(services)) {}
+       std::vector<Service> services, std::function<void()> ready)
+      : signals_(signals),
+        host_(host),
+        log_(log),
+        services_(std::move(services)),
+        ready_(std::move(ready)),
+        command_(signals, host, terminal) {}
 
-  /// Starts the services in their order, each when the one before it is ready. Runs `command` to its end,
-  /// then gives the processes that it left behind 5 seconds, unless a signal ended it. Ends the services
-  /// last, so that they can save what they hold; one that ends before is told on standard error, and started
-  /// again if it is one of those that are.
+  /// Starts the services in their order, each when the one before it is ready, and then calls `ready`. Runs
+  /// `command` to its end, then gives the processes that it left behind 5 seconds, unless a signal ended it.
+  /// Ends the services last, so that they can save what they hold; one that ends before is told on standard
+  /// error, and started again if it is one of those that are.
   /// @return the exit status of `command`, or 128 and the number of the signal that ended it; 127 or 126 when
   /// it cannot be run; 128 and the number of a signal that came before it was started.
   /// @throws Failure when no process can be started, or a service does not get ready. What was started before
@@ -37,7 +44,6 @@ class Init {
   using Clock = std::chrono::steady_clock;
 
   void start_services();
-  void start(const std::vector<std::string>& command);
   [[nodiscard]] bool is_finished() const;
   [[nodiscard]] bool belongs_to_service(pid_t process) const;
   [[nodiscard]] bool kill_all_but_services() const;
@@ -47,25 +53,19 @@ class Init {
   void wait_for_event(std::optional<Clock::time_point> deadline = {});
   void answer_signals();
   void answer_signal(int signal);
-  void answer_host();
   void take_in_processes();
   void take_in(pid_t process, int status);
-  void pass_on(int signal);
 
   const SignalSource& signals_;
-  Channel& host_;
-  const Terminal& terminal_;
+  const Channel& host_;
   LogCollector& log_;
   std::vector<Service> services_;
+  std::function<void()> ready_;
   bool has_started_services_ = false;
   bool ending_services_ = false;
-  pid_t command_ = -1;
-  /// As waitpid gave it; nothing while COMMAND runs.
-  std::optional<int> status_;
+  Command command_;
   /// What ends the device before COMMAND is started.
   std::optional<int> early_signal_;
-  /// COMMAND is to be stopped as soon as it is started.
-  bool early_stop_ = false;
   bool interrupted_ = false;
   /// When the processes that COMMAND left behind are ended.
   Clock::time_point deadline_;

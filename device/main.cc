@@ -2,11 +2,28 @@
 #include <string>
 #include <vector>
 
+#include "device/entrance.h"
 #include "device/failure.h"
+#include "device/kept_state.h"
 #include "device/options.h"
+#include "device/privileges.h"
+#include "device/signal_source.h"
 #include "device/supervisor.h"
 
 namespace {
+
+int act(const device::Options& options) {
+  using Action = device::Options::Action;
+  if (options.action == Action::run) return device::run_device(options);
+  if (options.action == Action::enter) return device::enter_device(options);
+  device::become_root_alone();
+  const device::SignalSource signals;
+  if (options.action == Action::reset) device::reset_device(options.state, options.bare, signals);
+  if (options.action == Action::snapshot) device::keep_snapshot(options.state, options.snapshot, signals);
+  if (options.action == Action::rollback)
+    device::bring_back_snapshot(options.state, options.snapshot, signals);
+  return 0;
+}
 
 int run(const std::vector<std::string>& arguments) {
   const device::Options options = device::parse_options(arguments);
@@ -15,7 +32,7 @@ int run(const std::vector<std::string>& arguments) {
   } else if (options.version) {
     std::cout << "harbix-device " << HARBIX_VERSION << std::endl;
   } else {
-    return device::run_device(options);
+    return act(options);
   }
   return std::cout ? 0 : device::EXIT_FAILED;
 }

@@ -34,6 +34,7 @@ class DetachedMount {
 };
 
 /// From here on no mount made by this process is seen outside its own mount namespace.
+/// @throws Failure, with EXIT_UNAVAILABLE where this process's root is no mount point.
 void make_mounts_private();
 
 /// Mounts a new file system over the existing folder `target`. @throws Failure quoting `target`.

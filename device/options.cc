@@ -6,6 +6,55 @@
 #include "device/option_reader.h"
 
 namespace device {
+namespace {
+
+void choose(Options& options, Options::Action action) {
+  if (options.action != Options::Action::run && options.action != action) {
+    throw WrongOption("only one of '--enter', '--reset', '--snapshot' and '--rollback' can be done");
+  }
+  options.action = action;
+}
+
+const char* option_of(Options::Action action) {
+  switch (action) {
+    case Options::Action::run:
+      break;
+    case Options::Action::enter:
+      return "--enter";
+    case Options::Action::reset:
+      return "--reset";
+    case Options::Action::snapshot:
+      return "--snapshot";
+    case Options::Action::rollback:
+      return "--rollback";
+  }
+  return "";
+}
+
+/// @throws WrongOption when the options do not go together.
+void check(const Options& options) {
+  if (!options.command.empty() && options.command.front().empty()) {
+    throw WrongOption("the command's name is empty");
+  }
+  if (options.action == Options::Action::run) return;
+  const std::string option = option_of(options.action);
+  if (options.state.empty()) throw WrongOption("option '" + option + "' needs '--state DIR'");
+  if (!options.log.empty()) throw WrongOption("options '" + option + "' and '--log' do not go together");
+  if (options.bare && options.action != Options::Action::reset) {
+    throw WrongOption("options '" + option + "' and '--bare' do not go together");
+  }
+  if (!options.command.empty() && options.action != Options::Action::enter) {
+    throw WrongOption("option '" + option + "' takes no command");
+  }
+  // A name of a file, and none of those that this program makes for itself.
+  if (options.snapshot.starts_with('.') || options.snapshot.find('/') != std::string::npos) {
+    throw WrongOption("'" + options.snapshot +
+                      "' is no name for a snapshot: it begins with '.' or has a '/'");
+  }
+}
+
+}  // namespace
+
 Options parse_options(const std::vector<std::string>& words) try {
   Options options;
   const std::array rules = {
@@ -13,12 +62,27 @@ Options parse_options(const std::vector<std::string>& words) try {
       Option{.name = "version", .take = [&](const auto&) { options.version = true; }},
       Option{.name = "bare", .take = [&](const auto&) { options.bare = true; }},
       Option{.name = "state", .has_value = true, .take = [&](const auto& value) { options.state = value; }},
+      Option{.name = "enter", .take = [&](const auto&) { choose(options, Options::Action::enter); }},
+      Option{.name = "reset", .take = [&](const auto&) { choose(options, Options::Action::reset); }},
+      Option{.name = "snapshot",
+             .has_value = true,
+             .take =
+                 [&](const auto& value) {
+                   choose(options, Options::Action::snapshot);
+                   options.snapshot = value;
+                 }},
+      Option{.name = "rollback",
+             .has_value = true,
+             .take =
+                 [&](const auto& value) {
+                   choose(options, Options::Action::rollback);
+                   options.snapshot = value;
+                 }},
       Option{.name = "log", .has_value = true, .take = [&](const auto& value) { options.log = value; }},
   };
   options.command = read_options(rules, words);
   if (options.help || options.version) return options;
-  if (options.command.empty()) throw WrongOption("no command given");
-  if (options.command.front().empty()) throw WrongOption("the command's name is empty");
+  check(options);
   return options;
 } catch (const WrongOption& problem) {
   throw Failure(problem.what() + std::string("; 'harbix-device --help' explains"), EXIT_USAGE);
@@ -26,10 +90,13 @@ Options parse_options(const std::vector<std::string>& words) try {
 
 const std::string& help_text() {
   static const std::string TEXT =
-      R"(Usage: harbix-device [--state DIR] [--log FILE] [--bare] COMMAND [ARG...]
+      R"(Usage: harbix-device [--state DIR] [--log FILE] [--bare] [COMMAND [ARG...]]
+       harbix-device --state DIR --enter [COMMAND [ARG...]]
+       harbix-device --state DIR --reset [--bare]
+       harbix-device --state DIR --snapshot NAME | --rollback NAME
        harbix-device --help | --version
 
-Starts a simulated tablet, runs COMMAND on it as root and exits with COMMAND's status.
+Starts a simulated tablet, runs COMMAND, or a login shell, on it as root and exits with its status.
 The tablet has a root file system, accounts, processes and a system log of its own. The
 programs of this machine are on it, read-only, and so is harbix. When COMMAND has ended,
 nothing of the tablet is left on this machine except what --state and --log ask for.
@@ -46,6 +113,14 @@ Options (they end at the first operand, so that COMMAND can have options of its 
   --bare        Fill a new tablet with accounts and empty folders only. Without this option
                 it gets sample content: media, a dtm share, a media library, subscriber
                 scripts, PPS objects, settings, applications and a home screen.
+  --enter       Run COMMAND, or a login shell, on the tablet that is running in DIR. It ends
+                with the tablet.
+  --reset       Take the tablet in DIR back to what it was when it was new.
+  --snapshot NAME
+                Keep the state of the tablet in DIR as NAME, in DIR.snapshots/NAME.
+  --rollback NAME
+                Bring the tablet in DIR back to the state that was kept as NAME. Like
+                --reset and --snapshot, it is refused while the tablet is running.
   --help, -h    Print this text.
   --version     Print the version.
 
@@ -65,6 +140,7 @@ On the tablet:
   /dev/log                        the system log's socket
   /opt/harbix/bin                 harbix, harbix-device, harbix-pps and harbix-installer,
                                   first on PATH
+  /opt/harbix/share/man           the manual pages: "man harbix"
   /pps                            the publish/subscribe file system, served by harbix-pps
   /pps/system/installer/upd/current
                                   requests to the installer, harbix-installer
@@ -84,7 +160,9 @@ it does not exist; 64 for a wrong command line; 70 if the tablet cannot be set u
 machine cannot run one (not root, no namespaces, no FUSE).
 
 Examples:
-  harbix-device bash
+  harbix-device
+  harbix-device --state /tmp/tablet --enter
+  harbix-device --state /tmp/tablet --snapshot before
   harbix-device --state /tmp/tablet --log /tmp/tablet.log harbix -f /tmp/backup.tar media
   harbix-device --bare harbix -f - media > backup.tar
 )";

@@ -7,6 +7,8 @@ namespace device {
 
 /// What the command line asks for.
 struct Options {
+  enum class Action { run, enter, reset, snapshot, rollback };
+
   bool help = false;
   bool version = false;
   /// Accounts and well-known folders only, no sample content.
@@ -15,13 +17,18 @@ struct Options {
   std::string state;
   /// File on the host for the system log; empty: /var/log/messages on the device.
   std::string log;
-  /// The program to run on the device and its arguments; empty only with `help` or `version`.
+  Action action = Action::run;
+  /// The snapshot's name, for the actions that have one.
+  std::string snapshot;
+  /// The program to run on the device and its arguments; empty: a login shell, or nothing for the actions
+  /// that run none.
   std::vector<std::string> command;
 };
 
 /// Reads the command line's `words` (without the program's name). Options end at the first operand or at
 /// "--".
-/// @throws Failure with EXIT_USAGE for an unknown option, a missing or empty value, or no COMMAND.
+/// @throws Failure with EXIT_USAGE for an unknown option, a missing or empty value, options that do not go
+/// together, or a COMMAND where there can be none.
 [[nodiscard]] Options parse_options(const std::vector<std::string>& words);
 
 /// The text of --help, many lines, newline at the end.

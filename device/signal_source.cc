@@ -48,4 +48,11 @@ void SignalSource::give_back() const noexcept {
   ::sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
+bool is_ignored(int signal) {
+  struct sigaction action = {};
+  // Cannot fail: the number is a signal's.
+  ::sigaction(signal, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
+}
+
 }  // namespace device

@@ -37,4 +37,7 @@ class SignalSource {
   platform::FileDescriptor descriptor_;
 };
 
+/// Whether who started this program has it ignore `signal`.
+[[nodiscard]] bool is_ignored(int signal);
+
 }  // namespace device

@@ -28,6 +28,10 @@ class Storage {
   void begin_filling() const;
   void end_filling() const;
 
+  /// Lets other programs find this process as the one that runs a kept device. To be called when the device's
+  /// root is this process's.
+  void announce();
+
   /// Removes what was made since begin_filling(), and the folder itself if it was made. Nothing may be
   /// mounted in it.
   void discard() const noexcept;
@@ -37,6 +41,7 @@ class Storage {
 
   std::string path_;
   platform::FileDescriptor lock_;
+  platform::FileDescriptor running_;
   bool kept_ = false;
   bool created_ = false;
   bool empty_ = true;

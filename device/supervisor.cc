@@ -1,6 +1,5 @@
 #include "device/supervisor.h"
 
-#include <grp.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -16,6 +15,7 @@
 
 #include "device/channel.h"
 #include "device/failure.h"
+#include "device/privileges.h"
 #include "device/signal_source.h"
 #include "device/tablet.h"
 #include "device/terminal.h"
@@ -27,20 +27,17 @@ namespace {
 class Supervisor {
  public:
   Supervisor(pid_t device, const SignalSource& signals, Channel channel, const Terminal& terminal)
-      : device_(device), signals_(signals), channel_(std::move(channel)), terminal_(terminal) {
+      : device_(static_cast<int>(::syscall(SYS_pidfd_open, device, 0))),
+        process_(device),
+        signals_(signals),
+        channel_(std::move(channel)),
+        terminal_(terminal) {
     terminal_given_ = terminal_.was_ours();
   }
 
+  /// Waits until the child process is there no more. @return its exit status.
   int wait() {
-    while (!status_) {
-      std::array<pollfd, 2> events = {pollfd{signals_.descriptor(), POLLIN, 0},
-                                      pollfd{channel_.descriptor(), POLLIN, 0}};
-      // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
-      (void)::poll(events.data(), events.size(), -1);
-      // The signals first: a shell that lets this program go on has also decided whose the terminal is.
-      answer_signals();
-      while (const std::optional<Notice> notice = channel_.receive()) answer(*notice);
-    }
+    while (!status_) wait_for_event();
     take_terminal();
     if (!WIFSIGNALED(*status_)) return WEXITSTATUS(*status_);
     const int signal = WTERMSIG(*status_);
@@ -48,7 +45,26 @@ class Supervisor {
     return EXIT_SIGNAL_BASE + signal;
   }
 
+  /// As wait(), for a child whose end only the channel tells.
+  int wait_for_report() {
+    while (!reported_ && channel_.is_open()) wait_for_event();
+    take_terminal();
+    if (reported_) return *reported_;
+    std::cerr << "harbix-device: the device has ended" << std::endl;
+    return EXIT_SIGNAL_BASE + SIGKILL;
+  }
+
  private:
+  void wait_for_event() {
+    std::array<pollfd, 2> events = {pollfd{signals_.descriptor(), POLLIN, 0},
+                                    pollfd{channel_.descriptor(), POLLIN, 0}};
+    // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
+    (void)::poll(events.data(), events.size(), -1);
+    // The signals first: a shell that lets this program go on has also decided whose the terminal is.
+    answer_signals();
+    while (const std::optional<Notice> notice = channel_.receive()) answer(*notice);
+  }
+
   void answer_signals() {
     while (const std::optional<int> signal = signals_.next()) answer(*signal);
   }
@@ -56,23 +72,25 @@ class Supervisor {
   void answer(int signal) {
     if (signal == SIGCHLD) {
       int status = 0;
-      if (::waitpid(device_, &status, WNOHANG) == device_) status_ = status;
+      if (::waitpid(process_, &status, WNOHANG) == process_) status_ = status;
     } else if (signal == SIGCONT) {
       has_been_let_go_on_ = true;
       let_command_go_on();
     } else if (signal == SIGTSTP && is_command_stopped_) {
       stop_with_the_job(SIGTSTP);
     } else {
-      ::kill(device_, signal);  // Cannot fail before the device is waited for.
+      // It may be gone, which is told otherwise. A number could be another process's by then.
+      (void)::syscall(SYS_pidfd_send_signal, device_.get(), signal, nullptr, 0);
     }
   }
 
   void answer(const Notice& notice) {
     is_command_stopped_ = notice.kind == Notice::Kind::command_stopped;
+    if (notice.kind == Notice::Kind::finished) reported_ = notice.value;
     if (notice.kind == Notice::Kind::command_went_on) return;
     const bool had_terminal = terminal_given_;
     take_terminal();
-    if (is_command_stopped_ && terminal_.exists()) follow_into_stop(notice.signal, had_terminal);
+    if (is_command_stopped_ && terminal_.exists()) follow_into_stop(notice.value, had_terminal);
   }
 
   /// COMMAND has stopped: its job stops too, so that the shell that started this program takes over.
@@ -122,7 +140,8 @@ class Supervisor {
     terminal_given_ = false;
   }
 
-  pid_t device_;
+  platform::FileDescriptor device_;
+  pid_t process_;
   const SignalSource& signals_;
   Channel channel_;
   const Terminal& terminal_;
@@ -130,15 +149,8 @@ class Supervisor {
   bool is_command_stopped_ = false;
   bool has_been_let_go_on_ = false;
   std::optional<int> status_;
+  std::optional<int> reported_;
 };
-
-void become_root_alone() {
-  if (::geteuid() != 0) throw Failure("only root can start a device", EXIT_UNAVAILABLE);
-  if (::setgroups(0, nullptr) == -1) throw system_failure(errno, "drop the groups", {}, EXIT_UNAVAILABLE);
-  if (::setresgid(0, 0, 0) == -1 || ::setresuid(0, 0, 0) == -1) {
-    throw system_failure(errno, "become root", {}, EXIT_UNAVAILABLE);
-  }
-}
 
 /// As fork, but the child is the first process of a new process namespace. To leave this namespace first and
 /// then fork would do too, but would keep this process from ever starting another one.
@@ -163,6 +175,10 @@ int run_device(const Options& options) {
   }
   { const Channel unused = std::move(ends.second); }
   return Supervisor(device, signals, std::move(ends.first), terminal).wait();
+}
+
+int supervise_visitor(pid_t process, const SignalSource& signals, Channel channel, const Terminal& terminal) {
+  return Supervisor(process, signals, std::move(channel), terminal).wait_for_report();
 }
 
 }  // namespace device

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include "device/channel.h"
 #include "device/options.h"
+#include "device/signal_source.h"
+#include "device/terminal.h"
 
 namespace device {
 
@@ -9,5 +14,10 @@ namespace device {
 /// @throws Failure when there can be no child; EXIT_UNAVAILABLE when this machine or user cannot have
 /// namespaces.
 [[nodiscard]] int run_device(const Options& options);
+
+/// Passes signals on to `process`, a child that runs COMMAND on a device that was entered, and waits for its
+/// report through `channel`. SIGCHLD is ignored. @return the exit status.
+[[nodiscard]] int supervise_visitor(pid_t process, const SignalSource& signals, Channel channel,
+                                    const Terminal& terminal);
 
 }  // namespace device

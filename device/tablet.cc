@@ -4,25 +4,25 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
+#include <fstream>
+#include <optional>
+#include <string>
 
 #include "device/content/live_state.h"
-#include "device/content/sample.h"
 #include "device/device_root.h"
+#include "device/factory_state.h"
 #include "device/failure.h"
 #include "device/init.h"
 #include "device/log_collector.h"
 #include "device/mounts.h"
 #include "device/own_programs.h"
 #include "device/service.h"
+#include "device/session.h"
 #include "device/storage.h"
-#include "device/tree_writer.h"
-#include "device/well_known_folders.h"
 
 namespace device {
 namespace {
@@ -34,11 +34,22 @@ void die_with_parent(const Channel& host) {
   if (::poll(&parent, 1, 0) == 1) throw Failure("the parent process is gone");
 }
 
-void enter_mount_namespace() {
+void enter_namespaces() {
   if (::unshare(CLONE_NEWNS) == -1) {
     throw system_failure(errno, "make a mount namespace", {}, EXIT_UNAVAILABLE);
   }
+  if (::unshare(CLONE_NEWUTS) == -1) {
+    throw system_failure(errno, "make a namespace for the host name", {}, EXIT_UNAVAILABLE);
+  }
   make_mounts_private();
+}
+
+/// The device has a host name of its own, which its owner can change.
+void name_host() {
+  std::ifstream file("/etc/hostname");
+  std::string name;
+  if (!std::getline(file, name) || name.empty()) name = "tablet";
+  if (::sethostname(name.c_str(), name.size()) == -1) throw system_failure(errno, "set the host name", name);
 }
 
 /// Told before anything is made: a kernel without it, or a machine that does not let it be used.
@@ -67,24 +78,11 @@ std::vector<Service> services() {
 
 void fill(const Storage& storage, bool bare) try {
   storage.begin_filling();
-  TreeWriter tree(storage.path());
-  write_well_known_folders(tree);
-  if (!bare) write_sample_content(tree);
-  tree.finish();
+  write_factory_state(storage.path(), bare);
   storage.end_filling();
 } catch (...) {
   storage.discard();
   throw;
-}
-
-/// TMPDIR names a folder of the host's, without which programs on the device could make no temporary file.
-void set_environment() {
-  constexpr const char* PROGRAM_FOLDERS =
-      "/opt/harbix/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
-  if (::setenv("PATH", PROGRAM_FOLDERS, 1) == -1 || ::setenv("HOME", "/root", 1) == -1 ||
-      ::unsetenv("TMPDIR") == -1) {
-    throw system_failure(errno, "set the environment");
-  }
 }
 
 }  // namespace
@@ -94,25 +92,27 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   // A signal to the group that the program was started in is for the program alone, which passes it on once.
   if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
   const std::string program_folder = folder_of_this_program();
-  enter_mount_namespace();
+  enter_namespaces();
   require_fuse();
   const OwnPrograms programs(program_folder);
+  const std::optional<DetachedMount> pages = own_pages(program_folder);
   platform::FileDescriptor log_file;
   // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
   const auto open_host_log = [&] {
     if (!options.log.empty()) log_file = LogCollector::open_file(options.log, true);
   };
   if (options.state.empty()) open_host_log();
-  const Storage storage = options.state.empty() ? Storage::in_memory() : Storage::kept_in(options.state);
+  Storage storage = options.state.empty() ? Storage::in_memory() : Storage::kept_in(options.state);
   if (!options.state.empty()) open_host_log();
   if (storage.is_empty()) fill(storage, options.bare);
-  furnish_root(storage.path(), programs);
+  furnish_root(storage.path(), programs, pages);
   enter_root(storage.path());
-  ::umask(022);
-  set_environment();
+  set_up_session();
+  name_host();
   if (!log_file) log_file = LogCollector::open_file("/var/log/messages", false);
   LogCollector log("/dev/log", std::move(log_file));
-  return Init(signals, host, terminal, log, services()).run(options.command);
+  Init init(signals, host, terminal, log, services(), [&] { storage.announce(); });
+  return init.run(options.command.empty() ? login_shell() : options.command);
 }
 
 }  // namespace device

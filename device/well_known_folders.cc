@@ -50,6 +50,10 @@ constexpr std::array FOLDERS = {
     Folder{"/base/scripts/backup_and_restore/settings", ROOT_OWNER, 0755},
 };
 
+// The prompt says whose shell it is.
+constexpr std::string_view PROMPT =
+    "if [ \"${BASH-}\" ]; then PS1='\\u@\\h:\\w\\$ '; else PS1='tablet:$PWD$ '; fi\n";
+
 }  // namespace
 
 void write_well_known_folders(TreeWriter& tree) {
@@ -58,6 +62,10 @@ void write_well_known_folders(TreeWriter& tree) {
   tree.file("/etc/group", ROOT_OWNER, 0644, group_text());
   tree.file("/etc/nsswitch.conf", ROOT_OWNER, 0644, "passwd: files\ngroup: files\nhosts: files\n");
   tree.file("/etc/hostname", ROOT_OWNER, 0644, "tablet\n");
+  // What a shell reads when it starts: one that is logged in the first, any other one that is used by hand
+  // the second.
+  tree.file("/etc/profile", ROOT_OWNER, 0644, PROMPT);
+  tree.file("/etc/bash.bashrc", ROOT_OWNER, 0644, PROMPT);
   // Where nothing is, or a file, programs that mount would write what they do.
   tree.link("/etc/mtab", ROOT_OWNER, "../proc/self/mounts");
   tree.file("/etc/hosts", ROOT_OWNER, 0644, "127.0.0.1 localhost tablet\n");

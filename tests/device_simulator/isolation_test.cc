@@ -90,6 +90,30 @@ TEST_F(Device, SeesNeitherTheHostsProcessesNorItsFiles) {
             "/proc/1 /proc/2 /proc/3 /proc/4\n/pps:\nsystem\n\n/tmp:\nnothing\n");
 }
 
+TEST_F(Device, HasAHostNameOfItsOwn) {
+  EXPECT_EQ(output_of("hostname; hostname other; hostname"), "tablet\nother\n");
+  EXPECT_THAT(device_test::run_on_host("hostname").output,
+              testing::Not(testing::AnyOf("tablet\n", "other\n")));
+}
+
+TEST_F(Device, StartsALoginShellWithoutACommand) {
+  const Result result = run_device({"--bare"}, "shopt -q login_shell && echo \"$PS1\"\nexit 3\n");
+  EXPECT_EQ(result.output, "\\u@\\h:\\w\\$ \n");
+  EXPECT_EQ(result.status, 3);
+}
+
+TEST_F(Device, HasTheManualPages) {
+  const std::string program = device_test::run_on_host("command -v man").output;
+  if (program.empty()) GTEST_SKIP() << "no man on this machine";
+  for (const char* page : {"harbix", "harbix-device"}) {
+    const Result result = run_device({"--bare", "man", page});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_THAT(result.output, HasSubstr(page));
+    EXPECT_THAT(result.output, HasSubstr("SYNOPSIS"));
+    EXPECT_EQ(result.errors, "");
+  }
+}
+
 TEST_F(Device, TakesFilesBeyondTwoGiB) {
   EXPECT_EQ(output_of("truncate -s 5G /tmp/big; stat -c %s /tmp/big"), "5368709120\n");
 }

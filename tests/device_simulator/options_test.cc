@@ -43,20 +43,32 @@ TEST(DeviceOptions, HelpAndVersionNeedNoCommand) {
   EXPECT_TRUE(parse_options({"--version"}).version);
 }
 
+TEST(DeviceOptions, NeedNoCommand) { EXPECT_TRUE(parse_options({"--bare"}).command.empty()); }
+
 TEST(DeviceOptions, SayWhatIsWrong) {
   struct Row {
     Words words;
     const char* text;
   };
   for (const Row& row :
-       {Row{{}, "no command given"}, Row{{"--bare"}, "no command given"},
-        Row{{""}, "the command's name is empty"}, Row{{"--bear", "x"}, "unknown option '--bear'"},
+       {Row{{""}, "the command's name is empty"}, Row{{"--bear", "x"}, "unknown option '--bear'"},
         Row{{"-b", "x"}, "unknown option '-b'"}, Row{{"--bare=1", "x"}, "option '--bare' takes no value"},
         Row{{"--bar", "x"}, "unknown option '--bar'"}, Row{{"--stat=x", "x"}, "unknown option '--stat=x'"},
         Row{{"-hb", "x"}, "unknown option '-b'"}, Row{{"--bare", "--=", "x"}, "unknown option '--='"},
         Row{{"--state"}, "option '--state' needs a value"},
         Row{{"--log=", "x"}, "option '--log' has an empty value"},
-        Row{{"--state", "", "x"}, "option '--state' has an empty value"}}) {
+        Row{{"--state", "", "x"}, "option '--state' has an empty value"},
+        Row{{"--enter"}, "option '--enter' needs '--state DIR'"},
+        Row{{"--state", "s", "--enter", "--log", "l"}, "options '--enter' and '--log' do not go together"},
+        Row{{"--state", "s", "--snapshot", "n", "--bare"},
+            "options '--snapshot' and '--bare' do not go together"},
+        Row{{"--state", "s", "--reset", "x"}, "option '--reset' takes no command"},
+        Row{{"--state", "s", "--snapshot", "a", "--rollback", "a"},
+            "only one of '--enter', '--reset', '--snapshot' and '--rollback' can be done"},
+        Row{{"--state", "s", "--rollback", "../a"},
+            "'../a' is no name for a snapshot: it begins with '.' or has a '/'"},
+        Row{{"--state", "s", "--snapshot", "a/b"},
+            "'a/b' is no name for a snapshot: it begins with '.' or has a '/'"}}) {
     try {
       (void)parse_options(row.words);
       ADD_FAILURE() << "accepted: " << row.text;
