@@ -40,6 +40,7 @@ void check(const Options& options) {
   const std::string option = option_of(options.action);
   if (options.state.empty()) throw WrongOption("option '" + option + "' needs '--state DIR'");
   if (!options.log.empty()) throw WrongOption("options '" + option + "' and '--log' do not go together");
+  if (options.has_faults) throw WrongOption("options '" + option + "' and '--fault' do not go together");
   if (options.bare && options.action != Options::Action::reset) {
     throw WrongOption("options '" + option + "' and '--bare' do not go together");
   }
@@ -78,6 +79,13 @@ Options parse_options(const std::vector<std::string>& words) try {
                    choose(options, Options::Action::rollback);
                    options.snapshot = value;
                  }},
+      Option{.name = "fault",
+             .has_value = true,
+             .take =
+                 [&](const auto& value) {
+                   add_fault(options.faults, value);
+                   options.has_faults = true;
+                 }},
       Option{.name = "log", .has_value = true, .take = [&](const auto& value) { options.log = value; }},
   };
   options.command = read_options(rules, words);
@@ -90,7 +98,8 @@ Options parse_options(const std::vector<std::string>& words) try {
 
 const std::string& help_text() {
   static const std::string TEXT =
-      R"(Usage: harbix-device [--state DIR] [--log FILE] [--bare] [COMMAND [ARG...]]
+      R"(Usage: harbix-device [--state DIR] [--log FILE] [--bare] [--fault NAME]...
+                      [COMMAND [ARG...]]
        harbix-device --state DIR --enter [COMMAND [ARG...]]
        harbix-device --state DIR --reset [--bare]
        harbix-device --state DIR --snapshot NAME | --rollback NAME
@@ -121,6 +130,16 @@ Options (they end at the first operand, so that COMMAND can have options of its 
   --rollback NAME
                 Bring the tablet in DIR back to the state that was kept as NAME. Like
                 --reset and --snapshot, it is refused while the tablet is running.
+  --fault NAME[=VALUE]
+                Let something go wrong on this run of the tablet; can be given several times.
+                What is kept stays sound. The faults are:
+    full-share[=BYTES]            shared media with no room, or BYTES, left; it is a copy in
+                                  memory that is forgotten
+    unreadable-library            a media library that cannot be opened
+    corrupt-library               a media library that is damaged
+    hanging-object=/pps/PATH      an object that readers wait for in vain
+    dying-installer[=ACTION]      an installer that dies once when it is asked for something,
+                                  or for ACTION
   --help, -h    Print this text.
   --version     Print the version.
 

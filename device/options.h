@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "device/fault.h"
+
 namespace device {
 
 /// What the command line asks for.
@@ -20,6 +22,8 @@ struct Options {
   Action action = Action::run;
   /// The snapshot's name, for the actions that have one.
   std::string snapshot;
+  bool has_faults = false;
+  Faults faults;
   /// The program to run on the device and its arguments; empty: a login shell, or nothing for the actions
   /// that run none.
   std::vector<std::string> command;

@@ -16,6 +16,7 @@
 #include "device/device_root.h"
 #include "device/factory_state.h"
 #include "device/failure.h"
+#include "device/fault.h"
 #include "device/init.h"
 #include "device/log_collector.h"
 #include "device/mounts.h"
@@ -61,12 +62,17 @@ void require_fuse() {
   throw Failure(reason + "; run 'modprobe fuse', and give /dev/fuse to a container", EXIT_UNAVAILABLE);
 }
 
-std::vector<Service> services() {
+std::vector<Service> services(const Faults& faults) {
   std::vector<Service> services;
   // The installer has a ledger of its own: what it publishes, and what it is asked, is no setting to be
   // backed up, and must not come back with one.
-  services.emplace_back(std::vector<std::string>{"/opt/harbix/bin/harbix-pps", "--store", "/var/pps",
-                                                 "--passing", "system/installer", "/pps"});
+  std::vector<std::string> file_system = {"/opt/harbix/bin/harbix-pps", "--store", "/var/pps", "--passing",
+                                          "system/installer"};
+  for (const std::string& object : faults.hanging_objects) {
+    file_system.insert(file_system.end(), {"--hanging", object});
+  }
+  file_system.emplace_back("/pps");
+  services.emplace_back(file_system);
   // A client that waits for its answer gets it after a new start.
   services.emplace_back(std::vector<std::string>{"/opt/harbix/bin/harbix-installer"},
                         Service::Loss::start_again);
@@ -105,13 +111,17 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   Storage storage = options.state.empty() ? Storage::in_memory() : Storage::kept_in(options.state);
   if (!options.state.empty()) open_host_log();
   if (storage.is_empty()) fill(storage, options.bare);
+  spoil_files(options.faults, storage.path(), signals);
   furnish_root(storage.path(), programs, pages);
   enter_root(storage.path());
   set_up_session();
   name_host();
   if (!log_file) log_file = LogCollector::open_file("/var/log/messages", false);
   LogCollector log("/dev/log", std::move(log_file));
-  Init init(signals, host, terminal, log, services(), [&] { storage.announce(); });
+  Init init(signals, host, terminal, log, services(options.faults), [&] {
+    spoil_installer(options.faults);
+    storage.announce();
+  });
   return init.run(options.command.empty() ? login_shell() : options.command);
 }
 

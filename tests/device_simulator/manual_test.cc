@@ -10,14 +10,14 @@
 
 namespace {
 
-/// The word of small letters that follows `start` in each line that begins with it.
+/// The word of small letters and dashes that follows `start` in each line that begins with it.
 std::set<std::string> words_after(const std::string& start, const std::string& text) {
   std::set<std::string> found;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     if (!line.starts_with(start)) continue;
     const std::string rest = line.substr(start.size());
-    found.insert(rest.substr(0, rest.find_first_not_of("abcdefghijklmnopqrstuvwxyz")));
+    found.insert(rest.substr(0, rest.find_first_not_of("abcdefghijklmnopqrstuvwxyz-")));
   }
   return found;
 }
@@ -46,6 +46,15 @@ TEST(DeviceManual, HasTheFilesOfTheHelpText) {
   const std::set<std::string> help = paths_after("  ", device::help_text());
   EXPECT_EQ(help, paths_after(".It Pa ", device_test::content_of(HARBIX_DEVICE_MANUAL)));
   EXPECT_GE(help.size(), 18U);
+}
+
+TEST(DeviceManual, HasTheFaultsOfTheHelpText) {
+  std::set<std::string> help = words_after("    ", device::help_text());
+  // Lines of the other parts are indented more or less, or begin with another sign.
+  help.erase("");
+  const std::set<std::string> manual = words_after(".It Cm ", device_test::content_of(HARBIX_DEVICE_MANUAL));
+  EXPECT_EQ(help, manual);
+  EXPECT_EQ(manual.size(), 5U);
 }
 
 TEST(DeviceManual, NamesThePrograms) {

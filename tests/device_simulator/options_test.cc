@@ -51,10 +51,14 @@ TEST(DeviceOptions, SayWhatIsWrong) {
     const char* text;
   };
   for (const Row& row :
-       {Row{{""}, "the command's name is empty"}, Row{{"--bear", "x"}, "unknown option '--bear'"},
-        Row{{"-b", "x"}, "unknown option '-b'"}, Row{{"--bare=1", "x"}, "option '--bare' takes no value"},
-        Row{{"--bar", "x"}, "unknown option '--bar'"}, Row{{"--stat=x", "x"}, "unknown option '--stat=x'"},
-        Row{{"-hb", "x"}, "unknown option '-b'"}, Row{{"--bare", "--=", "x"}, "unknown option '--='"},
+       {Row{{""}, "the command's name is empty"},
+        Row{{"--bear", "x"}, "unknown option '--bear'"},
+        Row{{"-b", "x"}, "unknown option '-b'"},
+        Row{{"--bare=1", "x"}, "option '--bare' takes no value"},
+        Row{{"--bar", "x"}, "unknown option '--bar'"},
+        Row{{"--stat=x", "x"}, "unknown option '--stat=x'"},
+        Row{{"-hb", "x"}, "unknown option '-b'"},
+        Row{{"--bare", "--=", "x"}, "unknown option '--='"},
         Row{{"--state"}, "option '--state' needs a value"},
         Row{{"--log=", "x"}, "option '--log' has an empty value"},
         Row{{"--state", "", "x"}, "option '--state' has an empty value"},
@@ -62,6 +66,13 @@ TEST(DeviceOptions, SayWhatIsWrong) {
         Row{{"--state", "s", "--enter", "--log", "l"}, "options '--enter' and '--log' do not go together"},
         Row{{"--state", "s", "--snapshot", "n", "--bare"},
             "options '--snapshot' and '--bare' do not go together"},
+        Row{{"--fault", "fire"}, "unknown fault 'fire'"},
+        Row{{"--fault", "corrupt-library=1"}, "unknown fault 'corrupt-library=1'"},
+        Row{{"--fault", "full-share=1k"}, "'1k' is no number of bytes"},
+        Row{{"--fault", "hanging-object=x"},
+            "fault 'hanging-object' needs an object: 'hanging-object=/pps/PATH'"},
+        Row{{"--state", "s", "--enter", "--fault", "full-share"},
+            "options '--enter' and '--fault' do not go together"},
         Row{{"--state", "s", "--reset", "x"}, "option '--reset' takes no command"},
         Row{{"--state", "s", "--snapshot", "a", "--rollback", "a"},
             "only one of '--enter', '--reset', '--snapshot' and '--rollback' can be done"},
@@ -107,7 +118,7 @@ TEST(ServiceOptions, SayWhatIsWrong) {
       "/x /y; "
       "echo $?");
   constexpr const char* PPS_USAGE =
-      "; usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
+      "; usage: harbix-pps [--store DIR] [--passing PATH] [--hanging PATH]... [--ready-fd N] MOUNTPOINT\n";
   EXPECT_EQ(pps.output, "2\n2\n2\n");
   EXPECT_EQ(pps.errors, std::string("harbix-pps: unknown option '--nope'") + PPS_USAGE +
                             "harbix-pps: 'x' is no file descriptor" + PPS_USAGE +

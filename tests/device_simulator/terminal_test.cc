@@ -289,4 +289,43 @@ TEST_F(DeviceJob, StopsByAKeyWhileItWaitsForTheBackground) {
   session_.expect("status 3");
 }
 
+TEST_F(DeviceJob, IsEnteredWithAPromptThatNamesTheTablet) {
+  session_.type("\"$device\" --bare --state \"$folder/other\" sleep 60 & \n");
+  session_.type("until \"$device\" --state \"$folder/other\" --enter true 2>/dev/null; do sleep 0.1; done\n");
+  session_.type("\"$device\" --state \"$folder/other\" --enter\n");
+  session_.expect("root@tablet:/# ");
+  session_.type("sh -c 'echo st\"\"arted; exec sleep 60'\n");
+  session_.expect("started");
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.expect("root@tablet:/# ");
+  session_.type("fg\n");
+  session_.expect("exec sleep 60");
+  session_.type(CONTROL_C);
+  session_.expect("root@tablet:/# ");
+  session_.type("exit 5\n");
+  session_.expect("ready> ");
+  session_.type("echo status $?\n");
+  session_.expect("status 5");
+  session_.type("kill %%; wait\n");
+  session_.expect("ready> ");
+}
+
+TEST_F(DeviceJob, StopsAndGoesOnAsAVisitorOfADevice) {
+  session_.type("\"$device\" --bare --state \"$folder/state\" sleep 60 &\n");
+  session_.type("until \"$device\" --state \"$folder/state\" --enter true 2>/dev/null; do sleep 0.1; done\n");
+  session_.type(
+      "\"$device\" --state \"$folder/state\" --enter sh -c \"echo st''arted; read word; echo got "
+      "\\$word\"\n");
+  session_.expect("started");
+  session_.type(CONTROL_Z);
+  session_.expect("Stopped");
+  session_.type("fg\n");
+  session_.expect("read word");
+  session_.type("typed\n");
+  session_.expect("got typed");
+  session_.type("kill %1; wait\n");
+  session_.expect("ready> ");
+}
+
 }  // namespace

@@ -16,6 +16,8 @@ CommandLine parse(std::span<char* const> arguments) {
       device::Option{.name = "store", .has_value = true, .take = [&](const auto& v) { result.store = v; }},
       device::Option{
           .name = "passing", .has_value = true, .take = [&](const auto& v) { result.passing = v; }},
+      device::Option{
+          .name = "hanging", .has_value = true, .take = [&](const auto& v) { result.hanging.push_back(v); }},
       device::Option{.name = "ready-fd",
                      .has_value = true,
                      .take = [&](const auto& v) { result.ready_fd = device::parse_descriptor(v); }},
@@ -36,7 +38,8 @@ std::optional<CommandLine> parse_command_line(std::span<char* const> arguments, 
     return parse(arguments);
   } catch (const device::WrongOption& problem) {
     errors << "harbix-pps: " << problem.what()
-           << "; usage: harbix-pps [--store DIR] [--passing PATH] [--ready-fd N] MOUNTPOINT\n";
+           << "; usage: harbix-pps [--store DIR] [--passing PATH] [--hanging PATH]... [--ready-fd N] "
+              "MOUNTPOINT\n";
     return std::nullopt;
   }
 }

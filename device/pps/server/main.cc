@@ -27,6 +27,7 @@ int serve(const pps::server::CommandLine& command) {
   ::umask(0);  // clients' masks are applied by the kernel; the store keeps the modes they chose
   const pps::server::StopSignals stop;
   pps::server::Server server(command.store, command.passing);
+  server.hanging_objects = {command.hanging.begin(), command.hanging.end()};
   {
     pps::server::Session session(server, command.mount_point);
     if (command.ready_fd) tell_ready(platform::FileDescriptor(*command.ready_fd));

@@ -32,7 +32,9 @@ void end(Server& server, OpenId id) {
 }
 
 void on_interrupt(fuse_req_t request, void* data) {
-  if (static_cast<Server*>(data)->publisher.cancel(request)) reply_error(request, EINTR);
+  auto& server = *static_cast<Server*>(data);
+  if (server.hanging_reads.erase(request) != 0 || server.publisher.cancel(request))
+    reply_error(request, EINTR);
 }
 
 }  // namespace
@@ -66,11 +68,15 @@ void open(fuse_req_t request, fuse_ino_t number, fuse_file_info* file) {
   });
 }
 
-void read(fuse_req_t request, fuse_ino_t /*number*/, std::size_t size, off_t /*offset*/,
-          fuse_file_info* file) {
+void read(fuse_req_t request, fuse_ino_t number, std::size_t size, off_t /*offset*/, fuse_file_info* file) {
   answer(request, [&](Server& server) {
     const auto patience =
         (file->flags & O_NONBLOCK) != 0 ? Publisher::Patience::refuse : Publisher::Patience::wait;
+    if (server.is_hanging(server.node(number))) {
+      server.hanging_reads.insert(request);
+      if (fuse_req_interrupted(request) != 0) return on_interrupt(request, &server);
+      return fuse_req_interrupt_func(request, on_interrupt, &server);
+    }
     if (const auto text = server.publisher.read(file->fh, size, patience, request)) {
       // A client that is gone loses what it read, as with any stream.
       static_cast<void>(fuse_reply_buf(request, text->data(), text->size()));

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <iostream>
 #include <system_error>
+#include <utility>
 
 #include "pps/server/node_numbers.h"
 #include "pps/store_loader.h"
@@ -32,10 +33,23 @@ Server::Server(const std::string& folder, const std::string& passing)
 }
 
 void Server::refuse_waiting_reads(int error) {
+  for (fuse_req_t request : std::exchange(hanging_reads, {})) {
+    // As below.
+    static_cast<void>(fuse_reply_err(request, error));
+  }
   for (ReaderToken token : publisher.cancel_all()) {
     // A client that is gone needs no answer.
     static_cast<void>(fuse_reply_err(static_cast<fuse_req_t>(token), error));
   }
+}
+
+bool Server::is_hanging(const Node& node) const {
+  if (hanging_objects.empty() || node.parent == nullptr) return false;
+  std::string path = node.name;
+  for (const Node* above = node.parent; above->parent != nullptr; above = above->parent) {
+    path = above->name + "/" + path;
+  }
+  return hanging_objects.contains(path);
 }
 
 Node& Server::node(fuse_ino_t number) const {

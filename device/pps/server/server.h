@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -35,6 +36,12 @@ struct Server {
   /// @throws std::system_error (ESTALE) when there is none; the kernel only asks for what it holds.
   [[nodiscard]] Node& node(fuse_ino_t number) const;
 
+  /// Whether readers of the object are to wait for ever.
+  [[nodiscard]] bool is_hanging(const Node& node) const;
+
+  std::set<std::string>
+      hanging_objects;  ///< paths relative to the mount, of objects whose readers get no answer
+  std::set<fuse_req_t> hanging_reads;  ///< those that wait for it
   Store store;
   Tree tree;
   Publisher publisher;

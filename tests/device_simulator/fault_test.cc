@@ -1,0 +1,128 @@
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include "device_process.h"
+#include "private_folder.h"
+
+namespace {
+
+using device_test::Result;
+using device_test::run_device;
+using device_test::run_on_host;
+using testing::HasSubstr;
+
+/// What SQLite says to a question that a library answers.
+int query_result(const std::string& library) {
+  sqlite3* database = nullptr;
+  EXPECT_EQ(sqlite3_open_v2(library.c_str(), &database, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  const int result = sqlite3_exec(database, "select * from files", nullptr, nullptr, nullptr);
+  EXPECT_EQ(sqlite3_close(database), SQLITE_OK);
+  return result;
+}
+
+class DeviceFault : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_ROOT(); }
+
+  /// Runs `script` on a device with the fault.
+  static Result run(const std::string& fault, const std::string& script) {
+    return run_device({"--fault", fault, "sh", "-c", script});
+  }
+
+  device_test::PrivateFolder folder_;
+};
+
+TEST_F(DeviceFault, FullShareTakesNothingMoreAndHasWhatItHad) {
+  constexpr const char* LOOK =
+      "cd /accounts/1000/shared && find . -printf '%p %y %m %U:%G %s %n %T@ %l\\n' | LC_ALL=C sort | md5sum";
+  const Result sound = run_device({"sh", "-c", LOOK});
+  const Result full = run(
+      "full-share", LOOK + std::string("; echo x | cat >new; rm new; rm -r Music; echo x >new && echo room"));
+  EXPECT_EQ(full.output, sound.output + "room\n");
+  EXPECT_THAT(full.errors, HasSubstr("No space left on device\n"));
+}
+
+TEST_F(DeviceFault, FullShareHasTheRoomThatIsAskedFor) {
+  const Result result = run("full-share=1000000",
+                            "cd /accounts/1000/shared && head -c 900k /dev/zero >a && echo fits; head -c "
+                            "200k /dev/zero >b || echo full");
+  EXPECT_EQ(result.output, "fits\nfull\n");
+}
+
+TEST_F(DeviceFault, FullShareLeavesTheKeptOneAlone) {
+  const std::string state = folder_ / "state";
+  EXPECT_EQ(
+      run_device({"--bare", "--state", state, "--fault", "full-share=5000", "sh", "-c",
+                  "cd /accounts/1000/shared && echo x >new && cat new && stat -c '%a %U:%G' . && ls /tmp"})
+          .output,
+      "x\n770 media:1000_shared\n");
+  EXPECT_EQ(run_device({"--state", state, "ls", "/accounts/1000/shared"}).output, "");
+}
+
+TEST_F(DeviceFault, UnreadableLibraryCannotBeOpened) {
+  const Result result = run("unreadable-library", "cat /accounts/1000/db/mmlibrary.db");
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, "cat: /accounts/1000/db/mmlibrary.db: Permission denied\n");
+}
+
+TEST_F(DeviceFault, CorruptLibraryIsOneUntilItIsRead) {
+  const std::string state = folder_ / "state";
+  const Result result = run_device({"--state", state, "--fault", "corrupt-library", "sh", "-c",
+                                    "cat /accounts/1000/db/mmlibrary.db; stat -c '%a %U:%G' "
+                                    "/accounts/1000/db/mmlibrary.db >&2"});
+  EXPECT_EQ(result.errors, "644 root:1000_sys\n");
+  EXPECT_THAT(result.output, testing::StartsWith("SQLite format 3"));
+  device_test::write_file(folder_ / "library", result.output);
+  EXPECT_EQ(query_result(folder_ / "library"), SQLITE_CORRUPT);
+  // What is kept is sound.
+  EXPECT_EQ(query_result(state + "/accounts/1000/db/mmlibrary.db"), SQLITE_OK);
+}
+
+TEST_F(DeviceFault, LibraryNeedsALibrary) {
+  const Result result = run_device({"--bare", "--fault", "corrupt-library", "echo", "never"});
+  EXPECT_EQ(result.status, 70);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, "harbix-device: the device has no media library that could be spoiled\n");
+}
+
+TEST_F(DeviceFault, HangingObjectsHoldTheirReadersAndNoOthers) {
+  const Result result = run_device(
+      {"--bare", "--fault", "hanging-object=/pps/a/x", "--fault=hanging-object=/pps/y", "sh", "-c",
+       "mkdir /pps/a; for o in a/x y x a/y; do echo v::1 >/pps/$o; timeout 0.5 cat /pps/$o; echo $?; done"});
+  EXPECT_EQ(result.output, "124\n124\n@x\nv::1\n0\n@y\nv::1\n0\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(DeviceFault, HangingObjectDoesNotHoldUpTheEnd) {
+  EXPECT_TRUE(device_test::can_end_within(std::chrono::seconds(4), [] {
+    const Result result = run_device({"--bare", "--fault", "hanging-object=/pps/x", "sh", "-c",
+                                      "echo v::1 >/pps/x; cat /pps/x & sleep 0.2; kill -KILL $$"});
+    EXPECT_EQ(result.status, 128 + 9);
+    EXPECT_EQ(result.errors, "");
+  }));
+}
+
+TEST_F(DeviceFault, DyingInstallerDiesOnceAndComesBack) {
+  constexpr const char* ASK =
+      "object=/pps/system/installer/upd/current/test; exec 3<>\"$object?wait,delta\"; printf "
+      "'action::uninstall\\npackage_id::none\\n' >&3; while read -r line <&3; do case $line in result::*) "
+      "echo "
+      "\"$line\"; break;; esac; done; grep -o 'starts:n:.*' /pps/system/installer/status";
+  const Result sound = run_device({"--bare", "sh", "-c", ASK});
+  EXPECT_THAT(sound.output, testing::EndsWith("\nstarts:n:1\n"));
+  for (const char* fault : {"dying-installer", "dying-installer=uninstall"}) {
+    const Result dying = run_device({"--bare", "--fault", fault, "sh", "-c", ASK});
+    EXPECT_EQ(dying.output, sound.output.substr(0, sound.output.size() - 2) + "2\n");
+    EXPECT_EQ(dying.errors, "harbix-device: the service 'harbix-installer' was killed by signal 9\n");
+  }
+  EXPECT_EQ(run_device({"--bare", "--fault", "dying-installer=register", "sh", "-c", ASK}).output,
+            sound.output);
+}
+
+}  // namespace
