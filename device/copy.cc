@@ -1,5 +1,6 @@
 #include "device/copy.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -19,25 +20,27 @@
 namespace device {
 namespace {
 
-/// The program that copies, running; killed at the end of its life.
-class Copier {
+/// A program of the host, running; killed at the end of its life.
+class Helper {
  public:
-  Copier(const std::string& source, const std::string& target, const SignalSource& signals)
+  Helper(const std::vector<std::string>& words, const SignalSource& signals, int kept)
       : errors_(::memfd_create("errors", MFD_CLOEXEC)) {
     if (!errors_) throw system_failure(errno, "take down errors");
     process_ = ::fork();
-    if (process_ == -1) throw system_failure(errno, "start a process for", "cp");
+    if (process_ == -1) throw system_failure(errno, "start a process for", words.front());
     if (process_ != 0) return;
+    // Where it fails, the program says so.
+    if (kept != -1) (void)::fcntl(kept, F_SETFD, 0);
     // Where it fails, the errors are seen but not taken down.
     (void)::dup2(errors_.get(), STDERR_FILENO);
-    // So that the line that it writes is in the language of the others. No memory is no reason not to copy.
+    // So that the line that it writes is in the language of the others. No memory is no reason not to run it.
     (void)::setenv("LC_ALL", "C", 1);
     signals.give_back();
-    execute({"cp", "-aT", "--reflink=auto", "--sparse=auto", "--", source, target});
+    execute(words);
   }
-  Copier(const Copier&) = delete;
-  Copier& operator=(const Copier&) = delete;
-  ~Copier() {
+  Helper(const Helper&) = delete;
+  Helper& operator=(const Helper&) = delete;
+  ~Helper() {
     if (process_ == -1) return;
     ::kill(process_, SIGKILL);  // Cannot fail before it is waited for.
     ::waitpid(process_, nullptr, 0);
@@ -58,7 +61,10 @@ class Copier {
     if (size <= 0) return "it failed";
     std::string line(text.data(), static_cast<std::size_t>(size));
     line = line.substr(0, line.find('\n'));
-    return line.substr(line.starts_with("cp: ") ? 4 : 0);
+    for (const char* name : {"cp: ", "harbix-device: "}) {
+      if (line.starts_with(name)) return line.substr(std::string(name).size());
+    }
+    return line;
   }
 
  private:
@@ -68,18 +74,25 @@ class Copier {
 
 }  // namespace
 
-void copy_folder(const std::string& source, const std::string& target, const SignalSource& signals) {
-  Copier copier(source, target, signals);
+void run_helper(const std::vector<std::string>& words, const std::string& action, const SignalSource& signals,
+                int kept) {
+  Helper helper(words, signals, kept);
   while (true) {
     pollfd event = {signals.descriptor(), POLLIN, 0};
     // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
     (void)::poll(&event, 1, -1);
     give_way_to_signals(signals);
-    const std::optional<int> status = copier.status();
+    const std::optional<int> status = helper.status();
     if (!status) continue;
     if (*status == 0) return;
-    throw Failure("cannot copy '" + source + "': " + copier.problem());
+    throw Failure("cannot " + action + ": " + helper.problem());
   }
+}
+
+void copy_folder(const std::string& source, const std::string& target, const SignalSource& signals,
+                 int kept) {
+  run_helper({"cp", "-aT", "--reflink=auto", "--sparse=auto", "--", source, target}, "copy '" + source + "'",
+             signals, kept);
 }
 
 void give_way_to_signals(const SignalSource& signals) {

@@ -72,13 +72,6 @@ struct flock lock_on_marker() {
   return lock;
 }
 
-platform::FileDescriptor open_marker(const std::string& path, int mode) {
-  const std::string marker = path + std::string(MARKER);
-  platform::FileDescriptor file(::open(marker.c_str(), mode | O_NOFOLLOW | O_CLOEXEC));
-  if (!file) throw system_failure(errno, "open", marker);
-  return file;
-}
-
 }  // namespace
 
 platform::FileDescriptor hold_folder(const std::string& folder) {
@@ -116,15 +109,19 @@ void remove_content(const std::string& path) {
 }
 
 // A lock of this kind belongs to a process, and the system says to which; it goes with the process.
-platform::FileDescriptor show_running(const std::string& path) {
-  platform::FileDescriptor marker = open_marker(path, O_RDWR);
+platform::FileDescriptor show_running(int folder) {
+  const std::string name(MARKER.substr(1));
+  platform::FileDescriptor marker(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  if (!marker) throw system_failure(errno, "open", name);
   struct flock lock = lock_on_marker();
-  if (::fcntl(marker.get(), F_SETLK, &lock) == -1) throw system_failure(errno, "lock", path);
+  if (::fcntl(marker.get(), F_SETLK, &lock) == -1) throw system_failure(errno, "lock", name);
   return marker;
 }
 
 std::optional<pid_t> running_process(const std::string& path) {
-  const platform::FileDescriptor marker = open_marker(path, O_RDONLY);
+  const std::string name = path + std::string(MARKER);
+  const platform::FileDescriptor marker(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!marker) throw system_failure(errno, "open", name);
   struct flock lock = lock_on_marker();
   if (::fcntl(marker.get(), F_GETLK, &lock) == -1) throw system_failure(errno, "look for the lock of", path);
   if (lock.l_type == F_UNLCK) return std::nullopt;

@@ -29,10 +29,11 @@ void mark_finished(const std::string& path);
 /// @throws std::filesystem::filesystem_error
 void remove_content(const std::string& path);
 
-/// Shows other programs that the device in `path` runs in this process and can be entered, until the end of
-/// the result, of this process, or until it opens and closes the folder's marker for another reason.
+/// Shows other programs that the device in `folder`, an open folder, runs in this process and can be entered,
+/// until the end of the result, of this process, or until it opens and closes the folder's marker for another
+/// reason.
 /// @throws Failure
-[[nodiscard]] platform::FileDescriptor show_running(const std::string& path);
+[[nodiscard]] platform::FileDescriptor show_running(int folder);
 
 /// The process that shows itself as running the device in `path`; nothing when there is none. The number is
 /// good as long as a second call gives the same. @throws Failure

@@ -135,6 +135,8 @@ void add_fault(Faults& faults, const std::string& text) {
     faults.hanging_objects.push_back(value.substr(OBJECTS.size()));
   } else if (name == "dying-installer") {
     faults.installer_dies_of = value.empty() ? "all" : value;
+  } else if (text == "power-loss") {
+    faults.power_loss = true;
   } else {
     throw WrongOption("unknown fault '" + text + "'");
   }

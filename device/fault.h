@@ -19,11 +19,13 @@ struct Faults {
   std::vector<std::string> hanging_objects;
   /// The action at which the installer kills itself, once, or "all"; empty: none.
   std::string installer_dies_of;
+  /// The power goes when COMMAND has ended.
+  bool power_loss = false;
 };
 
 /// Adds to `faults` the one that `text` asks for.
 /// Shape: "full-share[=BYTES]", "unreadable-library", "corrupt-library", "hanging-object=/pps/PATH",
-/// "dying-installer[=ACTION]".
+/// "dying-installer[=ACTION]", "power-loss".
 /// @throws WrongOption quoting what is wrong in `text`.
 void add_fault(Faults& faults, const std::string& text);
 

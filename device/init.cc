@@ -42,6 +42,11 @@ int Init::run(const std::vector<std::string>& command) {
     command_.start(command);
     while (!is_finished()) wait_for_event(command_.status() ? std::optional(deadline_) : std::nullopt);
   }
+  if (loss_ && !early_signal_) {
+    loss_();
+    end_all_processes();
+    return exit_status_of(*command_.status());
+  }
   // The services come last: what others have written is saved, and nobody sees them go.
   const Clock::time_point kill_end = Clock::now() + KILL_TIME;
   while (kill_all_but_services() && Clock::now() < kill_end) wait_for_event(Clock::now() + LOOK_AGAIN_TIME);

@@ -40,6 +40,9 @@ class Init {
   /// ends with this process.
   [[nodiscard]] int run(const std::vector<std::string>& command);
 
+  /// Has `loss` called when COMMAND has ended, and all processes killed right then, the services too.
+  void end_by(std::function<void()> loss) { loss_ = std::move(loss); }
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -61,6 +64,7 @@ class Init {
   LogCollector& log_;
   std::vector<Service> services_;
   std::function<void()> ready_;
+  std::function<void()> loss_;
   bool has_started_services_ = false;
   bool ending_services_ = false;
   Command command_;

@@ -154,4 +154,14 @@ void bring_back_snapshot(const std::string& folder, const std::string& name,
   throw system_failure(error.code().value(), "bring back", folder);
 }
 
+void replace_device(const std::string& folder, const std::string& state, const SignalSource& signals,
+                    int kept) try {
+  const KeptDevice device(folder);
+  const Workshop workshop(device);
+  copy_folder(state, workshop.place(), signals, kept);
+  workshop.exchange_with(device.path());
+} catch (const std::filesystem::filesystem_error& error) {
+  throw system_failure(error.code().value(), "replace", folder);
+}
+
 }  // namespace device

@@ -22,4 +22,8 @@ void keep_snapshot(const std::string& folder, const std::string& name, const Sig
 /// Brings the device back to the state that was kept as `name`. @throws Failure also when there is none.
 void bring_back_snapshot(const std::string& folder, const std::string& name, const SignalSource& signals);
 
+/// Puts a copy of the folder `state`, which may be below the descriptor `kept`, in the device's place.
+void replace_device(const std::string& folder, const std::string& state, const SignalSource& signals,
+                    int kept);
+
 }  // namespace device

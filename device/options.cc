@@ -36,6 +36,9 @@ void check(const Options& options) {
   if (!options.command.empty() && options.command.front().empty()) {
     throw WrongOption("the command's name is empty");
   }
+  if (options.faults.power_loss && options.state.empty()) {
+    throw WrongOption("fault 'power-loss' needs '--state DIR'");
+  }
   if (options.action == Options::Action::run) return;
   const std::string option = option_of(options.action);
   if (options.state.empty()) throw WrongOption("option '" + option + "' needs '--state DIR'");
@@ -140,6 +143,8 @@ Options (they end at the first operand, so that COMMAND can have options of its 
     hanging-object=/pps/PATH      an object that readers wait for in vain
     dying-installer[=ACTION]      an installer that dies once when it is asked for something,
                                   or for ACTION
+    power-loss                    no power any more when COMMAND has ended: what was not
+                                  synced is lost, and DIR holds what is left
   --help, -h    Print this text.
   --version     Print the version.
 

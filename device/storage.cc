@@ -55,7 +55,7 @@ void Storage::end_filling() const {
 }
 
 void Storage::announce() {
-  if (kept_) running_ = show_running("/");
+  if (kept_) running_ = show_running(lock_.get());
 }
 
 void Storage::discard() const noexcept {

@@ -12,9 +12,11 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "device/channel.h"
 #include "device/failure.h"
+#include "device/power.h"
 #include "device/privileges.h"
 #include "device/signal_source.h"
 #include "device/tablet.h"
@@ -108,7 +110,8 @@ class Supervisor {
     // There is no shell that could let this job go on, so the system does not stop it. COMMAND cannot have
     // the terminal either: it is treated as what is left stopped when its shell ends.
     if (wants_terminal) {
-      channel_.send({.kind = Notice::Kind::hang_up});
+      // Once: one that takes no notice would only stop again, and stays stopped until a signal comes.
+      if (!std::exchange(has_been_hung_up_, true)) channel_.send({.kind = Notice::Kind::hang_up});
     } else {
       let_command_go_on();
     }
@@ -148,6 +151,7 @@ class Supervisor {
   bool terminal_given_ = false;
   bool is_command_stopped_ = false;
   bool has_been_let_go_on_ = false;
+  bool has_been_hung_up_ = false;
   std::optional<int> status_;
   std::optional<int> reported_;
 };
@@ -166,15 +170,21 @@ int run_device(const Options& options) {
   become_root_alone();
   const SignalSource signals;
   const Terminal terminal;
+  std::optional<Disk> disk;
+  if (options.faults.power_loss) disk.emplace(signals);
   std::pair<Channel, Channel> ends = Channel::make();
   const pid_t device = fork_into_process_namespace();
   if (device == 0) {
     { const Channel unused = std::move(ends.first); }
     // Without the exit handlers, which are the parent's to run.
-    ::_exit(status_of([&] { return run_tablet(options, signals, std::move(ends.second), terminal); }));
+    ::_exit(status_of([&] {
+      return run_tablet(options, signals, std::move(ends.second), terminal, disk ? &*disk : nullptr);
+    }));
   }
   { const Channel unused = std::move(ends.second); }
-  return Supervisor(device, signals, std::move(ends.first), terminal).wait();
+  const int status = Supervisor(device, signals, std::move(ends.first), terminal).wait();
+  if (disk && disk->has_lost_power()) disk->bring_back(options.state, signals);
+  return status;
 }
 
 int supervise_visitor(pid_t process, const SignalSource& signals, Channel channel, const Terminal& terminal) {

@@ -93,7 +93,8 @@ void fill(const Storage& storage, bool bare) try {
 
 }  // namespace
 
-int run_tablet(const Options& options, const SignalSource& signals, Channel host, const Terminal& terminal) {
+int run_tablet(const Options& options, const SignalSource& signals, Channel host, const Terminal& terminal,
+               const Disk* disk) {
   die_with_parent(host);
   // A signal to the group that the program was started in is for the program alone, which passes it on once.
   if (::setpgid(0, 0) == -1) throw system_failure(errno, "make a process group");
@@ -111,6 +112,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   Storage storage = options.state.empty() ? Storage::in_memory() : Storage::kept_in(options.state);
   if (!options.state.empty()) open_host_log();
   if (storage.is_empty()) fill(storage, options.bare);
+  if (disk != nullptr) disk->replace(storage.path(), signals);
   spoil_files(options.faults, storage.path(), signals);
   furnish_root(storage.path(), programs, pages);
   enter_root(storage.path());
@@ -122,6 +124,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
     spoil_installer(options.faults);
     storage.announce();
   });
+  if (disk != nullptr) init.end_by([disk] { disk->lose_power(); });
   return init.run(options.command.empty() ? login_shell() : options.command);
 }
 

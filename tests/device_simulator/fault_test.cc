@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -106,6 +108,69 @@ TEST_F(DeviceFault, HangingObjectDoesNotHoldUpTheEnd) {
     EXPECT_EQ(result.status, 128 + 9);
     EXPECT_EQ(result.errors, "");
   }));
+}
+
+class DevicePowerLoss : public DeviceFault {
+ protected:
+  void SetUp() override {
+    DeviceFault::SetUp();
+    if (IsSkipped()) return;
+    ASSERT_EQ(run_device({"--bare", "--state", state_, "sh", "-c", "echo old >/tmp/old"}).status, 0);
+  }
+
+  Result lose(const std::string& script) {
+    return run_device({"--state", state_, "--fault", "power-loss", "sh", "-c", script});
+  }
+  Result look(const std::string& script) { return run_device({"--state", state_, "sh", "-c", script}); }
+
+  std::string state_ = folder_ / "state";
+};
+
+TEST_F(DevicePowerLoss, KeepsWhatWasSyncedAndLosesTheRest) {
+  const Result result =
+      lose("cd /tmp; cat old; echo text >synced; sync -f .; echo more >>old; echo text >unsynced; exit 4");
+  EXPECT_EQ(result.output, "old\n");
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(result.status, 4);
+  EXPECT_EQ(look("cd /tmp; cat old synced; ! [ -s unsynced ] && echo lost").output, "old\ntext\nlost\n");
+}
+
+TEST_F(DevicePowerLoss, IsOfNoUseToServicesThatSaveAtTheEnd) {
+  EXPECT_EQ(lose("exec 3>/pps/o; echo v::1 >&3; kill -KILL $$").status, 128 + 9);
+  EXPECT_EQ(look("cat /pps/o").status, 1);
+}
+
+TEST_F(DevicePowerLoss, LeavesTheRestOfTheDeviceAsItWas) {
+  constexpr const char* LOOK =
+      "cd $folder/state && find . -path ./tmp -prune -o -path ./var -prune -o -printf '%p %y %m %U:%G %s %n "
+      "%T@ %l\\n' | "
+      "LC_ALL=C sort";
+  const std::string before = run_on_host(LOOK, folder_ / "").output;
+  EXPECT_EQ(lose("true").status, 0);
+  EXPECT_EQ(run_on_host(LOOK, folder_ / "").output, before);
+  EXPECT_FALSE(std::filesystem::exists(state_ + ".snapshots"));
+}
+
+TEST_F(DevicePowerLoss, IsNoneWhenTheDeviceIsKilled) {
+  device_test::DeviceProcess device({"--state", state_, "--fault", "power-loss", "sh", "-c",
+                                     "echo new >/tmp/old; sync; echo up; sleep 60"});
+  ASSERT_EQ(device.read_line(), "up");
+  EXPECT_EQ(run_device({"--state", state_, "--enter", "cat", "/tmp/old"}).output, "new\n");
+  ::kill(device.pid(), SIGKILL);
+  device.wait();
+  EXPECT_EQ(look("cat /tmp/old").output, "old\n");
+}
+
+TEST_F(DevicePowerLoss, LeavesNoLoopDevice) {
+  constexpr const char* COUNT = "grep -ls memfd:disk /sys/block/loop*/loop/backing_file; true";
+  EXPECT_EQ(lose("true").status, 0);
+  std::string left;
+  for (int wait = 0; wait < 200; ++wait) {
+    left = run_on_host(COUNT).output;
+    if (left.empty()) break;
+    ::usleep(20000);
+  }
+  EXPECT_EQ(left, "");
 }
 
 TEST_F(DeviceFault, DyingInstallerDiesOnceAndComesBack) {

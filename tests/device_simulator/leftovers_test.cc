@@ -161,7 +161,8 @@ TEST_F(DeviceLeftovers, NoneAfterTheCommandIsKilled) {
 }
 
 TEST_F(DeviceLeftovers, NoneAfterAServiceIsKilled) {
-  DeviceProcess device({"--bare", "sh", "-c", "echo up; read line; cat /pps/x; echo $?; exit 3"}, "go\n");
+  DeviceProcess device(
+      {"--bare", "sh", "-c", "echo up; while pgrep harbix-pps >/dev/null; do sleep 0.02; done; exit 3"});
   ASSERT_EQ(device.read_line(), "up");
   const pid_t service = inhabitant("harbix-pps");
   ASSERT_NE(service, -1);

@@ -66,6 +66,7 @@ TEST(DeviceOptions, SayWhatIsWrong) {
         Row{{"--state", "s", "--enter", "--log", "l"}, "options '--enter' and '--log' do not go together"},
         Row{{"--state", "s", "--snapshot", "n", "--bare"},
             "options '--snapshot' and '--bare' do not go together"},
+        Row{{"--fault", "power-loss"}, "fault 'power-loss' needs '--state DIR'"},
         Row{{"--fault", "fire"}, "unknown fault 'fire'"},
         Row{{"--fault", "corrupt-library=1"}, "unknown fault 'corrupt-library=1'"},
         Row{{"--fault", "full-share=1k"}, "'1k' is no number of bytes"},

@@ -260,11 +260,23 @@ TEST_F(DeviceJob, StopsByAKeyAlsoWhenItsCommandIsStoppedAlready) {
 }
 
 TEST_F(DeviceJob, EndsWhenItWantsATerminalThatItCannotHave) {
-  // The shell between ends at once, and nothing is left that could bring the device into the foreground.
-  session_.type("(sh -c '\"$0\" --bare cat </dev/tty; echo $? >\"$1/status\"' \"$device\" \"$folder\" &)\n");
+  // The shell between has ended by then, and nothing is left that could bring the device into the foreground.
+  session_.type(
+      "(sh -c 'sleep 0.5; \"$0\" --bare cat </dev/tty; echo $? >\"$1/status\"' \"$device\" \"$folder\" &)\n");
   session_.type(
       "until [ -s \"$folder/status\" ]; do sleep 0.1; done; echo status $(cat \"$folder/status\")\n");
   session_.expect("status 129");
+}
+
+TEST_F(DeviceJob, StaysStoppedWhenItTakesNoHangupForATerminalThatItCannotHave) {
+  session_.type(
+      "(sh -c 'sleep 0.5; trap \"\" HUP; \"$0\" --bare sh -c \"cat; echo woken\" </dev/tty & echo $! "
+      ">\"$1/pid\"; wait "
+      "$!; echo $? >\"$1/status\"' \"$device\" \"$folder\" &)\n");
+  session_.type("sleep 1.5; kill -TERM $(cat \"$folder/pid\")\n");
+  session_.type(
+      "until [ -s \"$folder/status\" ]; do sleep 0.1; done; echo status $(cat \"$folder/status\")\n");
+  session_.expect("status 143");
 }
 
 TEST_F(DeviceJob, StopsWhenTheKeyComesBeforeItsCommand) {
