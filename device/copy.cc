@@ -103,7 +103,7 @@ void give_way_to_signals(const SignalSource& signals) {
                     EXIT_SIGNAL_BASE + *signal);
     }
     ::kill(::getpid(), SIGTSTP);  // Taken from where it waited, so it is sent anew.
-    signals.be_stopped_by(SIGTSTP);
+    be_stopped_by(SIGTSTP);
   }
 }
 

@@ -39,7 +39,7 @@ class KeptDevice {
  private:
   static std::string full_path(const std::string& folder) {
     std::error_code error;
-    const std::string path = std::filesystem::canonical(folder, error).string();
+    std::string path = std::filesystem::canonical(folder, error).string();
     if (error) throw system_failure(error.value(), "use the folder", folder);
     return path;
   }

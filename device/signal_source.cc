@@ -33,7 +33,7 @@ std::optional<int> SignalSource::next() const {
   return static_cast<int>(signal.ssi_signo);
 }
 
-void SignalSource::be_stopped_by(int signal) const noexcept {
+void be_stopped_by(int signal) noexcept {
   sigset_t stop = {};
   ::sigemptyset(&stop);
   ::sigaddset(&stop, signal);

@@ -25,10 +25,6 @@ class SignalSource {
   /// The number of the next signal that has arrived; nothing when there is none.
   [[nodiscard]] std::optional<int> next() const;
 
-  /// Lets `signal`, which stops, have its effect on this process if it has arrived. Returns when the process
-  /// goes on; SIGCONT is then among the signals that have arrived.
-  void be_stopped_by(int signal) const noexcept;
-
   /// Sets the signal mask back to what it was.
   void give_back() const noexcept;
 
@@ -36,6 +32,10 @@ class SignalSource {
   sigset_t before_ = {};
   platform::FileDescriptor descriptor_;
 };
+
+/// Lets `signal`, which stops, have its effect on this process if it has arrived. Returns when the process
+/// goes on; SIGCONT is then among the signals that have arrived.
+void be_stopped_by(int signal) noexcept;
 
 /// Whether who started this program has it ignore `signal`.
 [[nodiscard]] bool is_ignored(int signal);

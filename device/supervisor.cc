@@ -122,7 +122,7 @@ class Supervisor {
   bool stop_with_the_job(int signal) {
     has_been_let_go_on_ = false;
     ::kill(0, signal);  // This process is in its own group, so there is one to signal.
-    signals_.be_stopped_by(signal);
+    be_stopped_by(signal);
     answer_signals();
     return has_been_let_go_on_;
   }
