@@ -162,8 +162,8 @@ On the tablet:
                                   the subscriber scripts, more of them in settings/; the
                                   sample ones write to /var/log/subscribers.log
   /dev/log                        the system log's socket
-  /opt/harbix/bin                 harbix, harbix-device, harbix-pps and harbix-installer,
-                                  first on PATH
+  /opt/harbix/bin                 harbix, harbix-device, harbix-pps, harbix-installer and
+                                  use, first on PATH
   /opt/harbix/share/man           the manual pages: "man harbix"
   /pps                            the publish/subscribe file system, served by harbix-pps
   /pps/system/installer/upd/current

@@ -58,7 +58,7 @@ TEST(DeviceManual, HasTheFaultsOfTheHelpText) {
 }
 
 TEST(DeviceManual, NamesThePrograms) {
-  for (const char* program : {"harbix", "harbix-device", "harbix-pps", "harbix-installer"}) {
+  for (const char* program : {"harbix", "harbix-device", "harbix-pps", "harbix-installer", "use"}) {
     EXPECT_THAT(device::help_text(), testing::ContainsRegex(std::string("[ \n]") + program + "[ ,.\n]"));
   }
 }
