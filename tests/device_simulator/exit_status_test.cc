@@ -96,23 +96,6 @@ TEST_F(DeviceExit, Is77WhereNamespacesAreForbidden) {
   EXPECT_EQ(result.errors, "harbix-device: cannot make a process namespace: Operation not permitted\n");
 }
 
-TEST_F(DeviceExit, Is77InAPlainChroot) {
-  const device_test::PrivateFolder folder;
-  // The host's programs in a folder that is no mount point itself.
-  const Result result = run_on_host(
-      "unshare -m sh -c 'cd $folder && mkdir -p usr program && for d in bin lib lib32 lib64 libx32; do "
-      "if [ -L /$d ]; then cp -a /$d $d; elif [ -e /$d ]; then mkdir $d && mount --bind /$d $d; fi; done && "
-      "mount --bind /usr usr && mount --bind ${device%/*} program && chroot . /program/harbix-device --bare "
-      "echo never'",
-      folder / "");
-  EXPECT_EQ(result.status, 77);
-  EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.errors,
-            "harbix-device: '/' is no mount point, as after a plain chroot; from outside, mount the folder "
-            "on itself "
-            "first: mount --bind FOLDER FOLDER\n");
-}
-
 TEST_F(DeviceExit, Is70WithOneLineWhenTheLogCannotBeOpened) {
   const Result result = run_device({"--bare", "--log", "/no/such/folder/log", "true"});
   EXPECT_EQ(result.status, 70);

@@ -155,7 +155,10 @@ TEST(Run, EndsTheArchiveOfAnOperationThatFailsAndAnswersItsStatus) {
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
     const RecordedLog log(3);
     EXPECT_EQ(1, run({"-f", folder / "a.tar", "app"}));
-    EXPECT_EQ((Words{"4 Harbix running", "5 Archiving", "4 app", "4 Harbix exiting"}), log.messages());
+    EXPECT_EQ(
+        (Words{"4 Harbix running", "5 Archiving", "4 app",
+               "2 ERROR: Failed to open /pps/system/installer/registeredapps/.all", "4 Harbix exiting"}),
+        log.messages());
   }));
   EXPECT_EQ(std::string(1024, '\0'), test::read_file(folder / "a.tar"));
 }

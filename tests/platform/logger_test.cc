@@ -16,15 +16,24 @@ std::string last_line;
 
 }  // namespace
 
-// Takes the place of the C library's function of that name, so that the call can be looked at.
-extern "C" [[gnu::format(printf, 2, 0)]] void recorded_vsyslog(int priority, const char* format,
-                                                               va_list arguments) __asm__("vsyslog");
+// They take the place of the C library's functions whose names follow, so that the call can be looked at. A
+// hardened build calls the second one.
+extern "C" {
+[[gnu::format(printf, 2, 0)]] void recorded_vsyslog(int priority, const char* format,
+                                                    va_list arguments) __asm__("vsyslog");
+[[gnu::format(printf, 3, 0)]] void recorded_checked_vsyslog(int priority, int flag, const char* format,
+                                                            va_list arguments) __asm__("__vsyslog_chk");
+}
 
 void recorded_vsyslog(int priority, const char* format, va_list arguments) {
   std::array<char, 256> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
   last_priority = priority;
   last_line = text.data();
+}
+
+void recorded_checked_vsyslog(int priority, int /*flag*/, const char* format, va_list arguments) {
+  recorded_vsyslog(priority, format, arguments);
 }
 
 namespace {

@@ -38,12 +38,12 @@ lintian not-installed\nbsdextrautils not-installed'
 wanted() { setup "$missing" "$@" | sed -n 's/^setup: installing //p'; }
 expect 'installs for programs alone' 'libfuse3-dev' "$(wanted build)"
 expect 'installs for the demo' 'bsdextrautils libfuse3-dev' "$(wanted demo)"
-expect 'installs for tests' 'libfuse3-dev libgtest-dev' "$(wanted test)"
-expect 'installs for tests without a purpose' 'libfuse3-dev libgtest-dev' "$(wanted)"
-expect 'installs for clang-tidy' 'clang-tidy libfuse3-dev libgtest-dev' "$(wanted tidy)"
+expect 'installs for tests' 'e2fsprogs libfuse3-dev libgtest-dev' "$(wanted test)"
+expect 'installs for tests without a purpose' 'e2fsprogs libfuse3-dev libgtest-dev' "$(wanted)"
+expect 'installs for clang-tidy' 'clang-tidy e2fsprogs libfuse3-dev libgtest-dev' "$(wanted tidy)"
 expect 'installs for measurements' 'e2fsprogs libfuse3-dev' "$(wanted bench)"
 expect 'installs for several purposes' 'bsdextrautils e2fsprogs libfuse3-dev' "$(wanted demo bench)"
-expect 'installs for the check of a change' 'clang-tidy libfuse3-dev libgtest-dev lintian' "$(wanted ci)"
+expect 'installs for the check of a change' 'clang-tidy e2fsprogs libfuse3-dev libgtest-dev lintian' "$(wanted ci)"
 expect 'installs for all' 'bsdextrautils clang-tidy e2fsprogs libfuse3-dev libgtest-dev lintian' "$(wanted all)"
 
 expect 'tells without installing that something is missing' $'status 1\ncalls: ' \
