@@ -39,11 +39,8 @@ foreach(flag -fstack-clash-protection -fcf-protection=full -mbranch-protection=s
   endif()
 endforeach()
 unset(CMAKE_REQUIRED_FLAGS)
-if(HARBIX_HAS_fcf_protection_full)
-  # Says that a program is ready for it. The linker would find out by itself, but for the C library's start-up objects,
-  # which many systems build without the mark.
-  add_link_options(-Wl,-z,ibt -Wl,-z,shstk)
-endif()
+# Whether a whole program is ready for -fcf-protection is left to the linker, which marks it when each of its parts is. It must
+# not be told to: the C library's start-up objects of many systems begin without the instruction that the mark promises.
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 
 # Position-independent in the way of programs: what is linked into them need not be replaceable, as it must in a library.
