@@ -181,7 +181,7 @@ A shell with job control stops and continues COMMAND as any job.
 
 Exit status: COMMAND's own; 128 + N if signal N ended it; 126 if it cannot be executed, 127 if
 it does not exist; 64 for a wrong command line; 70 if the tablet cannot be set up; 77 if this
-machine cannot run one (not root, no namespaces, no FUSE).
+machine cannot run one (not root, no namespaces, no FUSE, or / is not a mount point).
 
 Examples:
   harbix-device
