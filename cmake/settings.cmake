@@ -31,7 +31,7 @@ endif()
 
 # harbix_layer(NAME SOURCES file... [LINKS target...])
 #
-# Declares the static library harbix::NAME for the current folder. LINKS are the only layers that the folder may
+# Declares the static library harbix::NAME for the current folder, src/NAME. LINKS are the only layers that the folder may
 # include from; the test "layers" holds every include against the list kept here.
 function(harbix_layer name)
   cmake_parse_arguments(LAYER "" "" "SOURCES;LINKS" ${ARGN})
@@ -40,9 +40,8 @@ function(harbix_layer name)
   target_include_directories(harbix_${name}_layer PUBLIC ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(harbix_${name}_layer PUBLIC ${LAYER_LINKS} PRIVATE harbix_settings)
 
-  file(RELATIVE_PATH folder ${PROJECT_SOURCE_DIR}/src ${CMAKE_CURRENT_SOURCE_DIR})
   set(allowed ${LAYER_LINKS})
   list(FILTER allowed INCLUDE REGEX "^harbix::")
   list(JOIN allowed " " allowed)
-  set_property(GLOBAL APPEND_STRING PROPERTY HARBIX_LAYERS "${name} ${folder} ${allowed}\n")
+  set_property(GLOBAL APPEND_STRING PROPERTY HARBIX_LAYERS "${name} ${allowed}\n")
 endfunction()

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -51,7 +51,7 @@ class Channel {
  private:
   explicit Channel(int socket) : socket_(socket) {}
 
-  platform::FileDescriptor socket_;
+  base::FileDescriptor socket_;
 };
 
 }  // namespace device

@@ -13,9 +13,9 @@
 #include <optional>
 #include <vector>
 
+#include "base/file_descriptor.h"
 #include "device/execute.h"
 #include "device/failure.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -68,7 +68,7 @@ class Helper {
   }
 
  private:
-  platform::FileDescriptor errors_;
+  base::FileDescriptor errors_;
   pid_t process_ = -1;
 };
 

@@ -37,7 +37,7 @@ bool lock(int folder, const std::string& name) {
 /// What the marker of the folder `path` says; nothing when it has none.
 std::optional<std::string> marker_text(const std::string& path) {
   const std::string marker = path + std::string(MARKER);
-  const platform::FileDescriptor file(::open(marker.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const base::FileDescriptor file(::open(marker.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (!file && errno == ENOENT) return std::nullopt;
   if (!file) throw system_failure(errno, "open", marker);
   std::array<char, 256> text = {};
@@ -48,7 +48,7 @@ std::optional<std::string> marker_text(const std::string& path) {
 
 void write_marker(const std::string& path, std::string_view text) {
   const std::string marker = path + std::string(MARKER);
-  platform::FileDescriptor file(
+  base::FileDescriptor file(
       ::open(marker.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (!file) throw system_failure(errno, "create", marker);
   const ssize_t written = ::write(file.get(), text.data(), text.size());
@@ -74,9 +74,9 @@ struct flock lock_on_marker() {
 
 }  // namespace
 
-platform::FileDescriptor hold_folder(const std::string& folder) {
+base::FileDescriptor hold_folder(const std::string& folder) {
   while (true) {
-    platform::FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    base::FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened) throw system_failure(errno, "open the folder", folder);
     if (!lock(opened.get(), folder)) throw Failure("a device is running in '" + folder + "' already");
     if (is_still(folder, opened.get())) return opened;
@@ -109,9 +109,9 @@ void remove_content(const std::string& path) {
 }
 
 // A lock of this kind belongs to a process, and the system says to which; it goes with the process.
-platform::FileDescriptor show_running(int folder) {
+base::FileDescriptor show_running(int folder) {
   const std::string name(MARKER.substr(1));
-  platform::FileDescriptor marker(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+  base::FileDescriptor marker(::openat(folder, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
   if (!marker) throw system_failure(errno, "open", name);
   struct flock lock = lock_on_marker();
   if (::fcntl(marker.get(), F_SETLK, &lock) == -1) throw system_failure(errno, "lock", name);
@@ -120,7 +120,7 @@ platform::FileDescriptor show_running(int folder) {
 
 std::optional<pid_t> running_process(const std::string& path) {
   const std::string name = path + std::string(MARKER);
-  const platform::FileDescriptor marker(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const base::FileDescriptor marker(::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (!marker) throw system_failure(errno, "open", name);
   struct flock lock = lock_on_marker();
   if (::fcntl(marker.get(), F_GETLK, &lock) == -1) throw system_failure(errno, "look for the lock of", path);

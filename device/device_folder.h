@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -15,7 +15,7 @@ enum class FolderContent { nothing, unfinished_device, device };
 /// Holds the folder `folder` for this process until the end of the result: no other device runs in it and no
 /// other program changes it.
 /// @throws Failure when that is the case already, or the folder cannot be opened.
-[[nodiscard]] platform::FileDescriptor hold_folder(const std::string& folder);
+[[nodiscard]] base::FileDescriptor hold_folder(const std::string& folder);
 
 /// What `path` holds. @throws Failure when it is something else, or a device of another layout.
 [[nodiscard]] FolderContent content_of_folder(const std::string& path);
@@ -33,7 +33,7 @@ void remove_content(const std::string& path);
 /// until the end of the result, of this process, or until it opens and closes the folder's marker for another
 /// reason.
 /// @throws Failure
-[[nodiscard]] platform::FileDescriptor show_running(int folder);
+[[nodiscard]] base::FileDescriptor show_running(int folder);
 
 /// The process that shows itself as running the device in `path`; nothing when there is none. The number is
 /// good as long as a second call gives the same. @throws Failure

@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <optional>
 
+#include "base/file_descriptor.h"
 #include "device/failure.h"
 #include "device/mounts.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -44,8 +44,7 @@ void ensure_folder(const std::string& path, mode_t mode) {
 }
 
 void ensure_file(const std::string& path) {
-  const platform::FileDescriptor file(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
+  const base::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
   if (!file) throw system_failure(errno, "create", path);
 }
 

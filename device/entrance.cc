@@ -16,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/file_descriptor.h"
 #include "device/channel.h"
 #include "device/command.h"
 #include "device/device_folder.h"
@@ -25,7 +26,6 @@
 #include "device/signal_source.h"
 #include "device/supervisor.h"
 #include "device/terminal.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -33,7 +33,7 @@ namespace {
 /// Whether no program holds the folder, neither a device that starts or ends nor one that runs.
 bool is_free(const std::string& folder) {
   try {
-    const platform::FileDescriptor held = hold_folder(folder);
+    const base::FileDescriptor held = hold_folder(folder);
     return true;
   } catch (const Failure&) {
     return false;
@@ -41,15 +41,14 @@ bool is_free(const std::string& folder) {
 }
 
 /// The first process of the device that runs in `folder`.
-platform::FileDescriptor find_device(const std::string& folder) {
+base::FileDescriptor find_device(const std::string& folder) {
   constexpr std::chrono::seconds START_TIME(30);
   constexpr std::chrono::milliseconds PAUSE(50);
   const auto deadline = std::chrono::steady_clock::now() + START_TIME;
   while (std::chrono::steady_clock::now() < deadline) {
     if (content_of_folder(folder) == FolderContent::device) {
       const std::optional<pid_t> process = running_process(folder);
-      platform::FileDescriptor handle(process ? static_cast<int>(::syscall(SYS_pidfd_open, *process, 0))
-                                              : -1);
+      base::FileDescriptor handle(process ? static_cast<int>(::syscall(SYS_pidfd_open, *process, 0)) : -1);
       // The number may have gone to another process before the handle was made, but not if it is still right.
       if (handle && running_process(folder) == process) return handle;
     }
@@ -109,7 +108,7 @@ int run_on_device(const Options& options, const SignalSource& signals, Channel h
 
 int enter_device(const Options& options) try {
   become_root_alone();
-  const platform::FileDescriptor device = find_device(options.state);
+  const base::FileDescriptor device = find_device(options.state);
   const SignalSource signals;
   const Terminal terminal;
   if (::setns(device.get(), CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWPID) == -1) {

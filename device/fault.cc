@@ -14,12 +14,12 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/file_descriptor.h"
 #include "device/copy.h"
 #include "device/failure.h"
 #include "device/mounts.h"
 #include "device/option_reader.h"
 #include "device/signal_source.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -156,7 +156,7 @@ void spoil_installer(const Faults& faults) {
   if (faults.installer_dies_of.empty()) return;
   constexpr const char* CONTROL = "/pps/system/installer/control";
   const std::string wish = "die::" + faults.installer_dies_of + "\n";
-  platform::FileDescriptor control(::open(CONTROL, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  base::FileDescriptor control(::open(CONTROL, O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   if (!control) throw system_failure(errno, "open", CONTROL);
   if (::write(control.get(), wish.data(), wish.size()) == -1) throw system_failure(errno, "write", CONTROL);
   if (const int error = control.close(); error != 0) throw system_failure(error, "write", CONTROL);

@@ -44,7 +44,7 @@ class KeptDevice {
     return path;
   }
 
-  platform::FileDescriptor held_;
+  base::FileDescriptor held_;
   std::string path_;
 };
 
@@ -90,7 +90,7 @@ class Workshop {
  private:
   // A name may reach the disk before what it stands for.
   void write_to_disk() const {
-    const platform::FileDescriptor built(::open(place().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const base::FileDescriptor built(::open(place().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!built || ::syncfs(built.get()) == -1) throw system_failure(errno, "write to the disk", place());
   }
 
@@ -143,7 +143,7 @@ void bring_back_snapshot(const std::string& folder, const std::string& name,
     throw Failure("'" + folder + "' has no snapshot '" + name + "'; nothing was changed");
   }
   // Somebody may run it as a device.
-  const platform::FileDescriptor held = hold_folder(snapshot);
+  const base::FileDescriptor held = hold_folder(snapshot);
   if (content_of_folder(snapshot) != FolderContent::device) {
     throw Failure("there is no device in '" + snapshot + "'; nothing was changed");
   }

@@ -22,14 +22,14 @@ constexpr std::size_t MAX_MESSAGE_BYTES = std::size_t{512} * 1024;
 
 }  // namespace
 
-platform::FileDescriptor LogCollector::open_file(const std::string& path, bool emptied) {
+base::FileDescriptor LogCollector::open_file(const std::string& path, bool emptied) {
   const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (emptied ? O_TRUNC : 0);
-  platform::FileDescriptor file(::open(path.c_str(), flags, 0644));
+  base::FileDescriptor file(::open(path.c_str(), flags, 0644));
   if (!file) throw system_failure(errno, "open the log file", path);
   return file;
 }
 
-LogCollector::LogCollector(const std::string& path, platform::FileDescriptor file)
+LogCollector::LogCollector(const std::string& path, base::FileDescriptor file)
     : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       file_(std::move(file)),
       message_(MAX_MESSAGE_BYTES) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -13,11 +13,11 @@ class LogCollector {
  public:
   /// Opens `path` for appending, emptied first when `emptied`.
   /// @throws Failure quoting the path.
-  [[nodiscard]] static platform::FileDescriptor open_file(const std::string& path, bool emptied);
+  [[nodiscard]] static base::FileDescriptor open_file(const std::string& path, bool emptied);
 
   /// Makes the socket at `path`, where everybody may send to.
   /// @throws Failure quoting the path.
-  LogCollector(const std::string& path, platform::FileDescriptor file);
+  LogCollector(const std::string& path, base::FileDescriptor file);
 
   /// Readable when there are messages.
   [[nodiscard]] int descriptor() const noexcept { return socket_.get(); }
@@ -29,8 +29,8 @@ class LogCollector {
  private:
   void write_line(const std::string& line);
 
-  platform::FileDescriptor socket_;
-  platform::FileDescriptor file_;
+  base::FileDescriptor socket_;
+  base::FileDescriptor file_;
   std::vector<char> message_;
   bool broken_ = false;
 };

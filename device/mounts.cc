@@ -14,8 +14,8 @@
 namespace device {
 namespace {
 
-platform::FileDescriptor copy_tree(const std::string& source, unsigned int flags) {
-  return platform::FileDescriptor(
+base::FileDescriptor copy_tree(const std::string& source, unsigned int flags) {
+  return base::FileDescriptor(
       ::open_tree(AT_FDCWD, source.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | flags));
 }
 
@@ -38,7 +38,7 @@ void mount_new(const char* type, const std::string& target, unsigned long flags,
 }  // namespace
 
 std::optional<DetachedMount> DetachedMount::read_only(const std::string& source) {
-  platform::FileDescriptor tree = copy_tree(source, AT_RECURSIVE);
+  base::FileDescriptor tree = copy_tree(source, AT_RECURSIVE);
   if (!tree && errno == ENOENT) return std::nullopt;
   if (!tree) throw system_failure(errno, "bind", source);
   change_attributes(tree.get(), AT_RECURSIVE, MOUNT_ATTR_RDONLY, 0, source);
@@ -46,14 +46,14 @@ std::optional<DetachedMount> DetachedMount::read_only(const std::string& source)
 }
 
 std::optional<DetachedMount> DetachedMount::device_node(const std::string& source) {
-  platform::FileDescriptor tree = copy_tree(source, 0);
+  base::FileDescriptor tree = copy_tree(source, 0);
   if (!tree && errno == ENOENT) return std::nullopt;
   if (!tree) throw system_failure(errno, "bind", source);
   return DetachedMount(std::move(tree));
 }
 
 DetachedMount DetachedMount::root_folder(const std::string& source) {
-  platform::FileDescriptor tree = copy_tree(source, 0);
+  base::FileDescriptor tree = copy_tree(source, 0);
   if (!tree) throw system_failure(errno, "bind", source);
   change_attributes(tree.get(), 0, 0, MOUNT_ATTR_NOEXEC | MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV, source);
   return DetachedMount(std::move(tree));

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -28,9 +28,9 @@ class DetachedMount {
   void attach(const std::string& target) const;
 
  private:
-  explicit DetachedMount(platform::FileDescriptor tree) : tree_(std::move(tree)) {}
+  explicit DetachedMount(base::FileDescriptor tree) : tree_(std::move(tree)) {}
 
-  platform::FileDescriptor tree_;
+  base::FileDescriptor tree_;
 };
 
 /// From here on no mount made by this process is seen outside its own mount namespace.

@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "base/file_descriptor.h"
 #include "device/failure.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -61,7 +61,7 @@ void OwnPrograms::attach(const std::string& root) const {
   mount_memory(target);
   for (const Program& program : programs_) {
     const std::string path = target + "/" + program.name;
-    if (!platform::FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644))) {
+    if (!base::FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644))) {
       throw system_failure(errno, "create", path);
     }
     program.mount.attach(path);

@@ -28,14 +28,14 @@ constexpr off_t DISK_BYTES = off_t{8} << 30;
 std::string own_path(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
 /// A block device for the image, which goes when nothing uses it any more. Its path is in `path`.
-platform::FileDescriptor attach(int image, std::string& path) {
-  const platform::FileDescriptor control(::open("/dev/loop-control", O_RDWR | O_CLOEXEC));
+base::FileDescriptor attach(int image, std::string& path) {
+  const base::FileDescriptor control(::open("/dev/loop-control", O_RDWR | O_CLOEXEC));
   if (!control) throw system_failure(errno, "open", "/dev/loop-control", EXIT_UNAVAILABLE);
   while (true) {
     const int number = ::ioctl(control.get(), LOOP_CTL_GET_FREE);
     if (number == -1) throw system_failure(errno, "get a loop device", {}, EXIT_UNAVAILABLE);
     path = "/dev/loop" + std::to_string(number);
-    platform::FileDescriptor loop(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    base::FileDescriptor loop(::open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!loop) throw system_failure(errno, "open", path, EXIT_UNAVAILABLE);
     loop_config config = {};
     config.fd = static_cast<std::uint32_t>(image);
@@ -57,29 +57,29 @@ Disk::Disk(const SignalSource& signals)
              "make a disk", signals, image_.get());
 }
 
-platform::FileDescriptor Disk::mount() const {
+base::FileDescriptor Disk::mount() const {
   std::string path;
-  const platform::FileDescriptor loop = attach(image_.get(), path);
-  const platform::FileDescriptor system(::fsopen("ext4", FSOPEN_CLOEXEC));
+  const base::FileDescriptor loop = attach(image_.get(), path);
+  const base::FileDescriptor system(::fsopen("ext4", FSOPEN_CLOEXEC));
   if (!system) throw system_failure(errno, "use ext4", {}, EXIT_UNAVAILABLE);
   if (::fsconfig(system.get(), FSCONFIG_SET_STRING, "source", path.c_str(), 0) == -1 ||
       ::fsconfig(system.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) == -1) {
     throw system_failure(errno, "read the disk", path);
   }
-  platform::FileDescriptor tree(::fsmount(system.get(), FSMOUNT_CLOEXEC, 0));
+  base::FileDescriptor tree(::fsmount(system.get(), FSMOUNT_CLOEXEC, 0));
   if (!tree) throw system_failure(errno, "mount", path);
   return tree;
 }
 
 void Disk::replace(const std::string& source, const SignalSource& signals) const {
-  const platform::FileDescriptor tree = mount();
+  const base::FileDescriptor tree = mount();
   // A disk has it for its repair; the device has none.
   if (::unlinkat(tree.get(), "lost+found", AT_REMOVEDIR) == -1 && errno != ENOENT) {
     throw system_failure(errno, "remove", "lost+found");
   }
   copy_folder(source, own_path(tree.get()) + "/.", signals, tree.get());
   // What was there before is safe. The mount itself is no file that could be synced.
-  const platform::FileDescriptor root(::openat(tree.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const base::FileDescriptor root(::openat(tree.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!root || ::syncfs(root.get()) == -1) throw system_failure(errno, "write to the disk");
   if (::move_mount(tree.get(), "", AT_FDCWD, source.c_str(), MOVE_MOUNT_F_EMPTY_PATH) == -1) {
     throw system_failure(errno, "mount on", source);
@@ -87,12 +87,12 @@ void Disk::replace(const std::string& source, const SignalSource& signals) const
 }
 
 void Disk::bring_back(const std::string& folder, const SignalSource& signals) const {
-  const platform::FileDescriptor tree = mount();
+  const base::FileDescriptor tree = mount();
   replace_device(folder, own_path(tree.get()) + "/.", signals, tree.get());
 }
 
 void Disk::lose_power() const {
-  const platform::FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const base::FileDescriptor root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::uint32_t how = WITHOUT_FLUSHING_THE_LOG;
   if (!root || ::ioctl(root.get(), SHUT_DOWN, &how) == -1) throw system_failure(errno, "lose the power");
   if (::eventfd_write(loss_.get(), 1) == -1) throw system_failure(errno, "report the loss of power");

@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "base/file_descriptor.h"
 #include "device/signal_source.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 
@@ -16,7 +16,7 @@ class Disk {
 
   /// Its file system, not attached anywhere: what was on the disk when the power went, if it did.
   /// @throws Failure as above.
-  [[nodiscard]] platform::FileDescriptor mount() const;
+  [[nodiscard]] base::FileDescriptor mount() const;
 
   /// Fills the new disk with what is in the folder `source`, and puts it over this folder.
   /// @throws Failure as above.
@@ -34,8 +34,8 @@ class Disk {
   void bring_back(const std::string& folder, const SignalSource& signals) const;
 
  private:
-  platform::FileDescriptor image_;
-  platform::FileDescriptor loss_;
+  base::FileDescriptor image_;
+  base::FileDescriptor loss_;
 };
 
 }  // namespace device

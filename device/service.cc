@@ -21,7 +21,7 @@ constexpr int READY_DESCRIPTOR = 3;
                                   const SignalSource& signals) {
   // Cannot fail for a new child.
   ::setsid();
-  const platform::FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const base::FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   // Where one of them fails, the service keeps COMMAND's input or output, or cannot say that it is ready,
   // which is told.
   if (nothing) (void)::dup2(nothing.get(), STDIN_FILENO);
@@ -45,9 +45,9 @@ Service::Service(std::vector<std::string> command, Loss loss)
 void Service::start(const SignalSource& signals) {
   std::array<int, 2> ends = {};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw system_failure(errno, "create a pipe");
-  readiness_ = platform::FileDescriptor(ends[0]);
+  readiness_ = base::FileDescriptor(ends[0]);
   ready_ = false;
-  const platform::FileDescriptor ready(ends[1]);
+  const base::FileDescriptor ready(ends[1]);
   std::vector<std::string> words = command_;
   words.insert(words.begin() + 1, {"--ready-fd", std::to_string(READY_DESCRIPTOR)});
   process_ = ::fork();

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "base/file_descriptor.h"
 #include "device/signal_source.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 
@@ -61,7 +61,7 @@ class Service {
   std::vector<std::string> command_;
   Loss loss_;
   pid_t process_ = -1;
-  platform::FileDescriptor readiness_;
+  base::FileDescriptor readiness_;
   bool ready_ = false;
   bool failed_ = false;
   std::string end_;

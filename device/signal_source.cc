@@ -21,7 +21,7 @@ SignalSource::SignalSource() {
   sigset_t blocked = answered;
   ::sigaddset(&blocked, SIGTTOU);
   if (::sigprocmask(SIG_BLOCK, &blocked, &before_) == -1) throw system_failure(errno, "block signals");
-  descriptor_ = platform::FileDescriptor(::signalfd(-1, &answered, SFD_CLOEXEC | SFD_NONBLOCK));
+  descriptor_ = base::FileDescriptor(::signalfd(-1, &answered, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!descriptor_) throw system_failure(errno, "create a signal descriptor");
 }
 

@@ -3,7 +3,7 @@
 #include <csignal>
 #include <optional>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -30,7 +30,7 @@ class SignalSource {
 
  private:
   sigset_t before_ = {};
-  platform::FileDescriptor descriptor_;
+  base::FileDescriptor descriptor_;
 };
 
 /// Lets `signal`, which stops, have its effect on this process if it has arrived. Returns when the process

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -40,8 +40,8 @@ class Storage {
   Storage() = default;
 
   std::string path_;
-  platform::FileDescriptor lock_;
-  platform::FileDescriptor running_;
+  base::FileDescriptor lock_;
+  base::FileDescriptor running_;
   bool kept_ = false;
   bool created_ = false;
   bool empty_ = true;

@@ -143,7 +143,7 @@ class Supervisor {
     terminal_given_ = false;
   }
 
-  platform::FileDescriptor device_;
+  base::FileDescriptor device_;
   pid_t process_;
   const SignalSource& signals_;
   Channel channel_;

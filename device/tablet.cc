@@ -56,7 +56,7 @@ void name_host() {
 /// Told before anything is made: a kernel without it, or a machine that does not let it be used.
 void require_fuse() {
   constexpr const char* DEVICE = "/dev/fuse";
-  const platform::FileDescriptor fuse(::open(DEVICE, O_RDWR | O_CLOEXEC));
+  const base::FileDescriptor fuse(::open(DEVICE, O_RDWR | O_CLOEXEC));
   if (fuse) return;
   const std::string reason = system_failure(errno, "open", DEVICE).what();
   throw Failure(reason + "; run 'modprobe fuse', and give /dev/fuse to a container", EXIT_UNAVAILABLE);
@@ -103,7 +103,7 @@ int run_tablet(const Options& options, const SignalSource& signals, Channel host
   require_fuse();
   const OwnPrograms programs(program_folder);
   const std::optional<DetachedMount> pages = own_pages(program_folder);
-  platform::FileDescriptor log_file;
+  base::FileDescriptor log_file;
   // Before anything covers a folder of the host. A device that is refused leaves the old log alone.
   const auto open_host_log = [&] {
     if (!options.log.empty()) log_file = LogCollector::open_file(options.log, true);

@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device {
 
@@ -25,7 +25,7 @@ class Terminal {
   void give_to(pid_t group) const noexcept;
 
  private:
-  platform::FileDescriptor terminal_;
+  base::FileDescriptor terminal_;
   bool was_ours_;
 };
 

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/file_descriptor.h"
 #include "device/content/random.h"
 #include "device/failure.h"
-#include "platform/file_descriptor.h"
 
 namespace device {
 namespace {
@@ -39,8 +39,8 @@ void set_owner_and_mode(const std::string& host, Owner owner, mode_t mode) {
   if (::chmod(host.c_str(), mode) == -1) throw system_failure(errno, "set the mode of", host);
 }
 
-platform::FileDescriptor create(const std::string& host) {
-  platform::FileDescriptor file(::open(host.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+base::FileDescriptor create(const std::string& host) {
+  base::FileDescriptor file(::open(host.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) throw system_failure(errno, "create", host);
   return file;
 }
@@ -54,7 +54,7 @@ void write_all(int file, std::string_view content, const std::string& host) {
   }
 }
 
-void close_written(platform::FileDescriptor& file, const std::string& host) {
+void close_written(base::FileDescriptor& file, const std::string& host) {
   if (const int error = file.close(); error != 0) throw system_failure(error, "write", host);
 }
 
@@ -69,7 +69,7 @@ void TreeWriter::folder(std::string_view path, Owner owner, mode_t mode) {
 
 void TreeWriter::file(std::string_view path, Owner owner, mode_t mode, std::string_view content) const {
   const std::string host = host_path(path);
-  platform::FileDescriptor file = create(host);
+  base::FileDescriptor file = create(host);
   write_all(file.get(), content, host);
   close_written(file, host);
   adopt_file(path, owner, mode);
@@ -79,7 +79,7 @@ void TreeWriter::sparse_file(std::string_view path, Owner owner, mode_t mode, st
   constexpr std::string_view HEAD = "head of a file with a hole\n";
   constexpr std::string_view TAIL = "tail of a file with a hole\n";
   const std::string host = host_path(path);
-  platform::FileDescriptor file = create(host);
+  base::FileDescriptor file = create(host);
   write_all(file.get(), HEAD, host);
   if (::lseek(file.get(), static_cast<off_t>(size - TAIL.size()), SEEK_SET) == -1) {
     throw system_failure(errno, "write", host);

@@ -15,7 +15,7 @@
 
 #include "archive/metadata_entry.h"
 #include "archive/reader.h"
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ class Input {
   [[nodiscard]] std::string name() const { return "/proc/self/fd/" + std::to_string(file_.get()); }
 
  private:
-  platform::FileDescriptor file_;
+  base::FileDescriptor file_;
 };
 
 harbix::ArchiveReader open_reader(const Input& input) {

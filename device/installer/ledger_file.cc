@@ -10,7 +10,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace installer {
 namespace {
@@ -20,7 +20,7 @@ namespace {
 }
 
 void write_file(const std::string& path, std::string_view text) {
-  platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  base::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!file) refuse("create", path, errno);
   while (!text.empty()) {
     const ssize_t written = ::write(file.get(), text.data(), text.size());
@@ -35,7 +35,7 @@ void write_file(const std::string& path, std::string_view text) {
 
 Ledger read_ledger(const std::string& folder) {
   const std::string path = folder + "/" + LEDGER_NAME;
-  const platform::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const base::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file && errno == ENOENT) return {};
   if (!file) refuse("open", path, errno);
   std::string text;

@@ -15,13 +15,13 @@
 #include <system_error>
 #include <vector>
 
+#include "base/file_descriptor.h"
 #include "device/accounts.h"
 #include "device/installer/installer.h"
 #include "device/installer/object.h"
 #include "device/installer/request_desk.h"
 #include "device/installer/request_watch.h"
 #include "device/option_reader.h"
-#include "platform/file_descriptor.h"
 
 namespace {
 
@@ -86,7 +86,7 @@ void count_start() {
   installer::publish_object(STATUS, "[n]starts:n:" + std::to_string(number) + "\n");
 }
 
-void tell_ready(platform::FileDescriptor descriptor) {
+void tell_ready(base::FileDescriptor descriptor) {
   if (::write(descriptor.get(), "\n", 1) != 1) refuse("tell that it is ready through", "--ready-fd", errno);
 }
 
@@ -102,7 +102,7 @@ void tell_ready(platform::FileDescriptor descriptor) {
   count_start();
   for (;;) {
     installer::RequestWatch watch(REQUESTS);
-    if (ready) tell_ready(platform::FileDescriptor(*std::exchange(ready, std::nullopt)));
+    if (ready) tell_ready(base::FileDescriptor(*std::exchange(ready, std::nullopt)));
     // What was asked before the watch began.
     desk.look_at_all();
     while (const std::optional<std::string> name = watch.next()) desk.look_at(*name);

@@ -6,7 +6,7 @@
 #include <array>
 #include <cerrno>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace installer {
 namespace {
@@ -16,7 +16,7 @@ namespace {
 }
 
 bool write_lines(const std::string& path, int flags, std::string_view lines) {
-  platform::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0644));
+  base::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0644));
   if (!object && errno == ENOENT) return false;
   if (!object) refuse("open", path, errno);
   while (!lines.empty()) {
@@ -33,7 +33,7 @@ bool write_lines(const std::string& path, int flags, std::string_view lines) {
 }  // namespace
 
 std::optional<std::string> read_object(const std::string& path) {
-  const platform::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const base::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!object && errno == ENOENT) return std::nullopt;
   if (!object) refuse("open", path, errno);
   std::string text;

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "base/file_descriptor.h"
 #include "device/installer/refusal.h"
-#include "platform/file_descriptor.h"
 
 namespace installer {
 namespace {
@@ -27,7 +27,7 @@ void check_field(std::string_view name, const std::string& value) {
 
 std::string manifest_text(const std::string& path) {
   // Something that is no plain file must neither hold the installer up nor lead it elsewhere.
-  const platform::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const base::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENXIO)) return "";
   if (!file) refuse_manifest(path, errno);
   struct stat status = {};

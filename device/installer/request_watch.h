@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace installer {
 
@@ -23,7 +23,7 @@ class RequestWatch {
   std::optional<std::string> next_line();
 
   std::string path_;
-  platform::FileDescriptor view_;
+  base::FileDescriptor view_;
   /// What was read after the last line.
   std::string rest_;
 };

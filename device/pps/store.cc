@@ -46,7 +46,7 @@ std::string store_path(const Node& directory, std::string_view name) {
 
 Store::Store(const std::string& folder, std::string passing) : passing_(std::move(passing)) {
   if (::mkdir(folder.c_str(), FOLDER_MODE) == -1 && errno != EEXIST) refuse("cannot make the store", folder);
-  folder_ = platform::FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  folder_ = base::FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder_) refuse("cannot open the store", folder);
 }
 
@@ -61,7 +61,7 @@ bool Store::keeps(const Node& directory, std::string_view name) const {
 }
 
 void Store::write_unfinished(const Node& object) const {
-  platform::FileDescriptor file(::openat(
+  base::FileDescriptor file(::openat(
       folder_.get(), UNFINISHED, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file) refuse("cannot make", UNFINISHED);
   write_all(file.get(), stored_text(object));
@@ -86,7 +86,7 @@ std::string Store::make_directory(const Node& parent, std::string_view name, con
   std::string path = store_path(parent, name);
   if (!keeps(parent, name)) return path;
   if (::mkdirat(folder_.get(), path.c_str(), FOLDER_MODE) == -1) refuse("cannot make", path);
-  const platform::FileDescriptor made(
+  const base::FileDescriptor made(
       ::openat(folder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!made) refuse("cannot open", path);
   put_metadata(made.get(), metadata, path);
@@ -96,7 +96,7 @@ std::string Store::make_directory(const Node& parent, std::string_view name, con
 void Store::save_directory(const Node& directory) const {
   if (directory.parent == nullptr ? !keeps() : !keeps(*directory.parent, directory.name)) return;
   const std::string path = directory.stored_as.back().empty() ? "." : directory.stored_as.back();
-  const platform::FileDescriptor folder(
+  const base::FileDescriptor folder(
       ::openat(folder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) refuse("cannot open", path);
   put_metadata(folder.get(), directory.metadata, path);

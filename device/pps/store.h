@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 #include "pps/node.h"
 
 namespace pps {
@@ -54,7 +54,7 @@ class Store {
   /// Whether something called `name` in `directory` is kept.
   [[nodiscard]] bool keeps(const Node& directory, std::string_view name) const;
 
-  platform::FileDescriptor folder_;
+  base::FileDescriptor folder_;
   std::string passing_;
 };
 

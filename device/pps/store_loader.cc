@@ -22,7 +22,7 @@ namespace pps {
 
 namespace {
 
-using platform::FileDescriptor;
+using base::FileDescriptor;
 
 struct FolderCloser {
   // A folder that was only read has nothing to lose when it is closed.

@@ -16,7 +16,7 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace usage {
 namespace {
@@ -72,7 +72,7 @@ class ProgramFile {
 
  private:
   std::string path_;
-  platform::FileDescriptor file_;
+  base::FileDescriptor file_;
   std::uint64_t size_ = 0;
 };
 

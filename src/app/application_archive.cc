@@ -11,9 +11,9 @@
 #include "app/progress_lines.h"
 #include "archive/item_error.h"
 #include "archive/metadata_entry.h"
-#include "driver/base/domains.h"
-#include "driver/base/flags.h"
-#include "driver/base/places.h"
+#include "base/domains.h"
+#include "base/flags.h"
+#include "base/places.h"
 #include "updater/actions.h"
 #include "updater/exception.h"
 

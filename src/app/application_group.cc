@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "driver/base/domains.h"
+#include "base/domains.h"
 
 namespace harbix {
 namespace {

@@ -7,7 +7,7 @@
 #include "app/package_attributes.h"
 #include "app/places.h"
 #include "app/record_path.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 
 namespace harbix {
 namespace {

@@ -8,9 +8,9 @@
 #include "app/navigator_objects.h"
 #include "app/places.h"
 #include "app/selection.h"
-#include "driver/base/domains.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/domains.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "updater/exception.h"
 #include "updater/registered_applications.h"
 

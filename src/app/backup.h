@@ -4,7 +4,7 @@
 #include <string>
 
 #include "archive/writer.h"
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 
 namespace harbix {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <iostream>
 
-#include "driver/base/log.h"
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/log.h"
 #include "platform/process.h"
 
 namespace harbix {
@@ -35,7 +35,7 @@ class OutputToErrors {
   OutputToErrors& operator=(OutputToErrors&&) = delete;
 
  private:
-  platform::FileDescriptor saved_;
+  base::FileDescriptor saved_;
 };
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "archive/item_error.h"
 #include "archive/metadata_entry.h"
 #include "archive/pps_object.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 
 namespace harbix {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 

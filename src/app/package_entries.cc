@@ -9,7 +9,7 @@
 #include <archive.h>
 
 #include "archive/metadata_name.h"
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "app/places.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "fs/working_directory.h"
 
 namespace harbix {

@@ -4,7 +4,7 @@
 
 #include "archive/archivable.h"
 #include "archive/file_record.h"
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 

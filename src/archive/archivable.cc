@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

@@ -3,8 +3,8 @@
 #include <iostream>
 
 #include "archive/item_error.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

@@ -9,7 +9,7 @@
 #include <archive_entry.h>
 
 #include "archive/error.h"
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace harbix {
 
@@ -39,7 +39,7 @@ class InputFile {
   [[nodiscard]] const struct ::stat& record() const noexcept { return record_; }
 
  private:
-  platform::FileDescriptor file_;
+  base::FileDescriptor file_;
   struct ::stat record_ {};
   std::vector<std::byte> block_;
   bool has_content_ = false;

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "archive/error.h"
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 

@@ -8,8 +8,8 @@
 
 #include <archive.h>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

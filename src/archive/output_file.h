@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace harbix {
 
@@ -37,7 +37,7 @@ class OutputFile {
   void flush();
   void send(std::span<const std::byte> data);
 
-  platform::FileDescriptor file_;
+  base::FileDescriptor file_;
   struct ::stat record_ {};
   std::vector<std::byte> gathered_;
   std::int64_t size_ = 0;

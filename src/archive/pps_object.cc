@@ -9,9 +9,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include "driver/base/log.h"
+#include "base/file_descriptor.h"
+#include "base/log.h"
 #include "fs/exception.h"
-#include "platform/file_descriptor.h"
 
 namespace harbix {
 namespace {
@@ -21,7 +21,7 @@ constexpr std::string_view NOT_PERSISTENT = "[n]";
 constexpr char DELETED = '-';
 
 std::string read_object(const fs::Path& path) {
-  const platform::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const base::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!object) throw std::runtime_error("Error opening: " + path.text());
   std::string text(LARGEST_TEXT, '\0');
   ssize_t count = 0;
@@ -54,7 +54,7 @@ std::string read_chunk(ArchiveReader& reader, std::size_t size) {
 }
 
 /// One write: an object takes the lines of a write together.
-void publish(const platform::FileDescriptor& object, const std::string& text) {
+void publish(const base::FileDescriptor& object, const std::string& text) {
   if (text.empty()) return;
   const ssize_t written = ::write(object.get(), text.data(), text.size());
   if (written == static_cast<ssize_t>(text.size())) return;
@@ -84,7 +84,7 @@ void store_pps_object(ArchiveWriter& writer, const fs::File& object, const fs::P
 }
 
 void restore_pps_object(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
-  platform::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  base::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   if (!object) {
     const int error = errno;
     throw fs::Exception(error, "restore_pps failed");

@@ -12,7 +12,7 @@
 
 #include "archive/error.h"
 #include "archive/metadata_name.h"
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace harbix {
 namespace {

@@ -34,7 +34,7 @@ Source open_link_at(int folder, const char* name, const fs::Path& path) {
 /// Opens what is called `name` in a folder; `path` is what it is called elsewhere.
 Source open_at(int folder, const char* name, const fs::Path& path) {
   // Not blocking: a fifo may have taken the place of what was listed.
-  platform::FileDescriptor descriptor(
+  base::FileDescriptor descriptor(
       ::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (!descriptor) {
     if (errno == ELOOP) return open_link_at(folder, name, path);
@@ -64,7 +64,7 @@ Source SourceOpener::open(const fs::Path& path) {
 }
 
 void SourceOpener::enter(std::string folder, const fs::Path& path) {
-  descriptor_ = platform::FileDescriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  descriptor_ = base::FileDescriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor_) throw_unopened(path);
   folder_ = std::move(folder);
 }

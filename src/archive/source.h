@@ -2,16 +2,16 @@
 
 #include <string>
 
+#include "base/file_descriptor.h"
 #include "fs/file.h"
-#include "platform/file_descriptor.h"
 
 namespace harbix {
 
 /// A file-system object that is ready to be archived: everything that can fail for it alone has been done.
 struct Source {
-  fs::File file;                      ///< its status as of now, and its path on the device
-  platform::FileDescriptor contents;  ///< of a plain file
-  std::string link_target;            ///< of a symbolic link
+  fs::File file;                  ///< its status as of now, and its path on the device
+  base::FileDescriptor contents;  ///< of a plain file
+  std::string link_target;        ///< of a symbolic link
 };
 
 /// Opens a plain file, directory or symbolic link, following no link in the last component. The status is
@@ -32,7 +32,7 @@ class SourceOpener {
   void enter(std::string folder, const fs::Path& path);
 
   std::string folder_;
-  platform::FileDescriptor descriptor_;  ///< of that folder
+  base::FileDescriptor descriptor_;  ///< of that folder
 };
 
 /// What a symbolic link points to.

@@ -7,7 +7,7 @@
 
 #include "archive/reader.h"
 #include "archive/writer.h"
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 
 namespace harbix {
 

@@ -7,8 +7,8 @@
 #include <sstream>
 #include <string_view>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "driver/keywords.h"
 
 namespace harbix {

@@ -8,9 +8,9 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "driver/base/log.h"
-#include "driver/base/places.h"
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/log.h"
+#include "base/places.h"
 #include "platform/streams.h"
 
 namespace harbix {
@@ -33,7 +33,7 @@ std::string size_report_text(const SizeResult& total, std::int64_t archive_bytes
 void write_size_report(const std::string& file_name, const std::string& text) {
   const char* target = file_name.empty() ? places::DEV_STDOUT : file_name.c_str();
   diagnostics::line(4, "Response: '%s'", text.c_str());
-  platform::FileDescriptor file(::open(target, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, CREATION_MODE));
+  base::FileDescriptor file(::open(target, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, CREATION_MODE));
   if (!file) return;
   for (std::string_view rest = text; !rest.empty();) {
     const ssize_t written = ::write(file.get(), rest.data(), rest.size());

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 
 namespace harbix {
 

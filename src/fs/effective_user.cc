@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "fs/accounts.h"
 #include "fs/identity_loss.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <utility>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "fs/exception.h"
 #include "platform/path_manager.h"
 

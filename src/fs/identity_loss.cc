@@ -6,7 +6,7 @@
 #include <iostream>
 #include <string>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 
 namespace fs {
 namespace {

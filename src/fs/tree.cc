@@ -9,7 +9,7 @@
 #include <string_view>
 #include <utility>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "platform/directory.h"
 
 namespace fs {

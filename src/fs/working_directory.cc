@@ -37,7 +37,7 @@ Path current_directory() {
 void change_directory(const Path& path) {
   // Resolved before the change: afterwards a relative path would mean something else.
   const Path wanted = resolve(path, path);
-  const platform::FileDescriptor before(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const base::FileDescriptor before(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (::chdir(path.c_str()) == -1) throw_failed(path);
   if (resolve(Path::current(), path) == wanted) return;
 

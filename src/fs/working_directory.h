@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/file_descriptor.h"
 #include "fs/path.h"
-#include "platform/file_descriptor.h"
 
 namespace fs {
 
@@ -28,7 +28,7 @@ class WorkingDirectory {
   WorkingDirectory& operator=(WorkingDirectory&&) = delete;
 
  private:
-  platform::FileDescriptor saved_;
+  base::FileDescriptor saved_;
 };
 
 }  // namespace fs

@@ -3,9 +3,9 @@
 #include <exception>
 #include <iostream>
 
-#include "driver/base/domains.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/domains.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "fs/accounts.h"
 #include "fs/effective_group.h"
 #include "fs/effective_user.h"

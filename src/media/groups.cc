@@ -1,6 +1,6 @@
 #include "media/groups.h"
 
-#include "driver/base/domains.h"
+#include "base/domains.h"
 #include "fs/accounts.h"
 
 namespace harbix {

@@ -9,7 +9,7 @@
 
 #include <sqlite3.h>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "fs/file.h"
 
 namespace harbix {

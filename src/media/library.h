@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 #include "fs/path.h"
 
 namespace harbix {

@@ -6,7 +6,7 @@
 #include "archive/manifest.h"
 #include "archive/manifest_visitors.h"
 #include "archive/writer.h"
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 #include "fs/file.h"
 
 namespace harbix {

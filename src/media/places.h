@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/base/places.h"
+#include "base/places.h"
 
 /// Where media lies on the device, and under which names it stands in archives.
 namespace harbix::places {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "archive/metadata_name.h"
-#include "driver/base/domains.h"
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/domains.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "fs/accounts.h"
 #include "fs/exception.h"
 #include "fs/file_mask.h"

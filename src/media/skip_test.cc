@@ -2,8 +2,8 @@
 
 #include <iostream>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "media/groups.h"
 
 namespace harbix {

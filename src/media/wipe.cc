@@ -3,7 +3,7 @@
 #include <exception>
 #include <vector>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 #include "fs/working_directory.h"

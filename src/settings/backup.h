@@ -1,7 +1,7 @@
 #pragma once
 
 #include "archive/writer.h"
-#include "driver/base/size_result.h"
+#include "base/size_result.h"
 
 namespace harbix {
 

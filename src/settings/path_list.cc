@@ -3,8 +3,8 @@
 #include <iostream>
 #include <optional>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "fs/tree.h"
 #include "fs/working_directory.h"
 #include "settings/places.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/base/places.h"
+#include "base/places.h"
 
 /// Where settings lie on the device, and under which names they stand in archives.
 namespace harbix::places {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/tree.h"
 #include "subscribers/subscriber_manager.h"
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "driver/base/log.h"
-#include "driver/base/places.h"
+#include "base/log.h"
+#include "base/places.h"
 #include "fs/file.h"
 #include "fs/glob.h"
 

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "subscribers/subscriber_manager.h"
 
 namespace subscribers {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/exception.h"
 
 namespace updater {
@@ -25,7 +25,7 @@ using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
 /// A stream of its own over the same opening, so that the descriptor stays its owner's.
 Stream open_stream(const RequestObject& object) {
-  platform::FileDescriptor descriptor(::dup(object.descriptor()));
+  base::FileDescriptor descriptor(::dup(object.descriptor()));
   Stream stream(descriptor ? ::fdopen(descriptor.get(), "r") : nullptr);
   if (!stream) throw fs::Exception(errno, "Failed to read file '" + object.path().text() + "' ");
   static_cast<void>(descriptor.release());  // closed with the stream

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "driver/base/domains.h"
+#include "base/domains.h"
 #include "updater/exception.h"
 
 namespace updater {

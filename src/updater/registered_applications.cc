@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "updater/exception.h"
 
 namespace updater {

@@ -32,7 +32,7 @@ RequestObject::RequestObject() {
     path_ = fs::Path(REQUESTS) / next_name();
     const std::string name = path_.text() + OPEN_OPTIONS;
     descriptor_ =
-        platform::FileDescriptor(::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, REQUEST_MODE));
+        base::FileDescriptor(::open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, REQUEST_MODE));
   }
   if (!descriptor_.is_open()) throw fs::Exception(errno, "Failed to create file '" + path_.text() + "' ");
   interrupted_.emplace(path_);

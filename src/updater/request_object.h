@@ -2,8 +2,8 @@
 
 #include <optional>
 
+#include "base/file_descriptor.h"
 #include "fs/path.h"
-#include "platform/file_descriptor.h"
 #include "updater/interrupted_request.h"
 
 namespace updater {
@@ -28,7 +28,7 @@ class RequestObject {
 
  private:
   fs::Path path_;
-  platform::FileDescriptor descriptor_;
+  base::FileDescriptor descriptor_;
   std::optional<InterruptedRequest> interrupted_;
 };
 

@@ -14,7 +14,7 @@
 #include "app/application_package.h"
 #include "archive/archive_test_support.h"
 #include "archive/metadata_entry.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "support/tree.h"
 

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "support/child_process.h"
 

@@ -10,7 +10,7 @@
 
 #include "app/app_device.h"
 #include "archive/archive_test_support.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"
 #include "support/tree.h"

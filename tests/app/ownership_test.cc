@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/effective_user.h"
 #include "fs/exception.h"
 #include "support/captured_output.h"

@@ -8,7 +8,7 @@
 
 #include "app/app_device.h"
 #include "archive/archive_test_support.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/file_mask.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"

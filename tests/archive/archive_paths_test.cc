@@ -9,7 +9,7 @@
 
 #include "archive/archive_test_support.h"
 #include "archive/error.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"
 #include "support/temporary_folder.h"

@@ -14,8 +14,8 @@
 #include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/extraction.h"
-#include "driver/base/flags.h"
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "support/process.h"
 #include "support/recorded_log.h"
@@ -194,7 +194,7 @@ TEST_F(MetadataEntry, IsFoundBehindAnEntryThatCouldNotBeExtracted) {
 TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
   ASSERT_EQ(0, ::mkdir((folder_ / "m").c_str(), 0755));
   // A hole on disk and in the archive: no more than some kilobytes in either.
-  const platform::FileDescriptor hole(
+  const base::FileDescriptor hole(
       ::open((folder_ / "m/.backup.metadata").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   ASSERT_EQ(1, ::pwrite(hole.get(), "x", 1, off_t{257} << 20));
   const auto made =

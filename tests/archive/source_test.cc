@@ -74,7 +74,7 @@ TEST(Source, OfOtherKindsIsRefusedWithoutWaiting) {
   EXPECT_EQ("Error opening: " + (folder / "pipe"), refusal(folder / "pipe"));
   EXPECT_EQ("Error opening: /dev/null", refusal("/dev/null"));
 
-  const platform::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const std::string name = folder / "socket";
   ::sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -18,8 +18,8 @@
 namespace device_test {
 namespace {
 
-platform::FileDescriptor memory_file(std::string_view content) {
-  platform::FileDescriptor file(::memfd_create("test", MFD_CLOEXEC));
+base::FileDescriptor memory_file(std::string_view content) {
+  base::FileDescriptor file(::memfd_create("test", MFD_CLOEXEC));
   if (!file) throw std::runtime_error("memfd_create failed");
   while (!content.empty()) {
     const ssize_t written = ::write(file.get(), content.data(), content.size());
@@ -57,7 +57,7 @@ void reset_signals() {
   ::_exit(99);
 }
 
-Result result_of(pid_t process, const std::string& output, const platform::FileDescriptor& errors) {
+Result result_of(pid_t process, const std::string& output, const base::FileDescriptor& errors) {
   int status = 0;
   EXPECT_EQ(::waitpid(process, &status, 0), process);
   EXPECT_EQ(::lseek(errors.get(), 0, SEEK_SET), 0);
@@ -73,11 +73,11 @@ DeviceProcess::DeviceProcess(const std::vector<std::string>& arguments, const st
     : errors_(memory_file("")) {
   std::vector<std::string> words = {HARBIX_DEVICE_PROGRAM};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  const platform::FileDescriptor source = memory_file(input);
+  const base::FileDescriptor source = memory_file(input);
   std::array<int, 2> ends = {};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw std::runtime_error("cannot make a pipe");
-  output_ = platform::FileDescriptor(ends[0]);
-  const platform::FileDescriptor sink(ends[1]);
+  output_ = base::FileDescriptor(ends[0]);
+  const base::FileDescriptor sink(ends[1]);
   pid_ = ::fork();
   if (pid_ == -1) throw std::runtime_error("cannot fork");
   if (pid_ == 0) {
@@ -122,8 +122,8 @@ Result run_device(const std::vector<std::string>& arguments, const std::string& 
 }
 
 Result run_on_host(const std::string& script, const std::string& folder) {
-  const platform::FileDescriptor output = memory_file("");
-  const platform::FileDescriptor errors = memory_file("");
+  const base::FileDescriptor output = memory_file("");
+  const base::FileDescriptor errors = memory_file("");
   const pid_t process = ::fork();
   if (process == 0) {
     ::dup2(output.get(), STDOUT_FILENO);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace device_test {
 
@@ -43,8 +43,8 @@ class DeviceProcess {
 
  private:
   pid_t pid_ = -1;
-  platform::FileDescriptor output_;
-  platform::FileDescriptor errors_;
+  base::FileDescriptor output_;
+  base::FileDescriptor errors_;
 };
 
 /// Runs harbix-device to its end.

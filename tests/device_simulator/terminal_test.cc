@@ -11,8 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/file_descriptor.h"
 #include "device_process.h"
-#include "platform/file_descriptor.h"
 #include "private_folder.h"
 
 namespace {
@@ -31,7 +31,7 @@ class TypedSession {
       ::execvp(arguments.front(), arguments.data());
       ::_exit(99);
     }
-    terminal_ = platform::FileDescriptor(terminal);
+    terminal_ = base::FileDescriptor(terminal);
   }
   TypedSession(const TypedSession&) = delete;
   TypedSession& operator=(const TypedSession&) = delete;
@@ -82,7 +82,7 @@ class TypedSession {
   }
 
   pid_t pid_ = -1;
-  platform::FileDescriptor terminal_;
+  base::FileDescriptor terminal_;
   std::string screen_;
   std::size_t seen_ = 0;
 };

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/base/flags.h"
-#include "driver/base/log.h"
+#include "base/flags.h"
+#include "base/log.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"
 

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 #include "support/child_process.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
@@ -35,7 +35,7 @@ TEST(Signals, LetAWriteBeyondTheFileSizeLimitFail) {
   EXPECT_TRUE(test::passes_in_child([&folder] {
     harbix::let_writes_fail();
     const struct ::rlimit none { .rlim_cur = 0, .rlim_max = 0 };
-    const platform::FileDescriptor file(::open((folder / "f").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    const base::FileDescriptor file(::open((folder / "f").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
     ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &none));
     EXPECT_EQ(-1, ::write(file.get(), "x", 1));
     EXPECT_EQ(EFBIG, errno);

@@ -70,8 +70,8 @@ void RunningDevice::enter() const {
 std::string RunningDevice::inside(const std::function<std::string()>& work) const {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw std::system_error(errno, std::generic_category(), "pipe");
-  const platform::FileDescriptor output(ends[0]);
-  platform::FileDescriptor input(ends[1]);
+  const base::FileDescriptor output(ends[0]);
+  base::FileDescriptor input(ends[1]);
   const pps::Process process([&] {
     try {
       enter();

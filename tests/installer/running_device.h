@@ -79,7 +79,7 @@ class Exchange {
 
  private:
   std::string path_;
-  platform::FileDescriptor object_;
+  base::FileDescriptor object_;
 };
 
 /// A whole exchange in this process, which has to be on the device. @return the answer.

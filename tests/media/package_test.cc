@@ -13,7 +13,7 @@
 #include "archive/file_record.h"
 #include "archive/metadata_entry.h"
 #include "archive/reader.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/effective_user.h"
 #include "support/captured_output.h"
 #include "support/device_accounts.h"

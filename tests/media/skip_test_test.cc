@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/effective_group.h"
 #include "fs/effective_user.h"
 #include "media/groups.h"

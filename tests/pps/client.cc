@@ -35,18 +35,18 @@ char state_of(pid_t process) {
 
 }  // namespace
 
-platform::FileDescriptor open_object(const std::string& path, int flags, mode_t mode) {
-  platform::FileDescriptor object(::open(path.c_str(), flags | O_CLOEXEC, mode));
+base::FileDescriptor open_object(const std::string& path, int flags, mode_t mode) {
+  base::FileDescriptor object(::open(path.c_str(), flags | O_CLOEXEC, mode));
   if (!object) refuse("cannot open " + path);
   return object;
 }
 
-void write_text(const platform::FileDescriptor& object, std::string_view text) {
+void write_text(const base::FileDescriptor& object, std::string_view text) {
   const ssize_t written = ::write(object.get(), text.data(), text.size());
   if (written != static_cast<ssize_t>(text.size())) refuse("cannot write");
 }
 
-std::string read_text(const platform::FileDescriptor& object, std::size_t size) {
+std::string read_text(const base::FileDescriptor& object, std::size_t size) {
   std::string text(size, '\0');
   const ssize_t count = ::read(object.get(), text.data(), size);
   if (count == -1) refuse("cannot read");
@@ -96,10 +96,10 @@ int Process::wait() noexcept {
 WaitingReader::WaitingReader(const std::string& path) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
-  output_ = platform::FileDescriptor(ends[0]);
-  const platform::FileDescriptor input(ends[1]);
+  output_ = base::FileDescriptor(ends[0]);
+  const base::FileDescriptor input(ends[1]);
   process_.emplace([&] {
-    const platform::FileDescriptor object = open_object(path, O_RDONLY);
+    const base::FileDescriptor object = open_object(path, O_RDONLY);
     write_text(input, ".");
     try {
       write_text(input, read_text(object));

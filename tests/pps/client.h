@@ -7,18 +7,18 @@
 #include <string>
 #include <string_view>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace pps {
 
 /// Opens an object through the mount. @throws std::system_error with open(2)'s error.
-[[nodiscard]] platform::FileDescriptor open_object(const std::string& path, int flags, mode_t mode = 0666);
+[[nodiscard]] base::FileDescriptor open_object(const std::string& path, int flags, mode_t mode = 0666);
 
 /// One write(2) of all of it. @throws std::system_error.
-void write_text(const platform::FileDescriptor& object, std::string_view text);
+void write_text(const base::FileDescriptor& object, std::string_view text);
 
 /// One read(2). @throws std::system_error.
-[[nodiscard]] std::string read_text(const platform::FileDescriptor& object, std::size_t size = 32768);
+[[nodiscard]] std::string read_text(const base::FileDescriptor& object, std::size_t size = 32768);
 
 /// Another process of this program, killed at the end of its life when it is still there.
 class Process {
@@ -57,7 +57,7 @@ class WaitingReader {
   void kill() { process_->kill(); }
 
  private:
-  platform::FileDescriptor output_;
+  base::FileDescriptor output_;
   std::optional<Process> process_;
 };
 

@@ -77,8 +77,8 @@ TEST_F(MountWait, ServesOnWhenAWaitingClientIsKilled) {
 TEST_F(MountWait, EndsWithASignalThatIsHandled) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-  const platform::FileDescriptor progress(ends[0]);
-  const platform::FileDescriptor told(ends[1]);
+  const base::FileDescriptor progress(ends[0]);
+  const base::FileDescriptor told(ends[1]);
   Process reader([&] {
     struct sigaction action {};
     action.sa_handler = [](int) {};

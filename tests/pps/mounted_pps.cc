@@ -95,8 +95,8 @@ pid_t MountedPps::launch(const std::vector<std::string>& arguments) {
 void MountedPps::start() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
-  const platform::FileDescriptor output(ends[0]);
-  platform::FileDescriptor input(ends[1]);
+  const base::FileDescriptor output(ends[0]);
+  base::FileDescriptor input(ends[1]);
   if (::fcntl(input.get(), F_SETFD, 0) == -1) refuse("cannot hand the pipe on");
   server_ = launch({"--store", store(), "--ready-fd", std::to_string(input.get()), mount()});
   input.close();

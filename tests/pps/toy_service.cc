@@ -29,7 +29,7 @@ struct StreamCloser {
 /// The lines of a descriptor, read as a stream.
 class Lines {
  public:
-  explicit Lines(platform::FileDescriptor object) : stream_(::fdopen(object.get(), "r")) {
+  explicit Lines(base::FileDescriptor object) : stream_(::fdopen(object.get(), "r")) {
     if (!stream_) refuse("no stream");
     static_cast<void>(object.release());  // the stream closes it
   }
@@ -61,7 +61,7 @@ void answer(const std::string& object, const std::string& package_path) {
   }
 }
 
-int serve(const std::string& directory, const platform::FileDescriptor& ready) {
+int serve(const std::string& directory, const base::FileDescriptor& ready) {
   Lines lines(open_object(directory + "/.all?wait,delta", O_RDONLY));
   write_text(ready, ".");
   std::string object;
@@ -80,15 +80,15 @@ int serve(const std::string& directory, const platform::FileDescriptor& ready) {
   return 0;
 }
 
-std::array<platform::FileDescriptor, 2> make_pipe() {
+std::array<base::FileDescriptor, 2> make_pipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
-  return {platform::FileDescriptor(ends[0]), platform::FileDescriptor(ends[1])};
+  return {base::FileDescriptor(ends[0]), base::FileDescriptor(ends[1])};
 }
 
 }  // namespace
 
-ToyService::ToyService(const std::string& directory, std::array<platform::FileDescriptor, 2> pipe)
+ToyService::ToyService(const std::string& directory, std::array<base::FileDescriptor, 2> pipe)
     : process_([&] { return serve(directory, pipe[1]); }) {
   pipe[1].close();
   if (read_text(pipe[0], 1) != ".") throw std::runtime_error("the service could not start");

@@ -17,7 +17,7 @@ class ToyService {
   explicit ToyService(const std::string& directory);
 
  private:
-  ToyService(const std::string& directory, std::array<platform::FileDescriptor, 2> pipe);
+  ToyService(const std::string& directory, std::array<base::FileDescriptor, 2> pipe);
 
   Process process_;
 };

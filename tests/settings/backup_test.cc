@@ -11,7 +11,7 @@
 #include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/metadata_entry.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/exception.h"
 #include "settings/settings_device.h"
 #include "support/captured_output.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "archive/archive_test_support.h"
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "fs/exception.h"
 #include "settings/settings_device.h"
 #include "support/captured_output.h"

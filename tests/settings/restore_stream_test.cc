@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <string>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "settings/restore_run.h"
 #include "settings/settings_device.h"
 #include "support/tree.h"

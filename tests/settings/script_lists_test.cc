@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "settings/settings_device.h"
 #include "support/captured_output.h"
 #include "support/tree.h"

@@ -12,12 +12,12 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace test {
 namespace {
 
-using platform::FileDescriptor;
+using base::FileDescriptor;
 
 struct Pipe {
   FileDescriptor read_end;

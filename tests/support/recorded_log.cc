@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/base/log.h"
+#include "base/log.h"
 #include "platform/logger.h"
 
 namespace test {

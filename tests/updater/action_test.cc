@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "driver/base/flags.h"
+#include "base/flags.h"
 #include "support/captured_output.h"
 #include "updater/actions.h"
 #include "updater/installer_folder.h"

@@ -74,7 +74,7 @@ TEST_F(InstallerExchange, ShowsTheServiceTheWholeRequest) {
   EXPECT_TRUE(on_the_device([] {
     updater::ActionRegister action({fs::Path("/apps/a"), {}}, "e,f::g", "");
     action.write_request();
-    const platform::FileDescriptor object = pps::open_object(action.object_path().text(), O_RDONLY);
+    const base::FileDescriptor object = pps::open_object(action.object_path().text(), O_RDONLY);
     EXPECT_EQ("@" + action.object_path().basename().text() +
                   "\naction::register\npackage_path::/apps/a\nextras::e,f::g\ngid::\n",
               pps::read_text(object));
@@ -92,7 +92,7 @@ TEST_F(InstallerExchange, WaitsForAnAnswerInSeveralParts) {
           action.get_attribute("state") == "done" && action.get_attribute("result") == "7";
       return is_complete ? 0 : 1;
     });
-    const platform::FileDescriptor service = pps::open_object(name, O_WRONLY | O_APPEND);
+    const base::FileDescriptor service = pps::open_object(name, O_WRONLY | O_APPEND);
     for (const char* part : {"state::busy\n", "state::done\n", "", "result::7\nlater::1\n"}) {
       reader.wait_until_asleep();
       if (*part != '\0') pps::write_text(service, part);
@@ -104,7 +104,7 @@ TEST_F(InstallerExchange, WaitsForAnAnswerInSeveralParts) {
 TEST_F(InstallerExchange, TriesTheNextNameWhereAnObjectExists) {
   EXPECT_TRUE(on_the_device([] {
     {
-      const platform::FileDescriptor taken =
+      const base::FileDescriptor taken =
           pps::open_object(test::request_name(0), O_RDWR | O_CREAT | O_EXCL, 0660);
       const ActionUninstall action("a");
       EXPECT_EQ(test::request_name(1), action.object_path().text());
@@ -144,7 +144,7 @@ TEST_F(InstallerExchange, EndsWhenTheObjectIsTakenAway) {
 TEST_F(InstallerExchange, FindsTheListThatTheInstallerPublishes) {
   EXPECT_TRUE(on_the_device([] {
     const std::string folder = "/pps/system/installer/registeredapps/";
-    const platform::FileDescriptor object = pps::open_object(folder + "applications", O_RDWR | O_CREAT);
+    const base::FileDescriptor object = pps::open_object(folder + "applications", O_RDWR | O_CREAT);
     pps::write_text(object, "b::b.p,1.0,source::shopvale\na::a.p,2.0,x::,\nsys.android::c,1,\n");
     std::vector<RegisteredApplication> applications;
     EXPECT_TRUE(updater::read_registered_applications(applications));

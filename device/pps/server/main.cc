@@ -17,7 +17,7 @@ namespace {
 
 constexpr int USAGE_STATUS = 2;
 
-void tell_ready(platform::FileDescriptor descriptor) {
+void tell_ready(base::FileDescriptor descriptor) {
   if (::write(descriptor.get(), "\n", 1) != 1) {
     throw std::system_error(errno, std::generic_category(), "cannot tell that the mount is ready");
   }
@@ -30,7 +30,7 @@ int serve(const pps::server::CommandLine& command) {
   server.hanging_objects = {command.hanging.begin(), command.hanging.end()};
   {
     pps::server::Session session(server, command.mount_point);
-    if (command.ready_fd) tell_ready(platform::FileDescriptor(*command.ready_fd));
+    if (command.ready_fd) tell_ready(base::FileDescriptor(*command.ready_fd));
     session.serve(stop.descriptor());
   }
   const int refused = server.catalog.save_all();

@@ -13,7 +13,7 @@ StopSignals::StopSignals() {
   // These cannot fail: the signal numbers are good.
   ::sigemptyset(&signals);
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&signals, signal);
-  descriptor_ = platform::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  descriptor_ = base::FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!descriptor_ || ::sigprocmask(SIG_BLOCK, &signals, nullptr) == -1) {
     throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace pps::server {
 
@@ -15,7 +15,7 @@ class StopSignals {
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
 
  private:
-  platform::FileDescriptor descriptor_;
+  base::FileDescriptor descriptor_;
 };
 
 }  // namespace pps::server

@@ -1,4 +1,4 @@
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-using platform::FileDescriptor;
+using base::FileDescriptor;
 
 FileDescriptor open_null() { return FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 

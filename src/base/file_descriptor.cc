@@ -1,10 +1,10 @@
-#include "platform/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 
-namespace platform {
+namespace base {
 
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
   if (this != &other) {
@@ -24,4 +24,4 @@ int FileDescriptor::close() noexcept {
   return ::close(release()) == -1 ? errno : 0;
 }
 
-}  // namespace platform
+}  // namespace base

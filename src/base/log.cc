@@ -1,4 +1,4 @@
-#include "driver/base/log.h"
+#include "base/log.h"
 
 #include <unistd.h>
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace platform {
+namespace base {
 
 /// Owns one file descriptor, or none (-1), and closes it at the end of its life.
 class FileDescriptor {
@@ -30,4 +30,4 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-}  // namespace platform
+}  // namespace base

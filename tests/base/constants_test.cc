@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "driver/base/domains.h"
-#include "driver/base/flags.h"
-#include "driver/base/places.h"
-#include "driver/base/size_result.h"
+#include "base/domains.h"
+#include "base/flags.h"
+#include "base/places.h"
+#include "base/size_result.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "driver/base/flags.h"
+#include "base/flags.h"
 
 namespace harbix {
 
