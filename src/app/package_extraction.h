@@ -8,8 +8,7 @@
 #include "app/package_entries.h"
 #include "archive/extraction.h"
 #include "archive/reader.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 
 namespace harbix {
 

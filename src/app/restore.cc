@@ -18,7 +18,7 @@
 #include "base/flags.h"
 #include "base/log.h"
 #include "fs/accounts.h"
-#include "fs/file_mask.h"
+#include "fs/identity.h"
 #include "updater/actions.h"
 #include "updater/registered_applications.h"
 

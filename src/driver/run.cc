@@ -27,6 +27,7 @@
 #include "fs/accounts.h"
 #include "fs/file.h"
 #include "fs/glob.h"
+#include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "subscribers/subscriber_manager.h"
 
@@ -151,6 +152,7 @@ int run_operation(Options options) {
 
 int run_program(int argc, char* const argv[]) {
   occupy_closed_streams();
+  fs::become_superuser();
   const std::optional<Options> options = parse_options(argc, argv);
   if (!options) return STATUS_REFUSED;
   if (const std::optional<Refusal> refusal = check_request(*options)) {

@@ -7,11 +7,9 @@
 #include "base/flags.h"
 #include "base/log.h"
 #include "fs/accounts.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
 #include "fs/exception.h"
-#include "fs/file_mask.h"
 #include "fs/glob.h"
+#include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "media/groups.h"
 #include "media/library.h"
@@ -22,7 +20,6 @@
 namespace harbix {
 namespace {
 
-constexpr uid_t SUPERUSER = 0;
 constexpr mode_t ARCHIVING_MASK = 0117;
 
 void require_stands_in(const fs::Path& wanted) {
@@ -58,7 +55,7 @@ void report_items(const MediaPackage& package) {
 void handle_media_folder(const fs::File& folder, ArchiveWriter& writer, bool size_only, SizeResult& result) {
   MediaPackage package(folder, writer);
   package.collect_media();
-  const fs::EffectiveUser superuser(SUPERUSER);
+  const fs::EffectiveUser superuser(fs::SUPERUSER);
   const fs::FileMask mask(ARCHIVING_MASK);
   if (!size_only) {
     package.store(writer, fs::Path(places::MEDIA_PREFIX));
@@ -87,7 +84,7 @@ void handle_shared_media(ArchiveWriter& writer, bool size_only, SizeResult& resu
 void archive_dtm_share(ArchiveWriter& writer) {
   diagnostics::line(2, "archiving dtm share");
   const fs::EffectiveGroup group(fs::group_id(domains::SYSTEM_GROUP));
-  const fs::EffectiveUser user(SUPERUSER);
+  const fs::EffectiveUser user(fs::SUPERUSER);
   const fs::Path share(places::DTM_SHARE);
   const fs::WorkingDirectory directory(share);
   require_stands_in(share);

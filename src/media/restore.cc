@@ -12,7 +12,7 @@
 #include "base/log.h"
 #include "fs/accounts.h"
 #include "fs/exception.h"
-#include "fs/file_mask.h"
+#include "fs/identity.h"
 #include "media/groups.h"
 #include "media/places.h"
 #include "media/restore_area.h"
@@ -21,7 +21,6 @@
 namespace harbix {
 namespace {
 
-constexpr uid_t SUPERUSER = 0;
 constexpr mode_t RESTORE_MASK = 007;
 
 void report(const char* text) {
@@ -125,7 +124,7 @@ class MediaRestore {
     area_.reset();
     place_ = Place::NONE;
     if (place == Place::DTM) {
-      area_.emplace(reader_, fs::group_id(domains::SYSTEM_GROUP), SUPERUSER, fs::Path(places::DTM_SHARE));
+      area_.emplace(reader_, fs::group_id(domains::SYSTEM_GROUP), fs::SUPERUSER, fs::Path(places::DTM_SHARE));
     } else {
       area_.emplace(reader_, media_groups().shared, fs::user_id(domains::MEDIA_USER),
                     fs::Path(places::SHARED));

@@ -4,8 +4,7 @@
 
 #include "archive/extraction.h"
 #include "archive/reader.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "fs/path.h"
 #include "fs/working_directory.h"
 

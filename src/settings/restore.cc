@@ -14,8 +14,8 @@
 #include "archive/space_report.h"
 #include "base/flags.h"
 #include "base/log.h"
-#include "fs/effective_user.h"
 #include "fs/exception.h"
+#include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "platform/streams.h"
 #include "settings/path_list.h"
@@ -28,8 +28,6 @@
 
 namespace harbix {
 namespace {
-
-constexpr uid_t SUPERUSER = 0;
 
 AllowedSettings allowed_settings() {
   AllowedSettings allowed;
@@ -120,7 +118,7 @@ class SettingsRestore {
   [[nodiscard]] bool is_acceptable(const EntryView& entry, const fs::Path& target) const {
     if (!entry.is_restorable()) return false;
     // What is looked up must not depend on what the owner of the entry before may see.
-    const fs::EffectiveUser superuser(SUPERUSER);
+    const fs::EffectiveUser superuser(fs::SUPERUSER);
     const std::optional<std::string_view> link_target = entry.link_target();
     if (link_target && !leads_inside(target, *link_target, target.dirname())) return false;
     return verify_restore_path(allowed_, target);

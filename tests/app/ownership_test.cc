@@ -10,8 +10,8 @@
 #include <gtest/gtest.h>
 
 #include "base/flags.h"
-#include "fs/effective_user.h"
 #include "fs/exception.h"
+#include "fs/identity.h"
 #include "support/captured_output.h"
 #include "support/child_process.h"
 #include "support/recorded_log.h"

@@ -9,7 +9,7 @@
 #include "app/app_device.h"
 #include "archive/archive_test_support.h"
 #include "base/flags.h"
-#include "fs/file_mask.h"
+#include "fs/identity.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"
 #include "support/tree.h"

@@ -11,7 +11,7 @@
 
 #include "archive/archive_test_support.h"
 #include "archive/file_record.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "support/captured_output.h"
 #include "support/child_process.h"
 #include "support/recorded_log.h"

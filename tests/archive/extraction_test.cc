@@ -11,9 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "archive/archive_test_support.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
-#include "fs/file_mask.h"
+#include "fs/identity.h"
 #include "support/captured_output.h"
 #include "support/recorded_log.h"
 #include "support/tar_builder.h"

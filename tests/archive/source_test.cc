@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "archive/archive_test_support.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"
 

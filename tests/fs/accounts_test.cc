@@ -1,8 +1,14 @@
 #include "fs/accounts.h"
 
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
+#include <string>
 
 #include <gtest/gtest.h>
+
+#include "support/private_root.h"
+#include "support/temporary_folder.h"
 
 namespace {
 
@@ -30,6 +36,21 @@ TEST(Accounts, ThatDoNotExistAreNamed) {
   EXPECT_EQ("User '' does not exist", refusal([] { return fs::user_id(""); }));
   EXPECT_EQ("Group 'nosuch' does not exist", refusal([] { return fs::group_id("nosuch"); }));
   EXPECT_EQ("Group '' does not exist", refusal([] { return fs::group_id(""); }));
+}
+
+TEST(Accounts, WithALineOfManyMembersAreFoundAmongThem) {
+  const test::TemporaryFolder root;
+  std::filesystem::create_directory(root / "etc");
+  {
+    std::ofstream groups(root / "etc/group");
+    groups << "many:x:4711:";
+    for (int number = 0; number < 5000; ++number) groups << "member" << number << ',';
+    groups << "last\nfew:x:4712:\n";
+  }
+  EXPECT_TRUE(test::passes_in_root(root.path(), [] {
+    EXPECT_EQ(4711U, fs::group_id("many"));
+    EXPECT_EQ(4712U, fs::group_id("few"));
+  }));
 }
 
 }  // namespace

@@ -11,9 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
 #include "fs/exception.h"
+#include "fs/identity.h"
 #include "support/recorded_log.h"
 #include "support/temporary_folder.h"
 #include "support/tree.h"

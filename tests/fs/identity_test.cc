@@ -1,3 +1,5 @@
+#include "fs/identity.h"
+
 #include <linux/capability.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -11,9 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "fs/accounts.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
-#include "fs/file_mask.h"
 #include "support/child_process.h"
 #include "support/recorded_log.h"
 
@@ -103,23 +102,66 @@ TEST(EffectiveUserGuard, LeavesTheEffectiveUserWhereItIsForTheUnchangedId) {
   EXPECT_EQ(0U, ::geteuid());
 }
 
-TEST(EffectiveUserGuard, EndsTheProcessWhereTheWayBackIsClosed) {
-  EXPECT_EXIT(
-      {
-        const fs::EffectiveUser user(USER);
-        if (::setresuid(USER, USER, USER) == -1) ::_exit(98);
-      },
-      ::testing::ExitedWithCode(2), "^ERROR: Could not restore effective uid 0: Operation not permitted\n$");
+TEST(EffectiveUserGuard, KeepsRealAndSavedUserSoThatTheOtherOneCannotSignal) {
+  const fs::EffectiveUser user(USER);
+  uid_t real = INVALID;
+  uid_t effective = INVALID;
+  uid_t saved = INVALID;
+  ASSERT_EQ(0, ::getresuid(&real, &effective, &saved));
+  EXPECT_EQ(0U, real);
+  EXPECT_EQ(USER, effective);
+  EXPECT_EQ(0U, saved);
 }
 
-TEST(EffectiveGroupGuard, EndsTheProcessWhereTheWayBackIsClosed) {
-  EXPECT_EXIT(
-      {
-        const fs::EffectiveGroup group(GROUP);
-        if (::setresgid(GROUP, GROUP, GROUP) == -1) ::_exit(98);
-        drop_capability(CAP_SETGID);
-      },
-      ::testing::ExitedWithCode(2), "^ERROR: Could not restore effective gid 0: Operation not permitted\n$");
+TEST(EffectiveUserGuard, EndsTheProcessWhenItCannotComeBack) {
+  const auto lose_the_way_back = [] {
+    const fs::EffectiveUser user(USER);
+    static_cast<void>(::setresuid(USER, USER, USER));
+  };
+  EXPECT_EXIT(lose_the_way_back(), testing::ExitedWithCode(2),
+              "^ERROR: Could not restore effective uid 0: Operation not permitted\n$");
+}
+
+TEST(EffectiveGroupGuard, EndsTheProcessWhenItCannotComeBack) {
+  const auto lose_the_way_back = [] {
+    const fs::EffectiveGroup group(GROUP);
+    static_cast<void>(::setresgid(GROUP, GROUP, GROUP));
+    static_cast<void>(::setresuid(USER, USER, USER));
+  };
+  EXPECT_EXIT(lose_the_way_back(), testing::ExitedWithCode(2),
+              "^ERROR: Could not restore effective gid 0: Operation not permitted\n$");
+}
+
+TEST(EffectiveGroupGuard, ComesBackUnderAnotherUserThatWasTakenMeanwhile) {
+  EXPECT_TRUE(passes_in_child([] {
+    {
+      const fs::EffectiveGroup group(GROUP);
+      fs::set_effective_user(USER);
+    }
+    EXPECT_EQ(0U, ::getegid());
+    EXPECT_EQ(USER, ::geteuid());
+  }));
+}
+
+TEST(BecomeSuperuser, OpensTheWayBackForAProgramStartedWithTheSetUserIdBit) {
+  EXPECT_TRUE(passes_in_child([] {
+    ASSERT_EQ(0, ::setresuid(USER, 0, 0));
+    fs::become_superuser();
+    {
+      const fs::EffectiveUser media(USER + 1);
+      EXPECT_EQ(USER + 1, ::geteuid());
+    }
+    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(0U, ::getuid());
+  }));
+}
+
+TEST(BecomeSuperuser, LeavesAnotherUserAsHeIs) {
+  EXPECT_TRUE(passes_in_child([] {
+    ASSERT_EQ(0, ::setresuid(USER, USER, USER));
+    fs::become_superuser();
+    EXPECT_EQ(USER, ::geteuid());
+  }));
 }
 
 TEST(EffectiveGroupGuard, SwitchesByIdAndComesBackToTheGroupItFound) {

@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "support/child_process.h"
 #include "support/recorded_log.h"
 #include "support/temporary_folder.h"

@@ -14,7 +14,7 @@
 #include "archive/metadata_entry.h"
 #include "archive/reader.h"
 #include "base/flags.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "support/captured_output.h"
 #include "support/device_accounts.h"
 #include "support/recorded_log.h"

@@ -10,8 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "base/flags.h"
-#include "fs/effective_group.h"
-#include "fs/effective_user.h"
+#include "fs/identity.h"
 #include "media/groups.h"
 #include "support/captured_output.h"
 #include "support/child_process.h"

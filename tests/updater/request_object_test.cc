@@ -13,7 +13,7 @@
 
 #include "fs/exception.h"
 #include "fs/file.h"
-#include "fs/file_mask.h"
+#include "fs/identity.h"
 #include "support/recorded_log.h"
 #include "updater/installer_folder.h"
 
