@@ -21,7 +21,7 @@ endfunction()
 harbix_unit_test(support_test SOURCES support/tree_test.cc)
 harbix_unit_test(platform_test
   SOURCES
-    platform/glob_test.cc platform/logger_test.cc platform/platform_test.cc platform/process_test.cc
+    platform/glob_test.cc platform/logger_test.cc platform/open_beneath_test.cc platform/platform_test.cc platform/process_test.cc
   LINKS harbix::platform)
 harbix_unit_test(base_test
   SOURCES base/constants_test.cc base/file_descriptor_test.cc base/log_test.cc
