@@ -24,28 +24,27 @@ harbix_unit_test(platform_test
     platform/glob_test.cc platform/logger_test.cc platform/open_beneath_test.cc platform/platform_test.cc platform/process_test.cc
   LINKS harbix::platform)
 harbix_unit_test(base_test
-  SOURCES base/constants_test.cc base/file_descriptor_test.cc base/log_test.cc
+  SOURCES base/constants_test.cc base/file_descriptor_test.cc base/log_test.cc base/report_test.cc
   LINKS harbix_recorded_log harbix::base)
 harbix_unit_test(fs_test
   SOURCES
-    fs/accounts_test.cc fs/exception_test.cc fs/file_test.cc fs/glob_test.cc fs/identity_test.cc fs/path_test.cc
-    fs/tree_test.cc fs/working_directory_test.cc
+    fs/accounts_test.cc fs/exception_test.cc fs/file_test.cc fs/folder_test.cc fs/glob_test.cc fs/identity_test.cc
+    fs/path_test.cc fs/tree_test.cc fs/walk_test.cc fs/working_directory_test.cc
   LINKS harbix_recorded_log harbix::fs)
 harbix_unit_test(archive_test
   SOURCES
-    archive/archivable_test.cc archive/archive_paths_test.cc archive/extraction_test.cc
-    archive/file_record_path_test.cc archive/file_record_test.cc archive/header_only_test.cc
-    archive/input_file_test.cc archive/item_error_test.cc archive/link_check_test.cc archive/manifest_test.cc
-    archive/manifest_visitors_test.cc archive/metadata_entry_test.cc archive/output_file_test.cc
+    archive/extraction_test.cc archive/file_record_path_test.cc archive/file_record_test.cc
+    archive/header_only_test.cc archive/input_file_test.cc archive/link_check_test.cc archive/manifest_test.cc
+    archive/metadata_entry_test.cc archive/output_file_test.cc archive/package_writer_test.cc
     archive/plain_header_test.cc archive/pps_object_test.cc archive/reader_damage_test.cc archive/reader_sections_test.cc
-    archive/reader_test.cc archive/source_test.cc archive/space_report_test.cc
-    archive/stream_test.cc archive/writer_test.cc
+    archive/reader_test.cc archive/source_test.cc archive/space_report_test.cc archive/stream_test.cc
+    archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
   LINKS harbix_recorded_log harbix::subscribers)
 harbix_unit_test(media_test
-  SOURCES media/library_test.cc media/package_test.cc media/skip_test_test.cc
+  SOURCES media/library_test.cc media/share_test.cc
   LINKS harbix_recorded_log harbix::media)
 harbix_unit_test(settings_test
   SOURCES
@@ -64,8 +63,7 @@ harbix_unit_test(app_test
     app/app_device.cc app/application_archive_test.cc app/application_group_test.cc
     app/application_package_test.cc app/backup_test.cc app/component_restore_test.cc
     app/home_screen_programs_test.cc app/home_screen_restore_test.cc app/ownership_test.cc
-    app/package_entries_test.cc app/package_extraction_test.cc app/package_items_test.cc
-    app/progress_lines_test.cc app/record_path_test.cc app/restore_test.cc app/selection_test.cc
+    app/package_entries_test.cc app/package_extraction_test.cc app/record_path_test.cc app/restore_test.cc app/selection_test.cc
   LINKS harbix_recorded_log harbix::app)
 harbix_unit_test(driver_test
   SOURCES

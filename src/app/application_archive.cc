@@ -1,19 +1,19 @@
 #include "app/application_archive.h"
 
-#include <algorithm>
-#include <iostream>
-#include <iterator>
+#include <string>
 #include <utility>
 
 #include "app/package_attributes.h"
-#include "app/package_items.h"
 #include "app/places.h"
-#include "app/progress_lines.h"
-#include "archive/item_error.h"
-#include "archive/metadata_entry.h"
+#include "archive/package_writer.h"
 #include "base/domains.h"
 #include "base/flags.h"
+#include "base/log.h"
 #include "base/places.h"
+#include "base/report.h"
+#include "fs/exception.h"
+#include "fs/folder.h"
+#include "fs/walk.h"
 #include "updater/actions.h"
 #include "updater/exception.h"
 
@@ -34,20 +34,43 @@ fs::Path data_folder(const RegisteredApplication& application) {
   return fs::Path(places::APPLICATION_DATA) / application.id;
 }
 
-PackageItems binary_items(const ArchiveWriter& writer, const RegisteredApplication& application) {
-  PackageItems items(writer);
-  items.add_tree(binary_folder(application));
-  return items;
+void announce(report::ProgressLines& progress, const fs::Path& path, const fs::Path& /*name*/) {
+  if (verbose) progress.add("Entry: ", path.text());
+  progress.add("Archive: ", path.text());
 }
 
-PackageItems data_items(const ArchiveWriter& writer, const RegisteredApplication& application) {
-  PackageItems items(writer);
-  const fs::Path folder = data_folder(application);
-  items.add(folder / places::DATA_FOLDER);
-  items.add(folder / places::LOG_FOLDER);
-  items.add(folder / places::TEMPORARY_FOLDER);
-  items.add_tree(folder / places::DATA_FOLDER);
-  return items;
+constexpr PackageStyle STYLE{
+    .record = status_record, .announce = announce, .write = write_object, .error_prefix = ""};
+
+/// Gathers an item, or a record of it where there is none.
+void collect(fs::Folder& folder, const fs::Path& path, PackageWriter& package) {
+  try {
+    package.add(folder.file(folder.relative(path)));
+  } catch (const fs::Exception& missing) {
+    diagnostics::line(5, "%s", missing.what());
+    package.add_missing(path);
+  }
+}
+
+/// Gathers everything below a folder. Nothing for a link to one: what it leads to is somebody else's.
+void collect_below(fs::Folder& folder, const fs::Path& path, PackageWriter& package) {
+  const fs::Path relative = folder.relative(path);
+  if (!folder.holds(relative) || !folder.file(relative).is_directory()) return;
+  fs::Walk walk(folder, relative, path);
+  while (const fs::WalkItem* item = walk.next()) {
+    if (item->failure) {
+      report::error(item->failure->what());
+    } else {
+      package.add(item->file);
+    }
+  }
+}
+
+void collect_data(fs::Folder& folder, const fs::Path& path, PackageWriter& package) {
+  collect(folder, path / places::DATA_FOLDER, package);
+  collect(folder, path / places::LOG_FOLDER, package);
+  collect(folder, path / places::TEMPORARY_FOLDER, package);
+  collect_below(folder, path / places::DATA_FOLDER, package);
 }
 
 meta::Manifest describe(const RegisteredApplication& application) {
@@ -56,74 +79,41 @@ meta::Manifest describe(const RegisteredApplication& application) {
           {package_attributes::DATA_DIRECTORY, data_folder(application).text()}};
 }
 
-struct Binaries {
-  PackageItems items;
-  std::string extras;  ///< what the installer needs to register the application again
-};
-
-Binaries collect_binaries(const ArchiveWriter& writer, const RegisteredApplication& application) {
-  if (verbose) std::cerr << "QUERY EXTRAS " << application.id << '\n';
+/// Gathers the installed application while the installer looks up what it needs to register it again.
+/// @return the installer's answer.
+std::string collect_binaries(fs::Folder& folder, const RegisteredApplication& application,
+                             PackageWriter& package) {
+  report::progress("QUERY EXTRAS ", application.id);
   updater::ActionQuery query(binary_folder(application).text());
   query.write_request();
-  // While the installer looks it up.
-  PackageItems items = binary_items(writer, application);
+  collect_below(folder, binary_folder(application), package);
   query.read_response();
   std::string extras = query.get_attribute("actual_extras");
-  if (verbose) std::cerr << "Extras: " << extras << '\n';
-  return {.items = std::move(items), .extras = std::move(extras)};
+  report::progress("Extras: ", extras);
+  return extras;
 }
-
-class PackageArchiver {
- public:
-  /// Entries are named `name` joined with their path relative to `base`.
-  PackageArchiver(ArchiveWriter& writer, fs::Path name, fs::Path base)
-      : writer_(writer), name_(std::move(name)), base_(std::move(base)) {}
-
-  void store(meta::Manifest manifest, PackageItems items) {
-    std::ranges::move(items.take_records(), std::back_inserter(manifest));
-    store_manifest(writer_, name_, METADATA_NAME, manifest);
-    // Not needed any more, and as large as the list of items.
-    manifest = meta::Manifest();
-    for (const fs::Path& path : items.paths()) {
-      tolerate_item_error([&] { archive_path(path); }, "");
-    }
-  }
-
- private:
-  void archive_path(const fs::Path& path) {
-    if (verbose) progress_.add("Entry: ", path.text());
-    progress_.add("Archive: ", path.text());
-    try {
-      writer_.write(opener_.open(path), name_ / path.relative_to(base_));
-    } catch (...) {
-      progress_.flush();  // the error is told of behind the path
-      throw;
-    }
-  }
-
-  ArchiveWriter& writer_;
-  SourceOpener opener_;
-  ProgressLines progress_;
-  fs::Path name_;
-  fs::Path base_;
-};
 
 fs::Path package_name(const RegisteredApplication& application, const char* kind) {
   return fs::Path(places::APPLICATION_PREFIX) / application.dir / kind;
 }
 
 void archive_binaries(ArchiveWriter& writer, const RegisteredApplication& application) {
-  Binaries binaries = collect_binaries(writer, application);
+  fs::Folder applications(places::APPLICATIONS);
+  PackageWriter package(writer, applications, STYLE);
+  std::string extras = collect_binaries(applications, application, package);
   meta::Manifest manifest = describe(application);
   // An attribute without a value would take the next line for its own.
-  if (!binaries.extras.empty()) manifest.push_back({package_attributes::EXTRAS, std::move(binaries.extras)});
-  PackageArchiver(writer, package_name(application, places::BINARY_KIND), binary_folder(application))
-      .store(std::move(manifest), std::move(binaries.items));
+  if (!extras.empty()) manifest.push_back({package_attributes::EXTRAS, std::move(extras)});
+  package.store(package_name(application, places::BINARY_KIND), binary_folder(application),
+                std::move(manifest));
 }
 
 void archive_data(ArchiveWriter& writer, const RegisteredApplication& application) {
-  PackageArchiver(writer, package_name(application, places::DATA_KIND), data_folder(application))
-      .store(describe(application), data_items(writer, application));
+  fs::Folder data(places::APPLICATION_DATA);
+  PackageWriter package(writer, data, STYLE);
+  collect_data(data, data_folder(application), package);
+  package.store(package_name(application, places::DATA_KIND), data_folder(application),
+                describe(application));
 }
 
 }  // namespace
@@ -133,14 +123,19 @@ void archive_application(ArchiveWriter& writer, const RegisteredApplication& app
   archive_data(writer, application);
 }
 
-void measure_application(const ArchiveWriter& writer, const RegisteredApplication& application,
+void measure_application(ArchiveWriter& writer, const RegisteredApplication& application,
                          SizeResult& result) {
-  if (!fs::exists(binary_folder(application))) {
+  fs::Folder applications(places::APPLICATIONS);
+  if (!applications.holds(fs::Path(application.id))) {
     if (!is_from_storefront(application)) return;
     throw updater::Exception("Invalid registered app:" + application.dir);
   }
-  if (is_from_storefront(application)) result.bytes += binary_items(writer, application).bytes();
-  result.bytes += data_items(writer, application).bytes();
+  fs::Folder data(places::APPLICATION_DATA);
+  PackageWriter binaries(writer, applications, STYLE);
+  PackageWriter kept(writer, data, STYLE);
+  if (is_from_storefront(application)) collect_below(applications, binary_folder(application), binaries);
+  collect_data(data, data_folder(application), kept);
+  result.bytes += binaries.bytes() + kept.bytes();
   ++result.files;
 }
 

@@ -15,7 +15,7 @@ void archive_application(ArchiveWriter& writer, const updater::RegisteredApplica
 /// Adds what those packages would hold, and one to the count. An application whose folder is missing does not
 /// count.
 /// @throws updater::Exception "Invalid registered app:PACKAGE" for such an application of the storefront.
-void measure_application(const ArchiveWriter& writer, const updater::RegisteredApplication& application,
+void measure_application(ArchiveWriter& writer, const updater::RegisteredApplication& application,
                          SizeResult& result);
 
 }  // namespace harbix

@@ -12,6 +12,7 @@
 #include "base/flags.h"
 #include "base/log.h"
 #include "base/places.h"
+#include "base/report.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 #include "updater/actions.h"
@@ -106,11 +107,13 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
     report_failed_exchange(target, error.what());
     return;
   }
-  // A package of no entries leaves nothing to own.
-  if (!fs::exists(target)) return;
+  fs::Folder applications(places::APPLICATIONS);
+  const fs::Path folder(package.app_directory());
+  // A package of no entries leaves nothing to own, and nothing but a folder is an application's.
+  if (!applications.holds(folder) || !applications.file(folder).is_directory()) return;
   const Ownership ownership{.user = owner_, .group = group, .mode = BINARY_MODE};
-  apply_ownership_recursively(ownership, target);
-  apply_ownership(ownership, fs::File(target));
+  apply_ownership_below(ownership, applications, folder);
+  apply_ownership(ownership, applications, folder);
 }
 
 void ApplicationRestore::restore_data(const ApplicationPackage& package) {
@@ -161,13 +164,15 @@ void ApplicationRestore::replace_data(const ApplicationPackage& package, gid_t g
     is_complete_ = false;
     return;
   }
-  if (!pretend && fs::exists(data)) {
-    if (verbose) std::cerr << "REMOVE_DIR " << data << '\n';
-    fs::remove_tree(fs::File(data));
+  fs::Folder all_data(places::APPLICATION_DATA);
+  const fs::Path folder = all_data.relative(data);
+  if (!pretend && all_data.holds(folder)) {
+    report::progress("REMOVE_DIR ", data);
+    fs::remove_tree(all_data, folder);
   }
   if (!extraction.extract(owner_, group)) is_complete_ = false;
-  if (!fs::exists(data) || !fs::File(data).is_directory()) return;
-  apply_ownership_recursively({.user = data_owner(group), .group = group, .mode = DATA_MODE}, data);
+  if (!all_data.holds(folder) || !all_data.file(folder).is_directory()) return;
+  apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, all_data, folder);
 }
 
 void ApplicationRestore::report_failed_exchange(const fs::Path& target, const char* reason) {

@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <iostream>
+#include <vector>
 
 #include "app/component_restore.h"
 #include "app/package_entries.h"
 #include "app/places.h"
 #include "archive/link_check.h"
 #include "archive/pps_object.h"
-#include "fs/glob.h"
+#include "fs/exception.h"
 #include "fs/tree.h"
+#include "fs/walk.h"
 
 namespace harbix {
 namespace {
@@ -68,19 +70,25 @@ class NavigatorObjects {
   PackageEntries entries_;
 };
 
-void remove_navigator_data(const fs::Path& folder) {
-  const fs::Path data = folder / places::DATA_FOLDER;
-  // The pattern would be followed through a link, to what is not the navigator's.
-  for (const fs::Path& path : {folder, data}) {
-    if (!fs::exists(path) || !fs::File(path).is_directory()) return;
+/// Empties the navigator's data folder, but for hidden names.
+void remove_navigator_data() {
+  fs::Folder all_data(places::APPLICATION_DATA);
+  const fs::Path data = fs::Path(places::NAVIGATOR) / places::DATA_FOLDER;
+  if (!all_data.holds(data) || !all_data.file(data).is_directory()) return;
+  std::vector<fs::Path> old;
+  fs::Walk walk(all_data, data, data);
+  while (const fs::WalkItem* item = walk.next()) {
+    walk.stay_out();
+    if (item->failure) throw fs::Exception(*item->failure);
+    if (!item->file.path().basename().text().starts_with('.')) old.push_back(item->file.path());
   }
-  for (const fs::Path& old : fs::list_by_glob(data)) fs::remove_tree(fs::File(old));
+  for (const fs::Path& item : old) fs::remove_tree(all_data, item);
 }
 
 void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
   const fs::Path folder = data_folder(places::NAVIGATOR);
   ComponentRestore component(reader, folder, user, NAVIGATOR_MASK);
-  remove_navigator_data(folder);
+  remove_navigator_data();
   std::cerr << "Navigator data removed\n";
   PackageEntries entries(reader, package.records(), package.name(), folder);
   for (std::size_t i = 0; i < package.records().size(); ++i) {

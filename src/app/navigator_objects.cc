@@ -1,34 +1,36 @@
 #include "app/navigator_objects.h"
 
-#include <iostream>
-#include <vector>
-
 #include "app/package_attributes.h"
 #include "app/places.h"
-#include "archive/file_record.h"
-#include "archive/item_error.h"
-#include "archive/metadata_entry.h"
+#include "archive/package_writer.h"
 #include "archive/pps_object.h"
-#include "base/flags.h"
+#include "base/places.h"
+#include "base/report.h"
 
 namespace harbix {
+namespace {
+
+meta::Attribute record(const fs::File& object) { return path_record(object.path()); }
+
+void announce(report::ProgressLines& /*progress*/, const fs::Path& path, const fs::Path& /*name*/) {
+  report::progress("Entry: ", path);
+}
+
+constexpr PackageStyle STYLE{.record = record, .announce = announce, .write = write_pps_object};
+
+}  // namespace
 
 void archive_navigator_objects(ArchiveWriter& writer) {
   const fs::Path name = fs::Path(places::APPLICATION_PREFIX) / places::NAVIGATOR / places::OBJECT_KIND;
-  meta::Manifest manifest{{package_attributes::PACKAGE, places::NAVIGATOR},
-                          {package_attributes::APP_DIRECTORY, places::NAVIGATOR},
-                          {package_attributes::DATA_DIRECTORY, places::NAVIGATOR}};
-  std::vector<fs::File> objects;
-  for (const char* path : places::NAVIGATOR_OBJECTS) {
-    if (!fs::exists(fs::Path(path))) continue;
-    objects.emplace_back(fs::Path(path));
-    manifest.push_back(path_record(objects.back().path()));
+  fs::Folder objects(places::PPS);
+  PackageWriter package(writer, objects, STYLE);
+  for (const fs::Path path : places::NAVIGATOR_OBJECTS) {
+    if (fs::exists(path)) package.add(fs::File(path));
   }
-  store_manifest(writer, name, METADATA_NAME, manifest);
-  for (const fs::File& object : objects) {
-    if (verbose) std::cerr << "Entry: " << object.path() << '\n';
-    tolerate_item_error([&] { store_pps_object(writer, object, name / object.path()); });
-  }
+  package.store(name, "/",
+                {{package_attributes::PACKAGE, places::NAVIGATOR},
+                 {package_attributes::APP_DIRECTORY, places::NAVIGATOR},
+                 {package_attributes::DATA_DIRECTORY, places::NAVIGATOR}});
 }
 
 }  // namespace harbix

@@ -1,58 +1,52 @@
 #include "app/ownership.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "base/flags.h"
+#include "base/file_descriptor.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/exception.h"
-#include "fs/tree.h"
+#include "fs/walk.h"
 
 namespace harbix {
 namespace {
 
 constexpr mode_t PERMISSIONS = 07777;
 
-/// In large pieces: standard error is not buffered, and an application can have a million files.
-void list_paths(std::span<const fs::File> files) {
-  constexpr std::size_t PIECE = std::size_t{64} << 10;
-  std::string text;
-  for (const fs::File& file : files) {
-    text += file.path().text();
-    text += '\n';
-    if (text.size() < PIECE) continue;
-    std::cerr << text;
-    text.clear();
-  }
-  std::cerr << text;
+/// Takes permissions away from the very object that is opened; nothing follows a link, waits for a fifo or
+/// changes another kind of object.
+/// @return 0, or the error number.
+int narrow_mode(const fs::Place& place, const struct ::stat& listed, mode_t allowed) {
+  if (!S_ISREG(listed.st_mode) && !S_ISDIR(listed.st_mode)) return 0;
+  if ((listed.st_mode & PERMISSIONS & ~allowed) == 0) return 0;
+  const base::FileDescriptor object(
+      ::openat(place.folder, place.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct ::stat found {};
+  if (!object || ::fstat(object.get(), &found) == -1) return errno;
+  if (found.st_dev != listed.st_dev || found.st_ino != listed.st_ino) return ENOENT;
+  return ::fchmod(object.get(), found.st_mode & PERMISSIONS & allowed) == -1 ? errno : 0;
 }
 
-}  // namespace
-
-void apply_ownership(const Ownership& ownership, const fs::File& file) {
+void apply(const Ownership& ownership, fs::Folder& folder, const fs::File& file) {
   const fs::Path& path = file.path();
-  if (const fs::Path name = path.basename(); name == fs::Path::current() || name == fs::Path::parent()) {
+  if (const fs::Path name = path.basename(); name == fs::Path::current() || name == fs::Path::parent())
     return;
-  }
-  if (verbose) {
-    std::cerr << "Applying ownership " << ownership.user << ':' << ownership.group << " to " << path << '\n';
-  }
-  const mode_t found = file.record().st_mode & PERMISSIONS;
-  const mode_t mode = found & ownership.mode;
-  if (!file.is_symbolic_link() && mode != found && ::chmod(path.c_str(), mode) == -1) {
-    const int error = errno;
+  report::progress("Applying ownership ", ownership.user, ':', ownership.group, " to ", path);
+  const fs::Path relative = folder.relative(path);
+  const fs::Place place = folder.place_of(relative);
+  if (const int error = narrow_mode(place, file.record(), ownership.mode); error != 0) {
     std::cerr << "ERROR applying permissions to " << path << " (" << std::strerror(error) << ")\n";
     throw fs::Exception(error, "Applying perms. to " + path.text());
   }
-  if (::lchown(path.c_str(), ownership.user, ownership.group) == -1) {
+  if (::fchownat(place.folder, place.name, ownership.user, ownership.group, AT_SYMLINK_NOFOLLOW) == -1) {
     const int error = errno;
     std::cerr << "ERROR applying ownership to " << path << " (" << std::strerror(error) << ")\n";
     diagnostics::line(0, "ERROR applying ownership to %s ('%s')", path.c_str(), std::strerror(error));
@@ -61,11 +55,25 @@ void apply_ownership(const Ownership& ownership, const fs::File& file) {
   }
 }
 
-void apply_ownership_recursively(const Ownership& ownership, const fs::Path& root) {
-  const std::vector<fs::File> files = fs::list_tree(root, fs::Descent::DEFERRED, fs::Tolerance::STRICT);
-  list_paths(files);
-  std::for_each(files.rbegin(), files.rend(),
-                [&ownership](const fs::File& file) { apply_ownership(ownership, file); });
+}  // namespace
+
+void apply_ownership(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative) {
+  apply(ownership, folder, folder.file(relative));
+}
+
+void apply_ownership_below(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative) {
+  std::vector<fs::File> files;
+  report::ProgressLines listed;
+  fs::Walk walk(folder, relative, folder.path() / relative);
+  while (const fs::WalkItem* item = walk.next()) {
+    if (item->failure) throw fs::Exception(*item->failure);
+    files.push_back(item->file);
+    listed.add("", item->file.path().text());
+  }
+  listed.flush();
+  for (auto file = files.rbegin(); file != files.rend(); ++file) {
+    apply(ownership, folder, *file);
+  }
 }
 
 }  // namespace harbix

@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include "fs/file.h"
+#include "fs/folder.h"
 
 namespace harbix {
 
@@ -13,15 +13,16 @@ struct Ownership {
   mode_t mode;  ///< permission bits that may stay
 };
 
-/// Gives a file to its owner. Its own permissions only ever lose bits; a link keeps its mode, and what it
-/// leads to is left alone. "." and ".." are never touched.
-/// @throws fs::Exception "Applying perms. to PATH" or "Applying exception to PATH", which are told of on
-/// standard error as well.
-void apply_ownership(const Ownership& ownership, const fs::File& file);
+/// Gives what lies at `relative` below `folder` to its owner. Its own permissions only ever lose bits; a link
+/// keeps its mode, and what it leads to is left alone, as is what another program puts in its place
+/// meanwhile.
+/// @throws fs::Exception "Applying perms. to PATH" or "Applying exception to PATH", which are reported on
+/// standard error as well; "Path '...' stat failed."
+void apply_ownership(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative);
 
-/// The same for everything below a folder, deepest first, but not for the folder itself. Lists what it found
-/// on standard error.
+/// The same for everything below what lies at `relative`, deepest first, but not for that folder itself.
+/// Lists what it found on standard error.
 /// @throws also fs::Exception when the folder cannot be listed.
-void apply_ownership_recursively(const Ownership& ownership, const fs::Path& root);
+void apply_ownership_below(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative);
 
 }  // namespace harbix

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "archive/source.h"
 #include "base/file_descriptor.h"
 #include "base/log.h"
 #include "fs/exception.h"
@@ -20,9 +21,15 @@ constexpr std::size_t LARGEST_TEXT = 32768;
 constexpr std::string_view NOT_PERSISTENT = "[n]";
 constexpr char DELETED = '-';
 
-std::string read_object(const fs::Path& path) {
-  const base::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!object) throw std::runtime_error("Error opening: " + path.text());
+base::FileDescriptor open_object(fs::Folder& folder, const fs::Path& path) {
+  const fs::Path relative = folder.relative(path);
+  const fs::Place place = folder.place_of(relative);
+  base::FileDescriptor object(::openat(place.folder, place.name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!object) throw unopened(path);
+  return object;
+}
+
+std::string read_object(const base::FileDescriptor& object) {
   std::string text(LARGEST_TEXT, '\0');
   ssize_t count = 0;
   do {
@@ -76,9 +83,12 @@ std::string persistent_lines(std::string_view text) {
   return kept;
 }
 
-void store_pps_object(ArchiveWriter& writer, const fs::File& object, const fs::Path& name) {
-  const std::string text = persistent_lines(read_object(object.path()));
-  struct ::stat record = object.record();
+void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item,
+                      const fs::Path& name) {
+  const base::FileDescriptor object = open_object(folder, item.path);
+  struct ::stat record {};
+  if (::fstat(object.get(), &record) == -1) throw unopened(item.path);
+  const std::string text = persistent_lines(read_object(object));
   record.st_size = static_cast<off_t>(text.size());
   writer.write_text(name, record, text);
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "archive/package_writer.h"
 #include "archive/reader.h"
 #include "archive/writer.h"
 
@@ -12,10 +13,11 @@ namespace harbix {
 /// or '-' (deleted). Ends at the first NUL, as the object's own text does.
 [[nodiscard]] std::string persistent_lines(std::string_view text);
 
-/// Stores what one read of a PPS object gives, at most 32,768 bytes, as an entry of this name.
-/// @throws std::runtime_error "Error opening: PATH"; fs::Exception "Error reading pps object"; ArchiveError
-/// when the archive cannot be written any further.
-void store_pps_object(ArchiveWriter& writer, const fs::File& object, const fs::Path& name);
+/// For PackageStyle: stores what one read of a PPS object gives, at most 32,768 bytes.
+/// @throws std::runtime_error "Error opening: PATH"; fs::Exception "Error reading pps object" or "Path '...'
+/// stat failed."; ArchiveError when the archive cannot be written any further.
+void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item,
+                      const fs::Path& name);
 
 /// Publishes the text of the current entry in the object at `path`, which must exist.
 /// @throws fs::Exception "restore_pps failed" when it cannot be opened, or takes less than it is given;

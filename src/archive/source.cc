@@ -6,7 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <stdexcept>
 #include <utility>
 
 #include "fs/exception.h"
@@ -14,59 +13,56 @@
 namespace harbix {
 namespace {
 
-[[noreturn]] void throw_unopened(const fs::Path& path) {
-  throw std::runtime_error("Error opening: " + path.text());
+fs::Place place_of(fs::Folder& folder, const fs::Path& path, const fs::Path& relative) try {
+  return folder.place_of(relative);
+} catch (const fs::Exception&) {
+  throw unopened(path);
 }
 
-std::string read_link_at(int folder, const char* name, const fs::Path& path) {
+std::string read_link_at(const fs::Place& place, const fs::Path& path) {
   std::array<char, PATH_MAX> target{};
-  const ssize_t length = ::readlinkat(folder, name, target.data(), target.size());
-  if (length == -1) throw_unopened(path);
+  const ssize_t length = ::readlinkat(place.folder, place.name, target.data(), target.size());
+  if (length == -1) throw unopened(path);
   return {target.data(), static_cast<std::size_t>(length)};
 }
 
-Source open_link_at(int folder, const char* name, const fs::Path& path) {
+Source open_link_at(const fs::Place& place, const fs::Path& path) {
   struct ::stat record {};
-  if (::fstatat(folder, name, &record, AT_SYMLINK_NOFOLLOW) == -1) throw_unopened(path);
-  return {.file = fs::File(path, record), .contents = {}, .link_target = read_link_at(folder, name, path)};
+  if (fs::look_up(place, record) == -1) throw unopened(path);
+  return {.file = fs::File(path, record), .contents = {}, .link_target = read_link_at(place, path)};
 }
 
-/// Opens what is called `name` in a folder; `path` is what it is called elsewhere.
-Source open_at(int folder, const char* name, const fs::Path& path) {
+Source open_at(const fs::Place& place, const fs::Path& path) {
   // Not blocking: a fifo may have taken the place of what was listed.
   base::FileDescriptor descriptor(
-      ::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+      ::openat(place.folder, place.name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (!descriptor) {
-    if (errno == ELOOP) return open_link_at(folder, name, path);
-    throw_unopened(path);
+    if (errno == ELOOP) return open_link_at(place, path);
+    throw unopened(path);
   }
   struct ::stat record {};
-  if (::fstat(descriptor.get(), &record) == -1) throw_unopened(path);
+  if (::fstat(descriptor.get(), &record) == -1) throw unopened(path);
   if (S_ISREG(record.st_mode)) {
     return {.file = fs::File(path, record), .contents = std::move(descriptor), .link_target = {}};
   }
   if (S_ISDIR(record.st_mode)) return {.file = fs::File(path, record), .contents = {}, .link_target = {}};
-  throw_unopened(path);
+  throw unopened(path);
 }
 
 }  // namespace
 
-std::string read_link(const fs::Path& path) { return read_link_at(AT_FDCWD, path.c_str(), path); }
-
-Source open_source(const fs::Path& path) { return open_at(AT_FDCWD, path.c_str(), path); }
-
-Source SourceOpener::open(const fs::Path& path) {
-  const std::optional<std::size_t> separator = path.last_separator();
-  if (!separator || *separator == 0) return open_source(path);
-  const std::string_view folder = std::string_view(path.text()).substr(0, *separator);
-  if (!descriptor_ || folder != folder_) enter(std::string(folder), path);
-  return open_at(descriptor_.get(), path.c_str() + *separator + 1, path);
+std::runtime_error unopened(const fs::Path& path) {
+  return std::runtime_error("Error opening: " + path.text());
 }
 
-void SourceOpener::enter(std::string folder, const fs::Path& path) {
-  descriptor_ = base::FileDescriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor_) throw_unopened(path);
-  folder_ = std::move(folder);
+Source open_source(fs::Folder& folder, const fs::Path& path) {
+  const fs::Path relative = folder.relative(path);
+  return open_at(place_of(folder, path, relative), path);
+}
+
+std::string read_link(fs::Folder& folder, const fs::Path& path) {
+  const fs::Path relative = folder.relative(path);
+  return read_link_at(place_of(folder, path, relative), path);
 }
 
 }  // namespace harbix

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 
 #include "base/file_descriptor.h"
 #include "fs/file.h"
+#include "fs/folder.h"
 
 namespace harbix {
 
@@ -14,29 +16,17 @@ struct Source {
   std::string link_target;        ///< of a symbolic link
 };
 
-/// Opens a plain file, directory or symbolic link, following no link in the last component. The status is
-/// that of the very object that was opened: whatever has happened since it was listed, header and contents
-/// agree.
+/// Opens the plain file, directory or symbolic link `path`, which lies below `folder`; a relative path counts
+/// from there. Follows no link. The status is that of the very object that was opened: whatever has happened
+/// since it was listed, header and contents agree.
 /// @throws std::runtime_error "Error opening: PATH", for objects of other kinds as well.
-[[nodiscard]] Source open_source(const fs::Path& path);
+[[nodiscard]] Source open_source(fs::Folder& folder, const fs::Path& path);
 
-/// Opens many objects, one after the other, as open_source does. Those of one folder are looked up in there:
-/// for small files, the way to them is a large part of the work. Lives no longer than the working directory
-/// is the same.
-class SourceOpener {
- public:
-  /// @throws as open_source does.
-  [[nodiscard]] Source open(const fs::Path& path);
-
- private:
-  void enter(std::string folder, const fs::Path& path);
-
-  std::string folder_;
-  base::FileDescriptor descriptor_;  ///< of that folder
-};
-
-/// What a symbolic link points to.
+/// What a symbolic link below `folder` points to.
 /// @throws std::runtime_error "Error opening: PATH"
-[[nodiscard]] std::string read_link(const fs::Path& path);
+[[nodiscard]] std::string read_link(fs::Folder& folder, const fs::Path& path);
+
+/// The error "Error opening: PATH" of an object that cannot be archived.
+[[nodiscard]] std::runtime_error unopened(const fs::Path& path);
 
 }  // namespace harbix

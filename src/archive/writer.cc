@@ -47,9 +47,9 @@ void ArchiveWriter::write(const Source& source, const fs::Path& name) {
   finish_entry();
 }
 
-void ArchiveWriter::write_header_only(const fs::File& file, const fs::Path& name) {
-  const std::string target = file.is_symbolic_link() ? read_link(file.path()) : "";
-  write_header(file.record(), name, file.is_symbolic_link() ? target.c_str() : nullptr);
+void ArchiveWriter::write_header_only(const fs::File& file, const std::string& link_target,
+                                      const fs::Path& name) {
+  write_header(file.record(), name, file.is_symbolic_link() ? link_target.c_str() : nullptr);
   finish_entry();
 }
 

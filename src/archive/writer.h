@@ -34,10 +34,10 @@ class ArchiveWriter {
   /// the archive cannot be written any further.
   void write(const Source& source, const fs::Path& name);
 
-  /// Writes the header of one object alone; zeros stand for its contents. For archives that are only
-  /// measured.
+  /// Writes the header of one object alone; zeros stand for its contents. `link_target` is that of a symbolic
+  /// link. For archives that are only measured.
   /// @throws as write does.
-  void write_header_only(const fs::File& file, const fs::Path& name);
+  void write_header_only(const fs::File& file, const std::string& link_target, const fs::Path& name);
 
   /// Writes an entry whose content is `text`; the size in `record` must be that of the text.
   /// @throws as write does.

@@ -139,6 +139,11 @@ Path operator/(Path base, std::string_view component) {
   return base;
 }
 
+Path operator/(Path base, const char* component) {
+  base /= component;
+  return base;
+}
+
 Path operator/(Path base, const Path& component) {
   base /= component;
   return base;

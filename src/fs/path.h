@@ -19,7 +19,7 @@ class Path {
   Path() = default;
   explicit Path(std::string text) : text_(std::move(text)) {}
   explicit Path(std::string_view text) : text_(text) {}
-  explicit Path(const char* text) : text_(text) {}
+  Path(const char* text) : text_(text) {}
 
   [[nodiscard]] const std::string& text() const noexcept { return text_; }
   [[nodiscard]] const char* c_str() const noexcept { return text_.c_str(); }
@@ -28,6 +28,7 @@ class Path {
   /// Appends one component with one '/' between: "a" and "b" give "a/b", as do "a/" and "/b".
   /// An empty path and "b" give "/b": callers build rooted names from nothing.
   Path& operator/=(std::string_view component);
+  Path& operator/=(const char* component) { return *this /= std::string_view(component); }
   Path& operator/=(const Path& component) { return *this /= std::string_view(component.text_); }
 
   /// Removes every leading "./": "././a" becomes "a".
@@ -83,6 +84,7 @@ class Path {
 };
 
 [[nodiscard]] Path operator/(Path base, std::string_view component);
+[[nodiscard]] Path operator/(Path base, const char* component);
 [[nodiscard]] Path operator/(Path base, const Path& component);
 
 inline std::ostream& operator<<(std::ostream& stream, const Path& path) { return stream << path.text(); }

@@ -1,140 +1,118 @@
 #include "fs/tree.h"
 
-#include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <memory>
-#include <optional>
-#include <string_view>
+#include <cstring>
+#include <map>
+#include <span>
+#include <string>
 #include <utility>
 
 #include "base/log.h"
-#include "platform/directory.h"
+#include "fs/exception.h"
+#include "fs/walk.h"
+#include "platform/path_manager.h"
 
 namespace fs {
 namespace {
 
-struct DirectoryCloser {
-  // A directory that was only read has nothing left to report.
-  void operator()(::DIR* directory) const noexcept { ::closedir(directory); }
-};
-using DirectoryHandle = std::unique_ptr<::DIR, DirectoryCloser>;
-
-DirectoryHandle open_directory(const Path& path) {
-  DirectoryHandle directory(::opendir(path.c_str()));
-  // Only saves status calls where the platform can; what it answers changes nothing here.
-  if (directory != nullptr) platform::dircntl(directory.get(), platform::D_SETFLAG, platform::D_FLAG_STAT);
-  return directory;
-}
-
-bool is_dot_name(std::string_view name) { return name == "." || name == ".."; }
-
-class Walk {
- public:
-  Walk(Descent descent, TreeVisitor& visitor) : descent_(descent), visitor_(visitor) {}
-
-  void visit_below(const Path& path) {
-    std::vector<Path> deferred;
-    if (const DirectoryHandle directory = open_directory(path)) {
-      while (const std::optional<File> item = next_entry(directory.get(), path)) visit(*item, deferred);
-    } else {
-      const int error = errno;
-      visitor_.unreachable(path, Exception(error, "Directory '" + path.text() + "' could not be opened."));
-    }
-    // The directory is closed by now: a deferred descent into a deep tree needs no more descriptors than a
-    // flat one.
-    for (const Path& next : deferred) visit_below(next);
-  }
-
- private:
-  void visit(const File& item, std::vector<Path>& deferred) {
-    visitor_(item);
-    if (!item.is_directory() || !visitor_.enters(item)) return;
-    if (descent_ == Descent::DEFERRED) {
-      deferred.push_back(item.path());
-    } else {
-      visit_below(item.path());
-    }
-  }
-
-  /// The next entry whose status can be taken, or nothing at the end of the directory.
-  std::optional<File> next_entry(::DIR* directory, const Path& path) {
-    for (;;) {
-      errno = 0;
-      const ::dirent* entry = ::readdir(directory);
-      if (entry == nullptr) {
-        if (const int error = errno; error != 0) {
-          visitor_.unreachable(path, Exception(error, "Directory '" + path.text() + "' could not be read."));
-        }
-        return std::nullopt;
-      }
-      if (is_dot_name(entry->d_name)) continue;
-      Path item = path / std::string_view(entry->d_name);
-      struct ::stat record {};
-      if (::fstatat(::dirfd(directory), entry->d_name, &record, AT_SYMLINK_NOFOLLOW) == 0) {
-        return File(std::move(item), record);
-      }
-      const int error = errno;
-      if (error != ENOENT)
-        visitor_.unreachable(item, Exception(error, "Path '" + item.text() + "' stat failed."));
-    }
-  }
-
-  Descent descent_;
-  TreeVisitor& visitor_;
-};
-
-class Listing : public TreeVisitor {
- public:
-  explicit Listing(Tolerance tolerance) : tolerance_(tolerance) {}
-
-  void operator()(const File& item) override {
-    if (accepts(item)) files_.push_back(item);
-  }
-
-  bool enters(const File& directory) override { return accepts(directory); }
-
-  void unreachable(const Path& /*path*/, const Exception& reason) override {
-    if (tolerance_ == Tolerance::STRICT) throw Exception(reason);
-  }
-
-  std::vector<File> take() { return std::move(files_); }
-
- private:
-  [[nodiscard]] bool accepts(const File& item) const {
-    return tolerance_ == Tolerance::STRICT || item.allows(READ | WRITE);
-  }
-
-  Tolerance tolerance_;
-  std::vector<File> files_;
-};
-
-void remove_one(const File& item) {
-  if (item.is_directory()) {
-    static_cast<void>(item.rmdir());  // logged there; what holds this directory then fails as well
-  } else {
-    item.unlink();
+/// Appends the items of one folder, each followed by what is inside it. `folders` are the lists of all
+/// folders, by their paths.
+void append_in_place(const std::map<std::string, std::span<const File>>& folders, const std::string& folder,
+                     std::vector<File>& files) {
+  const auto items = folders.find(folder);
+  if (items == folders.end()) return;
+  for (const File& item : items->second) {
+    files.push_back(item);
+    if (item.is_directory()) append_in_place(folders, item.path().text(), files);
   }
 }
 
-void remove_directory(const File& directory) {
-  const std::vector<File> tree = list_tree(directory.path(), Descent::DEFERRED, Tolerance::STRICT);
+/// A walk gives the items of one folder in one piece.
+std::vector<File> with_immediate_descent(const std::vector<File>& deferred, const Path& directory) {
+  std::map<std::string, std::span<const File>> folders;
+  const std::span<const File> all(deferred);
+  for (std::size_t begin = 0; begin < all.size();) {
+    const Path folder = all[begin].path().dirname();
+    std::size_t end = begin + 1;
+    while (end < all.size() && all[end].path().dirname() == folder) ++end;
+    folders.emplace(begin == 0 ? directory.text() : folder.text(), all.subspan(begin, end - begin));
+    begin = end;
+  }
+  std::vector<File> files;
+  files.reserve(deferred.size());
+  append_in_place(folders, directory.text(), files);
+  return files;
+}
+
+std::vector<File> list_below(Folder& folder, const Path& start, const Path& shown, Tolerance tolerance) {
+  std::vector<File> files;
+  Walk walk(folder, start, shown);
+  while (const WalkItem* item = walk.next()) {
+    if (item->failure) {
+      if (tolerance == Tolerance::STRICT) throw Exception(*item->failure);
+    } else if (tolerance == Tolerance::STRICT || item->file.allows(READ | WRITE)) {
+      files.push_back(item->file);
+    } else {
+      walk.stay_out();
+    }
+  }
+  return files;
+}
+
+void remove_listed(Folder& folder, const Path& relative) {
+  const File top = folder.file(relative);
+  std::vector<File> items;
+  if (top.is_directory()) items = list_below(folder, relative, top.path(), Tolerance::STRICT);
+  items.insert(items.begin(), top);
   // A directory stands before its contents in the list, so going backwards empties it before its own removal.
-  for (auto item = tree.rbegin(); item != tree.rend(); ++item) remove_one(*item);
-  remove_one(directory);
+  // One that stays is logged, and then so is the one that holds it.
+  for (auto item = items.rbegin(); item != items.rend(); ++item) {
+    const Path item_relative = folder.relative(item->path());
+    static_cast<void>(remove_at(folder.place_of(item_relative), item->is_directory(), item->path()));
+  }
+}
+
+/// The folder that holds `path`.
+Path parent_of(const Path& path) {
+  if (!path.last_separator()) return Path::current();
+  const Path parent = path.dirname();
+  return parent.empty() ? Path("/") : parent;
 }
 
 }  // namespace
 
-void walk(const Path& directory, Descent descent, TreeVisitor& visitor) {
-  Walk(descent, visitor).visit_below(directory);
+std::vector<File> list_tree(const Path& directory, Descent descent, Tolerance tolerance) try {
+  Folder folder(directory);
+  std::vector<File> files = list_below(folder, Path(), directory, tolerance);
+  return descent == Descent::DEFERRED ? files : with_immediate_descent(files, directory);
+} catch (const Exception&) {
+  if (tolerance == Tolerance::STRICT) throw;
+  return {};
 }
 
-std::vector<File> list_tree(const Path& directory, Descent descent, Tolerance tolerance) {
-  Listing listing(tolerance);
-  walk(directory, descent, listing);
-  return listing.take();
+int remove_at(const Place& place, bool is_directory, const Path& path) noexcept {
+  if (::unlinkat(place.folder, place.name, is_directory ? AT_REMOVEDIR : 0) == 0) return 0;
+  const int error = errno;
+  struct ::stat record {};
+  const bool is_link = !is_directory && look_up(place, record) == 0 && S_ISLNK(record.st_mode);
+  // A link may live in the path manager instead of on disk, where the system's call does not see it.
+  if (is_link && platform::pathmgr_unlink(path.c_str()) == 0) return 0;
+  diagnostics::line(1, is_directory ? "Failed to rmdir '%s' (%s)" : "Failed to unlink '%s' (%s)",
+                    path.c_str(), std::strerror(error));
+  errno = error;
+  return -1;
+}
+
+void remove_tree(Folder& folder, const Path& relative) {
+  try {
+    remove_listed(folder, relative);
+  } catch (const Exception& failure) {
+    diagnostics::line(1, "Errors encountered while unlinking '%s' (%s)", (folder.path() / relative).c_str(),
+                      failure.what());
+  }
 }
 
 void remove_tree(const File& file) {
@@ -143,7 +121,8 @@ void remove_tree(const File& file) {
     return;
   }
   try {
-    remove_directory(file);
+    Folder parent(parent_of(file.path()));
+    remove_tree(parent, file.path().basename());
   } catch (const Exception& failure) {
     diagnostics::line(1, "Errors encountered while unlinking '%s' (%s)", file.path().c_str(), failure.what());
   }

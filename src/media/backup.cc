@@ -1,64 +1,89 @@
 #include "media/backup.h"
 
 #include <exception>
-#include <iostream>
 
+#include "archive/package_writer.h"
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/exception.h"
 #include "fs/glob.h"
 #include "fs/identity.h"
+#include "fs/walk.h"
 #include "fs/working_directory.h"
-#include "media/groups.h"
 #include "media/library.h"
-#include "media/package.h"
-#include "media/places.h"
-#include "media/skip_test.h"
+#include "media/share.h"
 
 namespace harbix {
 namespace {
 
 constexpr mode_t ARCHIVING_MASK = 0117;
+constexpr PackageStyle STYLE{.record = plain_record, .announce = announce_with_name, .write = write_object};
 
-void require_stands_in(const fs::Path& wanted) {
-  fs::require_working_directory(wanted, "Could not change working directory cwd: " +
-                                            fs::current_directory().text() + " wanted: " + wanted.text());
-}
-
-/// The names directly below the working directory, hidden ones left out.
-std::vector<fs::Path> top_level_names() {
-  std::vector<fs::Path> names = fs::glob(fs::Path("*"));
+/// The names directly below a share, hidden ones left out.
+std::vector<fs::Path> top_level_names(const fs::Path& share) {
+  const fs::WorkingDirectory directory(share);
+  fs::require_working_directory(share, "Could not change working directory cwd: " +
+                                           fs::current_directory().text() + " wanted: " + share.text());
+  std::vector<fs::Path> names = fs::glob("*");
   diagnostics::line(3, "Current dir: %s", fs::current_directory().c_str());
   return names;
 }
 
 /// The status of a top-level item; nothing, with a line in the log, when it cannot be had.
-std::optional<fs::File> reach(const fs::Path& name) {
-  try {
-    return fs::File(name);
-  } catch (const fs::Exception&) {
-    diagnostics::line(4, "Can not access: '%s'", name.c_str());
-    return std::nullopt;
+std::optional<fs::File> reach(fs::Folder& share, const fs::Path& name) {
+  struct ::stat record {};
+  if (fs::look_up(share.place_of(name), record) == 0) return fs::File(name, record);
+  diagnostics::line(4, "Can not access: '%s'", name.c_str());
+  return std::nullopt;
+}
+
+/// Gathers a top-level folder of the shared media: each item below it is judged by itself.
+void collect_media(fs::Folder& share, const fs::File& folder, PackageWriter& package) {
+  package.add(folder);
+  fs::Walk walk(share, folder.path(), folder.path());
+  while (const fs::WalkItem* item = walk.next()) {
+    if (item->failure) {
+      report_unreadable(item->file.path());
+      continue;
+    }
+    if (!is_skipped(item->file)) package.add(item->file);
+    if (!item->file.allows(fs::READ)) walk.stay_out();
   }
 }
 
-void report_items(const MediaPackage& package) {
+/// Gathers a top-level item of the dtm share with everything below it.
+void collect_dtm(fs::Folder& share, const fs::File& top, PackageWriter& package) {
+  package.add(top);
+  if (!top.is_directory()) return;
+  fs::Walk walk(share, top.path(), top.path());
+  while (const fs::WalkItem* item = walk.next()) {
+    if (item->failure) {
+      report_unreadable(item->file.path());
+    } else {
+      package.add(item->file);
+    }
+  }
+}
+
+void report_items(const PackageWriter& package) {
   if (!verbose) return;
-  for (const fs::Path& path : package.paths()) {
-    diagnostics::line(3, "Item: %s", path.c_str());
-    std::cerr << "Item: " << path << '\n';
+  for (const PackageItem& item : package.items()) {
+    diagnostics::line(3, "Item: %s", item.path.c_str());
+    report::progress("Item: ", item.path);
   }
 }
 
-void handle_media_folder(const fs::File& folder, ArchiveWriter& writer, bool size_only, SizeResult& result) {
-  MediaPackage package(folder, writer);
-  package.collect_media();
+void handle_media_folder(fs::Folder& share, const fs::File& folder, ArchiveWriter& writer, bool size_only,
+                         SizeResult& result) {
+  PackageWriter package(writer, share, STYLE);
+  collect_media(share, folder, package);
   const fs::EffectiveUser superuser(fs::SUPERUSER);
   const fs::FileMask mask(ARCHIVING_MASK);
   if (!size_only) {
-    package.store(writer, fs::Path(places::MEDIA_PREFIX));
+    package.store(fs::Path(places::MEDIA_PREFIX) / folder.path(), folder.path());
     return;
   }
   const SizeResult estimate = package.estimate();
@@ -68,16 +93,15 @@ void handle_media_folder(const fs::File& folder, ArchiveWriter& writer, bool siz
 }
 
 void handle_shared_media(ArchiveWriter& writer, bool size_only, SizeResult& result) {
-  const fs::Path shared(places::SHARED);
-  const fs::WorkingDirectory directory(shared);
-  require_stands_in(shared);
-  const std::vector<fs::Path> names = top_level_names();
+  const fs::Path path(places::SHARED);
+  const std::vector<fs::Path> names = top_level_names(path);
+  fs::Folder share(path);
   const fs::EffectiveGroup group(media_groups().shared);
   const fs::EffectiveUser user{std::string(domains::MEDIA_USER)};
   for (const fs::Path& name : names) {
-    const std::optional<fs::File> item = reach(name);
+    const std::optional<fs::File> item = reach(share, name);
     if (!item || is_skipped(*item) || !item->is_directory()) continue;
-    handle_media_folder(*item, writer, size_only, result);
+    handle_media_folder(share, *item, writer, size_only, result);
   }
 }
 
@@ -85,15 +109,15 @@ void archive_dtm_share(ArchiveWriter& writer) {
   diagnostics::line(2, "archiving dtm share");
   const fs::EffectiveGroup group(fs::group_id(domains::SYSTEM_GROUP));
   const fs::EffectiveUser user(fs::SUPERUSER);
-  const fs::Path share(places::DTM_SHARE);
-  const fs::WorkingDirectory directory(share);
-  require_stands_in(share);
-  for (const fs::Path& name : top_level_names()) {
-    const std::optional<fs::File> item = reach(name);
+  const fs::Path path(places::DTM_SHARE);
+  const std::vector<fs::Path> names = top_level_names(path);
+  fs::Folder share(path);
+  for (const fs::Path& name : names) {
+    const std::optional<fs::File> item = reach(share, name);
     if (!item || item->is_symbolic_link()) continue;
-    MediaPackage package(*item, writer);
-    package.collect_dtm_share();
-    if (!package.empty()) package.store(writer, fs::Path(places::DTM_PREFIX));
+    PackageWriter package(writer, share, STYLE);
+    collect_dtm(share, *item, package);
+    if (!package.items().empty()) package.store(fs::Path(places::DTM_PREFIX) / name, name);
   }
 }
 
@@ -103,7 +127,7 @@ int harbix_media(ArchiveWriter& writer, bool size_only, SizeResult& result) {
   diagnostics::line(3, "archiving media sizeonly is %s", size_only ? "true" : "false");
   try {
     if (size_only) {
-      if (const std::optional<SizeResult> known = query_library(fs::Path(places::MEDIA_LIBRARY))) {
+      if (const std::optional<SizeResult> known = query_library(places::MEDIA_LIBRARY)) {
         result = *known;
         return 0;
       }
@@ -112,8 +136,7 @@ int harbix_media(ArchiveWriter& writer, bool size_only, SizeResult& result) {
     if (!size_only) archive_dtm_share(writer);
     return 0;
   } catch (const std::exception& error) {
-    std::cerr << "Error: " << error.what() << '\n';
-    diagnostics::line(0, "ERROR: %s", error.what());
+    report::error(error.what());
     return 1;
   }
 }

@@ -13,9 +13,8 @@
 #include "fs/accounts.h"
 #include "fs/exception.h"
 #include "fs/identity.h"
-#include "media/groups.h"
-#include "media/places.h"
 #include "media/restore_area.h"
+#include "media/share.h"
 #include "media/wipe.h"
 
 namespace harbix {
@@ -30,12 +29,13 @@ void report(const char* text) {
 
 void wipe(const ArchiveReader& reader) {
   diagnostics::line(4, "harbix_media_wipe");
-  const fs::Path shared(places::SHARED);
-  const fs::WorkingDirectory directory(shared);
-  fs::require_working_directory(shared, "Could not change working directory to " + shared.text());
+  const fs::Path path(places::SHARED);
+  const fs::WorkingDirectory directory(path);
+  fs::require_working_directory(path, "Could not change working directory to " + path.text());
+  fs::Folder share(path);
   const fs::EffectiveGroup group(media_groups().shared);
   const fs::EffectiveUser user{std::string(domains::MEDIA_USER)};
-  wipe_shared_media(reader);
+  wipe_shared_media(share, reader);
 }
 
 class MediaRestore {

@@ -1,107 +1,74 @@
 #include "media/wipe.h"
 
-#include <exception>
 #include <vector>
 
 #include "base/log.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
-#include "fs/working_directory.h"
-#include "media/skip_test.h"
+#include "fs/walk.h"
+#include "media/share.h"
 
 namespace harbix {
 namespace {
 
-bool is_dot_name(const fs::Path& name) { return name == fs::Path::current() || name == fs::Path::parent(); }
+void report_skipped(const fs::Path& path) { diagnostics::line(1, "Skipped '%s'", path.c_str()); }
 
-/// Removes what it meets, files at once and directories when finish() is called, deepest first.
-class UnlinkItem : public fs::TreeVisitor {
- public:
-  explicit UnlinkItem(const ArchiveReader& reader) : reader_(reader) {}
+bool is_kept(const fs::File& item, const ArchiveReader& reader) {
+  // The archive may be the owner's only copy.
+  return is_skipped(item) || reader.is_input(item);
+}
 
-  void operator()(const fs::File& item) override {
-    diagnostics::line(3, "Unlinking '%s'", item.path().c_str());
-    if (is_kept(item)) {
+/// Removes what is below a top-level folder: files as they are met, folders at the end, the deepest first.
+void empty(fs::Folder& share, const fs::File& top, const ArchiveReader& reader) {
+  std::vector<fs::Path> folders;
+  fs::Walk walk(share, share.relative(top.path()), top.path());
+  while (const fs::WalkItem* item = walk.next()) {
+    const fs::Path& path = item->file.path();
+    if (item->failure) {
+      // A top-level file cannot be entered, and stays.
+      if (path == top.path()) throw fs::Exception(*item->failure);
+      report_skipped(path);
+      continue;
+    }
+    diagnostics::line(3, "Unlinking '%s'", path.c_str());
+    if (is_kept(item->file, reader)) {
       diagnostics::line(3, "skip");
-    } else if (item.is_directory()) {
-      // Not now: what is inside goes first.
-      directories_.push_back(item);
+      walk.stay_out();
+    } else if (item->file.is_directory()) {
+      folders.push_back(path);
     } else {
-      item.unlink();
+      static_cast<void>(fs::remove_at(walk.place(), false, path));  // logged there
     }
   }
-
-  bool enters(const fs::File& directory) override {
-    return !directories_.empty() && directories_.back().path() == directory.path();
+  for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+    const fs::Path relative = share.relative(*folder);
+    if (fs::remove_at(share.place_of(relative), true, *folder) != 0) report_skipped(*folder);
   }
-
-  void unreachable(const fs::Path& path, const fs::Exception& /*reason*/) override { report_skipped(path); }
-
-  void finish() {
-    for (auto directory = directories_.rbegin(); directory != directories_.rend(); ++directory) {
-      if (directory->rmdir() != 0) report_skipped(directory->path());
-    }
-  }
-
- private:
-  [[nodiscard]] bool is_kept(const fs::File& item) const {
-    // The archive may be the owner's only copy.
-    return is_dot_name(item.path().basename()) || is_skipped(item) || reader_.is_input(item);
-  }
-
-  static void report_skipped(const fs::Path& path) { diagnostics::line(1, "Skipped '%s'", path.c_str()); }
-
-  const ArchiveReader& reader_;
-  std::vector<fs::File> directories_;
-};
-
-/// Empties each top-level item of the shared media.
-class UnlinkContent : public fs::TreeVisitor {
- public:
-  explicit UnlinkContent(const ArchiveReader& reader) : reader_(reader) {}
-
-  void operator()(const fs::File& item) override {
-    diagnostics::line(3, "Unlinking content of '%s'", item.path().c_str());
-    if (is_dot_name(item.path().basename()) || is_skipped(item)) {
-      diagnostics::line(3, "skip");
-      return;
-    }
-    try {
-      empty(item);
-    } catch (const std::exception&) {
-      report(item.path());
-    }
-  }
-
-  bool enters(const fs::File& /*directory*/) override { return false; }
-
-  void unreachable(const fs::Path& path, const fs::Exception& reason) override {
-    if (path == fs::Path::current()) throw fs::Exception(reason);
-    report(path);
-  }
-
- private:
-  static void report(const fs::Path& path) {
-    diagnostics::line(1, "Error while unlinking content: %s", path.c_str());
-  }
-
-  void empty(const fs::File& folder) {
-    const fs::Path absolute = fs::current_directory() / fs::Path(folder.path()).strip_leading_dots();
-    const fs::WorkingDirectory directory(absolute);
-    fs::require_working_directory(absolute, "Could not change working directory to " + absolute.text());
-    UnlinkItem visitor(reader_);
-    fs::walk(fs::Path::current(), fs::Descent::DEFERRED, visitor);
-    visitor.finish();
-  }
-
-  const ArchiveReader& reader_;
-};
+}
 
 }  // namespace
 
-void wipe_shared_media(const ArchiveReader& reader) {
-  UnlinkContent visitor(reader);
-  fs::walk(fs::Path::current(), fs::Descent::IMMEDIATE, visitor);
+void wipe_shared_media(fs::Folder& share, const ArchiveReader& reader) {
+  fs::Walk walk(share, {}, share.path());
+  while (const fs::WalkItem* item = walk.next()) {
+    walk.stay_out();
+    const fs::Path& path = item->file.path();
+    if (item->failure) {
+      if (path == share.path()) throw fs::Exception(*item->failure);
+      diagnostics::line(1, "Error while unlinking content: %s", path.c_str());
+      continue;
+    }
+    diagnostics::line(3, "Unlinking content of '%s'", path.c_str());
+    if (is_skipped(item->file)) {
+      diagnostics::line(3, "skip");
+      continue;
+    }
+    try {
+      empty(share, item->file, reader);
+    } catch (const fs::Exception&) {
+      diagnostics::line(1, "Error while unlinking content: %s", path.c_str());
+    }
+  }
 }
 
 }  // namespace harbix

@@ -1,16 +1,12 @@
 #include "settings/backup.h"
 
-#include <iostream>
-#include <vector>
-
-#include "archive/archivable.h"
-#include "archive/file_record.h"
-#include "archive/item_error.h"
-#include "archive/metadata_entry.h"
+#include "archive/package_writer.h"
 #include "archive/pps_object.h"
-#include "base/flags.h"
+#include "archive/source.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/exception.h"
+#include "fs/folder.h"
 #include "fs/working_directory.h"
 #include "platform/streams.h"
 #include "settings/path_list.h"
@@ -22,46 +18,35 @@
 namespace harbix {
 namespace {
 
-/// The paths that exist and that an archive can hold, in order.
-std::vector<fs::File> kept_items(const ArchiveWriter& writer) {
-  std::vector<fs::File> items;
-  for (fs::Path& path : settings_path_list()) {
+void announce(report::ProgressLines& /*progress*/, const fs::Path& path, const fs::Path& /*name*/) {
+  report::progress("Archive: ", path);
+}
+
+void write_setting(ArchiveWriter& writer, fs::Folder& root, const PackageItem& item, const fs::Path& name) {
+  (is_pps_path(item.path) ? write_pps_object : write_object)(writer, root, item, name);
+}
+
+void write_header(ArchiveWriter& writer, fs::Folder& root, const PackageItem& item, const fs::Path& name) {
+  const fs::File file = root.file(root.relative(item.path));
+  writer.write_header_only(file, file.is_symbolic_link() ? read_link(root, item.path) : "", name);
+}
+
+constexpr PackageStyle STORED{.record = plain_record, .announce = announce, .write = write_setting};
+constexpr PackageStyle MEASURED{.record = plain_record, .announce = announce, .write = write_header};
+
+void archive_settings(ArchiveWriter& writer, bool size_only, SizeResult& result) {
+  const fs::WorkingDirectory directory{fs::Path(places::ROOT)};
+  fs::Folder root(places::ROOT);
+  PackageWriter package(writer, root, size_only ? MEASURED : STORED);
+  for (const fs::Path& path : settings_path_list()) {
     try {
-      fs::File item(std::move(path));
-      if (is_archivable(item, writer)) items.push_back(std::move(item));
+      package.add(root.file(root.relative(path)));
     } catch (const fs::Exception& gone) {
       diagnostics::line(5, "%s", gone.what());
     }
   }
-  return items;
-}
-
-void archive_item(ArchiveWriter& writer, const fs::File& item, bool size_only) {
-  const fs::Path name = fs::Path(places::SETTINGS_PREFIX) / item.path();
-  if (verbose) std::cerr << "Archive: " << item.path() << '\n';
-  if (size_only) {
-    writer.write_header_only(item, name);
-  } else if (is_pps_path(item.path())) {
-    store_pps_object(writer, item, name);
-  } else {
-    writer.write(open_source(item.path()), name);
-  }
-}
-
-void archive_items(ArchiveWriter& writer, const std::vector<fs::File>& items, bool size_only) {
-  for (const fs::File& item : items) {
-    tolerate_item_error([&] { archive_item(writer, item, size_only); });
-  }
-}
-
-void archive_settings(ArchiveWriter& writer, bool size_only, SizeResult& result) {
-  const fs::WorkingDirectory root{fs::Path(places::ROOT)};
-  const std::vector<fs::File> items = kept_items(writer);
-  meta::Manifest manifest;
-  for (const fs::File& item : items) manifest.push_back(plain_record(item));
-  store_manifest(writer, fs::Path(places::SETTINGS_PREFIX), METADATA_NAME, manifest);
-  archive_items(writer, items, size_only);
-  result.files += static_cast<std::int32_t>(items.size());
+  result.files += static_cast<std::int32_t>(package.items().size());
+  package.store(places::SETTINGS_PREFIX, places::ROOT);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "base/flags.h"
 #include "base/log.h"
 #include "fs/tree.h"
+#include "fs/walk.h"
 #include "fs/working_directory.h"
 #include "settings/places.h"
 #include "settings/script_lists.h"
@@ -32,25 +33,6 @@ bool is_excluded(const fs::Path& path, const std::vector<fs::Path>& blacklist) {
   return object && (object->is_directory() || object->is_symbolic_link());
 }
 
-/// Appends what a whitelisted folder holds.
-class FolderCollector : public fs::TreeVisitor {
- public:
-  FolderCollector(const std::vector<fs::Path>& blacklist, std::vector<fs::Path>& paths)
-      : blacklist_(blacklist), paths_(paths) {}
-
-  void operator()(const fs::File& item) override {
-    if (!is_blacklisted(item.path(), blacklist_) && !is_control_object(item.path()))
-      paths_.push_back(item.path());
-  }
-  void unreachable(const fs::Path& path, const fs::Exception& /*reason*/) override {
-    diagnostics::line(1, "can't access: '%s'; skipping.", path.c_str());
-  }
-
- private:
-  const std::vector<fs::Path>& blacklist_;
-  std::vector<fs::Path>& paths_;
-};
-
 void append_live_objects(const std::vector<fs::Path>& blacklist, std::vector<fs::Path>& paths) {
   std::vector<fs::File> stored;
   {
@@ -65,13 +47,27 @@ void append_live_objects(const std::vector<fs::Path>& blacklist, std::vector<fs:
   }
 }
 
+/// Appends what a whitelisted folder holds.
+void append_below(const fs::Path& path, const std::vector<fs::Path>& blacklist,
+                  std::vector<fs::Path>& paths) {
+  fs::Folder root(places::ROOT);
+  fs::Walk walk(root, root.relative(path), path);
+  while (const fs::WalkItem* item = walk.next()) {
+    const fs::Path& found = item->file.path();
+    if (item->failure) {
+      diagnostics::line(1, "can't access: '%s'; skipping.", found.c_str());
+    } else if (!is_blacklisted(found, blacklist) && !is_control_object(found)) {
+      paths.push_back(found);
+    }
+  }
+}
+
 void append_whitelisted(const fs::Path& path, const std::vector<fs::Path>& blacklist,
                         std::vector<fs::Path>& paths) {
   const std::optional<fs::File> item = find(path);
   if (!item) return;
   if (item->is_directory()) {
-    FolderCollector collector(blacklist, paths);
-    fs::walk(path, fs::Descent::DEFERRED, collector);
+    append_below(path, blacklist, paths);
   } else if (!is_control_object(path)) {
     paths.push_back(path);
   }

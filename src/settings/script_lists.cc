@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "base/flags.h"
-#include "fs/tree.h"
+#include "fs/walk.h"
 #include "subscribers/subscriber_manager.h"
 
 namespace harbix {
@@ -26,22 +26,20 @@ struct PipeCloser {
 };
 using Pipe = std::unique_ptr<std::FILE, PipeCloser>;
 
-/// Gathers the scripts directly in a folder.
-class ScriptCollector : public fs::TreeVisitor {
- public:
-  void operator()(const fs::File& item) override {
-    if (!item.is_directory()) scripts_.push_back(item.path());
+/// What lies directly in the scripts' folder; a missing one means no scripts.
+std::vector<fs::Path> script_paths() {
+  std::vector<fs::Path> scripts;
+  const fs::Path& path = SubscriberManager::FSSETTINGSSCRIPTROOT;
+  if (!fs::exists(path)) return scripts;
+  fs::Folder folder(path);
+  fs::Walk walk(folder, {}, path);
+  while (const fs::WalkItem* item = walk.next()) {
+    walk.stay_out();
+    if (item->failure) throw fs::Exception(*item->failure);
+    if (!item->file.is_directory()) scripts.push_back(item->file.path());
   }
-  bool enters(const fs::File& /*directory*/) override { return false; }
-  void unreachable(const fs::Path& /*path*/, const fs::Exception& reason) override {
-    if (reason.error() != ENOENT) throw fs::Exception(reason);
-  }
-
-  [[nodiscard]] const std::vector<fs::Path>& scripts() const { return scripts_; }
-
- private:
-  std::vector<fs::Path> scripts_;
-};
+  return scripts;
+}
 
 std::string_view without_newline(std::string_view line) {
   if (line.ends_with('\n')) line.remove_suffix(1);
@@ -79,9 +77,7 @@ void run_script(const fs::Path& script, const std::string& tag, std::vector<fs::
 }
 
 void run_scripts(const std::string& tag, std::vector<fs::Path>& paths) {
-  ScriptCollector collector;
-  fs::walk(SubscriberManager::FSSETTINGSSCRIPTROOT, fs::Descent::IMMEDIATE, collector);
-  for (const fs::Path& script : collector.scripts()) run_script(script, tag, paths);
+  for (const fs::Path& script : script_paths()) run_script(script, tag, paths);
 }
 
 }  // namespace

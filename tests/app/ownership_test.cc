@@ -20,10 +20,9 @@
 
 namespace {
 
-using fs::File;
 using fs::Path;
 using harbix::apply_ownership;
-using harbix::apply_ownership_recursively;
+using harbix::apply_ownership_below;
 using harbix::Ownership;
 using test::CapturedOutput;
 using test::dir;
@@ -68,6 +67,7 @@ class OwnershipTest : public ::testing::Test {
  protected:
   [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
   test::TemporaryFolder folder_;
+  fs::Folder root_{Path(folder_.path())};
 };
 
 TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
@@ -80,8 +80,8 @@ TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
     for (const Ownership& ownership : {BINARIES, DATA}) {
       const mode_t after = ownership.mode == BINARIES.mode ? row.binaries : row.data;
       Tree{file("f", "", row.before), dir("d", {}, row.before)}.build(folder_.path());
-      apply_ownership(ownership, File(Path(path("f"))));
-      apply_ownership(ownership, File(Path(path("d"))));
+      apply_ownership(ownership, root_, "f");
+      apply_ownership(ownership, root_, "d");
       EXPECT_TRUE((
           Tree{file("f", "", after).owned_by(USER, GROUP), dir("d", {}, after).owned_by(USER, GROUP)}.matches(
               folder_.path())))
@@ -94,8 +94,8 @@ TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
 
 TEST_F(OwnershipTest, OfALinkIsItsOwnAndNotThatOfItsTarget) {
   Tree{file("f", "", 0777), link("l", "f"), link("dangling", "nowhere")}.build(folder_.path());
-  apply_ownership(DATA, File(Path(path("l"))));
-  apply_ownership(DATA, File(Path(path("dangling"))));
+  apply_ownership(DATA, root_, "l");
+  apply_ownership(DATA, root_, "dangling");
   EXPECT_TRUE((Tree{file("f", "", 0777).owned_by(0, 0), link("l", "f").owned_by(USER, GROUP),
                     link("dangling", "nowhere").owned_by(USER, GROUP)}
                    .matches(folder_.path())));
@@ -103,7 +103,7 @@ TEST_F(OwnershipTest, OfALinkIsItsOwnAndNotThatOfItsTarget) {
 
 TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
   Tree{dir("d", {}, 0777)}.build(folder_.path());
-  for (const char* name : {"d/.", "d/.."}) apply_ownership(DATA, File(Path(path(name))));
+  for (const char* name : {"d/."}) apply_ownership(DATA, root_, name);
   EXPECT_TRUE((Tree{dir("d", {}, 0777).owned_by(0, 0)}.matches(folder_.path())));
   struct ::stat record {};
   ASSERT_EQ(0, ::stat(folder_.path().c_str(), &record));
@@ -111,8 +111,8 @@ TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
   // Names that only begin like them are names.
   Tree{file("..."), file("..x")}.build(folder_.path());
   for (const char* name : {"...", "..x"}) {
-    apply_ownership(DATA, File(Path(path(name))));
-    EXPECT_EQ(USER, File(Path(path(name))).record().st_uid) << name;
+    apply_ownership(DATA, root_, name);
+    EXPECT_EQ(USER, root_.file(name).record().st_uid) << name;
   }
 }
 
@@ -120,41 +120,58 @@ TEST_F(OwnershipTest, IsToldOfWhenVerbose) {
   EXPECT_TRUE(test::passes_in_child([this] {
     Tree{file("f")}.build(folder_.path());
     const CapturedOutput errors(STDERR_FILENO);
-    apply_ownership(DATA, File(Path(path("f"))));
+    apply_ownership(DATA, root_, "f");
     EXPECT_EQ("", errors.text());
     harbix::verbose = true;
-    apply_ownership(DATA, File(Path(path("f"))));
-    apply_ownership(DATA, File(Path(path("."))));
+    apply_ownership(DATA, root_, "f");
+    apply_ownership(DATA, root_, ".");
     EXPECT_EQ("Applying ownership 1234:5678 to " + path("f") + "\n", errors.text());
   }));
 }
 
 TEST_F(OwnershipTest, FailsWherePermissionsCannotBeSet) {
-  const test::RecordedLog log;
-  const CapturedOutput errors(STDERR_FILENO);
-  struct ::stat record {};
-  record.st_mode = S_IFREG | 0777;
-  EXPECT_EQ("Applying perms. to " + path("gone") + " [errno:2 'No such file or directory']", failure_of([&] {
-              apply_ownership(DATA, {Path(path("gone")), record});
-            }));
-  EXPECT_EQ("ERROR applying permissions to " + path("gone") + " (No such file or directory)\n",
-            errors.text());
-  EXPECT_TRUE(log.messages().empty());
+  EXPECT_TRUE(test::passes_in_child([this] {
+    Tree{file("theirs", "", 0777)}.build(folder_.path());
+    const fs::EffectiveUser user(NOBODY);
+    const test::RecordedLog log;
+    const CapturedOutput errors(STDERR_FILENO);
+    EXPECT_EQ("Applying perms. to " + path("theirs") + " [errno:1 'Operation not permitted']",
+              failure_of([&] { apply_ownership(DATA, root_, "theirs"); }));
+    EXPECT_EQ("ERROR applying permissions to " + path("theirs") + " (Operation not permitted)\n",
+              errors.text());
+    EXPECT_TRUE(log.messages().empty());
+  }));
 }
 
 TEST_F(OwnershipTest, FailsWhereTheOwnerCannotBeSet) {
-  const test::RecordedLog log;
-  const CapturedOutput errors(STDERR_FILENO);
-  struct ::stat record {};
-  record.st_mode = S_IFLNK | 0777;
-  EXPECT_EQ("Applying exception to " + path("gone") + " [errno:2 'No such file or directory']",
-            failure_of([&] {
-              apply_ownership(DATA, {Path(path("gone")), record});
-            }));
-  EXPECT_EQ("ERROR applying ownership to " + path("gone") + " (No such file or directory)\n", errors.text());
-  EXPECT_EQ((std::vector<std::string>{"2 ERROR applying ownership to " + path("gone") +
-                                      " ('No such file or directory')"}),
-            log.messages());
+  EXPECT_TRUE(test::passes_in_child([this] {
+    Tree{link("theirs", "nowhere")}.build(folder_.path());
+    const fs::EffectiveUser user(NOBODY);
+    const test::RecordedLog log;
+    const CapturedOutput errors(STDERR_FILENO);
+    EXPECT_EQ("Applying exception to " + path("theirs") + " [errno:1 'Operation not permitted']",
+              failure_of([&] { apply_ownership(DATA, root_, "theirs"); }));
+    EXPECT_EQ("ERROR applying ownership to " + path("theirs") + " (Operation not permitted)\n",
+              errors.text());
+    EXPECT_EQ((std::vector<std::string>{"2 ERROR applying ownership to " + path("theirs") +
+                                        " ('Operation not permitted')"}),
+              log.messages());
+  }));
+}
+
+TEST_F(OwnershipTest, GoesToNothingThatIsReachedThroughALink) {
+  Tree{dir("app", {link("folder", "../others")}), dir("others", {file("secret", "", 0666)})}.build(
+      folder_.path());
+  EXPECT_NE("", failure_of([this] { apply_ownership(DATA, root_, "app/folder/secret"); }));
+  EXPECT_NE("", failure_of([this] { apply_ownership_below(DATA, root_, "app/folder"); }));
+  EXPECT_TRUE((Tree{dir("app", {link("folder", "../others")}),
+                    dir("others", {file("secret", "", 0666).owned_by(0, 0)})}
+                   .matches(folder_.path())));
+}
+
+TEST_F(OwnershipTest, FailsForWhatIsGone) {
+  EXPECT_EQ("Path '" + path("gone") + "' stat failed. [errno:2 'No such file or directory']",
+            failure_of([this] { apply_ownership(DATA, root_, "gone"); }));
 }
 
 TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
@@ -162,7 +179,7 @@ TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
        dir("out", {file("g", "", 0777)}, 0777)}
       .build(folder_.path());
   const CapturedOutput errors(STDERR_FILENO);
-  apply_ownership_recursively(DATA, Path(path("d")));
+  apply_ownership_below(DATA, root_, "d");
   EXPECT_TRUE((Tree{
       dir("d",
           {file("f", "", 0770).owned_by(USER, GROUP),
@@ -183,7 +200,7 @@ TEST_F(OwnershipTest, GoesThroughATreeFromItsDeepestEnd) {
     Tree{dir("a", {dir("b", {dir("c", {file("d")})}), file("e")}), file("f")}.build(folder_.path());
     harbix::verbose = true;
     const CapturedOutput errors(STDERR_FILENO);
-    apply_ownership_recursively(DATA, Path(folder_.path()));
+    apply_ownership_below(DATA, root_, "");
     const std::vector<std::string> lines = lines_of(errors.text());
     ASSERT_EQ(12U, lines.size()) << errors.text();
     // The list comes first, and is then gone through from its end.
@@ -204,7 +221,7 @@ TEST_F(OwnershipTest, ListsATreeOfManyFilesInFull) {
     test::write_file(names.back(), "");
   }
   const CapturedOutput errors(STDERR_FILENO);
-  apply_ownership_recursively(DATA, Path(folder_.path()));
+  apply_ownership_below(DATA, root_, "");
   EXPECT_EQ(sorted(names), sorted(lines_of(errors.text())));
 }
 
@@ -215,7 +232,7 @@ TEST_F(OwnershipTest, StopsAtTheFirstFailureAndKeepsWhatIsDone) {
     const CapturedOutput errors(STDERR_FILENO);
     const Ownership ownership{.user = NOBODY, .group = 0, .mode = 0700};
     EXPECT_EQ("Applying perms. to " + path("a") + " [errno:1 'Operation not permitted']",
-              failure_of([&] { apply_ownership_recursively(ownership, Path(folder_.path())); }));
+              failure_of([&] { apply_ownership_below(ownership, root_, ""); }));
     EXPECT_TRUE((Tree{dir("a", {file("mine", "", 0700)}, 0777).owned_by(0, 0)}.matches(folder_.path())));
   }));
 }
@@ -223,7 +240,7 @@ TEST_F(OwnershipTest, StopsAtTheFirstFailureAndKeepsWhatIsDone) {
 TEST_F(OwnershipTest, NeedsATreeThatCanBeListed) {
   const CapturedOutput errors(STDERR_FILENO);
   EXPECT_EQ("Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']",
-            failure_of([this] { apply_ownership_recursively(DATA, Path(path("gone"))); }));
+            failure_of([this] { apply_ownership_below(DATA, root_, "gone"); }));
   EXPECT_EQ("", errors.text());
 }
 

@@ -29,7 +29,8 @@ class Writer : public harbix::ArchiveWriter {
   explicit Writer(const std::string& name) : ArchiveWriter(ARCHIVE_FORMAT_TAR, 0, name) {}
   /// Archives an object of the disk.
   void add(const std::string& path, const std::string& name) {
-    write(harbix::open_source(fs::Path(path)), fs::Path(name));
+    fs::Folder root("/");
+    write(harbix::open_source(root, fs::Path(path)), fs::Path(name));
   }
 };
 

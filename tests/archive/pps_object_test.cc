@@ -89,11 +89,15 @@ TEST(PersistentLines, StayAsTheyAreTheSecondTime) {
 
 class PpsObject : public ::testing::Test {
  protected:
+  static void store(Writer& writer, const std::string& path) {
+    fs::Folder root("/");
+    harbix::write_pps_object(writer, root, {.path = Path(path), .device = 0, .inode = 0}, "/settings/pps/x");
+  }
   /// Stores an object with this text and tells what the archive holds of it.
   std::string stored(const std::string& text) {
     test::write_file(object_, text);
     Writer writer(archive_);
-    harbix::store_pps_object(writer, File(Path(object_)), Path("/settings/pps/x"));
+    store(writer, object_);
     writer.close();
     Reader reader(archive_);
     const std::optional<harbix::EntryView> entry = reader.next_header();
@@ -160,7 +164,7 @@ TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
   ASSERT_EQ(0, ::chown(object_.c_str(), 4001, 4002));
   const File object{Path(object_)};
   Writer writer(archive_);
-  harbix::store_pps_object(writer, object, Path("/settings/pps/x"));
+  store(writer, object_);
   writer.close();
   Reader reader(archive_);
   const std::optional<harbix::EntryView> entry = reader.next_header();
@@ -176,17 +180,13 @@ TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
 
 TEST_F(PpsObject, ThatCannotBeReadLeavesNoEntry) {
   test::write_file(object_, "a::1\n");
-  const File object{Path(object_)};
-  const File directory{Path(folder_.path())};
   std::filesystem::remove(object_);
   const long before = open_descriptors();
   {
     Writer writer(archive_);
-    const Path name("/settings/pps/x");
-    EXPECT_EQ("Error opening: " + object_,
-              message_of<std::runtime_error>([&] { harbix::store_pps_object(writer, object, name); }));
+    EXPECT_EQ("Error opening: " + object_, message_of<std::runtime_error>([&] { store(writer, object_); }));
     EXPECT_EQ("Error reading pps object [errno:21 'Is a directory']",
-              message_of<fs::Exception>([&] { harbix::store_pps_object(writer, directory, name); }));
+              message_of<fs::Exception>([&] { store(writer, folder_.path()); }));
     writer.close();
   }
   EXPECT_EQ(before, open_descriptors());
@@ -195,11 +195,9 @@ TEST_F(PpsObject, ThatCannotBeReadLeavesNoEntry) {
 
 TEST_F(PpsObject, ThatTheArchiveHasNoRoomForIsAnErrorOfTheArchive) {
   test::write_file(object_, std::string(LARGEST_TEXT, 'x'));
-  const File object{Path(object_)};
   Writer writer("/dev/full");
   EXPECT_EQ("Archive error: ", message_of<harbix::ArchiveError>([&] {
-                                 for (int i = 0; i < 100; ++i)
-                                   harbix::store_pps_object(writer, object, Path("/settings/pps/x"));
+                                 for (int i = 0; i < 100; ++i) store(writer, object_);
                                }).substr(0, 15));
 }
 

@@ -28,14 +28,19 @@ using test::message_of;
 using test::TemporaryFolder;
 using test::Tree;
 
+harbix::Source opened(const Path& path) {
+  fs::Folder root("/");
+  return harbix::open_source(root, path);
+}
+
 std::string refusal(const std::string& path) {
-  return message_of<std::runtime_error>([&path] { static_cast<void>(harbix::open_source(Path(path))); });
+  return message_of<std::runtime_error>([&path] { static_cast<void>(opened(Path(path))); });
 }
 
 TEST(Source, OfAPlainFileHoldsItsContents) {
   const TemporaryFolder folder;
   Tree{file("f", "12345", 0600)}.build(folder.path());
-  const harbix::Source source = harbix::open_source(Path(folder / "f"));
+  const harbix::Source source = opened(Path(folder / "f"));
   EXPECT_EQ(folder / "f", source.file.path().text());
   EXPECT_EQ(5, source.file.record().st_size);
   EXPECT_TRUE(source.contents);
@@ -44,7 +49,7 @@ TEST(Source, OfAPlainFileHoldsItsContents) {
 
 TEST(Source, OfAFolderHasNoContents) {
   const TemporaryFolder folder;
-  const harbix::Source source = harbix::open_source(Path(folder.path()));
+  const harbix::Source source = opened(Path(folder.path()));
   EXPECT_TRUE(source.file.is_directory());
   EXPECT_FALSE(source.contents);
 }
@@ -61,7 +66,7 @@ TEST(Source, OfALinkIsItsTargetWithoutFollowingIt) {
   };
   for (const Row& row :
        {Row{"dangling", "no\xFFwhere"}, Row{"to_dir", "d"}, Row{"loop", "loop"}, Row{"long", long_target}}) {
-    const harbix::Source source = harbix::open_source(Path(folder / row.name));
+    const harbix::Source source = opened(Path(folder / row.name));
     EXPECT_TRUE(source.file.is_symbolic_link()) << row.name;
     EXPECT_EQ(row.target, source.link_target);
     EXPECT_FALSE(source.contents);
@@ -96,33 +101,50 @@ TEST(Source, DescribesWhatWasOpenedNotWhatWasListed) {
   Tree{file("f", "12")}.build(folder.path());
   const fs::File listed(Path(folder / "f"));
   test::write_file(folder / "f", "12345");
-  EXPECT_EQ(5, harbix::open_source(listed.path()).file.record().st_size);
+  EXPECT_EQ(5, opened(listed.path()).file.record().st_size);
 }
 
-TEST(SourceOpenerTest, OpensWhatLiesInSeveralFolders) {
+TEST(Source, IsFoundInSeveralFoldersBelowOne) {
   const TemporaryFolder folder;
-  Tree{dir("a"), file("a/f", "12345"), file("a/g", "1"), link("a/l", "f"), dir("b"), file("b/f", "123")}
-      .build(folder.path());
-  harbix::SourceOpener opener;
-  EXPECT_EQ(5, opener.open(Path(folder / "a/f")).file.record().st_size);
-  EXPECT_EQ(3, opener.open(Path(folder / "b/f")).file.record().st_size);
-  EXPECT_EQ(1, opener.open(Path(folder / "a/g")).file.record().st_size);
-  const harbix::Source link = opener.open(Path(folder / "a/l"));
+  Tree{dir("a", {file("f", "12345"), file("g", "1"), link("l", "f")}), dir("b", {file("f", "123")})}.build(
+      folder.path());
+  fs::Folder root{Path(folder.path())};
+  const auto size_of = [&](const Path& path) {
+    return harbix::open_source(root, path).file.record().st_size;
+  };
+  EXPECT_EQ(5, size_of("a/f"));
+  EXPECT_EQ(3, size_of("b/f"));
+  EXPECT_EQ(1, size_of(Path(folder / "a/g")));
+  const harbix::Source link = harbix::open_source(root, "a/l");
   EXPECT_EQ("f", link.link_target);
   EXPECT_TRUE(link.file.is_symbolic_link());
-  EXPECT_EQ(folder / "a/l", link.file.path().text());
-  EXPECT_TRUE(opener.open(Path(folder / "a")).file.is_directory());
-  EXPECT_TRUE(opener.open(Path("/")).file.is_directory());
+  EXPECT_EQ("a/l", link.file.path().text());
+  EXPECT_EQ("f", harbix::read_link(root, "a/l"));
+  EXPECT_TRUE(harbix::open_source(root, "a").file.is_directory());
 }
 
-TEST(SourceOpenerTest, NamesWhatItCannotOpenAndGoesOn) {
+TEST(Source, ThatCannotBeOpenedIsNamedAndTheNextOneIs) {
   const TemporaryFolder folder;
-  Tree{dir("a"), file("a/f", "12345")}.build(folder.path());
-  harbix::SourceOpener opener;
+  Tree{dir("a", {file("f", "12345")})}.build(folder.path());
+  fs::Folder root{Path(folder.path())};
   for (const char* path : {"none/f", "a/none", "a/f/below"}) {
-    EXPECT_EQ("Error opening: " + (folder / path),
-              message_of<std::runtime_error>([&] { static_cast<void>(opener.open(Path(folder / path))); }));
-    EXPECT_EQ(5, opener.open(Path(folder / "a/f")).file.record().st_size);
+    const std::string message = std::string("Error opening: ") + path;
+    EXPECT_EQ(message,
+              message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }));
+    EXPECT_EQ(message,
+              message_of<std::runtime_error>([&] { static_cast<void>(harbix::read_link(root, path)); }));
+    EXPECT_EQ(5, harbix::open_source(root, "a/f").file.record().st_size);
+  }
+}
+
+TEST(Source, IsNotReachedThroughALink) {
+  const TemporaryFolder folder;
+  Tree{dir("app", {link("folder", "../others"), link("root", "/")}), dir("others", {file("secret", "text")})}
+      .build(folder.path());
+  fs::Folder root{Path(folder.path())};
+  for (const char* path : {"app/folder/secret", "app/root/etc/passwd", "app/../others/secret"}) {
+    EXPECT_EQ(std::string("Error opening: ") + path,
+              message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }));
   }
 }
 

@@ -26,7 +26,6 @@ namespace {
 
 using fs::Path;
 using harbix::ArchiveError;
-using harbix::open_source;
 using harbix::Source;
 using test::CapturedOutput;
 using test::dir;
@@ -59,6 +58,7 @@ class ArchiveWriterTest : public ::testing::Test {
   }
 
   TemporaryFolder folder_;
+  fs::Folder root_{Path(folder_.path())};
   std::string archive_ = folder_ / "a.tar";
   Utf8Names names_;
 };
@@ -216,7 +216,7 @@ class ChangingFile : public ArchiveWriterTest {
     test::write_file(folder_ / "f", before);
     test::write_file(folder_ / "next", "behind");
     Writer writer(archive_);
-    const Source source = open_source(Path(folder_ / "f"));
+    const Source source = harbix::open_source(root_, Path(folder_ / "f"));
     test::write_file(folder_ / "f", after);
     writer.write(source, Path("/media/f"));
     writer.add(folder_ / "next", "/media/next");
@@ -278,7 +278,7 @@ TEST_F(ChangingFile, ThatKeptItsSizeIsToldOfByNobody) {
 TEST_F(ChangingFile, ThatVanishedAfterItWasOpenedIsStoredWhole) {
   test::write_file(folder_ / "f", "text");
   Writer writer(archive_);
-  const Source source = open_source(Path(folder_ / "f"));
+  const Source source = harbix::open_source(root_, Path(folder_ / "f"));
   ASSERT_EQ(0, ::unlink((folder_ / "f").c_str()));
   writer.write(source, Path("/media/f"));
   writer.close();

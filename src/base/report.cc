@@ -1,13 +1,18 @@
-#include "app/progress_lines.h"
+#include "base/report.h"
 
-#include <iostream>
+#include "base/log.h"
 
-namespace harbix {
+namespace harbix::report {
 namespace {
 
 constexpr std::size_t CAPACITY = 4096;
 
 }  // namespace
+
+void error(std::string_view text, std::string_view prefix) {
+  diagnostics::line(0, "ERROR: %s", std::string(text).c_str());
+  std::cerr << prefix << text << '\n';
+}
 
 ProgressLines::~ProgressLines() { flush(); }
 
@@ -23,4 +28,4 @@ void ProgressLines::flush() {
   lines_.clear();
 }
 
-}  // namespace harbix
+}  // namespace harbix::report

@@ -1,4 +1,4 @@
-#include "media/skip_test.h"
+#include "media/share.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +11,6 @@
 
 #include "base/flags.h"
 #include "fs/identity.h"
-#include "media/groups.h"
 #include "support/captured_output.h"
 #include "support/child_process.h"
 #include "support/device_accounts.h"

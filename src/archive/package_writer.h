@@ -1,0 +1,89 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "archive/file_record.h"
+#include "archive/manifest.h"
+#include "archive/writer.h"
+#include "base/report.h"
+#include "base/size_result.h"
+#include "fs/folder.h"
+
+namespace harbix {
+
+/// An item of a package as it was listed. Its turn to be archived comes later, and by then another object may
+/// stand in its place.
+struct PackageItem {
+  fs::Path path;
+  dev_t device;
+  ino_t inode;
+};
+
+/// What the packages of a keyword have of their own.
+struct PackageStyle {
+  /// Describes an item in the manifest.
+  meta::Attribute (*record)(const fs::File& item);
+  /// Says that an item is put into the archive under `name`.
+  void (*announce)(report::ProgressLines& progress, const fs::Path& path, const fs::Path& name);
+  /// Writes an item's entry. @throws std::runtime_error for an error of the item alone.
+  void (*write)(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name);
+  /// Stands before an item's error on standard error.
+  std::string_view error_prefix = "Error: ";
+};
+
+/// Gathers what a package holds and stores it: the manifest first, and then an entry for each item. The
+/// items' paths are absolute, or relative to the folder.
+class PackageWriter {
+ public:
+  /// All items lie below `folder`, and are opened there.
+  PackageWriter(ArchiveWriter& writer, fs::Folder& folder, const PackageStyle& style)
+      : writer_(writer), folder_(folder), style_(style) {}
+
+  /// Takes an item into the package. What no archive can hold (fifos, sockets, devices, and the archive that
+  /// is being written) is left out with its record, and reported on standard error and in the log at level 1.
+  /// @return whether it was taken.
+  bool add(const fs::File& item);
+
+  /// Gives a record without a status to an item that does not exist. Its turn costs a message unless it
+  /// exists by then.
+  void add_missing(const fs::Path& path);
+
+  [[nodiscard]] const std::vector<PackageItem>& items() const noexcept { return items_; }
+  /// The file records, one an item, in the same order.
+  [[nodiscard]] const meta::Manifest& records() const noexcept { return records_; }
+  /// Sum of the recorded sizes, in bytes.
+  [[nodiscard]] std::int64_t bytes() const noexcept { return bytes_; }
+
+  /// What the package would take in an archive: a header for each item and for the manifest, and their
+  /// contents, each filled up to whole records of 512 bytes; and the number of items.
+  [[nodiscard]] SizeResult estimate() const;
+
+  /// Writes the package `name`: a manifest of `attributes` and the records, then the items, each under `name`
+  /// joined with its path relative to `base`. An item that cannot be archived (it vanished, another object
+  /// took its place, it cannot be opened) is reported, and the rest is archived. Ends the use of this object.
+  /// @throws ArchiveError when the archive cannot be written any further.
+  void store(const fs::Path& name, const fs::Path& base, meta::Manifest attributes = {});
+
+ private:
+  void store_item(const PackageItem& item, const fs::Path& name, report::ProgressLines& progress);
+
+  ArchiveWriter& writer_;
+  fs::Folder& folder_;
+  PackageStyle style_;
+  std::vector<PackageItem> items_;
+  meta::Manifest records_;
+  std::int64_t bytes_ = 0;
+  std::int64_t entry_bytes_ = 0;  ///< headers and filled-up contents
+};
+
+/// For PackageStyle: archives the object itself, if it still is the one that was listed.
+void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name);
+
+/// For PackageStyle: "Archive: PATH to NAME" with -v and in the log at level 3.
+void announce_with_name(report::ProgressLines& progress, const fs::Path& path, const fs::Path& name);
+
+}  // namespace harbix

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/file_descriptor.h"
+#include "fs/file.h"
+#include "fs/path.h"
+
+namespace fs {
+
+/// Where an object is, without a path that could lead elsewhere in the next moment: the folder that holds it,
+/// by descriptor, and its name in there. For fstatat(2) and its relatives. Owns nothing: valid until the
+/// Folder or Walk that gave it is asked for another one.
+struct Place {
+  int folder;
+  const char* name;
+};
+
+/// Takes the status of what is there: a link's own, not that of what it leads to.
+/// @return 0, or -1 with errno set.
+int look_up(const Place& place, struct ::stat& record) noexcept;
+
+/// A folder that is held open, and the way to everything below it: no symbolic link is followed on the way,
+/// and the folder is never left. Other programs may change what is below at any moment; work that root does
+/// there goes by places.
+class Folder {
+ public:
+  /// Opens a folder of the device that only root can replace: links on the way to it are followed.
+  /// @throws fs::Exception "Directory 'PATH' could not be opened."
+  explicit Folder(Path path);
+
+  /// The path that it was opened by.
+  [[nodiscard]] const Path& path() const noexcept { return path_; }
+  [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
+
+  /// What `path` is called from here: a relative path stays as it is, an absolute one must lie below this
+  /// folder.
+  /// @throws fs::Exception (no error number) when it does not.
+  [[nodiscard]] Path relative(const Path& path) const;
+
+  /// The place of `relative`, for example "a/b/c". The folder that holds it stays open until one of another
+  /// folder is asked for.
+  /// @throws fs::Exception "Directory 'PATH' could not be opened.", with the whole path.
+  [[nodiscard]] Place place_of(const Path& relative);
+
+  /// The status of what lies at `relative`, its path put behind this folder's.
+  /// @throws fs::Exception "Path 'PATH' stat failed." or as place_of() does.
+  [[nodiscard]] File file(const Path& relative);
+
+  /// Whether something lies at `relative`, a dangling link included.
+  [[nodiscard]] bool holds(const Path& relative) noexcept;
+
+ private:
+  /// A folder on the way to the one that was asked for last.
+  struct Held {
+    std::size_t length;  ///< of its name, the beginning of held_name_
+    base::FileDescriptor descriptor;
+  };
+
+  void hold(std::string_view parent);
+  void hold_next(std::string_view parent);
+
+  Path path_;
+  base::FileDescriptor descriptor_;
+  std::string held_name_;   ///< the folder that was asked for last, relative
+  std::vector<Held> held_;  ///< the last few folders on the way there: a walk comes back to them
+};
+
+}  // namespace fs

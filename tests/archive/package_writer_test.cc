@@ -1,0 +1,253 @@
+#include "archive/package_writer.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "archive/archive_test_support.h"
+#include "archive/error.h"
+#include "archive/file_record.h"
+#include "archive/metadata_entry.h"
+#include "fs/identity.h"
+#include "support/captured_output.h"
+#include "support/child_process.h"
+#include "support/recorded_log.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::File;
+using fs::Path;
+using harbix::PackageStyle;
+using harbix::PackageWriter;
+using test::CapturedOutput;
+using test::dir;
+using test::fifo;
+using test::file;
+using test::link;
+using test::RecordedLog;
+using test::Tree;
+using Texts = std::vector<std::string>;
+
+constexpr PackageStyle STYLE{
+    .record = harbix::plain_record, .announce = harbix::announce_with_name, .write = harbix::write_object};
+
+class PackageWriterTest : public ::testing::Test {
+ protected:
+  File item(const Path& relative) {
+    const File found = folder_.file(relative);
+    return {relative, found.record()};
+  }
+  PackageWriter package_of(const std::vector<Path>& paths) {
+    PackageWriter package(writer_, folder_, STYLE);
+    for (const Path& path : paths) package.add(item(path));
+    return package;
+  }
+  Texts stored_names() {
+    writer_.close();
+    return test::Reader(archive_).names();
+  }
+
+  test::TemporaryFolder temporary_;
+  test::TemporaryFolder archives_;
+  fs::Folder folder_{Path(temporary_.path())};
+  std::string archive_ = archives_ / "a.tar";
+  test::Writer writer_{archive_};
+};
+
+TEST_F(PackageWriterTest, TakesPlainFilesFoldersAndLinks) {
+  Tree{file("f"), file("secret", "", 0000), dir("d"), link("l", "nowhere"), link("to_fifo", "p"), fifo("p")}
+      .build(temporary_.path());
+  const RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package(writer_, folder_, STYLE);
+  for (const char* name : {"f", "secret", "d", "l", "to_fifo"}) EXPECT_TRUE(package.add(item(name))) << name;
+  EXPECT_EQ(5U, package.items().size());
+  EXPECT_EQ(5U, package.records().size());
+  EXPECT_EQ("", errors.text());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(PackageWriterTest, LeavesOutWhatNoArchiveHoldsWithItsRecord) {
+  Tree{fifo("p")}.build(temporary_.path());
+  const RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package(writer_, folder_, STYLE);
+  EXPECT_FALSE(package.add(item("p")));
+  EXPECT_FALSE(package.add(File(Path("/dev/null"))));
+  EXPECT_TRUE(package.items().empty());
+  EXPECT_TRUE(package.records().empty());
+  EXPECT_EQ("not a file, folder or link: p skipping\nnot a file, folder or link: /dev/null skipping\n",
+            errors.text());
+  EXPECT_EQ((Texts{"3 not a file, folder or link: 'p'; skipping.",
+                   "3 not a file, folder or link: '/dev/null'; skipping."}),
+            log.messages());
+}
+
+TEST_F(PackageWriterTest, NeverTakesTheArchiveItselfUnderAnyName) {
+  ASSERT_EQ(0, ::link(archive_.c_str(), (temporary_ / "other_name").c_str()));
+  const RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package(writer_, folder_, STYLE);
+  EXPECT_FALSE(package.add(item("other_name")));
+  EXPECT_EQ("is the archive itself: other_name skipping\n", errors.text());
+  EXPECT_EQ((Texts{"3 is the archive itself: 'other_name'; skipping."}), log.messages());
+}
+
+TEST_F(PackageWriterTest, AddsUpWhatFilesAndLinksTake) {
+  Tree{file("f", "12345"), link("l", "abc")}.build(temporary_.path());
+  EXPECT_EQ(8, package_of({"f", "l"}).bytes());
+}
+
+TEST_F(PackageWriterTest, KeepsARecordOfWhatDoesNotExist) {
+  const RecordedLog log(0);
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package(writer_, folder_,
+                        {.record = harbix::status_record,
+                         .announce = harbix::announce_with_name,
+                         .write = harbix::write_object,
+                         .error_prefix = ""});
+  const Path gone(temporary_ / "gone");
+  package.add_missing(gone);
+  EXPECT_EQ((meta::Manifest{{"File", "0 0 0 0 0 " + gone.text()}}), package.records());
+  EXPECT_EQ(0, package.bytes());
+  package.store("/app/x/appdata", Path(temporary_.path()));
+  EXPECT_EQ((Texts{"/app/x/appdata/.backup.metadata"}), stored_names());
+  EXPECT_EQ("Error opening: " + gone.text() + "\n", errors.text());
+  EXPECT_EQ((Texts{"2 ERROR: Error opening: " + gone.text()}), log.messages());
+}
+
+TEST_F(PackageWriterTest, EstimatesContentsInWholeRecords) {
+  struct Row {
+    std::size_t size;
+    std::int64_t bytes;
+  };
+  for (const Row& row : {Row{0, 512}, Row{1, 1024}, Row{512, 1024}, Row{513, 1536}, Row{1024, 1536}}) {
+    test::write_file(temporary_ / "f", std::string(row.size, 'x'));
+    const harbix::SizeResult estimate = package_of({"f"}).estimate();
+    // Its manifest's header and text, which fits into one record.
+    EXPECT_EQ(1024 + row.bytes, estimate.bytes) << row.size;
+    EXPECT_EQ(1, estimate.files) << row.size;
+  }
+}
+
+TEST_F(PackageWriterTest, EstimatesLinksAndFoldersWithoutContents) {
+  Tree{dir("d", {link("l", std::string(1000, 't')), dir("e")})}.build(temporary_.path());
+  EXPECT_EQ(1024 + 3 * 512, package_of({"d", "d/l", "d/e"}).estimate().bytes);
+}
+
+TEST_F(PackageWriterTest, EstimatesTheManifestInWholeRecords) {
+  // A hundred records of "File: 1\nd/NNN\n", 14 bytes each, and the empty line at the end.
+  std::vector<Path> paths;
+  Tree{dir("d")}.build(temporary_.path());
+  for (int i = 100; i < 200; ++i) {
+    paths.push_back(Path("d/" + std::to_string(i)));
+    test::write_file(temporary_ / paths.back().text(), "x");
+  }
+  EXPECT_EQ(512 + 1536 + 100 * 1024, package_of(paths).estimate().bytes);
+}
+
+TEST_F(PackageWriterTest, EstimatesWhatTheArchiveTakesLessItsEndMark) {
+  Tree{dir("d", {file("a", std::string(700, 'x')), link("l", "a"), dir("e", {file("b")})})}.build(
+      temporary_.path());
+  PackageWriter package = package_of({"d", "d/a", "d/l", "d/e", "d/e/b"});
+  const std::int64_t estimate = package.estimate().bytes;
+  package.store("/dtm/d", "d");
+  writer_.close();
+  EXPECT_EQ(estimate + 1024, writer_.compressed_position());
+}
+
+TEST_F(PackageWriterTest, StoresTheManifestBeforeTheItems) {
+  Tree{dir("Music", {file("a.mp3", "text")})}.build(temporary_.path());
+  const RecordedLog log(3);
+  package_of({"Music", "Music/a.mp3"}).store("/media/Music", "Music", {{"Key", "value"}});
+  EXPECT_EQ((Texts{"5 Storing manifest to '/media/Music'", "5 Archive: Music to /media/Music",
+                   "5 Archive: Music/a.mp3 to /media/Music/a.mp3"}),
+            log.messages());
+  writer_.close();
+  test::Reader reader(archive_);
+  const auto found = harbix::find_manifest(reader, harbix::METADATA_NAME, harbix::OtherEntries::REFUSE);
+  ASSERT_TRUE(found);
+  EXPECT_EQ("/media/Music/.backup.metadata", found->entry_name);
+  EXPECT_EQ("value", meta::look_up(found->manifest, "Key"));
+  EXPECT_EQ(2U, harbix::read_file_records(found->manifest).size());
+  EXPECT_EQ((Texts{"/media/Music", "/media/Music/a.mp3"}), reader.names());
+}
+
+TEST_F(PackageWriterTest, NamesEntriesByTheirPathBelowTheBase) {
+  Tree{dir("app", {file("f"), dir("lib", {file("g")})})}.build(temporary_.path());
+  const Path base(temporary_ / "app");
+  PackageWriter package(writer_, folder_, STYLE);
+  for (const char* name : {"app/f", "app/lib/g"}) package.add(folder_.file(name));
+  package.store("/app/x/bin", base);
+  EXPECT_EQ((Texts{"/app/x/bin/.backup.metadata", "/app/x/bin/f", "/app/x/bin/lib/g"}), stored_names());
+}
+
+TEST_F(PackageWriterTest, GoesOnBehindAnItemThatVanished) {
+  Tree{file("a"), file("b"), file("c")}.build(temporary_.path());
+  const RecordedLog log(0);
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package = package_of({"a", "b", "c"});
+  std::filesystem::remove(temporary_ / "b");
+  package.store("/media/x", "");
+  EXPECT_EQ((Texts{"/media/x/.backup.metadata", "/media/x/a", "/media/x/c"}), stored_names());
+  EXPECT_EQ("Error: Error opening: b\n", errors.text());
+  EXPECT_EQ((Texts{"2 ERROR: Error opening: b"}), log.messages());
+}
+
+TEST_F(PackageWriterTest, ArchivesNothingElseThatTookAnItemsPlace) {
+  Tree{dir("mine", {file("a", "mine")}), dir("last", {file("b", "mine")}), file("c", "mine"), dir("d"),
+       dir("others", {file("a", "secret")})}
+      .build(temporary_.path());
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package = package_of({"mine/a", "c", "d", "last/b"});
+  // A folder on the way becomes a link, a file a link or another file, and a folder another one.
+  std::filesystem::rename(temporary_ / "mine", temporary_ / "away");
+  std::filesystem::create_symlink("others", temporary_ / "mine");
+  std::filesystem::rename(temporary_ / "last/b", temporary_ / "away/b");
+  std::filesystem::create_hard_link(temporary_ / "others/a", temporary_ / "last/b");
+  std::filesystem::rename(temporary_ / "c", temporary_ / "away/c");
+  std::filesystem::create_symlink("others/a", temporary_ / "c");
+  std::filesystem::rename(temporary_ / "d", temporary_ / "away/d");
+  std::filesystem::rename(temporary_ / "others", temporary_ / "d");
+  package.store("/media/x", "");
+  EXPECT_EQ((Texts{"/media/x/.backup.metadata"}), stored_names());
+  EXPECT_EQ(
+      "Error: Error opening: mine/a\nError: Error opening: c\nError: Error opening: d\n"
+      "Error: Error opening: last/b\n",
+      errors.text());
+}
+
+TEST_F(PackageWriterTest, EndsWhereTheArchiveCannotBeWrittenAnyFurther) {
+  test::write_file(temporary_ / "large", std::string(std::size_t{2} << 20, 'x'));
+  Tree{file("b")}.build(temporary_.path());
+  const RecordedLog log;
+  test::Writer writer("/dev/full");
+  PackageWriter package(writer, folder_, STYLE);
+  for (const char* name : {"large", "b"}) package.add(item(name));
+  EXPECT_EQ("Archive error: Write error: No space left on device(28)",
+            test::message_of<harbix::ArchiveError>([&] { package.store("/media/x", ""); }));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(PackageWriterTest, EndsWhereAnIdentityIsLost) {
+  Tree{file("a"), file("b")}.build(temporary_.path());
+  PackageWriter package(
+      writer_, folder_,
+      {.record = harbix::plain_record,
+       .announce = harbix::announce_with_name,
+       .write = [](harbix::ArchiveWriter&, fs::Folder&, const harbix::PackageItem&, const Path&) {
+         throw fs::IdentityError("Could not set effective uid: x");
+       }});
+  package.add(item("a"));
+  EXPECT_THROW(package.store("/media/x", ""), fs::IdentityError);
+}
+
+}  // namespace

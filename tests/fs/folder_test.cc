@@ -1,0 +1,115 @@
+#include "fs/folder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "fs/exception.h"
+#include "support/temporary_folder.h"
+#include "support/tree.h"
+
+namespace {
+
+using fs::Folder;
+using fs::Path;
+using test::dir;
+using test::file;
+using test::link;
+using test::Tree;
+
+class FolderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Tree{file("top", "1"), dir("a", {file("f", "22"), dir("b", {file("g", "333"), link("l", "g")})}),
+         dir("ab", {file("f", "4444")}), link("out", "a")}
+        .build(path_);
+  }
+
+  static std::string failure_of(Folder& folder, const char* relative) {
+    try {
+      static_cast<void>(folder.file(relative));
+    } catch (const fs::Exception& error) {
+      return error.what();
+    }
+    return "";
+  }
+
+  test::TemporaryFolder temporary_;
+  std::string path_ = temporary_.path();
+};
+
+TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
+  Folder folder{Path(path_)};
+  struct Row {
+    const char* relative;
+    off_t size;
+  };
+  for (const Row& row : {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3},
+                         Row{"a/f", 2}, Row{"top", 1}}) {
+    const fs::File found = folder.file(row.relative);
+    EXPECT_EQ(row.size, found.record().st_size) << row.relative;
+    EXPECT_EQ(path_ + "/" + row.relative, found.path().text());
+    EXPECT_TRUE(folder.holds(row.relative)) << row.relative;
+  }
+  EXPECT_TRUE(folder.file("a/b/l").is_symbolic_link());
+  EXPECT_TRUE(folder.file("a").is_directory());
+}
+
+TEST_F(FolderTest, NamesWhatItCannotReach) {
+  Folder folder{Path(path_)};
+  EXPECT_EQ("Path '" + path_ + "/none' stat failed. [errno:2 'No such file or directory']",
+            failure_of(folder, "none"));
+  EXPECT_EQ("Directory '" + path_ + "/none' could not be opened. [errno:2 'No such file or directory']",
+            failure_of(folder, "none/x"));
+  EXPECT_EQ("Directory '" + path_ + "/top' could not be opened. [errno:20 'Not a directory']",
+            failure_of(folder, "top/x"));
+  for (const char* relative : {"none", "none/x", "top/x", "out/f", "../x", "a/../top"}) {
+    EXPECT_FALSE(folder.holds(relative)) << relative;
+  }
+}
+
+TEST_F(FolderTest, FollowsNoLinkOnTheWay) {
+  Folder folder{Path(path_)};
+  EXPECT_EQ("Directory '" + path_ + "/out' could not be opened. [errno:20 'Not a directory']",
+            failure_of(folder, "out/f"));
+  EXPECT_TRUE(folder.file("out").is_symbolic_link());
+}
+
+TEST_F(FolderTest, IsNotLedElsewhereByWhatIsPutInTheWayOfALaterStep) {
+  Folder folder{Path(path_)};
+  ASSERT_EQ(2, folder.file("a/f").record().st_size);
+  std::filesystem::rename(path_ + "/a", path_ + "/moved");
+  std::filesystem::create_symlink("ab", path_ + "/a");
+  // The folder that was reached is still the same, and a new way there is refused.
+  EXPECT_EQ(2, folder.file("a/f").record().st_size);
+  EXPECT_EQ(1, folder.file("top").record().st_size);
+  EXPECT_EQ(4, folder.file("ab/f").record().st_size);
+  EXPECT_FALSE(folder.holds("a/f"));
+}
+
+TEST_F(FolderTest, TakesPathsThatAreItsOwnApart) {
+  const Folder folder{Path(path_)};
+  EXPECT_EQ("a/f", folder.relative(Path(path_ + "/a/f")).text());
+  EXPECT_EQ("a/f", folder.relative("a/f").text());
+  EXPECT_EQ("", folder.relative(Path(path_)).text());
+  EXPECT_THROW(static_cast<void>(folder.relative("/elsewhere")), fs::Exception);
+}
+
+TEST_F(FolderTest, NeedsAFolder) {
+  for (const std::string& path : {path_ + "/none", path_ + "/top"}) {
+    try {
+      const Folder folder{Path(path)};
+      ADD_FAILURE() << path;
+    } catch (const fs::Exception& error) {
+      EXPECT_TRUE(std::string(error.what()).starts_with("Directory '" + path + "' could not be opened."))
+          << error.what();
+    }
+  }
+}
+
+}  // namespace
