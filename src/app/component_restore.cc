@@ -2,12 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "app/places.h"
 #include "app/record_path.h"
 #include "archive/link_check.h"
-#include "fs/file.h"
+#include "fs/exception.h"
+#include "fs/folder.h"
 
 namespace harbix {
 namespace {
@@ -26,10 +28,8 @@ mode_t folder_mode(mode_t wanted, mode_t mask) {
 ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask)
     : folder_(std::move(folder)),
       mask_(mask),
-      group_(GROUP),
-      user_(user),
       file_mask_(mask),
-      extraction_(reader, Keep::NO, Keep::NO) {}
+      extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO) {}
 
 bool ComponentRestore::accepts(const fs::Path& path) const { return is_record_path_below(path, folder_); }
 
@@ -51,18 +51,21 @@ void ComponentRestore::extract(const EntryView& entry, const fs::File& destinati
   extraction_.extract(entry, {destination.path(), record});
 }
 
-void ComponentRestore::make_folders_above(const fs::Path& path) const {
+void ComponentRestore::make_folders_above(const fs::Path& path) {
   const fs::FileMask mask(mask_ & ~SEARCHING);
-  fs::Path folder(places::APPLICATION_DATA);
-  for (const fs::Path& name : path.dirname().relative_to(folder).components()) {
-    folder /= name;
-    if (!fs::exists(folder)) {
-      struct ::stat record {};
-      record.st_mode = folder_mode(EVERYTHING, mask_);
-      fs::File(folder, record).mkdir();
-    } else if (!fs::File(folder).is_directory()) {
-      // Nothing is made behind a link; extraction tells of it.
-      return;
+  fs::Folder& all_data = extraction_.folder();
+  fs::Path folder;
+  for (const fs::Path& name : all_data.relative(path.dirname()).components()) {
+    folder = folder.empty() ? name : folder / name;
+    if (all_data.holds(folder)) {
+      // Nothing is made behind a link; extraction reports it.
+      if (!all_data.file(folder).is_directory()) return;
+      continue;
+    }
+    const fs::Place place = all_data.place_of(folder);
+    if (::mkdirat(place.folder, place.name, folder_mode(EVERYTHING, mask_)) == -1) {
+      const int error = errno;
+      throw fs::Exception(error, "Mkdir '" + (all_data.path() / folder).text() + "' failed.");
     }
   }
 }

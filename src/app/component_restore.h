@@ -29,12 +29,10 @@ class ComponentRestore {
  private:
   static constexpr gid_t GROUP = 0;
 
-  void make_folders_above(const fs::Path& path) const;
+  void make_folders_above(const fs::Path& path);
 
   fs::Path folder_;
   mode_t mask_;
-  fs::EffectiveGroup group_;
-  fs::EffectiveUser user_;
   fs::FileMask file_mask_;
   Extraction extraction_;
 };

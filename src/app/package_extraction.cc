@@ -10,6 +10,7 @@
 #include "app/places.h"
 #include "base/flags.h"
 #include "base/log.h"
+#include "fs/identity.h"
 #include "fs/working_directory.h"
 
 namespace harbix {
@@ -57,6 +58,8 @@ bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
   const fs::EffectiveUser effective_user(user);
   const fs::WorkingDirectory directory(place_);
   return true;
+} catch (const fs::IdentityError&) {
+  throw;
 } catch (const std::runtime_error& error) {
   report(error);
   return false;
@@ -65,12 +68,10 @@ bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
 bool PackageExtraction::extract(uid_t user, gid_t group) {
   bool is_whole = true;
   try {
-    const fs::EffectiveGroup effective_group(group);
-    const fs::EffectiveUser effective_user(user);
-    // The library looks for links in every folder on an entry's way: the shorter it is, the better.
-    const fs::WorkingDirectory directory(place_);
-    Extraction extraction(reader_, Keep::NO, Keep::NO, place_);
+    Extraction extraction(reader_, {.user = user, .group = group}, place_, Keep::NO);
     for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
+  } catch (const fs::IdentityError&) {
+    throw;
   } catch (const std::runtime_error& error) {
     // Not passed on: what is on disk by now still gets its owners and modes.
     is_whole = false;
@@ -112,7 +113,7 @@ void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& ent
     std::cerr << "Extracting as " << ::geteuid() << ':' << ::getegid() << record.path << '\n';
   }
   const std::optional<ExtractionWarning> warning =
-      extraction.extract(entry, destination_of(entry, record, record.path.relative_to(place_)));
+      extraction.extract(entry, destination_of(entry, record, record.path));
   last_error_ = warning ? warning->error_number : 0;
   if (!warning) return;
   if (verbose) std::cerr << "Error extracting " << record.path << warning->text << '\n';

@@ -15,6 +15,12 @@ class ArchiveError : public std::runtime_error {
   explicit ArchiveError(const std::string& reason) : std::runtime_error("Archive error: " + reason) {}
 };
 
+/// The data of one entry cannot be read: what() is the library's text.
+class DataError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// The library's text for the last error of a handle; empty when it has none.
 [[nodiscard]] std::string error_text(::archive* handle);
 

@@ -1,67 +1,50 @@
 #include "archive/extraction.h"
 
-#include <iostream>
-#include <new>
+#include <cerrno>
 #include <stdexcept>
-#include <utility>
-
-#include <archive.h>
-#include <archive_entry.h>
 
 #include "archive/error.h"
 #include "base/log.h"
+#include "fs/exception.h"
 
 namespace harbix {
-namespace {
 
-int extraction_flags(Keep owner, Keep permissions) {
-  int flags = ARCHIVE_EXTRACT_SECURE_SYMLINKS | ARCHIVE_EXTRACT_SECURE_NODOTDOT;
-  if (owner == Keep::YES) flags |= ARCHIVE_EXTRACT_OWNER;
-  if (permissions == Keep::YES) flags |= ARCHIVE_EXTRACT_PERM;
-  return flags;
-}
-
-void report_warning(int status, const std::string& reason) {
-  diagnostics::line(1, "Archive status not OK (%d) ('%s')", status, reason.c_str());
-  std::cerr << "Warning: " << reason << '\n';
-}
-
-}  // namespace
-
-void Extraction::Closer::operator()(::archive* handle) const noexcept { ::archive_write_free(handle); }
-
-Extraction::Extraction(ArchiveReader& reader, Keep owner, Keep permissions, fs::Path place)
-    : reader_(reader), disk_(::archive_write_disk_new()), place_(std::move(place)) {
-  if (disk_ == nullptr) throw std::bad_alloc();
-  if (::archive_write_disk_set_options(disk_.get(), extraction_flags(owner, permissions)) != ARCHIVE_OK) {
-    throw std::runtime_error(harbix::error_text(disk_.get()));
-  }
-}
-
-Extraction::~Extraction() {
-  const int status = ::archive_write_close(disk_.get());
-  if (status != ARCHIVE_OK) report_warning(status, harbix::error_text(disk_.get()));
-}
+Extraction::Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions)
+    : reader_(reader),
+      role_(role),
+      group_(role.group),
+      user_(role.user),
+      folder_(place),
+      writer_(folder_, reader, Keep::NO, permissions) {}
 
 std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, const fs::File& destination) {
-  if (!entry.is_hard_link()) {
-    ::archive_entry_copy_stat(entry.get(), &destination.record());
-    ::archive_entry_copy_pathname(entry.get(), destination.path().c_str());
-  }
-  const int status = ::archive_read_extract2(reader_.handle(), entry.get(), disk_.get());
-  if (status == ARCHIVE_OK || status == ARCHIVE_EOF) return std::nullopt;
-  std::string reason = reader_.error_text();
-  if (status == ARCHIVE_FATAL) {
-    const fs::Path path = place_.empty() ? destination.path() : place_ / destination.path();
-    diagnostics::line(0, "Failed restoring '%s' due to '%s'", path.c_str(), reason.c_str());
+  try {
+    put_on_disk(entry, destination);
+    return std::nullopt;
+  } catch (const DataError& error) {
+    const fs::Path& path = destination.path();
+    diagnostics::line(0, "Failed restoring '%s' due to '%s'", path.c_str(), error.what());
     // Odd on purpose: callers match this text, so its last two characters stay as they are.
     throw std::runtime_error("Extracting data for '" + path.text() + "' failed ('%s')");
+  } catch (const fs::Exception& error) {
+    const std::string reason = error.error() == EXDEV ? "Path contains '..'" : error.reason();
+    const fs::Path relative = folder_.relative(destination.path());
+    report_unwritten(folder_.path() / relative, reason);
+    reader_.skip(entry);
+    return ExtractionWarning{error.error() == fs::Exception::NO_ERROR_NUMBER ? 0 : error.error(), reason};
   }
-  report_warning(status, reason);
-  const int error_number = reader_.error_number();
-  // Told once; left in place it would end the search for the next package.
-  reader_.clear_error();
-  return ExtractionWarning{error_number, std::move(reason)};
+}
+
+void Extraction::put_on_disk(const EntryView& entry, const fs::File& destination) {
+  const fs::Path path = folder_.relative(destination.path());
+  const struct ::stat& record = destination.record();
+  if (destination.is_directory()) {
+    writer_.make_folder(path, record);
+  } else if (destination.is_symbolic_link()) {
+    writer_.make_link(path, record, std::string(entry.link_target().value_or("")));
+  } else {
+    writer_.make_file(path, record);
+  }
 }
 
 }  // namespace harbix

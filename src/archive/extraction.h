@@ -1,55 +1,59 @@
 #pragma once
 
-#include <memory>
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 
+#include "archive/disk_writer.h"
 #include "archive/entry_view.h"
 #include "archive/reader.h"
-
-struct archive;
+#include "fs/folder.h"
+#include "fs/identity.h"
 
 namespace harbix {
 
-/// Whether what an archive says about an entry is put on disk as well.
-enum class Keep { NO, YES };
+/// For whom entries are put on disk.
+struct Role {
+  uid_t user;
+  gid_t group;
+};
 
-/// Why an entry is not on disk, or not as it should be.
+/// Why an entry is not on disk.
 struct ExtractionWarning {
-  int error_number;  ///< the library's
+  int error_number;  ///< the system's; 0 when it has none
   std::string text;
 };
 
-/// Puts entries on disk during one piece of restore work: one package, or one run of entries under one
-/// identity, umask and working directory. Modes of directories are settled at its end, so it must end under
-/// that identity and before anybody else sets owners and modes.
+/// Puts entries on disk during one piece of restore work: one package, or one run of entries for the same
+/// role in the same place. The process has the role's effective group and user for as long as this object
+/// lives, and modes of folders are settled before it gives them up.
 class Extraction {
  public:
-  /// `owner` and `permissions` tell whether those of the entries are restored; otherwise the effective ids
-  /// own what is created, and the umask in force now limits its mode. `place` is the working directory, for
-  /// messages that name destinations in full; empty where relative ones are named as they are.
-  Extraction(ArchiveReader& reader, Keep owner, Keep permissions, fs::Path place = {});
-  ~Extraction();
-  Extraction(const Extraction&) = delete;
-  Extraction& operator=(const Extraction&) = delete;
-  Extraction(Extraction&&) = delete;
-  Extraction& operator=(Extraction&&) = delete;
+  /// Everything is put below `place`, an absolute path that only root can replace. `permissions` says whether
+  /// those of the entries are restored; otherwise the mask in force limits the modes.
+  /// @throws fs::IdentityError when the role cannot be taken; fs::Exception when the place cannot be opened.
+  Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions);
 
-  /// Creates `destination`, with its status, from an entry and the data that follows in the archive. Never
-  /// goes through a symbolic link or a "..": that, as everything that fails for this entry alone, is a
-  /// warning on standard error.
+  [[nodiscard]] const Role& role() const noexcept { return role_; }
+  [[nodiscard]] fs::Folder& folder() noexcept { return folder_; }
+
+  /// Creates `destination`, with its status, from an entry and the data that follows in the archive. Its path
+  /// is absolute or relative to the place. An existing object is replaced, unless it is a folder with
+  /// something in it or the archive itself. What fails for this entry alone is a warning on standard error.
   /// @return that warning.
   /// @throws std::runtime_error when the archive is damaged.
   std::optional<ExtractionWarning> extract(const EntryView& entry, const fs::File& destination);
 
  private:
-  struct Closer {
-    void operator()(::archive* handle) const noexcept;
-  };
+  void put_on_disk(const EntryView& entry, const fs::File& destination);
 
   ArchiveReader& reader_;
-  std::unique_ptr<::archive, Closer> disk_;
-  fs::Path place_;
+  Role role_;
+  fs::EffectiveGroup group_;
+  fs::EffectiveUser user_;
+  fs::Folder folder_;
+  DiskWriter writer_;
 };
 
 }  // namespace harbix

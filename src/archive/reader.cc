@@ -57,12 +57,7 @@ int open_stream(::archive* handle, InputFile& input) {
   ::archive_read_set_callback_data(handle, &input);
   ::archive_read_set_read_callback(handle, read_callback);
   ::archive_read_set_skip_callback(handle, skip_callback);
-  if (input.is_regular()) {
-    ::archive_read_set_seek_callback(handle, seek_callback);
-    // Extraction must never write over the archive that it reads.
-    ::archive_read_extract_set_skip_file(handle, static_cast<la_int64_t>(input.record().st_dev),
-                                         static_cast<la_int64_t>(input.record().st_ino));
-  }
+  if (input.is_regular()) ::archive_read_set_seek_callback(handle, seek_callback);
   return ::archive_read_open1(handle);
 }
 
@@ -169,6 +164,16 @@ void ArchiveReader::skip(const EntryView& entry) {
 
 std::int64_t ArchiveReader::read_data(char* buffer, std::size_t size) {
   return ::archive_read_data(handle_.get(), buffer, size);
+}
+
+std::optional<DataBlock> ArchiveReader::read_block() {
+  const void* data = nullptr;
+  std::size_t size = 0;
+  la_int64_t offset = 0;
+  const int status = ::archive_read_data_block(handle_.get(), &data, &size, &offset);
+  if (status == ARCHIVE_EOF) return std::nullopt;
+  if (status < ARCHIVE_WARN) throw DataError(error_text());
+  return DataBlock{static_cast<const char*>(data), size, offset};
 }
 
 int ArchiveReader::error_number() const { return ::archive_errno(handle_.get()); }

@@ -22,6 +22,13 @@ struct Section {
   std::vector<fs::Path> later;  ///< packages of keywords that this run restores afterwards: the end, for now
 };
 
+/// A piece of an entry's data.
+struct DataBlock {
+  const char* data;
+  std::size_t size;
+  std::int64_t offset;  ///< from the beginning of the entry's data
+};
+
 /// The archive that a run restores from. Names are handed over byte for byte: the process must be in the "C"
 /// locale, where the library cannot compose what was stored decomposed.
 class ArchiveReader {
@@ -65,6 +72,11 @@ class ArchiveReader {
   /// @return how many were read, 0 at the end, negative for a damaged archive.
   [[nodiscard]] std::int64_t read_data(char* buffer, std::size_t size);
 
+  /// The next piece of the current entry's data, valid until the next call; nothing at the end. A hole
+  /// between two pieces has no data.
+  /// @throws DataError when the archive is damaged there.
+  [[nodiscard]] std::optional<DataBlock> read_block();
+
   /// The library's last error number and text; 0 and "" when there is none.
   [[nodiscard]] int error_number() const;
   [[nodiscard]] std::string error_text() const;
@@ -73,9 +85,6 @@ class ArchiveReader {
 
   /// Whether an object is the file that this archive is being read from.
   [[nodiscard]] bool is_input(const fs::File& file) const noexcept;
-
-  /// The library's own handle, for extraction.
-  [[nodiscard]] ::archive* handle() const noexcept { return handle_.get(); }
 
   /// Stops reading. Further headers answer the end of the archive.
   void close();

@@ -12,6 +12,10 @@ std::string suffix(int error) {
 
 }  // namespace
 
+std::string Exception::reason() const {
+  return error_ == NO_ERROR_NUMBER ? what() : std::generic_category().message(error_);
+}
+
 Exception::Exception(int error, const std::string& message)
     : std::runtime_error(message + suffix(error)), error_(error) {}
 

@@ -19,6 +19,9 @@ class Exception : public std::runtime_error {
   /// The errno of the call that failed, or NO_ERROR_NUMBER.
   [[nodiscard]] int error() const noexcept { return error_; }
 
+  /// The system's text for that error; the message where there is none.
+  [[nodiscard]] std::string reason() const;
+
  private:
   int error_ = NO_ERROR_NUMBER;
 };

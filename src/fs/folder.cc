@@ -61,10 +61,13 @@ Path Folder::relative(const Path& path) const {
 
 Place Folder::place_of(const Path& relative) {
   const std::optional<std::size_t> separator = relative.last_separator();
-  if (!separator) return {descriptor(), relative.c_str()};
+  const char* const name = relative.c_str() + (separator ? *separator + 1 : 0);
+  if (std::string_view(name) == "..")
+    throw Exception(EXDEV, "Path '" + (path_ / relative).text() + "' leads out.");
+  if (!separator) return {descriptor(), name};
   const std::string_view parent = std::string_view(relative.text()).substr(0, *separator);
   if (held_.empty() || held_.back().length != held_name_.size() || parent != held_name_) hold(parent);
-  return {held_.back().descriptor.get(), relative.c_str() + *separator + 1};
+  return {held_.back().descriptor.get(), name};
 }
 
 void Folder::hold(std::string_view parent) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "archive/extraction.h"
 #include "archive/metadata_name.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -13,7 +14,7 @@
 #include "fs/accounts.h"
 #include "fs/exception.h"
 #include "fs/identity.h"
-#include "media/restore_area.h"
+#include "fs/working_directory.h"
 #include "media/share.h"
 #include "media/wipe.h"
 
@@ -36,6 +37,14 @@ void wipe(const ArchiveReader& reader) {
   const fs::EffectiveGroup group(media_groups().shared);
   const fs::EffectiveUser user{std::string(domains::MEDIA_USER)};
   wipe_shared_media(share, reader);
+}
+
+/// Makes sure that a share is where it should be, and not behind a link, and that the role may enter it.
+void require_place(const fs::Path& path, const Role& role) {
+  const fs::EffectiveGroup group(role.group);
+  const fs::EffectiveUser user(role.user);
+  const fs::WorkingDirectory directory(path);
+  fs::require_working_directory(path, "Could not chdir");
 }
 
 class MediaRestore {
@@ -78,17 +87,17 @@ class MediaRestore {
       return;
     }
     if (verbose) std::cerr << "Restoring: " << target << '\n';
-    area_->extract(entry, target);
+    area_->extract(entry, entry.destination(target));
   }
 
   void restore_media(const EntryView& entry, const fs::Path& name) {
     enter(Place::SHARED);
     const fs::Path target = media_target(name);
     if (verbose) std::cerr << "Restoring: " << target << '\n';
-    if (!entry.is_restorable() || fs::exists(target)) {
+    if (!entry.is_restorable() || area_->folder().holds(area_->folder().relative(target))) {
       skip(entry, target);
     } else {
-      area_->extract(entry, target);
+      area_->extract(entry, entry.destination(target));
     }
   }
 
@@ -123,18 +132,18 @@ class MediaRestore {
     if (place_ == place) return;
     area_.reset();
     place_ = Place::NONE;
-    if (place == Place::DTM) {
-      area_.emplace(reader_, fs::group_id(domains::SYSTEM_GROUP), fs::SUPERUSER, fs::Path(places::DTM_SHARE));
-    } else {
-      area_.emplace(reader_, media_groups().shared, fs::user_id(domains::MEDIA_USER),
-                    fs::Path(places::SHARED));
-    }
+    const fs::Path path(place == Place::DTM ? places::DTM_SHARE : places::SHARED);
+    const Role role = place == Place::DTM
+                          ? Role{.user = fs::SUPERUSER, .group = fs::group_id(domains::SYSTEM_GROUP)}
+                          : Role{.user = fs::user_id(domains::MEDIA_USER), .group = media_groups().shared};
+    require_place(path, role);
+    area_.emplace(reader_, role, path, Keep::NO);
     place_ = place;
   }
 
   ArchiveReader& reader_;
   std::vector<fs::Path> relocated_{fs::Path(places::BOOKMARKS_PREFIX)};
-  std::optional<RestoreArea> area_;
+  std::optional<Extraction> area_;
   Place place_ = Place::NONE;
 };
 

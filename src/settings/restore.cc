@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "archive/extraction.h"
 #include "archive/file_record.h"
 #include "archive/link_check.h"
 #include "archive/metadata_entry.h"
@@ -20,7 +21,6 @@
 #include "platform/streams.h"
 #include "settings/path_list.h"
 #include "settings/places.h"
-#include "settings/restore_identity.h"
 #include "settings/script_lists.h"
 #include "settings/verification.h"
 #include "subscribers/subscriber_manager.h"
@@ -28,6 +28,9 @@
 
 namespace harbix {
 namespace {
+
+// The group that owns settings which were not there before.
+constexpr gid_t GROUP = 0;
 
 AllowedSettings allowed_settings() {
   AllowedSettings allowed;
@@ -87,6 +90,8 @@ class SettingsRestore {
   void restore_one(const EntryView& entry, const fs::Path& name) {
     try {
       restore_or_skip(entry, name);
+    } catch (const fs::IdentityError&) {
+      throw;  // the next entry would be restored by somebody else
     } catch (const std::runtime_error& error) {
       std::cerr << "WARNING: File " << name << " could not be restored due to " << error.what() << '\n';
       // Told; left in place it would end the search for the next package.
@@ -111,7 +116,9 @@ class SettingsRestore {
     if (is_pps_path(target)) {
       restore_pps_object(reader_, entry, target);
     } else {
-      identity_->extract(entry, destination);
+      struct ::stat record = destination.record();
+      record.st_mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID | S_ISVTX);
+      extraction_->extract(entry, {target, record});
     }
   }
 
@@ -125,14 +132,14 @@ class SettingsRestore {
   }
 
   void become(uid_t owner) {
-    if (identity_ && identity_->owner() == owner) return;
-    identity_.reset();
-    identity_.emplace(reader_, owner);
+    if (extraction_ && extraction_->role().user == owner) return;
+    extraction_.reset();
+    extraction_.emplace(reader_, Role{.user = owner, .group = GROUP}, places::ROOT, Keep::YES);
   }
 
   ArchiveReader& reader_;
   AllowedSettings allowed_;
-  std::optional<RestoreIdentity> identity_;
+  std::optional<Extraction> extraction_;  ///< kept while entries of one owner follow each other
   bool well_formed_ = true;
 };
 

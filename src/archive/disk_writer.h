@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "archive/reader.h"
+#include "base/file_descriptor.h"
+#include "fs/folder.h"
+
+namespace harbix {
+
+/// Whether what an archive says about an entry is put on disk as well.
+enum class Keep { NO, YES };
+
+/// Puts the objects of an archive on disk below one folder, for the effective ids and under the mask that are
+/// in force. Everything is reached by descriptor, and nothing through a symbolic link. Folders that are
+/// missing above an object are made as the mask says.
+///
+/// What exists as a folder stays a folder, and the archive that is being read stays as it is. Any other
+/// object makes room for the new one when that is complete, so that a full disk or a damaged archive costs
+/// nothing that was there. Holes of a file stay holes.
+///
+/// All operations: paths are relative to the folder; @throws fs::Exception when the object cannot be put on
+/// disk, of which nothing is left then.
+class DiskWriter {
+ public:
+  /// `owner` and `permissions` say whether those of the records are set; otherwise the effective ids own what
+  /// is made, and the mask limits its mode. Set-id and sticky bits are never set.
+  DiskWriter(fs::Folder& folder, ArchiveReader& reader, Keep owner, Keep permissions)
+      : folder_(folder), reader_(reader), owner_(owner), permissions_(permissions) {}
+
+  /// Settles the modes of folders that could not be filled with them. Failures are reported.
+  ~DiskWriter();
+  DiskWriter(const DiskWriter&) = delete;
+  DiskWriter& operator=(const DiskWriter&) = delete;
+  DiskWriter(DiskWriter&&) = delete;
+  DiskWriter& operator=(DiskWriter&&) = delete;
+
+  /// Makes a plain file of the data that the reader is at, with the status and the size of `record`.
+  /// @throws also DataError when the archive is damaged there.
+  void make_file(const fs::Path& path, const struct ::stat& record);
+  void make_folder(const fs::Path& path, const struct ::stat& record);
+  void make_link(const fs::Path& path, const struct ::stat& record, const std::string& target);
+
+ private:
+  /// A folder whose mode is set when nothing is put into it any more.
+  struct Unsettled {
+    fs::Path path;
+    mode_t mode;
+  };
+
+  [[nodiscard]] fs::Place place_of(const fs::Path& path);
+  void make_folders_above(const fs::Path& path);
+  void settle(const Unsettled& folder);
+  void set_owner(const fs::Place& place, const struct ::stat& record) const;
+
+  fs::Folder& folder_;
+  ArchiveReader& reader_;
+  Keep owner_;
+  Keep permissions_;
+  std::vector<Unsettled> unsettled_;
+};
+
+/// Reports that an object is not on disk, or not as it should be: "Warning: PATH: REASON" on standard error,
+/// and in the log at level 1.
+void report_unwritten(const fs::Path& path, const std::string& reason);
+
+}  // namespace harbix
