@@ -28,13 +28,13 @@ harbix_unit_test(base_test
   LINKS harbix_recorded_log harbix::base)
 harbix_unit_test(fs_test
   SOURCES
-    fs/accounts_test.cc fs/exception_test.cc fs/file_test.cc fs/folder_test.cc fs/glob_test.cc fs/identity_test.cc
+    fs/accounts_test.cc fs/containment_test.cc fs/exception_test.cc fs/file_test.cc fs/folder_test.cc fs/glob_test.cc fs/identity_test.cc
     fs/path_test.cc fs/tree_test.cc fs/walk_test.cc fs/working_directory_test.cc
   LINKS harbix_recorded_log harbix::fs)
 harbix_unit_test(archive_test
   SOURCES
     archive/extraction_test.cc archive/file_record_path_test.cc archive/file_record_test.cc
-    archive/header_only_test.cc archive/input_file_test.cc archive/link_check_test.cc archive/manifest_test.cc
+    archive/header_only_test.cc archive/input_file_test.cc archive/manifest_test.cc
     archive/metadata_entry_test.cc archive/output_file_test.cc archive/package_writer_test.cc
     archive/plain_header_test.cc archive/pps_object_test.cc archive/reader_damage_test.cc archive/reader_sections_test.cc
     archive/reader_test.cc archive/source_test.cc archive/space_report_test.cc archive/stream_test.cc
@@ -63,7 +63,7 @@ harbix_unit_test(app_test
     app/app_device.cc app/application_archive_test.cc app/application_group_test.cc
     app/application_package_test.cc app/backup_test.cc app/component_restore_test.cc
     app/home_screen_programs_test.cc app/home_screen_restore_test.cc app/ownership_test.cc
-    app/package_entries_test.cc app/package_extraction_test.cc app/record_path_test.cc app/restore_test.cc app/selection_test.cc
+    app/package_entries_test.cc app/package_extraction_test.cc app/restore_test.cc app/selection_test.cc
   LINKS harbix_recorded_log harbix::app)
 harbix_unit_test(driver_test
   SOURCES

@@ -6,18 +6,13 @@
 
 #include "app/package_attributes.h"
 #include "app/places.h"
-#include "app/record_path.h"
 #include "base/flags.h"
+#include "fs/containment.h"
 
 namespace harbix {
 namespace {
 
 constexpr std::size_t KIND_POSITION = 2;
-
-bool is_plain_component(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." &&
-         name.find(fs::Path::SEPARATOR) == std::string_view::npos;
-}
 
 }  // namespace
 
@@ -71,12 +66,12 @@ std::string ApplicationPackage::extras() const {
   return found == attributes_.end() ? "" : found->value;
 }
 
-bool ApplicationPackage::has_plain_directory() const { return is_plain_component(app_directory()); }
+bool ApplicationPackage::has_plain_directory() const { return fs::is_plain_component(app_directory()); }
 
 bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
   if (fs::Path(data_directory()) != fs::Path(places::APPLICATION_DATA) / app_directory()) return false;
   return std::ranges::all_of(
-      records_, [&base](const FileRecord& record) { return is_record_path_below(record.path, base); });
+      records_, [&base](const FileRecord& record) { return fs::is_record_path_below(record.path, base); });
 }
 
 }  // namespace harbix

@@ -6,8 +6,7 @@
 #include <utility>
 
 #include "app/places.h"
-#include "app/record_path.h"
-#include "archive/link_check.h"
+#include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/folder.h"
 
@@ -31,12 +30,12 @@ ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t
       file_mask_(mask),
       extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO) {}
 
-bool ComponentRestore::accepts(const fs::Path& path) const { return is_record_path_below(path, folder_); }
+bool ComponentRestore::accepts(const fs::Path& path) const { return fs::is_record_path_below(path, folder_); }
 
 bool ComponentRestore::accepts(const EntryView& entry, const fs::Path& path) const {
   if (!entry.is_restorable()) return false;
   const std::optional<std::string_view> target = entry.link_target();
-  return !target || leads_inside(path, *target, folder_);
+  return !target || fs::leads_inside(path, *target, folder_);
 }
 
 void ComponentRestore::extract(const EntryView& entry, const fs::File& destination) {

@@ -7,8 +7,8 @@
 #include "app/component_restore.h"
 #include "app/package_entries.h"
 #include "app/places.h"
-#include "archive/link_check.h"
 #include "archive/pps_object.h"
+#include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 #include "fs/walk.h"
@@ -56,7 +56,7 @@ class NavigatorObjects {
     }
     std::cerr << "Restoring: " << object << '\n';
     const std::optional<std::string_view> target = entry.link_target();
-    const bool is_acceptable = target ? leads_inside(object, *target, fs::Path(NAVIGATOR_OBJECT_FOLDER))
+    const bool is_acceptable = target ? fs::leads_inside(object, *target, fs::Path(NAVIGATOR_OBJECT_FOLDER))
                                       : entry.destination(object).is_regular() && !entry.is_hard_link();
     if (is_acceptable) {
       restore_pps_object(reader_, entry, object);

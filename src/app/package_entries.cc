@@ -8,7 +8,7 @@
 
 #include <archive.h>
 
-#include "archive/metadata_name.h"
+#include "archive/manifest.h"
 #include "base/log.h"
 
 namespace harbix {

@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "archive/manifest.h"
-#include "archive/metadata_name.h"
 #include "archive/reader.h"
 #include "archive/writer.h"
 

@@ -11,7 +11,7 @@
 #include <archive_entry.h>
 
 #include "archive/error.h"
-#include "archive/metadata_name.h"
+#include "archive/manifest.h"
 #include "base/log.h"
 
 namespace harbix {

@@ -19,4 +19,8 @@ std::string Exception::reason() const {
 Exception::Exception(int error, const std::string& message)
     : std::runtime_error(message + suffix(error)), error_(error) {}
 
+Exception no_subdirectory(const std::string& path, const std::string& base) {
+  return Exception("Path '" + path + "' is not subdirectory of '" + base + "'");
+}
+
 }  // namespace fs

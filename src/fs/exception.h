@@ -26,4 +26,7 @@ class Exception : public std::runtime_error {
   int error_ = NO_ERROR_NUMBER;
 };
 
+/// Of a path that does not lie where it should: "Path 'PATH' is not subdirectory of 'BASE'".
+[[nodiscard]] Exception no_subdirectory(const std::string& path, const std::string& base);
+
 }  // namespace fs

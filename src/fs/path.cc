@@ -84,7 +84,7 @@ Path Path::relative_to(const Path& base) const {
   };
   // Asked for each item of an archive; that texts differ only in their dots is rare.
   if (!text_.starts_with(base.text_) && !begins_with_base()) {
-    throw Exception("Path '" + text_ + "' is not subdirectory of '" + base.text_ + "'");
+    throw no_subdirectory(text_, base.text_);
   }
   // The base may be the longer one, by dots that count for nothing.
   std::string rest = text_.substr(std::min(base.text_.size(), text_.size()));

@@ -51,7 +51,7 @@ class Path {
   [[nodiscard]] std::vector<Path> components() const;
 
   /// The rest of the text after `base`: "/apps/x/y" below "/apps" is "x/y". Compares characters, so that
-  /// "/appsx" is accepted below "/apps"; is_inside() is the test that guards what may be written.
+  /// "/appsx" is accepted below "/apps"; fs/containment.h has the tests that guard what may be written.
   /// @throws fs::Exception (no error number) when this path does not begin with `base`.
   [[nodiscard]] Path relative_to(const Path& base) const;
 

@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "archive/extraction.h"
-#include "archive/metadata_name.h"
+#include "archive/manifest.h"
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
 #include "fs/accounts.h"
-#include "fs/exception.h"
+#include "fs/containment.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "media/share.h"
@@ -103,17 +103,13 @@ class MediaRestore {
 
   /// Where an entry goes, relative to the shared media.
   [[nodiscard]] fs::Path media_target(const fs::Path& name) const {
-    const fs::Path prefix(places::MEDIA_PREFIX);
-    // A path that only begins with the same characters is no media path: relative_to() says so for others.
-    if (!name.is_inside(prefix)) {
-      throw fs::Exception("Path '" + name.text() + "' is not subdirectory of '" + prefix.text() + "'");
-    }
+    const fs::Path below = fs::name_below(name, places::MEDIA_PREFIX);
     fs::Path folder("./");
     if (is_relocated(name.dirname())) {
       folder = fs::Path(places::LOST_AND_FOUND);
       std::cerr << "Relocating: " << name << " to: " << folder << '\n';
     }
-    return folder / name.relative_to(prefix);
+    return folder / below;
   }
 
   [[nodiscard]] bool is_relocated(const fs::Path& parent) const {

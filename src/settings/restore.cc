@@ -9,13 +9,12 @@
 
 #include "archive/extraction.h"
 #include "archive/file_record.h"
-#include "archive/link_check.h"
 #include "archive/metadata_entry.h"
 #include "archive/pps_object.h"
 #include "archive/space_report.h"
 #include "base/flags.h"
 #include "base/log.h"
-#include "fs/exception.h"
+#include "fs/containment.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "platform/streams.h"
@@ -100,11 +99,7 @@ class SettingsRestore {
   }
 
   void restore_or_skip(const EntryView& entry, const fs::Path& name) {
-    const fs::Path prefix(places::SETTINGS_PREFIX);
-    if (!name.is_inside(prefix)) {
-      throw fs::Exception("Path '" + name.text() + "' is not subdirectory of '" + prefix.text() + "'");
-    }
-    const fs::Path target = fs::Path(places::ROOT) / name.relative_to(prefix);
+    const fs::Path target = fs::Path(places::ROOT) / fs::name_below(name, places::SETTINGS_PREFIX);
     if (!is_acceptable(entry, target)) {
       std::cerr << "Skip: " << name << '\n';
       reader_.skip(entry);
@@ -127,7 +122,7 @@ class SettingsRestore {
     // What is looked up must not depend on what the owner of the entry before may see.
     const fs::EffectiveUser superuser(fs::SUPERUSER);
     const std::optional<std::string_view> link_target = entry.link_target();
-    if (link_target && !leads_inside(target, *link_target, target.dirname())) return false;
+    if (link_target && !fs::leads_inside(target, *link_target, target.dirname())) return false;
     return verify_restore_path(allowed_, target);
   }
 

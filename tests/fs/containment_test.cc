@@ -1,10 +1,14 @@
-#include "archive/link_check.h"
+#include "fs/containment.h"
 
 #include <gtest/gtest.h>
 
+#include "fs/exception.h"
+
 namespace {
 
-using harbix::leads_inside;
+using fs::is_record_path_below;
+using fs::leads_inside;
+using fs::Path;
 
 struct Row {
   const char *path, *target, *folder;
@@ -56,6 +60,47 @@ TEST(LinkCheck, RefusesWhatLeavesTheFolder) {
   for (const Row& row : rows)
     EXPECT_FALSE(leads_inside(fs::Path(row.path), row.target, fs::Path(row.folder)))
         << row.path << " -> " << row.target << " in " << row.folder;
+}
+
+TEST(RecordPath, LiesStrictlyBelowTheBase) {
+  for (const char* path :
+       {"/f/a/x", "/f/a/x/y z", "/f/a/...", "/f/a/..x", "/f/a/x.", "/f/a/\xFF", "/f/a/x\ny"})
+    EXPECT_TRUE(is_record_path_below(Path(path), Path("/f/a"))) << path;
+}
+
+TEST(RecordPath, IsNeitherTheBaseNorOutsideOfIt) {
+  for (const char* path :
+       {"", "/", "/f", "/f/", "/f/a", "/f/a/", "/f/ab", "/f/ab/x", "/f/b/x", "/F/a/x", "f/a/x", "x"})
+    EXPECT_FALSE(is_record_path_below(Path(path), Path("/f/a"))) << path;
+}
+
+TEST(RecordPath, IsInNormalForm) {
+  for (const char* path :
+       {"/f/a/.", "/f/a/..", "/f/a/./x", "/f/a//x", "//f/a/x", "/f/a/x/", "/f/a/x//", "/f/a/x/.", "/f/a/x/..",
+        "/f/a/x/../y", "/f/a/../b", "/f/./a/x", "/x/../f/a/y", "./f/a/x", "/f/a/x/../../.."})
+    EXPECT_FALSE(is_record_path_below(Path(path), Path("/f/a"))) << path;
+}
+
+TEST(PlainComponent, IsOneNameAndNothingElse) {
+  for (const char* name : {"a", "a.b c", "...", "..a", "a..", "\xFF", "a\nb"})
+    EXPECT_TRUE(fs::is_plain_component(name)) << name;
+  for (const char* name : {"", ".", "..", "/", "a/", "/a", "a/b", "../a", "./a"})
+    EXPECT_FALSE(fs::is_plain_component(name)) << name;
+}
+
+TEST(NameBelow, IsWhatFollowsThePrefix) {
+  EXPECT_EQ(Path("Music/a"), fs::name_below("/media/Music/a", "/media"));
+  EXPECT_EQ(Path(""), fs::name_below("/media", "/media"));
+}
+
+TEST(NameBelow, IsRefusedToWhatOnlyBeginsWithTheSameCharacters) {
+  for (const char* name : {"/mediax", "/mediax/a", "/medi", "media/a", ""}) {
+    try {
+      ADD_FAILURE() << fs::name_below(name, "/media");
+    } catch (const fs::Exception& refused) {
+      EXPECT_EQ("Path '" + std::string(name) + "' is not subdirectory of '/media'", refused.what());
+    }
+  }
 }
 
 }  // namespace
