@@ -32,10 +32,10 @@ ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t
 
 bool ComponentRestore::accepts(const fs::Path& path) const { return fs::is_record_path_below(path, folder_); }
 
-bool ComponentRestore::accepts(const EntryView& entry, const fs::Path& path) const {
+bool ComponentRestore::accepts(const EntryView& entry, const fs::Path& path) {
   if (!entry.is_restorable()) return false;
   const std::optional<std::string_view> target = entry.link_target();
-  return !target || fs::leads_inside(path, *target, folder_);
+  return !target || fs::leads_inside(root_, path, *target, folder_);
 }
 
 void ComponentRestore::extract(const EntryView& entry, const fs::File& destination) {

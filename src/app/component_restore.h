@@ -19,7 +19,7 @@ class ComponentRestore {
   /// Whether a record may be restored: in normal form, and below the component's folder.
   [[nodiscard]] bool accepts(const fs::Path& path) const;
   /// Whether an entry may be: a plain file or folder, or a link that stays in the component's folder.
-  [[nodiscard]] bool accepts(const EntryView& entry, const fs::Path& path) const;
+  [[nodiscard]] bool accepts(const EntryView& entry, const fs::Path& path);
 
   /// Creates an entry with this status, and the folders above it where they are missing. A folder that may be
   /// read may be searched as well, whatever the mask says: what is in it would be lost otherwise.
@@ -32,6 +32,7 @@ class ComponentRestore {
   void make_folders_above(const fs::Path& path);
 
   fs::Path folder_;
+  fs::Folder root_{"/"};
   mode_t mask_;
   fs::FileMask file_mask_;
   Extraction extraction_;

@@ -1,6 +1,7 @@
 #include "archive/metadata_entry.h"
 
 #include <array>
+#include <cstring>
 #include <ctime>
 #include <iostream>
 #include <sstream>
@@ -23,13 +24,17 @@ meta::Manifest read_manifest(ArchiveReader& reader) {
   std::stringstream text;
   std::array<char, CHUNK_SIZE> chunk{};
   std::size_t total = 0;
+  bool has_null = false;
   for (;;) {
     const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
     if (count <= 0) break;  // the end, or damage, which the reader then knows of
     total += static_cast<std::size_t>(count);
     if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
     text.write(chunk.data(), count);
+    has_null = has_null || std::memchr(chunk.data(), '\0', static_cast<std::size_t>(count)) != nullptr;
   }
+  // No name has one, and what is behind it would be judged here and not be seen by the system.
+  if (has_null) throw meta::malformed_manifest("Manifest with a null byte");
   return meta::parse(text);
 }
 

@@ -2,12 +2,13 @@
 
 #include <string_view>
 
+#include "fs/folder.h"
 #include "fs/path.h"
 
 /// What an archive may name. Entries, links and manifests can come from anybody, and a restore runs as root:
-/// every name that leads to the device passes one of these tests first. All of them judge the text alone; that
-/// nothing on disk leads elsewhere, and that no program swaps a folder meanwhile, is fs::Folder's part, which
-/// follows no link below its root.
+/// every name that leads to the device passes one of these tests first. All but the last judge the text
+/// alone; that nothing on disk leads elsewhere, and that no program swaps a folder meanwhile, is fs::Folder's
+/// part, which follows no link below its root.
 namespace fs {
 
 /// Whether a name is one component and nothing else: not empty, no separator, not "." or "..".
@@ -26,10 +27,13 @@ namespace fs {
 /// @throws Exception "Path 'NAME' is not subdirectory of 'PREFIX'"
 [[nodiscard]] Path name_below(const Path& name, const Path& prefix);
 
-/// Whether a symbolic link at `path` leads to something inside `folder`. A relative target counts from the
-/// link's own folder.
-/// Guards the links of settings, PPS objects and the home screen: a link that leads out would give its owner's
-/// files away, or have later writes land where it leads.
-[[nodiscard]] bool leads_inside(const Path& path, std::string_view link_target, const Path& folder);
+/// Whether a symbolic link at `path` leads to something inside `folder`, both absolute. A relative target
+/// counts from the link's own folder. The target is judged by its text, where a ".." behind a name is refused
+/// (the name can be another link by the time at which the link is used), and then followed on the device
+/// below `root`, which is "/": what exists of it must lead inside as well. Guards the links of settings, PPS
+/// objects and the home screen: a link that leads out would give its owner's files away, or have later writes
+/// land where it leads.
+[[nodiscard]] bool leads_inside(Folder& root, const Path& path, std::string_view link_target,
+                                const Path& folder);
 
 }  // namespace fs

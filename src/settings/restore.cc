@@ -117,12 +117,12 @@ class SettingsRestore {
     }
   }
 
-  [[nodiscard]] bool is_acceptable(const EntryView& entry, const fs::Path& target) const {
+  [[nodiscard]] bool is_acceptable(const EntryView& entry, const fs::Path& target) {
     if (!entry.is_restorable()) return false;
     // What is looked up must not depend on what the owner of the entry before may see.
     const fs::EffectiveUser superuser(fs::SUPERUSER);
     const std::optional<std::string_view> link_target = entry.link_target();
-    if (link_target && !fs::leads_inside(target, *link_target, target.dirname())) return false;
+    if (link_target && !fs::leads_inside(root_, target, *link_target, target.dirname())) return false;
     return verify_restore_path(allowed_, target);
   }
 
@@ -134,6 +134,7 @@ class SettingsRestore {
 
   ArchiveReader& reader_;
   AllowedSettings allowed_;
+  fs::Folder root_{places::ROOT};
   std::optional<Extraction> extraction_;  ///< kept while entries of one owner follow each other
   bool well_formed_ = true;
 };

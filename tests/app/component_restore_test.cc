@@ -51,7 +51,7 @@ TEST_F(ComponentRestoreTest, AcceptsRecordsBelowTheComponentsFolder) {
   EXPECT_TRUE(on_the_device([] {
     test::write_file("/a.tar", TarBuilder().text());
     test::Reader reader("/a.tar");
-    const ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+    ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
     for (const char* name : {"x", "data/x", "..x", "data/x y"})
       EXPECT_TRUE(component.accepts(Path(path(name)))) << name;
     for (const std::string record :
@@ -91,7 +91,7 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
     for (const Row& row : rows) {
       test::write_file("/a.tar", TarBuilder().add(row.type, "/e", "", 0660, row.target).text());
       test::Reader reader("/a.tar");
-      const ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
       const std::optional<EntryView> entry = reader.next_header();
       ASSERT_TRUE(entry);
       EXPECT_EQ(row.is_accepted, component.accepts(*entry, Path(path("data/x"))))
@@ -174,7 +174,7 @@ TEST_F(ComponentRestoreTest, GivesIdentityAndMaskBack) {
     {
       test::write_file("/a.tar", TarBuilder().text());
       test::Reader reader("/a.tar");
-      const ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
       EXPECT_EQ(APPS_USER, ::geteuid());
       EXPECT_EQ(0U, ::getegid());
     }

@@ -191,6 +191,16 @@ TEST_F(MetadataEntry, IsFoundBehindAnEntryThatCouldNotBeExtracted) {
   EXPECT_TRUE(find_manifest(reader, METADATA_NAME, OtherEntries::REFUSE));
 }
 
+TEST_F(MetadataEntry, WithANullByteIsMalformed) {
+  for (const std::string& text : {std::string("Key\0: value\n", 12), std::string("App-Directory: a\0\n", 18),
+                                  std::string("File: 1\n/a\0b\n", 13), std::string("A: 1\n\0", 6)}) {
+    Reader reader(archive(TarBuilder().file("/app/x/bin/.backup.metadata", text).text()));
+    EXPECT_EQ("Manifest with a null byte", message_of<meta::malformed_manifest>([&] {
+                static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
+              }));
+  }
+}
+
 TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
   ASSERT_EQ(0, ::mkdir((folder_ / "m").c_str(), 0755));
   // A hole on disk and in the archive: no more than some kilobytes in either.

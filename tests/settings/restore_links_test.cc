@@ -38,8 +38,8 @@ class SettingsRestoreLinks : public test::SettingsDevice {
 };
 
 TEST_F(SettingsRestoreLinks, ComeBackWhenTheyStayInTheirFolder) {
-  for (const char* target : {"/w/s/b", "/w/s/b/c", "b", "./b", "b/c", "b/../c", "../s/b", "../../w/s/b",
-                             "/w/s/../s/b", "/w/s/./b", "/w/s//b", "/x/../w/s/b", "b c:", "...", "..b", "."})
+  for (const char* target : {"/w/s/b", "/w/s/b/c", "b", "./b", "b/c", "../s/b", "../../w/s/b", "/w/s/./b",
+                             "/w/s//b", "b c:", "...", "..b", "."})
     EXPECT_TRUE(restores(target, true)) << target;
 }
 
