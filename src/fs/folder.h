@@ -55,6 +55,10 @@ class Folder {
   /// Whether something lies at `relative`, a dangling link included.
   [[nodiscard]] bool holds(const Path& relative) noexcept;
 
+  /// Closes the folders that stay open between two calls. To be called when some of them were removed: what
+  /// is made under their names later are other folders.
+  void let_go() noexcept { held_.clear(); }
+
  private:
   /// A folder on the way to the one that was asked for last.
   struct Held {

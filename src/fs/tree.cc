@@ -113,6 +113,7 @@ void remove_tree(Folder& folder, const Path& relative) {
     diagnostics::line(1, "Errors encountered while unlinking '%s' (%s)", (folder.path() / relative).c_str(),
                       failure.what());
   }
+  folder.let_go();
 }
 
 void remove_tree(const File& file) {

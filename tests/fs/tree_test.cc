@@ -272,4 +272,14 @@ TEST_F(TreeWalk, RemovesNothingThroughALink) {
   EXPECT_TRUE((Tree{dir("app"), dir("others", {file("kept")})}.matches(folder_.path())));
 }
 
+TEST_F(TreeWalk, ReachesWhatIsMadeInThePlaceOfARemovedTree) {
+  const Tree tree{dir("app", {dir("data", {file("f")})})};
+  tree.build(folder_.path());
+  fs::Folder folder{Path(folder_.path())};
+  fs::remove_tree(folder, "app");
+  tree.build(folder_.path());
+  EXPECT_TRUE(folder.holds("app/data/f"));
+  EXPECT_TRUE(folder.holds("app/data"));
+}
+
 }  // namespace
