@@ -21,6 +21,10 @@ namespace {
 
 constexpr mode_t PERMISSIONS = 07777;
 
+bool is_same(const struct ::stat& one, const struct ::stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 /// Takes permissions away from the very object that is opened; nothing follows a link, waits for a fifo or
 /// changes another kind of object.
 /// @return 0, or the error number.
@@ -31,8 +35,18 @@ int narrow_mode(const fs::Place& place, const struct ::stat& listed, mode_t allo
       ::openat(place.folder, place.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct ::stat found {};
   if (!object || ::fstat(object.get(), &found) == -1) return errno;
-  if (found.st_dev != listed.st_dev || found.st_ino != listed.st_ino) return ENOENT;
+  if (!is_same(found, listed)) return ENOENT;
   return ::fchmod(object.get(), found.st_mode & PERMISSIONS & allowed) == -1 ? errno : 0;
+}
+
+/// Sets the owner of the very object that was listed.
+/// @return 0, or the error number.
+int set_owner(const fs::Place& place, const struct ::stat& listed, const Ownership& ownership) {
+  const base::FileDescriptor object(::openat(place.folder, place.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct ::stat found {};
+  if (!object || ::fstat(object.get(), &found) == -1) return errno;
+  if (!is_same(found, listed)) return ENOENT;
+  return ::fchownat(object.get(), "", ownership.user, ownership.group, AT_EMPTY_PATH) == -1 ? errno : 0;
 }
 
 void apply(const Ownership& ownership, fs::Folder& folder, const fs::File& file) {
@@ -46,8 +60,7 @@ void apply(const Ownership& ownership, fs::Folder& folder, const fs::File& file)
     std::cerr << "ERROR applying permissions to " << path << " (" << std::strerror(error) << ")\n";
     throw fs::Exception(error, "Applying perms. to " + path.text());
   }
-  if (::fchownat(place.folder, place.name, ownership.user, ownership.group, AT_SYMLINK_NOFOLLOW) == -1) {
-    const int error = errno;
+  if (const int error = set_owner(place, file.record(), ownership); error != 0) {
     std::cerr << "ERROR applying ownership to " << path << " (" << std::strerror(error) << ")\n";
     diagnostics::line(0, "ERROR applying ownership to %s ('%s')", path.c_str(), std::strerror(error));
     // Odd on purpose: callers match this text.
