@@ -1,16 +1,20 @@
 // A library to preload (LD_PRELOAD) into a program that is tested as it ships: makes one call of one function
 // fail.
-//   HARBIX_FAIL_CALL   open, openat, read, write, close, lstat or fstatat
+//   HARBIX_FAIL_CALL   open, openat, openat2, read, write, pwrite, close, lstat, fstatat, unlinkat, renameat,
+//                      mkdirat, symlinkat, fchownat or fchmod
 //   HARBIX_FAIL_NTH    which call of it, from 1
 //   HARBIX_FAIL_ERRNO  the error number
 // Calls are counted in each process for itself, from its start on; without the variables nothing fails. What
-// the program does through other calls (readv, pwrite, ...) and what the C library does inside of itself is
-// not seen. The object of a close that is made to fail is closed all the same, as the system does.
+// the program does through other calls (readv, statx, ...) and what the C library does inside of itself is
+// not seen, but for openat2, which has no function of its own and is seen in syscall. The object of a close
+// that is made to fail is closed all the same, as the system does.
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
@@ -72,6 +76,17 @@ int failing_lstat(const char* path, void* record) __asm__("lstat");
 int failing_lstat64(const char* path, void* record) __asm__("lstat64");
 int failing_fstatat(int directory, const char* path, void* record, int flags) __asm__("fstatat");
 int failing_fstatat64(int directory, const char* path, void* record, int flags) __asm__("fstatat64");
+ssize_t failing_pwrite(int descriptor, const void* buffer, std::size_t size, off_t offset) __asm__("pwrite");
+ssize_t failing_pwrite64(int descriptor, const void* buffer, std::size_t size,
+                         off_t offset) __asm__("pwrite64");
+int failing_unlinkat(int directory, const char* path, int flags) __asm__("unlinkat");
+int failing_renameat(int from_directory, const char* from, int to_directory,
+                     const char* to) __asm__("renameat");
+int failing_mkdirat(int directory, const char* path, mode_t mode) __asm__("mkdirat");
+int failing_symlinkat(const char* target, int directory, const char* path) __asm__("symlinkat");
+int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, int flags) __asm__("fchownat");
+int failing_fchmod(int descriptor, mode_t mode) __asm__("fchmod");
+long failing_syscall(long number, ...) __asm__("syscall");
 }
 
 int failing_open(const char* path, int flags, ...) {
@@ -143,4 +158,55 @@ int failing_fstatat(int directory, const char* path, void* record, int flags) {
 int failing_fstatat64(int directory, const char* path, void* record, int flags) {
   if (fails("fstatat")) return -1;
   return next<int(int, const char*, void*, int)>("fstatat64")(directory, path, record, flags);
+}
+
+ssize_t failing_pwrite(int descriptor, const void* buffer, std::size_t size, off_t offset) {
+  if (fails("pwrite")) return -1;
+  return next<ssize_t(int, const void*, std::size_t, off_t)>("pwrite")(descriptor, buffer, size, offset);
+}
+
+ssize_t failing_pwrite64(int descriptor, const void* buffer, std::size_t size, off_t offset) {
+  if (fails("pwrite")) return -1;
+  return next<ssize_t(int, const void*, std::size_t, off_t)>("pwrite64")(descriptor, buffer, size, offset);
+}
+
+int failing_unlinkat(int directory, const char* path, int flags) {
+  if (fails("unlinkat")) return -1;
+  return next<int(int, const char*, int)>("unlinkat")(directory, path, flags);
+}
+
+int failing_renameat(int from_directory, const char* from, int to_directory, const char* to) {
+  if (fails("renameat")) return -1;
+  return next<int(int, const char*, int, const char*)>("renameat")(from_directory, from, to_directory, to);
+}
+
+int failing_mkdirat(int directory, const char* path, mode_t mode) {
+  if (fails("mkdirat")) return -1;
+  return next<int(int, const char*, mode_t)>("mkdirat")(directory, path, mode);
+}
+
+int failing_symlinkat(const char* target, int directory, const char* path) {
+  if (fails("symlinkat")) return -1;
+  return next<int(const char*, int, const char*)>("symlinkat")(target, directory, path);
+}
+
+int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, int flags) {
+  if (fails("fchownat")) return -1;
+  return next<int(int, const char*, uid_t, gid_t, int)>("fchownat")(directory, path, user, group, flags);
+}
+
+int failing_fchmod(int descriptor, mode_t mode) {
+  if (fails("fchmod")) return -1;
+  return next<int(int, mode_t)>("fchmod")(descriptor, mode);
+}
+
+long failing_syscall(long number, ...) {
+  if (number == SYS_openat2 && fails("openat2")) return -1;
+  // Every call takes at most six, and the kernel looks only at those that it knows.
+  std::array<long, 6> words{};
+  va_list arguments;
+  va_start(arguments, number);
+  for (long& word : words) word = va_arg(arguments, long);
+  va_end(arguments);
+  return next<long(long, ...)>("syscall")(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
