@@ -1,4 +1,4 @@
-#include <sys/stat.h>
+#include <cerrno>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,9 +29,12 @@ struct Moment {
   int nth = 1;
 };
 
+/// Whether the kernel opens below a folder at once. The program does it step by step where it does not.
+enum class Kernel { NEW, WITHOUT_OPENAT2 };
+
 /// Lets the owner of a folder swap it for a link while the program works in it. The link leads to a folder
 /// that the owner cannot enter, but the program can; it holds a file of the same name.
-class Race : public testing::Test {
+class Race : public testing::TestWithParam<Kernel> {
  protected:
   Race() {
     lock_vault("root");
@@ -61,14 +64,18 @@ class Race : public testing::Test {
     changing.insert(changing.end(), own.begin(), own.end());
     const Snapshot before = device_.everything_but(changing);
     // The sanitizers want to come first, and do as well in second place.
-    Outcome outcome = device_.shell(
-        "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_ACT_AT=" + std::string(moment.name) +
-            " HARBIX_ACT_PATH='" + moment.path + "' HARBIX_ACT_NTH=" + std::to_string(moment.nth) +
-            " HARBIX_ACT_COMMAND='" + command +
-            " && touch /tmp/acted'\n"
-            "LD_PRELOAD=/opt/harbix/bin/tests/libacting_calls.so exec harbix " +
-            arguments,
-        input);
+    std::string script =
+        "export ASAN_OPTIONS=verify_asan_link_order=0 LD_LIBRARY_PATH=/opt/harbix/bin/tests\n";
+    script += "export HARBIX_ACT_AT=" + std::string(moment.name) + " HARBIX_ACT_PATH='" + moment.path + "'\n";
+    script += "export HARBIX_ACT_NTH=" + std::to_string(moment.nth);
+    script += " HARBIX_ACT_COMMAND='" + command + " && touch /tmp/acted'\n";
+    if (GetParam() == Kernel::WITHOUT_OPENAT2) {
+      script +=
+          "export HARBIX_FAIL_CALL=openat2 HARBIX_FAIL_NTH=1 HARBIX_FAIL_ERRNO=" + std::to_string(ENOSYS) +
+          "\n";
+    }
+    script += "LD_PRELOAD=libacting_calls.so:libfailing_calls.so exec harbix " + arguments;
+    Outcome outcome = device_.shell(script, input);
     EXPECT_TRUE(device_.exists("/tmp/acted")) << "the moment did not come";
     EXPECT_EQ(difference(before, device_.everything_but(changing)), "");
     return outcome;
@@ -85,7 +92,7 @@ class Race : public testing::Test {
   InstalledApplication loaded_ = test::loaded_application();
 };
 
-TEST_F(Race, PutsNoStrangersFileIntoABackupOfMedia) {
+TEST_P(Race, PutsNoStrangersFileIntoABackupOfMedia) {
   device_.write(shared("Music/sub/file"), "music");
   const Outcome outcome = race({"closed", "Music/sub"}, swap_for_link(shared("Music/sub")), {test::SHARED},
                                "-f /tmp/a.tar media");
@@ -94,7 +101,7 @@ TEST_F(Race, PutsNoStrangersFileIntoABackupOfMedia) {
   EXPECT_FALSE(is_in_archive(SECRET));
 }
 
-TEST_F(Race, PutsNoStrangersFileIntoABackupOfApplicationData) {
+TEST_P(Race, PutsNoStrangersFileIntoABackupOfApplicationData) {
   device_.add_data(loaded_, "data/sub/file", "data");
   const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(loaded_.data() + "/data/sub"),
                                {loaded_.data()}, "-f /tmp/a.tar app");
@@ -115,7 +122,7 @@ class SettingsRace : public Race {
   }
 };
 
-TEST_F(SettingsRace, PutsNoStrangersFileIntoABackup) {
+TEST_P(SettingsRace, PutsNoStrangersFileIntoABackup) {
   const Outcome outcome = race({"closed", "settings/sub"}, swap_for_link(std::string(SETTINGS) + "/sub"),
                                {SETTINGS}, "-f /tmp/a.tar settings");
   EXPECT_EQ(outcome.status, 0);
@@ -123,7 +130,7 @@ TEST_F(SettingsRace, PutsNoStrangersFileIntoABackup) {
   EXPECT_FALSE(is_in_archive(SECRET));
 }
 
-TEST_F(SettingsRace, WritesNoStrangersFile) {
+TEST_P(SettingsRace, WritesNoStrangersFile) {
   const std::string target = "/settings" + std::string(SETTINGS) + "/sub/";
   const std::string archive = TarBuilder()
                                   .file("/settings/.backup.metadata", "File: 1\n/a\nFile: 1\n/b\n\n", 0700)
@@ -137,7 +144,7 @@ TEST_F(SettingsRace, WritesNoStrangersFile) {
   EXPECT_EQ(device_.read(std::string(SETTINGS) + "/sub.aside/second"), "2");
 }
 
-TEST_F(Race, WritesNoStrangersMedia) {
+TEST_P(Race, WritesNoStrangersMedia) {
   lock_vault("media");
   const std::string archive =
       TarBuilder().file("/media/M/sub/first", "1").file("/media/M/sub/second", "2").text();
@@ -148,7 +155,7 @@ TEST_F(Race, WritesNoStrangersMedia) {
   EXPECT_EQ(device_.read(shared("M/sub.aside/second")), "2");
 }
 
-TEST_F(Race, SaysThatAFolderOfMediaBecameALink) {
+TEST_P(Race, SaysThatAFolderOfMediaBecameALink) {
   lock_vault("media");
   const std::string archive = TarBuilder()
                                   .file("/media/M/sub/first", "1")
@@ -161,7 +168,7 @@ TEST_F(Race, SaysThatAFolderOfMediaBecameALink) {
   EXPECT_THAT(outcome.errors, HasSubstr("/M/sub/file: Not a directory\n"));
 }
 
-TEST_F(Race, WritesNoStrangersApplicationData) {
+TEST_P(Race, WritesNoStrangersApplicationData) {
   lock_vault("apps");
   const std::string archive = archive_of({CraftedPackage::data(loaded_.id)
                                               .folder("data")
@@ -174,7 +181,7 @@ TEST_F(Race, WritesNoStrangersApplicationData) {
   EXPECT_EQ(device_.read(loaded_.data() + "/data/sub.aside/second"), "2");
 }
 
-TEST_F(Race, RemovesNoStrangersFileWithTheMedia) {
+TEST_P(Race, RemovesNoStrangersFileWithTheMedia) {
   lock_vault("media");
   device_.write(shared("Music/sub/file"), "music");
   const Outcome outcome = race({"listed", "Music/sub/file"}, swap_for_link(shared("Music/sub")),
@@ -183,7 +190,7 @@ TEST_F(Race, RemovesNoStrangersFileWithTheMedia) {
   EXPECT_EQ(outcome.errors, "");
 }
 
-TEST_F(Race, RemovesNoStrangersFileWithOldApplicationData) {
+TEST_P(Race, RemovesNoStrangersFileWithOldApplicationData) {
   device_.add_data(loaded_, "data/sub/file", "data");
   const std::string archive =
       archive_of({CraftedPackage::data(loaded_.id).folder("data").file("data/new", "new")});
@@ -193,7 +200,7 @@ TEST_F(Race, RemovesNoStrangersFileWithOldApplicationData) {
   EXPECT_EQ(device_.read(loaded_.data() + "/data/new"), "new");
 }
 
-TEST_F(Race, RemovesNoStrangersFileWithOldNavigatorData) {
+TEST_P(Race, RemovesNoStrangersFileWithOldNavigatorData) {
   lock_vault("apps");
   device_.make_owned_folder(std::string(NAVIGATOR) + "/data/sub", 0700, device_.user("apps"), 0);
   device_.write_owned(std::string(NAVIGATOR) + "/data/sub/file", "old", 0600, device_.user("apps"), 0);
@@ -205,7 +212,7 @@ TEST_F(Race, RemovesNoStrangersFileWithOldNavigatorData) {
   EXPECT_EQ(device_.read(std::string(NAVIGATOR) + "/data/new"), "new");
 }
 
-TEST_F(Race, GivesNoStrangersFileToTheOwnerOfData) {
+TEST_P(Race, GivesNoStrangersFileToTheOwnerOfData) {
   const std::string archive = archive_of(
       {CraftedPackage::data(loaded_.id).folder("data").folder("data/sub").file("data/sub/file", "1")});
   const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(loaded_.data() + "/data/sub"),
@@ -214,7 +221,7 @@ TEST_F(Race, GivesNoStrangersFileToTheOwnerOfData) {
   EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/sub"));
 }
 
-TEST_F(Race, GivesNoStrangersFileToTheOwnerOfPrograms) {
+TEST_P(Race, GivesNoStrangersFileToTheOwnerOfPrograms) {
   const std::string archive =
       archive_of({CraftedPackage::binary(bought_.id).folder("native").file("native/file", "1", 0755)});
   const Outcome outcome = race({"closed", "native"}, swap_for_link(bought_.folder() + "/native"),
@@ -223,7 +230,7 @@ TEST_F(Race, GivesNoStrangersFileToTheOwnerOfPrograms) {
   EXPECT_THAT(outcome.errors, HasSubstr(bought_.folder() + "/native"));
 }
 
-TEST_F(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
+TEST_P(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
   const std::string file = loaded_.data() + "/data/file";
   const std::string archive =
       archive_of({CraftedPackage::data(loaded_.id).folder("data").file("data/file", "1", 0600)});
@@ -233,5 +240,13 @@ TEST_F(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.errors, HasSubstr(file));
 }
+
+std::string name_of(const testing::TestParamInfo<Kernel>& kernel) {
+  return kernel.param == Kernel::NEW ? "NewKernel" : "WithoutOpenat2";
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, Race, testing::Values(Kernel::NEW, Kernel::WITHOUT_OPENAT2), name_of);
+INSTANTIATE_TEST_SUITE_P(Kernels, SettingsRace, testing::Values(Kernel::NEW, Kernel::WITHOUT_OPENAT2),
+                         name_of);
 
 }  // namespace
