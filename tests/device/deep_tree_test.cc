@@ -16,7 +16,7 @@ using test::Device;
 using test::Outcome;
 
 constexpr char TOP[] = "/accounts/1000/shared/Deep";
-constexpr int DEPTH = 3000;  // longer than any path may be, even with names of one character
+constexpr int DEPTH = 2200;  // longer than any path may be, even with names of one character
 
 void require(bool is_done) {
   if (!is_done) throw std::system_error(errno, std::generic_category(), "deep tree");
