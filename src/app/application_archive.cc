@@ -3,8 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "app/package_attributes.h"
-#include "app/places.h"
+#include "app/layout.h"
 #include "archive/package_writer.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -24,14 +23,6 @@ using updater::RegisteredApplication;
 
 bool is_from_storefront(const RegisteredApplication& application) {
   return application.source == domains::STOREFRONT_SOURCE;
-}
-
-fs::Path binary_folder(const RegisteredApplication& application) {
-  return fs::Path(places::APPLICATIONS) / application.id;
-}
-
-fs::Path data_folder(const RegisteredApplication& application) {
-  return fs::Path(places::APPLICATION_DATA) / application.id;
 }
 
 void announce(report::ProgressLines& progress, const fs::Path& path, const fs::Path& /*name*/) {
@@ -76,7 +67,7 @@ void collect_data(fs::Folder& folder, const fs::Path& path, PackageWriter& packa
 meta::Manifest describe(const RegisteredApplication& application) {
   return {{package_attributes::PACKAGE, application.dir},
           {package_attributes::APP_DIRECTORY, application.id},
-          {package_attributes::DATA_DIRECTORY, data_folder(application).text()}};
+          {package_attributes::DATA_DIRECTORY, data_folder(application.id).text()}};
 }
 
 /// Gathers the installed application while the installer looks up what it needs to register it again.
@@ -84,17 +75,13 @@ meta::Manifest describe(const RegisteredApplication& application) {
 std::string collect_binaries(fs::Folder& folder, const RegisteredApplication& application,
                              PackageWriter& package) {
   report::progress("QUERY EXTRAS ", application.id);
-  updater::ActionQuery query(binary_folder(application).text());
+  updater::ActionQuery query(binary_folder(application.id).text());
   query.write_request();
-  collect_below(folder, binary_folder(application), package);
+  collect_below(folder, binary_folder(application.id), package);
   query.read_response();
   std::string extras = query.get_attribute("actual_extras");
   report::progress("Extras: ", extras);
   return extras;
-}
-
-fs::Path package_name(const RegisteredApplication& application, const char* kind) {
-  return fs::Path(places::APPLICATION_PREFIX) / application.dir / kind;
 }
 
 void archive_binaries(ArchiveWriter& writer, const RegisteredApplication& application) {
@@ -104,15 +91,15 @@ void archive_binaries(ArchiveWriter& writer, const RegisteredApplication& applic
   meta::Manifest manifest = describe(application);
   // An attribute without a value would take the next line for its own.
   if (!extras.empty()) manifest.push_back({package_attributes::EXTRAS, std::move(extras)});
-  package.store(package_name(application, places::BINARY_KIND), binary_folder(application),
+  package.store(package_name(application.dir, places::BINARY_KIND), binary_folder(application.id),
                 std::move(manifest));
 }
 
 void archive_data(ArchiveWriter& writer, const RegisteredApplication& application) {
   fs::Folder data(places::APPLICATION_DATA);
   PackageWriter package(writer, data, STYLE);
-  collect_data(data, data_folder(application), package);
-  package.store(package_name(application, places::DATA_KIND), data_folder(application),
+  collect_data(data, data_folder(application.id), package);
+  package.store(package_name(application.dir, places::DATA_KIND), data_folder(application.id),
                 describe(application));
 }
 
@@ -133,8 +120,8 @@ void measure_application(ArchiveWriter& writer, const RegisteredApplication& app
   fs::Folder data(places::APPLICATION_DATA);
   PackageWriter binaries(writer, applications, STYLE);
   PackageWriter kept(writer, data, STYLE);
-  if (is_from_storefront(application)) collect_below(applications, binary_folder(application), binaries);
-  collect_data(data, data_folder(application), kept);
+  if (is_from_storefront(application)) collect_below(applications, binary_folder(application.id), binaries);
+  collect_data(data, data_folder(application.id), kept);
   result.bytes += binaries.bytes() + kept.bytes();
   ++result.files;
 }

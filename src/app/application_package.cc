@@ -4,8 +4,7 @@
 #include <iostream>
 #include <utility>
 
-#include "app/package_attributes.h"
-#include "app/places.h"
+#include "app/layout.h"
 #include "base/flags.h"
 #include "fs/containment.h"
 
@@ -50,7 +49,7 @@ bool ApplicationPackage::is_known() const {
 std::string ApplicationPackage::package() const { return components_.at(1).text(); }
 
 bool ApplicationPackage::is_home_screen() const {
-  return has_application_name() && (package() == places::NAVIGATOR || package() == places::SYSTEM_TRAY);
+  return has_application_name() && harbix::is_home_screen(package());
 }
 
 std::string ApplicationPackage::app_directory() const {
@@ -69,7 +68,7 @@ std::string ApplicationPackage::extras() const {
 bool ApplicationPackage::has_plain_directory() const { return fs::is_plain_component(app_directory()); }
 
 bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
-  if (fs::Path(data_directory()) != fs::Path(places::APPLICATION_DATA) / app_directory()) return false;
+  if (fs::Path(data_directory()) != data_folder(app_directory())) return false;
   return std::ranges::all_of(
       records_, [&base](const FileRecord& record) { return fs::is_record_path_below(record.path, base); });
 }

@@ -4,10 +4,9 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "app/application_group.h"
+#include "app/layout.h"
 #include "app/ownership.h"
 #include "app/package_extraction.h"
-#include "app/places.h"
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
@@ -24,15 +23,6 @@ constexpr mode_t BINARY_MODE = 0750;
 constexpr mode_t DATA_MODE = 0770;
 constexpr gid_t UNKNOWN_GROUP = 0;
 
-fs::Path target_of(const ApplicationPackage& package) {
-  return fs::Path(places::APPLICATIONS) / package.app_directory();
-}
-
-/// These have data but no entry in the installer's list that would tell that they are built in.
-bool is_home_screen(const std::string& directory) {
-  return directory == places::NAVIGATOR || directory == places::SYSTEM_TRAY;
-}
-
 bool is_built_in(const fs::Path& target) {
   updater::ActionQuery query(target.text());
   query.exchange();
@@ -43,7 +33,7 @@ bool is_built_in(const fs::Path& target) {
 
 void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
   if (verbose) std::cerr << "Bin Package " << package.package() << '\n';
-  const fs::Path target = target_of(package);
+  const fs::Path target = binary_folder(package.app_directory());
   if (!are_binaries_acceptable(package, target)) {
     refuse_binaries(package);
     return;
@@ -63,6 +53,7 @@ bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& packa
     if (verbose) std::cerr << "Not rooted at apps: '" << target << "'\n";
     return false;
   }
+  // The parts of the home screen are built in, and no list of the installer tells so.
   if (!package.has_plain_directory() || is_home_screen(directory)) return false;
   if (fs::exists(target) && !is_replaceable(target, directory)) return false;
   return package.has_valid_paths(target);
@@ -124,7 +115,7 @@ void ApplicationRestore::restore_data(const ApplicationPackage& package) {
     return;
   }
   if (!package.has_plain_directory() || !package.has_valid_paths(fs::Path(package.data_directory()))) return;
-  const fs::Path target = target_of(package);
+  const fs::Path target = binary_folder(package.app_directory());
   const std::optional<gid_t> group = query_group(target);
   if (!group) return;
   if (*group < FIRST_APPLICATION_GROUP) {

@@ -1,16 +1,19 @@
 #include "app/backup.h"
 
+#include <algorithm>
 #include <iostream>
 #include <optional>
 #include <vector>
 
 #include "app/application_archive.h"
-#include "app/navigator_objects.h"
-#include "app/places.h"
-#include "app/selection.h"
+#include "app/layout.h"
+#include "archive/package_writer.h"
+#include "archive/pps_object.h"
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
+#include "base/places.h"
+#include "base/report.h"
 #include "updater/exception.h"
 #include "updater/registered_applications.h"
 
@@ -18,6 +21,10 @@ namespace harbix {
 namespace {
 
 using updater::RegisteredApplication;
+
+bool contains(std::span<const std::string> names, std::string_view name) {
+  return std::ranges::find(names, name) != names.end();
+}
 
 void list(const std::vector<RegisteredApplication>& applications) {
   for (const RegisteredApplication& one : applications) {
@@ -47,6 +54,28 @@ RegisteredApplication component(const char* name) {
   return {.id = name, .dir = name, .version = "0.0.0.0", .source = domains::BUILT_IN_MARKER};
 }
 
+meta::Attribute object_record(const fs::File& object) { return path_record(object.path()); }
+
+void announce_object(report::ProgressLines& /*progress*/, const fs::Path& path, const fs::Path& /*name*/) {
+  report::progress("Entry: ", path);
+}
+
+constexpr PackageStyle OBJECTS{
+    .record = object_record, .announce = announce_object, .write = write_pps_object};
+
+/// Writes the package of the navigator's PPS objects, with those of them that exist.
+void archive_navigator_objects(ArchiveWriter& writer) {
+  fs::Folder objects(places::PPS);
+  PackageWriter package(writer, objects, OBJECTS);
+  for (const fs::Path path : places::NAVIGATOR_OBJECTS) {
+    if (fs::exists(path)) package.add(fs::File(path));
+  }
+  package.store(package_name(places::NAVIGATOR, places::OBJECT_KIND), "/",
+                {{package_attributes::PACKAGE, places::NAVIGATOR},
+                 {package_attributes::APP_DIRECTORY, places::NAVIGATOR},
+                 {package_attributes::DATA_DIRECTORY, places::NAVIGATOR}});
+}
+
 void archive_selection(ArchiveWriter& writer, const ApplicationSelection& selection) {
   for (const RegisteredApplication& one : selection.applications) archive_application(writer, one);
   if (selection.navigator) archive_navigator_objects(writer);
@@ -55,6 +84,22 @@ void archive_selection(ArchiveWriter& writer, const ApplicationSelection& select
 }
 
 }  // namespace
+
+ApplicationSelection select_applications(std::vector<updater::RegisteredApplication> installed,
+                                         std::span<const std::string> package_ids) {
+  ApplicationSelection selection{.applications = std::move(installed)};
+  if (package_ids.empty()) return selection;
+  const std::span<const std::string> names = package_ids.subspan(1);
+  for (const std::string& name : names) {
+    if (name == places::NAVIGATOR || name == places::SYSTEM_TRAY) continue;
+    static_cast<void>(updater::find_application(selection.applications, name, updater::MustExist::YES));
+  }
+  std::erase_if(selection.applications,
+                [&](const updater::RegisteredApplication& one) { return !contains(names, one.dir); });
+  selection.system_tray = contains(names, places::SYSTEM_TRAY);
+  selection.navigator = contains(names, places::NAVIGATOR);
+  return selection;
+}
 
 int harbix_app(ArchiveWriter& writer, bool size_only, std::span<const std::string> package_ids,
                SizeResult& result) {

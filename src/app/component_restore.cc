@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "app/places.h"
+#include "app/layout.h"
 #include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/folder.h"

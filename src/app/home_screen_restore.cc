@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "app/component_restore.h"
+#include "app/layout.h"
 #include "app/package_entries.h"
-#include "app/places.h"
 #include "archive/pps_object.h"
 #include "fs/containment.h"
 #include "fs/exception.h"
@@ -22,12 +22,6 @@ constexpr mode_t CLOCK_DATABASE_MODE = 0660;
 constexpr std::string_view CLOCK_DATABASE = "ClockServices.sqlite";
 // Links of PPS objects must stay in here.
 constexpr char NAVIGATOR_OBJECT_FOLDER[] = "/pps/system/navigator";
-
-fs::Path data_folder(const char* component) { return fs::Path(places::APPLICATION_DATA) / component; }
-
-fs::Path package_name(const char* component, const char* kind) {
-  return fs::Path(places::APPLICATION_PREFIX) / component / kind;
-}
 
 void skip(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
   std::cerr << "Skip: " << path << '\n';

@@ -5,11 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <iostream>
-#include <string>
+#include <limits>
+#include <stdexcept>
+#include <system_error>
 #include <vector>
 
+#include "base/domains.h"
 #include "base/file_descriptor.h"
 #include "base/log.h"
 #include "base/report.h"
@@ -20,6 +24,10 @@ namespace harbix {
 namespace {
 
 constexpr mode_t PERMISSIONS = 07777;
+constexpr uid_t USERS_PER_GROUP = 10000;
+// The last id of all stands for "unchanged" in the calls that set owners.
+constexpr gid_t LAST_GROUP =
+    (std::numeric_limits<uid_t>::max() - 1 - domains::USER_ACCOUNT) / USERS_PER_GROUP;
 
 bool is_same(const struct ::stat& one, const struct ::stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
@@ -69,6 +77,18 @@ void apply(const Ownership& ownership, fs::Folder& folder, const fs::File& file)
 }
 
 }  // namespace
+
+gid_t parse_application_group(const std::string& text) {
+  gid_t group = 0;
+  const char* const end = text.data() + text.size();
+  const auto [parsed_end, error] = std::from_chars(text.data(), end, group);
+  if (error != std::errc() || parsed_end != end || group > LAST_GROUP) {
+    throw std::runtime_error("'" + text + "' is not a group id");
+  }
+  return group;
+}
+
+uid_t data_owner(gid_t group) noexcept { return group * USERS_PER_GROUP + domains::USER_ACCOUNT; }
 
 void apply_ownership(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative) {
   apply(ownership, folder, folder.file(relative));

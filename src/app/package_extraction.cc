@@ -2,12 +2,10 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <iostream>
 #include <stdexcept>
 
-#include "app/places.h"
+#include "app/layout.h"
 #include "base/flags.h"
 #include "base/log.h"
 #include "fs/identity.h"
@@ -15,15 +13,6 @@
 
 namespace harbix {
 namespace {
-
-bool is_in_data_folder(const fs::Path& path) {
-  constexpr std::array<std::string_view, 3> FOLDERS{places::TEMPORARY_FOLDER, places::DATA_FOLDER,
-                                                    places::LOG_FOLDER};
-  const fs::Path root(places::APPLICATION_DATA);
-  if (!path.is_inside(root)) return false;
-  const std::vector<fs::Path> components = path.relative_to(root).components();
-  return components.size() > 1 && std::ranges::find(FOLDERS, components[1].text()) != FOLDERS.end();
-}
 
 /// The entry's own status, with the record's where it has one, for the object at `path`. The size stays: it
 /// tells how much data follows.
@@ -98,7 +87,7 @@ void PackageExtraction::extract_record(Extraction& extraction, std::size_t posit
 }
 
 bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& record) {
-  if (restorable_ == Restorable::DATA_FOLDERS && !is_in_data_folder(record.path)) return false;
+  if (restorable_ == Restorable::DATA_FOLDERS && !is_in_kept_folder(record.path)) return false;
   if (!entry.is_restorable()) return false;
   const mode_t type = entry.destination(record.path).record().st_mode & S_IFMT;
   // A record that calls a link a file, or a device, is no description of its entry.

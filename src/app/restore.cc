@@ -11,7 +11,7 @@
 #include "app/application_restore.h"
 #include "app/home_screen_programs.h"
 #include "app/home_screen_restore.h"
-#include "app/places.h"
+#include "app/layout.h"
 #include "archive/metadata_entry.h"
 #include "archive/space_report.h"
 #include "base/domains.h"

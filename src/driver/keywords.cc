@@ -5,7 +5,7 @@
 #include <iostream>
 
 #include "app/backup.h"
-#include "app/places.h"
+#include "app/layout.h"
 #include "app/restore.h"
 #include "base/flags.h"
 #include "base/log.h"

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,9 @@ namespace {
 using fs::Path;
 using harbix::apply_ownership;
 using harbix::apply_ownership_below;
+using harbix::data_owner;
 using harbix::Ownership;
+using harbix::parse_application_group;
 using test::CapturedOutput;
 using test::dir;
 using test::file;
@@ -242,6 +245,37 @@ TEST_F(OwnershipTest, NeedsATreeThatCanBeListed) {
   EXPECT_EQ("Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']",
             failure_of([this] { apply_ownership_below(DATA, root_, "gone"); }));
   EXPECT_EQ("", errors.text());
+}
+
+TEST(ApplicationGroup, IsADecimalNumber) {
+  struct Row {
+    const char* text;
+    gid_t group;
+  };
+  for (const Row& row : {Row{"0", 0}, Row{"1", 1}, Row{"9999", 9999}, Row{"10000", 10000},
+                         Row{"010001", 10001}, Row{"429496", 429496}})
+    EXPECT_EQ(row.group, parse_application_group(row.text)) << row.text;
+}
+
+TEST(ApplicationGroup, ThatIsNoneIsQuotedInTheError) {
+  for (const std::string text :
+       {"", " ", "-1", "+1", " 1", "1 ", "1\n", "0x2710", "ten", "10001,10002", "1e4", "10001.0", "429497",
+        "4294967295", "4294967296", "18446744073709561617"}) {
+    try {
+      static_cast<void>(parse_application_group(text));
+      ADD_FAILURE() << text;
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ("'" + text + "' is not a group id", error.what());
+    }
+  }
+}
+
+TEST(ApplicationGroup, HasAUserOfItsOwnForData) {
+  EXPECT_EQ(1000U, data_owner(0));
+  EXPECT_EQ(100001000U, data_owner(harbix::FIRST_APPLICATION_GROUP));
+  EXPECT_EQ(100011000U, data_owner(10001));
+  // The last one that stays below the id that stands for "unchanged".
+  EXPECT_EQ(4294961000U, data_owner(429496));
 }
 
 }  // namespace
