@@ -55,8 +55,7 @@ harbix_unit_test(settings_test
   LINKS harbix_recorded_log harbix::settings)
 harbix_unit_test(updater_test
   SOURCES
-    updater/action_test.cc updater/actions_test.cc updater/interrupted_request_test.cc
-    updater/registered_application_test.cc updater/registered_applications_test.cc updater/request_object_test.cc
+    updater/installer_client_test.cc updater/registered_applications_test.cc updater/request_object_test.cc
   LINKS harbix_recorded_log harbix::updater)
 harbix_unit_test(app_test
   SOURCES

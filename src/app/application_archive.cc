@@ -13,8 +13,8 @@
 #include "fs/exception.h"
 #include "fs/folder.h"
 #include "fs/walk.h"
-#include "updater/actions.h"
 #include "updater/exception.h"
+#include "updater/installer_client.h"
 
 namespace harbix {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "archive/writer.h"
 #include "base/size_result.h"
-#include "updater/registered_application.h"
+#include "updater/registered_applications.h"
 
 namespace harbix {
 

@@ -14,7 +14,7 @@
 #include "base/report.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
-#include "updater/actions.h"
+#include "updater/installer_client.h"
 
 namespace harbix {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "app/application_package.h"
 #include "archive/reader.h"
-#include "updater/registered_application.h"
+#include "updater/registered_applications.h"
 
 namespace harbix {
 

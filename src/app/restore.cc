@@ -19,7 +19,7 @@
 #include "base/log.h"
 #include "fs/accounts.h"
 #include "fs/identity.h"
-#include "updater/actions.h"
+#include "updater/installer_client.h"
 #include "updater/registered_applications.h"
 
 namespace harbix {

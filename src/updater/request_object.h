@@ -1,12 +1,31 @@
 #pragma once
 
+#include <array>
+#include <csignal>
 #include <optional>
 
 #include "base/file_descriptor.h"
 #include "fs/path.h"
-#include "updater/interrupted_request.h"
 
 namespace updater {
+
+/// Takes an object away when SIGHUP, SIGINT or SIGTERM ends the process during the scope: a request that
+/// nobody waits for would stay in the installer's folder. One scope at a time.
+class InterruptedRequest {
+ public:
+  /// `object` must outlive the scope.
+  explicit InterruptedRequest(const fs::Path& object) noexcept;
+  ~InterruptedRequest();
+  InterruptedRequest(const InterruptedRequest&) = delete;
+  InterruptedRequest& operator=(const InterruptedRequest&) = delete;
+  InterruptedRequest(InterruptedRequest&&) = delete;
+  InterruptedRequest& operator=(InterruptedRequest&&) = delete;
+
+ private:
+  static constexpr std::array SIGNALS{SIGHUP, SIGINT, SIGTERM};
+
+  std::array<struct ::sigaction, SIGNALS.size()> saved_{};
+};
 
 /// A PPS object of one exchange with the installer, below "/pps/system/installer/upd/current": it carries the
 /// request there and the response back. Gone when this is, and when a signal ends the process before.

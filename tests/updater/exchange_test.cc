@@ -19,7 +19,7 @@
 #include "pps/toy_service.h"
 #include "support/private_root.h"
 #include "support/temporary_folder.h"
-#include "updater/actions.h"
+#include "updater/installer_client.h"
 #include "updater/installer_folder.h"
 #include "updater/registered_applications.h"
 

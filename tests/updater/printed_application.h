@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "updater/registered_application.h"
+#include "updater/registered_applications.h"
 
 namespace updater {
 

@@ -1,4 +1,4 @@
-#include "updater/action.h"
+#include "updater/installer_client.h"
 
 #include <unistd.h>
 
@@ -8,9 +8,11 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "base/flags.h"
 #include "fs/exception.h"
+#include "fs/working_directory.h"
 
 namespace updater {
 namespace {
@@ -57,6 +59,22 @@ class LineReader {
   std::size_t capacity_ = 0;
 };
 
+std::string attribute_line(const std::string& name, const std::string& value) {
+  return name + "::" + value + '\n';
+}
+
+std::string package_path_line(const fs::Path& package) {
+  return attribute_line("package_path", package.text());
+}
+
+/// The installer can be asked about what does not exist (any more) as well, by the text of its path alone.
+fs::Path canonical(const std::string& text) {
+  const fs::Path path(text);
+  if (fs::exists(path)) return path.realpath();
+  const bool is_absolute = text.starts_with(fs::Path::SEPARATOR);
+  return (is_absolute ? path : fs::current_directory() / path).lexically_normal();
+}
+
 }  // namespace
 
 void UpdaterAction::exchange() {
@@ -101,6 +119,30 @@ std::string UpdaterAction::get_attribute(const std::string& name) const {
   const auto found = response_.find(name);
   if (found == response_.end()) throw std::runtime_error("Attribute " + name + " not found");
   return found->second;
+}
+
+ActionRegister::ActionRegister(const fs::File& package, std::string extras, std::string gid)
+    : package_(package.path()), extras_(std::move(extras)), gid_(std::move(gid)) {}
+
+void ActionRegister::write_request() {
+  send(attribute_line("action", "register") + package_path_line(package_) +
+       attribute_line("extras", extras_) + attribute_line("gid", gid_));
+}
+
+ActionUnregister::ActionUnregister(const std::string& package_path) : package_(package_path) {}
+
+void ActionUnregister::write_request() {
+  send(attribute_line("action", "unregister") + package_path_line(package_));
+}
+
+ActionQuery::ActionQuery(const std::string& package_path) : package_(canonical(package_path)) {}
+
+void ActionQuery::write_request() { send(attribute_line("action", "query") + package_path_line(package_)); }
+
+ActionUninstall::ActionUninstall(std::string package_id) : package_id_(std::move(package_id)) {}
+
+void ActionUninstall::write_request() {
+  send(attribute_line("action", "uninstall") + attribute_line("package_id", package_id_));
 }
 
 }  // namespace updater
