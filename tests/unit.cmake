@@ -41,7 +41,7 @@ harbix_unit_test(archive_test
     archive/writer_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
-  SOURCES subscribers/subscriber_manager_test.cc subscribers/subscriber_notice_test.cc
+  SOURCES subscribers/subscribers_test.cc
   LINKS harbix_recorded_log harbix::subscribers)
 harbix_unit_test(media_test
   SOURCES media/library_test.cc media/share_test.cc
@@ -66,8 +66,8 @@ harbix_unit_test(app_test
   LINKS harbix_recorded_log harbix::app)
 harbix_unit_test(driver_test
   SOURCES
-    driver/keywords_test.cc driver/options_test.cc driver/run_test.cc driver/signals_test.cc
-    driver/size_report_test.cc driver/standard_streams_test.cc
+    driver/keywords_test.cc driver/options_test.cc driver/process_test.cc driver/run_test.cc
+    driver/size_report_test.cc
   LINKS harbix_recorded_log harbix::driver)
 
 # To be preloaded, so that a program under test stays as it ships. Never sanitized: the sanitizer has calls of

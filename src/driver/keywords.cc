@@ -13,7 +13,7 @@
 #include "media/restore.h"
 #include "media/share.h"
 #include "settings/backup.h"
-#include "settings/places.h"
+#include "settings/path_list.h"
 #include "settings/restore.h"
 
 namespace harbix {

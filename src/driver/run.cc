@@ -1,10 +1,6 @@
 #include "driver/run.h"
 
-#include <grp.h>
-
 #include <algorithm>
-#include <array>
-#include <clocale>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -15,21 +11,17 @@
 
 #include "archive/reader.h"
 #include "archive/writer.h"
-#include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
 #include "base/places.h"
 #include "driver/keywords.h"
 #include "driver/options.h"
-#include "driver/signals.h"
+#include "driver/process.h"
 #include "driver/size_report.h"
-#include "driver/standard_streams.h"
-#include "fs/accounts.h"
 #include "fs/file.h"
 #include "fs/glob.h"
 #include "fs/identity.h"
-#include "fs/working_directory.h"
-#include "subscribers/subscriber_manager.h"
+#include "subscribers/subscribers.h"
 
 namespace harbix {
 namespace {
@@ -62,13 +54,6 @@ void report_request(const Options& options) {
   for (const std::string& keyword : options.keywords) std::cerr << keyword << '\n';
 }
 
-void prepare_process() {
-  fs::change_directory(fs::File(fs::Path(places::ROOT)).path());
-  const std::array<gid_t, 2> groups{domains::USER_ACCOUNT, fs::group_id(domains::SYSTEM_GROUP)};
-  // Refused to whoever is not the superuser, who then meets the limits of his own groups.
-  static_cast<void>(::setgroups(groups.size(), groups.data()));
-}
-
 /// The operand comes first in the list: the package ids are those behind it.
 std::vector<std::string> package_ids(const Options& options) {
   return options.operands.size() > 1 ? options.operands : std::vector<std::string>();
@@ -84,11 +69,6 @@ int restore_archive(const Options& options) {
     result = keyword.restore(reader);
   }
   return result;
-}
-
-void use_utf8_names() {
-  // Otherwise the library refuses names beyond ASCII. Nothing else of the locale is changed.
-  if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
 }
 
 int write_archive(const Options& options) {

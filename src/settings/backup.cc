@@ -10,10 +10,8 @@
 #include "fs/working_directory.h"
 #include "platform/streams.h"
 #include "settings/path_list.h"
-#include "settings/places.h"
 #include "settings/script_lists.h"
-#include "subscribers/subscriber_manager.h"
-#include "subscribers/subscriber_notice.h"
+#include "subscribers/subscribers.h"
 
 namespace harbix {
 namespace {

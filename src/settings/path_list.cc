@@ -8,7 +8,6 @@
 #include "fs/tree.h"
 #include "fs/walk.h"
 #include "fs/working_directory.h"
-#include "settings/places.h"
 #include "settings/script_lists.h"
 
 namespace harbix {

@@ -10,7 +10,7 @@
 
 #include "base/flags.h"
 #include "fs/walk.h"
-#include "subscribers/subscriber_manager.h"
+#include "subscribers/subscribers.h"
 
 namespace harbix {
 namespace {

@@ -8,7 +8,6 @@
 #include "fs/exception.h"
 #include "fs/file.h"
 #include "settings/path_list.h"
-#include "settings/places.h"
 #include "settings/script_lists.h"
 
 namespace harbix {

@@ -1,10 +1,11 @@
-#include "subscribers/subscriber_manager.h"
+#include "subscribers/subscribers.h"
 
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "base/log.h"
 #include "base/places.h"
@@ -50,6 +51,23 @@ void SubscriberManager::run(const std::string& event, Wait wait, std::span<const
 void SubscriberManager::notify(const std::string& event, int mode, Wait wait) {
   if (mode != NOTIFY_MODE) return;
   run(event, wait, fs::list_by_glob(FSSETTINGSSCRIPTROOT));
+}
+
+void SubscriberNotice::start() {
+  SubscriberManager::notify(restore_ ? SubscriberManager::RESTORE_START : SubscriberManager::BACKUP_START,
+                            mode_, Wait::YES);
+  armed_ = true;
+}
+
+SubscriberNotice::~SubscriberNotice() {
+  if (!armed_) return;
+  try {
+    SubscriberManager::notify(restore_ ? SubscriberManager::RESTORE_END : SubscriberManager::BACKUP_END,
+                              mode_, Wait::NO);
+  } catch (const std::exception& error) {
+    // A script that vanished since the start must not turn the end of the work into the end of the process.
+    diagnostics::line(1, "Subscribers were not told of the end: %s", error.what());
+  }
 }
 
 }  // namespace subscribers

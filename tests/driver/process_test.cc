@@ -1,4 +1,4 @@
-#include "driver/signals.h"
+#include "driver/process.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -18,6 +18,7 @@
 #include "support/tree.h"
 
 namespace {
+
 
 TEST(Signals, LetAWriteToAClosedPipeFail) {
   EXPECT_TRUE(test::passes_in_child([] {
@@ -47,6 +48,31 @@ TEST(Signals, KeepTheirUsualMeaningInProgramsThatAreStarted) {
     harbix::let_writes_fail();
     // The shell dies of a signal that it did not inherit as ignored.
     EXPECT_EQ(128 + SIGPIPE, WEXITSTATUS(std::system("sh -c 'kill -PIPE $$; exit 0'")));  // NOLINT
+  }));
+}
+
+TEST(StandardStreams, AreOccupiedWhereTheyAreClosed) {
+  for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    EXPECT_TRUE(test::passes_in_child([closed] {
+      ::close(closed);
+      harbix::occupy_closed_streams();
+      EXPECT_NE(closed, ::open("/dev/null", O_RDWR | O_CLOEXEC));
+      char byte = 'x';
+      EXPECT_EQ(-1, ::write(closed, &byte, 1));
+      EXPECT_EQ(EBADF, errno);
+      EXPECT_EQ(-1, ::read(closed, &byte, 1));
+      EXPECT_EQ(EBADF, errno);
+      EXPECT_EQ(FD_CLOEXEC, ::fcntl(closed, F_GETFD));
+    })) << closed;
+  }
+}
+
+TEST(StandardStreams, StayAsTheyAreWhereTheyAreOpen) {
+  EXPECT_TRUE(test::passes_in_child([] {
+    const int next = ::dup(STDIN_FILENO);
+    ASSERT_EQ(0, ::close(next));
+    harbix::occupy_closed_streams();
+    EXPECT_EQ(next, ::dup(STDIN_FILENO));
   }));
 }
 

@@ -1,0 +1,56 @@
+#include "driver/process.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <clocale>
+#include <csignal>
+#include <initializer_list>
+
+#include "base/domains.h"
+#include "base/places.h"
+#include "fs/accounts.h"
+#include "fs/exception.h"
+#include "fs/working_directory.h"
+
+namespace harbix {
+
+void let_writes_fail() {
+  // A handler and not SIG_IGN: that would be inherited by the scripts that the program runs.
+  struct ::sigaction action {};
+  action.sa_handler = [](int) {};
+  action.sa_flags = SA_RESTART;
+  for (const int signal : {SIGPIPE, SIGXFSZ}) {
+    // Fails only for signals that do not exist.
+    static_cast<void>(::sigaction(signal, &action, nullptr));
+  }
+}
+
+void occupy_closed_streams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    // Fails for closed descriptors only.
+    if (::fcntl(stream, F_GETFD) != -1) continue;
+    // The lowest number that is free. Known by its path alone, it can neither be read nor written; and the
+    // root is there on every device.
+    if (::open("/", O_PATH | O_CLOEXEC) == -1) {
+      throw fs::Exception(errno, "Failed to occupy a closed standard stream");
+    }
+  }
+}
+
+void prepare_process() {
+  fs::change_directory(fs::Path(places::ROOT));
+  const std::array<gid_t, 2> groups{domains::USER_ACCOUNT, fs::group_id(domains::SYSTEM_GROUP)};
+  // Refused to whoever is not the superuser, who then meets the limits of his own groups.
+  static_cast<void>(::setgroups(groups.size(), groups.data()));
+}
+
+void use_utf8_names() {
+  // Otherwise the library refuses names beyond ASCII. Nothing else of the locale is changed.
+  if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
+}
+
+}  // namespace harbix
