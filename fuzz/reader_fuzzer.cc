@@ -37,9 +37,7 @@ class Input {
   base::FileDescriptor file_;
 };
 
-harbix::ArchiveReader open_reader(const Input& input) {
-  return {ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, input.name()};
-}
+harbix::ArchiveReader open_reader(const Input& input) { return harbix::ArchiveReader(input.name()); }
 
 void read_some_data(harbix::ArchiveReader& reader) {
   std::array<char, 4096> chunk{};

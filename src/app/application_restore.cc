@@ -89,7 +89,7 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
   gid_t group = UNKNOWN_GROUP;
   try {
     // Without a group id: the installer chooses.
-    updater::ActionRegister request({target, {}}, package.extras(), "");
+    updater::ActionRegister request(target, package.extras(), "");
     request.exchange();
     if (verbose) std::cerr << "Registered '" << target << "'\n";
     group = parse_application_group(request.get_attribute("actual_gid"));

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <istream>
 #include <numeric>
-#include <ostream>
 
 namespace meta {
 namespace {
@@ -29,8 +28,6 @@ std::string read_value(std::istream& stream) {
 
 }  // namespace
 
-void write(const Manifest& manifest, std::ostream& stream) { stream << to_text(manifest) << std::flush; }
-
 std::string to_text(const Manifest& manifest) {
   std::string text;
   // A share of a million files makes this text large: never more memory than it needs.
@@ -54,15 +51,6 @@ Manifest parse(std::istream& stream) {
     manifest.push_back({std::move(key), std::move(value)});
     key.clear();
     if (stream.good()) stream >> std::ws;
-  }
-  return manifest;
-}
-
-Manifest parse_with_main(std::istream& stream, std::string_view main_key) {
-  Manifest manifest = parse(stream);
-  const std::string found = manifest.empty() ? "" : manifest.front().key;
-  if (manifest.empty() || (!main_key.empty() && found != main_key)) {
-    throw malformed_manifest("Main attribute mismatch (" + found + ")");
   }
   return manifest;
 }

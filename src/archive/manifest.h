@@ -22,7 +22,7 @@ inline constexpr std::string_view METADATA_NAME = ".backup.metadata";
 /// Manifests: what a package says of itself, one "KEY: VALUE" line an attribute.
 namespace meta {
 
-/// The text is no manifest, or not one of the kind that was expected.
+/// The text is no manifest.
 class malformed_manifest : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -35,14 +35,10 @@ struct Attribute {
   friend bool operator==(const Attribute&, const Attribute&) = default;
 };
 
-/// In the order written or read; keys may repeat. The first one is the main attribute.
+/// In the order written or read; keys may repeat.
 using Manifest = std::vector<Attribute>;
 
-/// Writes a "KEY: VALUE" line an attribute, an empty line for one without a key, and an empty line at the
-/// end.
-void write(const Manifest& manifest, std::ostream& stream);
-
-/// The text that write() writes.
+/// A "KEY: VALUE" line an attribute, an empty line for one without a key, and an empty line at the end.
 [[nodiscard]] std::string to_text(const Manifest& manifest);
 
 /// Reads to the end of the stream. A key is everything up to the next ':', line breaks included, and is
@@ -50,11 +46,6 @@ void write(const Manifest& manifest, std::ostream& stream);
 /// blank kept.
 /// @throws std::ios_base::failure when the stream cannot be read.
 [[nodiscard]] Manifest parse(std::istream& stream);
-
-/// As parse, for a manifest whose first attribute has the key `main_key`, or any key when `main_key` is
-/// empty.
-/// @throws malformed_manifest "Main attribute mismatch (KEY)", for an empty manifest as well.
-[[nodiscard]] Manifest parse_with_main(std::istream& stream, std::string_view main_key);
 
 /// The value of the first attribute with this key.
 /// @throws std::runtime_error "Key KEY not found."

@@ -68,9 +68,8 @@ void ArchiveReader::Closer::operator()(::archive* handle) const noexcept {
   ::archive_read_free(handle);
 }
 
-ArchiveReader::ArchiveReader(int format, int compression, const std::string& file_name)
-    : input_((check_stream_options({StreamMode::READ, format, compression}), file_name)),
-      handle_(::archive_read_new()) {
+ArchiveReader::ArchiveReader(const std::string& file_name)
+    : input_(file_name), handle_(::archive_read_new()) {
   if (handle_ == nullptr) throw std::bad_alloc();
   // Filters that need an outside program are answered by ARCHIVE_WARN; they are available all the same.
   support_formats(handle_.get());

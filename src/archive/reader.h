@@ -9,7 +9,6 @@
 
 #include "archive/entry_view.h"
 #include "archive/input_file.h"
-#include "archive/stream.h"
 
 struct archive;
 
@@ -33,10 +32,9 @@ struct DataBlock {
 /// locale, where the library cannot compose what was stored decomposed.
 class ArchiveReader {
  public:
-  /// Opens the archive; an empty name is standard input. The format is checked and otherwise not used:
-  /// whatever the library can read is read.
-  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened or is no archive.
-  ArchiveReader(int format, int compression, const std::string& file_name);
+  /// Opens the archive; an empty name is standard input. Whatever the library can read is read.
+  /// @throws ArchiveError when the file cannot be opened or is no archive.
+  explicit ArchiveReader(const std::string& file_name);
   ~ArchiveReader();
   ArchiveReader(const ArchiveReader&) = delete;
   ArchiveReader& operator=(const ArchiveReader&) = delete;

@@ -30,12 +30,12 @@ void ArchiveWriter::EntryDeleter::operator()(::archive_entry* entry) const noexc
   ::archive_entry_free(entry);
 }
 
-ArchiveWriter::ArchiveWriter(int format, int compression, const std::string& file_name)
-    : output_((check_stream_options({StreamMode::WRITE, format, compression}), file_name)),
-      handle_(format, output_),
+ArchiveWriter::ArchiveWriter(const std::string& file_name)
+    : output_(file_name),
+      handle_(ARCHIVE_FORMAT_TAR, output_),
+      plain_(ARCHIVE_FORMAT_TAR_USTAR, output_),
       entry_(::archive_entry_new()) {
   if (entry_ == nullptr) throw std::bad_alloc();
-  if (format == ARCHIVE_FORMAT_TAR) plain_.emplace(ARCHIVE_FORMAT_TAR_USTAR, output_);
 }
 
 ArchiveWriter::~ArchiveWriter() = default;
@@ -82,8 +82,8 @@ void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& na
   ::archive_entry_set_symlink(entry_.get(), link_target);
 
   // The writer of pax copies the whole entry before it finds out that nothing is to be added.
-  const bool plain = plain_ && is_plain_header(record, name);
-  current_ = plain ? plain_->get() : handle_.get();
+  const bool plain = is_plain_header(record, name);
+  current_ = plain ? plain_.get() : handle_.get();
   const int status = ::archive_write_header(current_, entry_.get());
   if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(current_));
   if (status < ARCHIVE_WARN) throw std::runtime_error("Archive error: " + error_text(current_));

@@ -8,7 +8,6 @@
 
 #include "archive/output_file.h"
 #include "archive/source.h"
-#include "archive/stream.h"
 #include "archive/write_handle.h"
 
 struct archive;
@@ -16,12 +15,12 @@ struct archive_entry;
 
 namespace harbix {
 
-/// The archive that a run writes: 512-byte records, no padding beyond the last one.
+/// The archive that a run writes: tar, not compressed, 512-byte records, no padding beyond the last one.
 class ArchiveWriter {
  public:
   /// Creates the archive; an empty name is standard output.
-  /// @throws as check_stream_options does; ArchiveError when the file cannot be opened.
-  ArchiveWriter(int format, int compression, const std::string& file_name);
+  /// @throws ArchiveError when the file cannot be opened.
+  explicit ArchiveWriter(const std::string& file_name);
   ~ArchiveWriter();
   ArchiveWriter(const ArchiveWriter&) = delete;
   ArchiveWriter& operator=(const ArchiveWriter&) = delete;
@@ -65,8 +64,8 @@ class ArchiveWriter {
 
   OutputFile output_;
   WriteHandle handle_;
-  std::optional<WriteHandle> plain_;  ///< for entries without extensions; none for formats that have none
-  ::archive* current_ = nullptr;      ///< the one that has the entry at hand
+  WriteHandle plain_;                                     ///< for entries without extensions
+  ::archive* current_ = nullptr;                          ///< the one that has the entry at hand
   std::unique_ptr<::archive_entry, EntryDeleter> entry_;  ///< of the header at hand; used again for the next
 };
 

@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include <archive.h>
-
 #include "archive/reader.h"
 #include "archive/writer.h"
 #include "base/flags.h"
@@ -18,7 +16,6 @@
 #include "driver/options.h"
 #include "driver/process.h"
 #include "driver/size_report.h"
-#include "fs/file.h"
 #include "fs/glob.h"
 #include "fs/identity.h"
 #include "subscribers/subscribers.h"
@@ -60,8 +57,7 @@ std::vector<std::string> package_ids(const Options& options) {
 }
 
 int restore_archive(const Options& options) {
-  const fs::File archive(fs::Path(options.file_name), {});
-  ArchiveReader reader(ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, archive.path().text());
+  ArchiveReader reader(options.file_name);
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
     if (!is_selected(options, keyword)) continue;
@@ -75,7 +71,7 @@ int write_archive(const Options& options) {
   use_utf8_names();
   if (verbose) std::cerr << "Archiving\n";
   diagnostics::line(3, "Archiving");
-  ArchiveWriter writer(ARCHIVE_FORMAT_TAR, 0, options.size_only ? places::DEV_NULL : options.file_name);
+  ArchiveWriter writer(options.size_only ? places::DEV_NULL : options.file_name);
   const std::vector<std::string> ids = package_ids(options);
   SizeResult total;
   int result = 0;

@@ -24,14 +24,8 @@ class File {
   /// @throws fs::Exception "Path '...' stat failed."
   explicit File(Path path);
 
-  /// Takes a status that somebody else has looked up, or a zeroed one for a path that is not examined.
+  /// Takes a status that somebody else has looked up.
   File(Path path, const struct ::stat& record) : stat_(record), path_(std::move(path)) {}
-
-  File(const File&) = default;
-  File(File&&) = default;
-  File& operator=(const File&) = default;
-  File& operator=(File&&) = default;
-  virtual ~File() = default;
 
   [[nodiscard]] const Path& path() const noexcept { return path_; }
   [[nodiscard]] const struct ::stat& record() const noexcept { return stat_; }

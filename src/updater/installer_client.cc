@@ -12,6 +12,7 @@
 
 #include "base/flags.h"
 #include "fs/exception.h"
+#include "fs/file.h"
 #include "fs/working_directory.h"
 
 namespace updater {
@@ -121,8 +122,8 @@ std::string UpdaterAction::get_attribute(const std::string& name) const {
   return found->second;
 }
 
-ActionRegister::ActionRegister(const fs::File& package, std::string extras, std::string gid)
-    : package_(package.path()), extras_(std::move(extras)), gid_(std::move(gid)) {}
+ActionRegister::ActionRegister(fs::Path package, std::string extras, std::string gid)
+    : package_(std::move(package)), extras_(std::move(extras)), gid_(std::move(gid)) {}
 
 void ActionRegister::write_request() {
   send(attribute_line("action", "register") + package_path_line(package_) +

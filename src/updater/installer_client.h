@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "fs/file.h"
+#include "fs/path.h"
 #include "updater/request_object.h"
 
 namespace updater {
@@ -55,7 +55,7 @@ class ActionRegister : public UpdaterAction {
  public:
   /// `extras` as the installer gave them out when the application was backed up; `gid` may be empty: the
   /// installer then chooses.
-  ActionRegister(const fs::File& package, std::string extras, std::string gid);
+  ActionRegister(fs::Path package, std::string extras, std::string gid);
   void write_request() override;
 
  private:

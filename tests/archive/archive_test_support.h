@@ -26,7 +26,7 @@ class Utf8Names {
 /// An archive as a run writes it.
 class Writer : public harbix::ArchiveWriter {
  public:
-  explicit Writer(const std::string& name) : ArchiveWriter(ARCHIVE_FORMAT_TAR, 0, name) {}
+  explicit Writer(const std::string& name) : ArchiveWriter(name) {}
   /// Archives an object of the disk.
   void add(const std::string& path, const std::string& name) {
     fs::Folder root("/");
@@ -37,7 +37,7 @@ class Writer : public harbix::ArchiveWriter {
 /// An archive as a run reads it.
 class Reader : public harbix::ArchiveReader {
  public:
-  explicit Reader(const std::string& name) : ArchiveReader(ARCHIVE_FORMAT_TAR_PAX_INTERCHANGE, 0, name) {}
+  explicit Reader(const std::string& name) : ArchiveReader(name) {}
 
   /// The names from here to the end; "(none)" for an entry without one.
   std::vector<std::string> names() {

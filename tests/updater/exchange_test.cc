@@ -72,7 +72,7 @@ TEST_F(InstallerExchange, ReadsWhatTheServiceAnswers) {
 
 TEST_F(InstallerExchange, ShowsTheServiceTheWholeRequest) {
   EXPECT_TRUE(on_the_device([] {
-    updater::ActionRegister action({fs::Path("/apps/a"), {}}, "e,f::g", "");
+    updater::ActionRegister action("/apps/a", "e,f::g", "");
     action.write_request();
     const base::FileDescriptor object = pps::open_object(action.object_path().text(), O_RDONLY);
     EXPECT_EQ("@" + action.object_path().basename().text() +

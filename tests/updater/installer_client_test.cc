@@ -202,7 +202,7 @@ class InstallerRequests : public test::InstallerFolder {};
 TEST_F(InstallerRequests, AreTheLinesOfTheirAction) {
   EXPECT_TRUE(on_the_device([] {
     EXPECT_EQ("action::register\npackage_path::/apps/a\nextras::e\ngid::10001\n",
-              request_of(ActionRegister({fs::Path("/apps/a"), {}}, "e", "10001")));
+              request_of(ActionRegister("/apps/a", "e", "10001")));
     EXPECT_EQ("action::unregister\npackage_path::/apps/a\n", request_of(ActionUnregister("/apps/a")));
     EXPECT_EQ("action::query\npackage_path::/apps/a\n", request_of(ActionQuery("/apps/a")));
     EXPECT_EQ("action::uninstall\npackage_id::a.id\n", request_of(ActionUninstall("a.id")));
@@ -212,7 +212,7 @@ TEST_F(InstallerRequests, AreTheLinesOfTheirAction) {
 TEST_F(InstallerRequests, HaveTheirValuesAsTheyAre) {
   EXPECT_TRUE(on_the_device([] {
     EXPECT_EQ("action::register\npackage_path::a/../b//c:d\nextras::x::y,z:\\\" ,\xFF \ngid::\n",
-              request_of(ActionRegister({fs::Path("a/../b//c:d"), {}}, "x::y,z:\\\" ,\xFF ", "")));
+              request_of(ActionRegister("a/../b//c:d", "x::y,z:\\\" ,\xFF ", "")));
     EXPECT_EQ("action::unregister\npackage_path::./a b/\n", request_of(ActionUnregister("./a b/")));
     EXPECT_EQ("action::uninstall\npackage_id::\n", request_of(ActionUninstall("")));
   }));
@@ -269,7 +269,7 @@ TEST_F(InstallerRequests, ThatAreNotTakenWholeFail) {
 TEST_F(InstallerRequests, CannotBeMadeWithoutAnInstaller) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::remove(test::REQUESTS);
-    EXPECT_THROW(ActionRegister({fs::Path("/apps/a"), {}}, "", ""), fs::Exception);
+    EXPECT_THROW(ActionRegister("/apps/a", "", ""), fs::Exception);
     EXPECT_THROW(ActionUnregister("/apps/a"), fs::Exception);
     EXPECT_THROW(ActionQuery("/apps/a"), fs::Exception);
     EXPECT_THROW(ActionUninstall("a"), fs::Exception);
