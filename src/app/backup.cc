@@ -34,6 +34,7 @@ void list(const std::vector<RegisteredApplication>& applications) {
 }
 
 std::optional<ApplicationSelection> selected_applications(std::span<const std::string> package_ids) {
+  report::progress("harbix_app");
   std::vector<RegisteredApplication> installed;
   if (!updater::read_registered_applications(installed)) {
     std::cerr << "Error reading registered apps\n";
@@ -101,17 +102,22 @@ ApplicationSelection select_applications(std::vector<updater::RegisteredApplicat
   return selection;
 }
 
-int harbix_app(ArchiveWriter& writer, bool size_only, std::span<const std::string> package_ids,
-               SizeResult& result) {
-  if (verbose) std::cerr << "harbix_app\n";
+namespace app {
+
+int back_up(ArchiveWriter& writer, std::span<const std::string> package_ids) {
   const std::optional<ApplicationSelection> selection = selected_applications(package_ids);
   if (!selection) return 1;
-  if (size_only) {
-    for (const RegisteredApplication& one : selection->applications) measure_application(writer, one, result);
-  } else {
-    archive_selection(writer, *selection);
-  }
+  archive_selection(writer, *selection);
   return 0;
 }
+
+int measure(ArchiveWriter& writer, std::span<const std::string> package_ids, SizeResult& result) {
+  const std::optional<ApplicationSelection> selection = selected_applications(package_ids);
+  if (!selection) return 1;
+  for (const RegisteredApplication& one : selection->applications) measure_application(writer, one, result);
+  return 0;
+}
+
+}  // namespace app
 
 }  // namespace harbix

@@ -23,13 +23,22 @@ struct ApplicationSelection {
 [[nodiscard]] ApplicationSelection select_applications(std::vector<updater::RegisteredApplication> installed,
                                                        std::span<const std::string> package_ids);
 
-/// Archives applications and the home screen's data, or only adds up what they would take. `package_ids`
-/// narrows them, as select_applications() does.
-/// @return 0, or 1 when the installer's list cannot be read or a package is not in it; both are told of, and
+namespace app {
+
+/// Archives applications and the home screen's data. `package_ids` narrows them, as select_applications()
+/// does.
+/// @return 0, or 1 when the installer's list cannot be read or a package is not in it; both are reported, and
 /// nothing is written.
 /// @throws ArchiveError when the archive cannot be written any further; std::runtime_error when the installer
-/// cannot be asked about a package, or a storefront application has lost its folder.
-[[nodiscard]] int harbix_app(ArchiveWriter& writer, bool size_only, std::span<const std::string> package_ids,
-                             SizeResult& result);
+/// cannot be asked about a package.
+[[nodiscard]] int back_up(ArchiveWriter& writer, std::span<const std::string> package_ids);
+
+/// Adds up what the applications would take, and nothing of the home screen. Nothing is written.
+/// @return as back_up does.
+/// @throws std::runtime_error when a storefront application has lost its folder.
+[[nodiscard]] int measure(ArchiveWriter& writer, std::span<const std::string> package_ids,
+                          SizeResult& result);
+
+}  // namespace app
 
 }  // namespace harbix

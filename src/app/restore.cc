@@ -112,7 +112,9 @@ int restore_applications(ArchiveReader& reader) {
 
 }  // namespace
 
-int harbix_app_restore(ArchiveReader& reader) {
+namespace app {
+
+int restore(ArchiveReader& reader) {
   try {
     return restore_applications(reader);
   } catch (const std::exception& error) {
@@ -121,5 +123,7 @@ int harbix_app_restore(ArchiveReader& reader) {
     return 1;
   }
 }
+
+}  // namespace app
 
 }  // namespace harbix

@@ -19,30 +19,29 @@
 namespace harbix {
 namespace {
 
-int archive_applications(const ArchiveRequest& request, SizeResult& result) {
-  return harbix_app(request.writer, request.size_only, request.package_ids, result);
+/// For a keyword that ids of packages do not narrow.
+template <int (*BACK_UP)(ArchiveWriter&)>
+int back_up_all(ArchiveWriter& writer, PackageIds /*ids*/) {
+  return BACK_UP(writer);
 }
 
-int archive_media(const ArchiveRequest& request, SizeResult& result) {
-  return harbix_media(request.writer, request.size_only, result);
+template <int (*MEASURE)(ArchiveWriter&, SizeResult&)>
+int measure_all(ArchiveWriter& writer, PackageIds /*ids*/, SizeResult& result) {
+  return MEASURE(writer, result);
 }
 
 int restore_media(ArchiveReader& reader) {
   if (verbose) std::cerr << "Media\n";
   diagnostics::line(2, "Restoring media");
-  const int result = harbix_media_restore(reader);
+  const int result = media::restore(reader);
   diagnostics::line(2, "Restoring media finished. Return:%d", result);
   return result;
-}
-
-int archive_settings(const ArchiveRequest& request, SizeResult& result) {
-  return harbix_settings(request.writer, request.size_only, result);
 }
 
 int restore_settings(ArchiveReader& reader) {
   if (verbose) std::cerr << "Settings\n";
   diagnostics::line(2, "Restoring settings");
-  const int result = harbix_settings_restore(reader);
+  const int result = settings::restore(reader);
   reader.close();
   return result;
 }
@@ -54,17 +53,20 @@ std::span<const Keyword> all_keywords() {
       {.name = "app",
        .label = "app",
        .prefixes = {fs::Path(places::APPLICATION_PREFIX)},
-       .archive = archive_applications,
-       .restore = harbix_app_restore},
+       .back_up = app::back_up,
+       .measure = app::measure,
+       .restore = app::restore},
       {.name = "media",
        .label = "Media",
        .prefixes = {fs::Path(places::MEDIA_PREFIX), fs::Path(places::DTM_PREFIX)},
-       .archive = archive_media,
+       .back_up = back_up_all<media::back_up>,
+       .measure = measure_all<media::measure>,
        .restore = restore_media},
       {.name = "settings",
        .label = "Settings",
        .prefixes = {fs::Path(places::SETTINGS_PREFIX)},
-       .archive = archive_settings,
+       .back_up = back_up_all<settings::back_up>,
+       .measure = measure_all<settings::measure>,
        .restore = restore_settings},
   }};
   return keywords;

@@ -11,12 +11,8 @@
 
 namespace harbix {
 
-/// What an archive operation is called with.
-struct ArchiveRequest {
-  ArchiveWriter& writer;
-  bool size_only;
-  std::span<const std::string> package_ids;  ///< the keyword operand, then the ids; empty without ids
-};
+/// The keyword operand, then the ids of packages; empty without ids.
+using PackageIds = std::span<const std::string>;
 
 /// A kind of user data.
 struct Keyword {
@@ -24,9 +20,9 @@ struct Keyword {
   std::string_view label;  ///< in progress lines of the archive stage
   /// Archive names of its packages lie below these.
   std::vector<fs::Path> prefixes;
-  /// @return the exit status.
-  int (*archive)(const ArchiveRequest& request, SizeResult& result);
-  /// @return the exit status.
+  // Each of them returns the exit status.
+  int (*back_up)(ArchiveWriter& writer, PackageIds ids);
+  int (*measure)(ArchiveWriter& writer, PackageIds ids, SizeResult& result);
   int (*restore)(ArchiveReader& reader);
 };
 

@@ -81,7 +81,7 @@ int write_archive(const Options& options) {
     diagnostics::line(2, "%s", std::string(keyword.label).c_str());
     // Each operation gets a record of its own: some assign what they know instead of adding it.
     SizeResult size;
-    result = keyword.archive({.writer = writer, .size_only = options.size_only, .package_ids = ids}, size);
+    result = options.size_only ? keyword.measure(writer, ids, size) : keyword.back_up(writer, ids);
     total.bytes += size.bytes;
     total.files += size.files;
   }

@@ -76,23 +76,9 @@ void report_items(const PackageWriter& package) {
   }
 }
 
-void handle_media_folder(fs::Folder& share, const fs::File& folder, ArchiveWriter& writer, bool size_only,
-                         SizeResult& result) {
-  PackageWriter package(writer, share, STYLE);
-  collect_media(share, folder, package);
-  const fs::EffectiveUser superuser(fs::SUPERUSER);
-  const fs::FileMask mask(ARCHIVING_MASK);
-  if (!size_only) {
-    package.store(fs::Path(places::MEDIA_PREFIX) / folder.path(), folder.path());
-    return;
-  }
-  const SizeResult estimate = package.estimate();
-  result.bytes += estimate.bytes;
-  result.files += estimate.files;
-  report_items(package);
-}
-
-void handle_shared_media(ArchiveWriter& writer, bool size_only, SizeResult& result) {
+/// Calls `handle` with the package of each top-level folder of the shared media, as media is handled.
+template <typename Handle>
+void for_each_media_folder(ArchiveWriter& writer, Handle handle) {
   const fs::Path path(places::SHARED);
   const std::vector<fs::Path> names = top_level_names(path);
   fs::Folder share(path);
@@ -101,8 +87,27 @@ void handle_shared_media(ArchiveWriter& writer, bool size_only, SizeResult& resu
   for (const fs::Path& name : names) {
     const std::optional<fs::File> item = reach(share, name);
     if (!item || is_skipped(*item) || !item->is_directory()) continue;
-    handle_media_folder(share, *item, writer, size_only, result);
+    PackageWriter package(writer, share, STYLE);
+    collect_media(share, *item, package);
+    const fs::EffectiveUser superuser(fs::SUPERUSER);
+    const fs::FileMask mask(ARCHIVING_MASK);
+    handle(package, item->path());
   }
+}
+
+void archive_shared_media(ArchiveWriter& writer) {
+  for_each_media_folder(writer, [](PackageWriter& package, const fs::Path& folder) {
+    package.store(fs::Path(places::MEDIA_PREFIX) / folder, folder);
+  });
+}
+
+void measure_shared_media(ArchiveWriter& writer, SizeResult& result) {
+  for_each_media_folder(writer, [&result](const PackageWriter& package, const fs::Path& /*folder*/) {
+    const SizeResult estimate = package.estimate();
+    result.bytes += estimate.bytes;
+    result.files += estimate.files;
+    report_items(package);
+  });
 }
 
 void archive_dtm_share(ArchiveWriter& writer) {
@@ -121,24 +126,40 @@ void archive_dtm_share(ArchiveWriter& writer) {
   }
 }
 
-}  // namespace
-
-int harbix_media(ArchiveWriter& writer, bool size_only, SizeResult& result) {
+/// @return 0, or 1 after an error, which is reported.
+template <typename Work>
+int guarded(bool size_only, Work work) {
   diagnostics::line(3, "archiving media sizeonly is %s", size_only ? "true" : "false");
   try {
-    if (size_only) {
-      if (const std::optional<SizeResult> known = query_library(places::MEDIA_LIBRARY)) {
-        result = *known;
-        return 0;
-      }
-    }
-    handle_shared_media(writer, size_only, result);
-    if (!size_only) archive_dtm_share(writer);
+    work();
     return 0;
   } catch (const std::exception& error) {
     report::error(error.what());
     return 1;
   }
 }
+
+}  // namespace
+
+namespace media {
+
+int back_up(ArchiveWriter& writer) {
+  return guarded(false, [&writer] {
+    archive_shared_media(writer);
+    archive_dtm_share(writer);
+  });
+}
+
+int measure(ArchiveWriter& writer, SizeResult& result) {
+  return guarded(true, [&writer, &result] {
+    if (const std::optional<SizeResult> known = query_library(places::MEDIA_LIBRARY)) {
+      result = *known;
+    } else {
+      measure_shared_media(writer, result);
+    }
+  });
+}
+
+}  // namespace media
 
 }  // namespace harbix

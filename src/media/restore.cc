@@ -145,7 +145,9 @@ class MediaRestore {
 
 }  // namespace
 
-int harbix_media_restore(ArchiveReader& reader) {
+namespace media {
+
+int restore(ArchiveReader& reader) {
   diagnostics::line(2, "harbix_media_restore");
   try {
     // Before anything is removed: what is no archive at all has nothing to put in its place.
@@ -158,5 +160,7 @@ int harbix_media_restore(ArchiveReader& reader) {
     return 1;
   }
 }
+
+}  // namespace media
 
 }  // namespace harbix

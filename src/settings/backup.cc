@@ -32,10 +32,11 @@ void write_header(ArchiveWriter& writer, fs::Folder& root, const PackageItem& it
 constexpr PackageStyle STORED{.record = plain_record, .announce = announce, .write = write_setting};
 constexpr PackageStyle MEASURED{.record = plain_record, .announce = announce, .write = write_header};
 
-void archive_settings(ArchiveWriter& writer, bool size_only, SizeResult& result) {
+/// @return how many items there are.
+std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style) {
   const fs::WorkingDirectory directory{fs::Path(places::ROOT)};
   fs::Folder root(places::ROOT);
-  PackageWriter package(writer, root, size_only ? MEASURED : STORED);
+  PackageWriter package(writer, root, style);
   for (const fs::Path& path : settings_path_list()) {
     try {
       package.add(root.file(root.relative(path)));
@@ -43,27 +44,36 @@ void archive_settings(ArchiveWriter& writer, bool size_only, SizeResult& result)
       diagnostics::line(5, "%s", gone.what());
     }
   }
-  result.files += static_cast<std::int32_t>(package.items().size());
+  const std::size_t count = package.items().size();
   package.store(places::SETTINGS_PREFIX, places::ROOT);
+  return count;
 }
 
 }  // namespace
 
-int harbix_settings(ArchiveWriter& writer, bool size_only, SizeResult& result) {
+namespace settings {
+
+int back_up(ArchiveWriter& writer) {
   {
     subscribers::SubscriberNotice notice(false, subscribers::SubscriberManager::NOTIFY_MODE);
-    if (!size_only) {
-      // So that what the scripts print comes after what was printed so far; a stream that fails is told of
-      // elsewhere.
-      platform::flushall();
-      static_cast<void>(settings_script_list(ScriptList::WHITELIST));
-      static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
-      notice.start();
-    }
-    archive_settings(writer, size_only, result);
+    // So that what the scripts print comes after what was printed so far; a stream that fails is reported
+    // elsewhere.
+    platform::flushall();
+    static_cast<void>(settings_script_list(ScriptList::WHITELIST));
+    static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
+    notice.start();
+    static_cast<void>(write_settings(writer, STORED));
   }
   platform::flushall();
   return 0;
 }
+
+int measure(ArchiveWriter& writer, SizeResult& result) {
+  result.files += static_cast<std::int32_t>(write_settings(writer, MEASURED));
+  platform::flushall();
+  return 0;
+}
+
+}  // namespace settings
 
 }  // namespace harbix

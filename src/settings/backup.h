@@ -5,12 +5,20 @@
 
 namespace harbix {
 
-/// Backs up the settings into `writer`, with the settings subscribers told before and after. In size-only
-/// mode no subscriber is told, only headers are written, which drives the archive's byte count, and the
-/// number of items goes into `result`. An item that cannot be archived costs its message.
+namespace settings {
+
+/// Backs up the settings into `writer`, and notifies the settings subscribers before and after. An item that
+/// cannot be archived is reported and left out.
 /// @return 0.
 /// @throws ArchiveError when the archive cannot be written any further; fs::Exception when the settings
 /// cannot be listed.
-int harbix_settings(ArchiveWriter& writer, bool size_only, SizeResult& result);
+int back_up(ArchiveWriter& writer);
+
+/// Adds the number of items to `result`, and writes their headers alone: what they would take is then the
+/// byte count of the archive. No subscriber is notified.
+/// @return and @throws as back_up does.
+int measure(ArchiveWriter& writer, SizeResult& result);
+
+}  // namespace settings
 
 }  // namespace harbix

@@ -150,7 +150,9 @@ bool restore_settings(ArchiveReader& reader) {
 
 }  // namespace
 
-int harbix_settings_restore(ArchiveReader& reader) {
+namespace settings {
+
+int restore(ArchiveReader& reader) {
   try {
     const bool well_formed = restore_settings(reader);
     platform::flushall();
@@ -161,5 +163,7 @@ int harbix_settings_restore(ArchiveReader& reader) {
     return 1;
   }
 }
+
+}  // namespace settings
 
 }  // namespace harbix

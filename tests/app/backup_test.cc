@@ -40,7 +40,8 @@ Backup back_up(const Texts& package_ids = {}, bool size_only = false) {
     test::Writer writer("/a.tar");
     const test::RecordedLog log;
     const test::CapturedOutput errors(STDERR_FILENO);
-    backup.status = harbix::harbix_app(writer, size_only, package_ids, backup.size);
+    backup.status = size_only ? harbix::app::measure(writer, package_ids, backup.size)
+                              : harbix::app::back_up(writer, package_ids);
     writer.close();
     backup.errors = errors.text();
     backup.log = log.messages();

@@ -41,7 +41,7 @@ Restored restore_bytes(const std::string& archive) {
   test::Reader reader("/a.tar");
   const test::RecordedLog log;
   const test::CapturedOutput errors(STDERR_FILENO);
-  const int status = harbix::harbix_app_restore(reader);
+  const int status = harbix::app::restore(reader);
   return {status, errors.text(), log.messages()};
 }
 

@@ -36,11 +36,17 @@ const std::string ARCHIVE = "/a.tar";
 
 class SettingsBackup : public test::SettingsDevice {
  protected:
-  static SizeResult back_up(bool size_only = false) {
+  static void back_up() {
+    const test::Utf8Names names;
+    Writer writer(ARCHIVE);
+    EXPECT_EQ(0, harbix::settings::back_up(writer));
+    writer.close();
+  }
+  static SizeResult measure() {
     const test::Utf8Names names;
     SizeResult result{.bytes = 7, .files = 3};
     Writer writer(ARCHIVE);
-    EXPECT_EQ(0, harbix::harbix_settings(writer, size_only, result));
+    EXPECT_EQ(0, harbix::settings::measure(writer, result));
     writer.close();
     return result;
   }
@@ -76,9 +82,7 @@ TEST_F(SettingsBackup, HoldsObjectsAndFilesBehindTheirManifest) {
     std::filesystem::create_symlink("file", "/w/folder/link");
     put_script("1", naming({"/w/folder", "/w/control", "/w/missing"}));
     const CapturedOutput errors(STDERR_FILENO);
-    const SizeResult result = back_up();
-    EXPECT_EQ(7, result.bytes);
-    EXPECT_EQ(3 + 4, result.files);
+    back_up();
     EXPECT_EQ("", errors.text());
     EXPECT_EQ((Contents{{"/settings/pps/services/x/obj", "live::1\n"},
                         {"/settings/w/folder/file", "-text\n[n]stays\n"},
@@ -110,7 +114,7 @@ TEST_F(SettingsBackup, BeginsWithARecordAnItemInTheirOrder) {
 
 TEST_F(SettingsBackup, OfNothingIsAManifestAlone) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ(3, back_up().files);
+    back_up();
     EXPECT_EQ(std::vector<std::string>{"/settings/.backup.metadata"}, Reader(ARCHIVE).names());
     EXPECT_TRUE(manifest().empty());
   }));
@@ -122,7 +126,7 @@ TEST_F(SettingsBackup, ThatOnlyMeasuresTellsNobodyAndWritesHeaders) {
     put("/w/b", "text");
     std::filesystem::create_symlink("b", "/w/link");
     put_script("1", naming({"/w"}));
-    EXPECT_EQ(3 + 3, back_up(true).files);
+    EXPECT_EQ(3 + 3, measure().files);
     EXPECT_EQ((Contents{{"/settings/pps/a", std::string(13, '\0')},
                         {"/settings/w/b", std::string(4, '\0')},
                         {"/settings/w/link", ""}}),
@@ -141,7 +145,7 @@ TEST_F(SettingsBackup, GoesOnBehindAnItemThatCannotBeArchived) {
     put_script("1", naming({"/w/a", "/pps/white", "/w/z"}));
     const test::RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(3 + 3, back_up().files);
+    back_up();
     EXPECT_EQ("Error: Error reading pps object [errno:21 'Is a directory']\n", errors.text());
     EXPECT_EQ((std::vector<std::string>{"2 ERROR: Error reading pps object [errno:21 'Is a directory']"}),
               log.messages());
@@ -157,7 +161,7 @@ TEST_F(SettingsBackup, LeavesOutOtherKindsAndTheArchiveItselfFromManifestAndEntr
     put("/var/pps/fifo");
     put_script("1", naming({"/w", ARCHIVE, "/dev/null"}));
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(3 + 1, back_up().files);
+    back_up();
     EXPECT_EQ((Contents{{"/settings/w/a", "a"}}), contents());
     EXPECT_EQ(1U, manifest().size());
     EXPECT_EQ(
@@ -172,8 +176,7 @@ TEST_F(SettingsBackup, EndsWhereTheArchiveCannotBeWritten) {
     put("/w/large", std::string(std::size_t{3} << 20, 'x'));
     put_script("1", naming({"/w/large"}));
     Writer writer("/dev/full");
-    SizeResult result;
-    EXPECT_THROW(harbix::harbix_settings(writer, false, result), harbix::ArchiveError);
+    EXPECT_THROW(harbix::settings::back_up(writer), harbix::ArchiveError);
     EXPECT_EQ("backup_start\nbackup_end\n", events_in_the_end("backup_start\nbackup_end\n"));
   }));
 }
@@ -183,8 +186,7 @@ TEST_F(SettingsBackup, TellsOfItsEndWhereTheSettingsCannotBeListed) {
     put_script("1", naming({}));
     std::filesystem::remove_all("/var/pps");
     Writer writer(ARCHIVE);
-    SizeResult result;
-    EXPECT_NE("", message_of<fs::Exception>([&] { harbix::harbix_settings(writer, false, result); }));
+    EXPECT_NE("", message_of<fs::Exception>([&] { harbix::settings::back_up(writer); }));
     EXPECT_EQ("backup_start\nbackup_end\n", events_in_the_end("backup_start\nbackup_end\n"));
   }));
 }

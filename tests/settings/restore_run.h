@@ -27,7 +27,7 @@ inline Restored restore_settings(const std::string& archive) {
   Reader reader("/a.tar");
   const RecordedLog log;
   const CapturedOutput errors(STDERR_FILENO);
-  const int status = harbix::harbix_settings_restore(reader);
+  const int status = harbix::settings::restore(reader);
   return {status, errors.text(), log.messages()};
 }
 

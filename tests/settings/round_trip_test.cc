@@ -36,8 +36,7 @@ std::vector<std::string> awkward_names() {
 std::string back_up() {
   const test::Utf8Names names;
   test::Writer writer("/a.tar");
-  harbix::SizeResult result;
-  EXPECT_EQ(0, harbix::harbix_settings(writer, false, result));
+  EXPECT_EQ(0, harbix::settings::back_up(writer));
   writer.close();
   return test::read_file("/a.tar");
 }
