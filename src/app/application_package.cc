@@ -27,7 +27,7 @@ ApplicationPackage::ApplicationPackage(Package package)
 
 bool ApplicationPackage::has_application_name() const {
   return components_.size() > KIND_POSITION &&
-         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == fs::Path(places::APPLICATION_PREFIX);
+         fs::Path(fs::Path::SEPARATOR + components_.front().text()) == places::APPLICATION_PREFIX;
 }
 
 bool ApplicationPackage::has_kind(std::string_view kind) const {

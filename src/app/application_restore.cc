@@ -32,7 +32,7 @@ bool is_built_in(const fs::Path& target) {
 }  // namespace
 
 void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
-  if (verbose) std::cerr << "Bin Package " << package.package() << '\n';
+  report::progress("Bin Package ", package.package());
   const fs::Path target = binary_folder(package.app_directory());
   if (!are_binaries_acceptable(package, target)) {
     refuse_binaries(package);
@@ -46,11 +46,11 @@ void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
 bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target) {
   const std::string directory = package.app_directory();
   if (target.basename() != fs::Path(directory).basename()) {
-    if (verbose) std::cerr << "Different basenames: '" << target << "' '" << directory << "'\n";
+    report::progress("Different basenames: '", target, "' '", directory, "'");
     return false;
   }
   if (target.text().substr(0, target.last_separator().value_or(0)) != places::APPLICATIONS) {
-    if (verbose) std::cerr << "Not rooted at apps: '" << target << "'\n";
+    report::progress("Not rooted at apps: '", target, "'");
     return false;
   }
   // The parts of the home screen are built in, and no list of the installer tells so.
@@ -64,7 +64,7 @@ bool ApplicationRestore::is_replaceable(const fs::Path& target, const std::strin
   if (!fs::File(target).is_directory()) return false;
   try {
     if (!is_built_in(target)) return true;
-    if (verbose) std::cerr << "ERROR: Attempt to restore 1st or 2nd party app. \n";
+    report::progress("ERROR: Attempt to restore 1st or 2nd party app. ");
   } catch (const fs::Exception& error) {
     report_failed_exchange(target, error.what());
   } catch (const std::runtime_error& error) {
@@ -91,9 +91,9 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
     // Without a group id: the installer chooses.
     updater::ActionRegister request(target, package.extras(), "");
     request.exchange();
-    if (verbose) std::cerr << "Registered '" << target << "'\n";
+    report::progress("Registered '", target, "'");
     group = parse_application_group(request.get_attribute("actual_gid"));
-    if (verbose) std::cerr << "Actual GID: " << group << '\n';
+    report::progress("Actual GID: ", group);
   } catch (const std::runtime_error& error) {
     report_failed_exchange(target, error.what());
     return;
@@ -108,7 +108,7 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
 }
 
 void ApplicationRestore::restore_data(const ApplicationPackage& package) {
-  if (verbose) std::cerr << "Data Package " << package.package() << '\n';
+  report::progress("Data Package ", package.package());
   if (package.package() == refused_) {
     std::cerr << "Skipping package: " << package.package() << '\n';
     refused_.clear();
@@ -135,10 +135,7 @@ std::optional<gid_t> ApplicationRestore::query_group(const fs::Path& target) {
     query.exchange();
     const std::string extras = query.get_attribute("actual_extras");
     const std::string folder = query.get_attribute("actual_dname");
-    if (verbose) {
-      std::cerr << "Extras: " << extras << "\nData dir: " << fs::Path(places::APPLICATION_DATA) / folder
-                << '\n';
-    }
+    report::progress("Extras: ", extras, "\nData dir: ", fs::Path(places::APPLICATION_DATA) / folder);
     return parse_application_group(query.get_attribute("actual_gid"));
   } catch (const std::runtime_error& error) {
     report_failed_exchange(target, error.what());

@@ -11,7 +11,6 @@
 #include "archive/pps_object.h"
 #include "base/domains.h"
 #include "base/flags.h"
-#include "base/log.h"
 #include "base/places.h"
 #include "base/report.h"
 #include "updater/exception.h"
@@ -44,8 +43,7 @@ std::optional<ApplicationSelection> selected_applications(std::span<const std::s
   try {
     return select_applications(std::move(installed), package_ids);
   } catch (const updater::Exception& error) {
-    diagnostics::line(0, "ERROR: %s", error.what());
-    std::cerr << "Error: " << error.what() << '\n';
+    report::error(error.what());
     return std::nullopt;
   }
 }

@@ -50,9 +50,8 @@ class NavigatorObjects {
     }
     std::cerr << "Restoring: " << object << '\n';
     const std::optional<std::string_view> target = entry.link_target();
-    const bool is_acceptable =
-        target ? fs::leads_inside(root_, object, *target, fs::Path(NAVIGATOR_OBJECT_FOLDER))
-               : entry.destination(object).is_regular() && !entry.is_hard_link();
+    const bool is_acceptable = target ? fs::leads_inside(root_, object, *target, NAVIGATOR_OBJECT_FOLDER)
+                                      : entry.destination(object).is_regular() && !entry.is_hard_link();
     if (is_acceptable) {
       restore_pps_object(reader_, entry, object);
     } else {

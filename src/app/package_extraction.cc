@@ -7,7 +7,7 @@
 
 #include "app/layout.h"
 #include "base/flags.h"
-#include "base/log.h"
+#include "base/report.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
 
@@ -25,11 +25,6 @@ fs::File destination_of(const EntryView& entry, const FileRecord& record, const 
   merged.st_gid = record.status->group;
   merged.st_mtim = {.tv_sec = record.status->modified, .tv_nsec = 0};
   return {path, merged};
-}
-
-void report(const std::runtime_error& error) {
-  diagnostics::line(0, "ERROR: %s", error.what());
-  std::cerr << "Error: " << error.what() << '\n';
 }
 
 }  // namespace
@@ -50,7 +45,7 @@ bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
 } catch (const fs::IdentityError&) {
   throw;
 } catch (const std::runtime_error& error) {
-  report(error);
+  report::error(error.what());
   return false;
 }
 
@@ -64,7 +59,7 @@ bool PackageExtraction::extract(uid_t user, gid_t group) {
   } catch (const std::runtime_error& error) {
     // Not passed on: what is on disk by now still gets its owners and modes.
     is_whole = false;
-    report(error);
+    report::error(error.what());
   }
   const int damage = reader_.error_number();
   std::cerr << "Archive errno at this point: " << (damage != 0 ? damage : last_error_) << '\n';
@@ -73,7 +68,7 @@ bool PackageExtraction::extract(uid_t user, gid_t group) {
 
 void PackageExtraction::extract_record(Extraction& extraction, std::size_t position) {
   const FileRecord& record = records_[position];
-  if (verbose) std::cerr << record.size << ' ' << record.path << '\n';
+  report::progress(record.size, ' ', record.path);
   const std::optional<EntryView> entry = entries_.entry_of(position);
   if (!entry) return;
   if (!is_wanted(*entry, record)) {
@@ -98,14 +93,13 @@ bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& reco
 
 void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& entry,
                                     const FileRecord& record) {
-  if (verbose) {
-    std::cerr << "Extracting as " << ::geteuid() << ':' << ::getegid() << record.path << '\n';
-  }
+  // Asked for the ids only when they are shown: these are two system calls for each file.
+  if (verbose) report::progress("Extracting as ", ::geteuid(), ':', ::getegid(), record.path);
   const std::optional<ExtractionWarning> warning =
       extraction.extract(entry, destination_of(entry, record, record.path));
   last_error_ = warning ? warning->error_number : 0;
   if (!warning) return;
-  if (verbose) std::cerr << "Error extracting " << record.path << warning->text << '\n';
+  report::progress("Error extracting ", record.path, warning->text);
   if (last_error_ != 0) std::cerr << "HERE\n";
 }
 

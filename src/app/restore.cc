@@ -17,6 +17,7 @@
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/identity.h"
 #include "updater/installer_client.h"
@@ -34,7 +35,7 @@ void uninstall(const RegisteredApplication& application) {
     updater::ActionUninstall(application.dir).exchange();
   } catch (const std::exception& error) {
     diagnostics::line(0, "Unregister of '%s' failed", application.id.c_str());
-    if (verbose) std::cerr << "Error: " << error.what() << '\n';
+    report::progress("Error: ", error.what());
   }
 }
 
@@ -58,7 +59,7 @@ class AppRestore {
       next_.reset();  // one package at a time is in memory
       next_ = next_package();
     }
-    if (verbose) std::cerr << "EOF\n";
+    report::progress("EOF");
     return applications_.is_complete();
   }
 
@@ -118,8 +119,7 @@ int restore(ArchiveReader& reader) {
   try {
     return restore_applications(reader);
   } catch (const std::exception& error) {
-    diagnostics::line(0, "ERROR: %s", error.what());
-    std::cerr << "Error: " << error.what() << '\n';
+    report::error(error.what());
     return 1;
   }
 }

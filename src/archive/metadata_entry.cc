@@ -3,14 +3,13 @@
 #include <array>
 #include <cstring>
 #include <ctime>
-#include <iostream>
 #include <sstream>
 #include <stdexcept>
 
 #include <archive.h>
 
-#include "base/flags.h"
 #include "base/log.h"
+#include "base/report.h"
 
 namespace harbix {
 namespace {
@@ -69,7 +68,7 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
     require_no_error(reader);
     const int status = reader.advance();
     if (status == ARCHIVE_EOF) {
-      if (verbose) std::cerr << "EOF reached\n";
+      report::progress("EOF reached");
       return std::nullopt;
     }
     if (status != ARCHIVE_OK)

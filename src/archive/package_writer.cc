@@ -9,6 +9,7 @@
 #include "archive/metadata_entry.h"
 #include "archive/source.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/identity.h"
 
 namespace harbix {

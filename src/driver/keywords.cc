@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 
 #include "app/backup.h"
 #include "app/layout.h"
 #include "app/restore.h"
-#include "base/flags.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "media/backup.h"
 #include "media/restore.h"
 #include "media/share.h"
@@ -31,7 +30,7 @@ int measure_all(ArchiveWriter& writer, PackageIds /*ids*/, SizeResult& result) {
 }
 
 int restore_media(ArchiveReader& reader) {
-  if (verbose) std::cerr << "Media\n";
+  report::progress("Media");
   diagnostics::line(2, "Restoring media");
   const int result = media::restore(reader);
   diagnostics::line(2, "Restoring media finished. Return:%d", result);
@@ -39,7 +38,7 @@ int restore_media(ArchiveReader& reader) {
 }
 
 int restore_settings(ArchiveReader& reader) {
-  if (verbose) std::cerr << "Settings\n";
+  report::progress("Settings");
   diagnostics::line(2, "Restoring settings");
   const int result = settings::restore(reader);
   reader.close();
@@ -52,19 +51,19 @@ std::span<const Keyword> all_keywords() {
   static const std::array<Keyword, 3> keywords{{
       {.name = "app",
        .label = "app",
-       .prefixes = {fs::Path(places::APPLICATION_PREFIX)},
+       .prefixes = {places::APPLICATION_PREFIX},
        .back_up = app::back_up,
        .measure = app::measure,
        .restore = app::restore},
       {.name = "media",
        .label = "Media",
-       .prefixes = {fs::Path(places::MEDIA_PREFIX), fs::Path(places::DTM_PREFIX)},
+       .prefixes = {places::MEDIA_PREFIX, places::DTM_PREFIX},
        .back_up = back_up_all<media::back_up>,
        .measure = measure_all<media::measure>,
        .restore = restore_media},
       {.name = "settings",
        .label = "Settings",
-       .prefixes = {fs::Path(places::SETTINGS_PREFIX)},
+       .prefixes = {places::SETTINGS_PREFIX},
        .back_up = back_up_all<settings::back_up>,
        .measure = measure_all<settings::measure>,
        .restore = restore_settings},

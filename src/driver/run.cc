@@ -4,6 +4,7 @@
 #include <exception>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "base/flags.h"
 #include "base/log.h"
 #include "base/places.h"
+#include "base/report.h"
 #include "driver/keywords.h"
 #include "driver/options.h"
 #include "driver/process.h"
@@ -69,7 +71,7 @@ int restore_archive(const Options& options) {
 
 int write_archive(const Options& options) {
   use_utf8_names();
-  if (verbose) std::cerr << "Archiving\n";
+  report::progress("Archiving");
   diagnostics::line(3, "Archiving");
   ArchiveWriter writer(options.size_only ? places::DEV_NULL : options.file_name);
   const std::vector<std::string> ids = package_ids(options);
@@ -77,7 +79,7 @@ int write_archive(const Options& options) {
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
     if (!is_selected(options, keyword)) continue;
-    if (verbose) std::cerr << keyword.label << '\n';
+    report::progress(keyword.label);
     diagnostics::line(2, "%s", std::string(keyword.label).c_str());
     // Each operation gets a record of its own: some assign what they know instead of adding it.
     SizeResult size;
@@ -98,18 +100,15 @@ int run_archive_stage(const Options& options) {
   return write_archive(options);
 }
 
-void report_failure(const char* reason) {
-  diagnostics::line(0, "ERROR: %s", reason);
-  std::cerr << "ERROR: " << reason << '\n';
-}
+constexpr std::string_view FAILURE = "ERROR: ";
 
 int run_guarded(const Options& options) {
   try {
     return run_archive_stage(options);
   } catch (const std::exception& error) {
-    report_failure(error.what());
+    report::error(error.what(), FAILURE);
   } catch (...) {
-    report_failure("Unknown exception");
+    report::error("Unknown exception", FAILURE);
   }
   return STATUS_EXCEPTION;
 }

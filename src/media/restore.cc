@@ -9,8 +9,8 @@
 #include "archive/extraction.h"
 #include "archive/manifest.h"
 #include "base/domains.h"
-#include "base/flags.h"
 #include "base/log.h"
+#include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/containment.h"
 #include "fs/identity.h"
@@ -23,7 +23,7 @@ namespace {
 
 constexpr mode_t RESTORE_MASK = 007;
 
-void report(const char* text) {
+void report_failure(const char* text) {
   std::cerr << "Error: " << text << '\n';
   diagnostics::line(0, "Error occured: '%s'", text);
 }
@@ -59,7 +59,7 @@ class MediaRestore {
         restore(*entry, *name);
       } else {
         well_formed = false;
-        report("Malformed archive: an entry has no name");
+        report_failure("Malformed archive: an entry has no name");
         reader_.skip(*entry);
       }
     }
@@ -81,19 +81,19 @@ class MediaRestore {
 
   void restore_dtm(const EntryView& entry, const fs::Path& name) {
     enter(Place::DTM);
-    const fs::Path target = fs::Path("./") / name.relative_to(fs::Path(places::DTM_PREFIX));
+    const fs::Path target = fs::Path("./") / name.relative_to(places::DTM_PREFIX);
     if (!entry.is_restorable()) {
       skip(entry, target);
       return;
     }
-    if (verbose) std::cerr << "Restoring: " << target << '\n';
+    report::progress("Restoring: ", target);
     area_->extract(entry, entry.destination(target));
   }
 
   void restore_media(const EntryView& entry, const fs::Path& name) {
     enter(Place::SHARED);
     const fs::Path target = media_target(name);
-    if (verbose) std::cerr << "Restoring: " << target << '\n';
+    report::progress("Restoring: ", target);
     if (!entry.is_restorable() || area_->folder().holds(area_->folder().relative(target))) {
       skip(entry, target);
     } else {
@@ -106,7 +106,7 @@ class MediaRestore {
     const fs::Path below = fs::name_below(name, places::MEDIA_PREFIX);
     fs::Path folder("./");
     if (is_relocated(name.dirname())) {
-      folder = fs::Path(places::LOST_AND_FOUND);
+      folder = places::LOST_AND_FOUND;
       std::cerr << "Relocating: " << name << " to: " << folder << '\n';
     }
     return folder / below;
@@ -119,7 +119,7 @@ class MediaRestore {
 
   void skip(const EntryView& entry, const fs::Path& target) {
     diagnostics::line(4, "Skipping %s", target.c_str());
-    if (verbose) std::cerr << "Skipping " << target << '\n';
+    report::progress("Skipping ", target);
     reader_.skip(entry);
   }
 
@@ -138,7 +138,7 @@ class MediaRestore {
   }
 
   ArchiveReader& reader_;
-  std::vector<fs::Path> relocated_{fs::Path(places::BOOKMARKS_PREFIX)};
+  std::vector<fs::Path> relocated_{places::BOOKMARKS_PREFIX};
   std::optional<Extraction> area_;
   Place place_ = Place::NONE;
 };
@@ -156,7 +156,7 @@ int restore(ArchiveReader& reader) {
     const fs::FileMask mask(RESTORE_MASK);
     return MediaRestore(reader).run() ? 0 : 1;
   } catch (const std::exception& error) {
-    report(error.what());
+    report_failure(error.what());
     return 1;
   }
 }

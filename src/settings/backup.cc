@@ -34,7 +34,7 @@ constexpr PackageStyle MEASURED{.record = plain_record, .announce = announce, .w
 
 /// @return how many items there are.
 std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style) {
-  const fs::WorkingDirectory directory{fs::Path(places::ROOT)};
+  const fs::WorkingDirectory directory{places::ROOT};
   fs::Folder root(places::ROOT);
   PackageWriter package(writer, root, style);
   for (const fs::Path& path : settings_path_list()) {

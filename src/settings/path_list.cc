@@ -23,7 +23,7 @@ std::optional<fs::File> find(const fs::Path& path) {
 }
 
 bool is_control_object(const fs::Path& path) {
-  return is_pps_path(path) && path.basename() == fs::Path(places::CONTROL_NAME);
+  return is_pps_path(path) && path.basename() == places::CONTROL_NAME;
 }
 
 bool is_excluded(const fs::Path& path, const std::vector<fs::Path>& blacklist) {
@@ -39,7 +39,7 @@ void append_live_objects(const std::vector<fs::Path>& blacklist, std::vector<fs:
     const fs::WorkingDirectory directory(store);
     stored = fs::list_tree(store, fs::Descent::DEFERRED, fs::Tolerance::STRICT);
   }
-  const fs::WorkingDirectory directory{fs::Path(places::PERSISTENT_ROOT)};
+  const fs::WorkingDirectory directory{places::PERSISTENT_ROOT};
   for (const fs::File& file : stored) {
     fs::Path live = live_name(file.path());
     if (!is_excluded(live, blacklist)) paths.push_back(std::move(live));
@@ -74,7 +74,7 @@ void append_whitelisted(const fs::Path& path, const std::vector<fs::Path>& black
 
 }  // namespace
 
-bool is_pps_path(const fs::Path& path) { return path.first_component() == fs::Path(places::PPS); }
+bool is_pps_path(const fs::Path& path) { return path.first_component() == places::PPS; }
 
 std::vector<fs::Path> settings_path_list() {
   const std::vector<fs::Path> whitelist = settings_script_list(ScriptList::WHITELIST);
@@ -91,7 +91,7 @@ std::vector<fs::Path> settings_path_list() {
 
 fs::Path live_name(const fs::Path& stored) {
   fs::Path live;
-  for (const fs::Path& component : stored.relative_to(fs::Path(places::PERSISTENT_ROOT)).components()) {
+  for (const fs::Path& component : stored.relative_to(places::PERSISTENT_ROOT).components()) {
     live /= std::string_view(component.text()).substr(0, component.text().find('@'));
   }
   return live;

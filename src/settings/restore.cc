@@ -13,7 +13,7 @@
 #include "archive/pps_object.h"
 #include "archive/space_report.h"
 #include "base/flags.h"
-#include "base/log.h"
+#include "base/report.h"
 #include "fs/containment.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
@@ -47,7 +47,7 @@ class SettingsRestore {
     while (reader_.error_number() == 0) {
       const std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE);
       if (!package) {
-        if (verbose) std::cerr << "EOF\n";
+        report::progress("EOF");
         break;
       }
       const std::vector<FileRecord> records = read_file_records(package->manifest);
@@ -70,8 +70,7 @@ class SettingsRestore {
       const std::optional<fs::Path> name = entry->name();
       if (!name) {
         well_formed_ = false;
-        std::cerr << "Error: Malformed archive: an entry has no name\n";
-        diagnostics::line(0, "ERROR: Malformed archive: an entry has no name");
+        report::error("Malformed archive: an entry has no name");
         reader_.skip(*entry);
       } else if (is_metadata_name(name->text())) {
         // The package ends here, whatever its records promised; the entry begins the next one.
@@ -144,7 +143,7 @@ bool restore_settings(ArchiveReader& reader) {
   notice.start();
   // A stream that fails is told of where it is written to.
   platform::flushall();
-  const fs::WorkingDirectory root{fs::Path(places::ROOT)};
+  const fs::WorkingDirectory root{places::ROOT};
   return SettingsRestore(reader).run();
 }
 
@@ -158,8 +157,7 @@ int restore(ArchiveReader& reader) {
     platform::flushall();
     return well_formed ? 0 : 1;
   } catch (const std::exception& error) {
-    diagnostics::line(0, "ERROR: %s", error.what());
-    std::cerr << "Error: " << error.what() << '\n';
+    report::error(error.what());
     return 1;
   }
 }

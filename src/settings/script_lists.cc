@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/flags.h"
+#include "base/report.h"
 #include "fs/walk.h"
 #include "subscribers/subscribers.h"
 
@@ -58,12 +58,12 @@ void take_line(std::string_view line, const fs::Path& script, const std::string&
     std::cerr << "Empty " << tag << " line or non-absolute path detected in " << script << '\n';
     return;
   }
-  if (verbose) std::cerr << "Adding " << path << " to the settings " << tag << '\n';
+  report::progress("Adding ", path, " to the settings ", tag);
   paths.emplace_back(path);
 }
 
 void run_script(const fs::Path& script, const std::string& tag, std::vector<fs::Path>& paths) {
-  if (verbose) std::cerr << "System client b&r settings script:  " << script << '\n';
+  report::progress("System client b&r settings script:  ", script);
   const std::string command = script.text() + " " + tag + " 2>&1";
   // The shell is the interface: scripts come from the device's read-only system folder.
   const Pipe pipe(::popen(command.c_str(), "r"));  // NOLINT(cert-env33-c): see above

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/flags.h"
+#include "base/report.h"
 #include "fs/exception.h"
 #include "fs/file.h"
 #include "fs/working_directory.h"
@@ -96,7 +97,7 @@ void UpdaterAction::send(std::string_view lines) const {
 void UpdaterAction::read_response() {
   LineReader lines(object_);
   for (std::string line; lines.next(line);) {
-    if (harbix::verbose) std::cerr << "Read line: " << line << '\n';
+    harbix::report::progress("Read line: ", line);
     if (take_line(line)) break;
   }
   if (!harbix::verbose) return;
@@ -109,10 +110,10 @@ bool UpdaterAction::take_line(const std::string& line) {
   const std::size_t type_end = name_end == std::string::npos ? name_end : line.find(':', name_end + 1);
   const std::string name = line.substr(0, name_end);
   const std::string value = type_end == std::string::npos ? "" : line.substr(type_end + 1);
-  if (harbix::verbose) std::cerr << "Attr: " << name << " value: " << value << '\n';
+  harbix::report::progress("Attr: ", name, " value: ", value);
   response_[name] = value;
   if (name != LAST_ATTRIBUTE) return false;
-  if (harbix::verbose) std::cerr << "Result received\n";
+  harbix::report::progress("Result received");
   return true;
 }
 

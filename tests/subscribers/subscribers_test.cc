@@ -28,11 +28,11 @@ using fs::Path;
 using subscribers::SubscriberManager;
 using subscribers::SubscriberNotice;
 using subscribers::Wait;
-using test::TemporaryFolder;
-using test::Tree;
 using test::dir;
 using test::file;
 using test::link;
+using test::TemporaryFolder;
+using test::Tree;
 
 /// Appends its name and arguments to the file "seen" beside the scripts' folder, a line a run.
 std::string script(const std::string& more = "") {
