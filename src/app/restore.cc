@@ -112,8 +112,9 @@ int restore_applications(ArchiveReader& reader) {
 }
 
 }  // namespace
+}  // namespace harbix
 
-namespace app {
+namespace harbix::app {
 
 int restore(ArchiveReader& reader) {
   try {
@@ -124,6 +125,4 @@ int restore(ArchiveReader& reader) {
   }
 }
 
-}  // namespace app
-
-}  // namespace harbix
+}  // namespace harbix::app

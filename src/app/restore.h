@@ -2,9 +2,7 @@
 
 #include "archive/reader.h"
 
-namespace harbix {
-
-namespace app {
+namespace harbix::app {
 
 /// Brings applications, their data and the home screen's data back from the reader's section. Applications
 /// of the storefront are uninstalled first, so that only what the archive holds is there afterwards.
@@ -12,6 +10,4 @@ namespace app {
 /// answer for one of the packages. Packages that the device does not allow make no difference.
 [[nodiscard]] int restore(ArchiveReader& reader);
 
-}  // namespace app
-
-}  // namespace harbix
+}  // namespace harbix::app

@@ -12,7 +12,8 @@ void let_writes_fail();
 /// @throws fs::Exception "Failed to occupy a closed standard stream" when that cannot be done.
 void occupy_closed_streams();
 
-/// Makes "/" the working directory, and the user account's group and the system's the only supplementary ones.
+/// Makes "/" the working directory, and the user account's group and the system's the only supplementary
+/// ones.
 /// @throws fs::Exception when "/" cannot be entered; std::runtime_error when the system group does not exist.
 void prepare_process();
 

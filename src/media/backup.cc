@@ -140,8 +140,9 @@ int guarded(bool size_only, Work work) {
 }
 
 }  // namespace
+}  // namespace harbix
 
-namespace media {
+namespace harbix::media {
 
 int back_up(ArchiveWriter& writer) {
   return guarded(false, [&writer] {
@@ -160,6 +161,4 @@ int measure(ArchiveWriter& writer, SizeResult& result) {
   });
 }
 
-}  // namespace media
-
-}  // namespace harbix
+}  // namespace harbix::media

@@ -3,9 +3,7 @@
 #include "archive/writer.h"
 #include "base/size_result.h"
 
-namespace harbix {
-
-namespace media {
+namespace harbix::media {
 
 /// Backs up the shared media folders and the dtm share into `writer`. Items that are protected, unreadable or
 /// gone are left out with a message.
@@ -17,6 +15,4 @@ int back_up(ArchiveWriter& writer);
 /// @return as back_up does.
 int measure(ArchiveWriter& writer, SizeResult& result);
 
-}  // namespace media
-
-}  // namespace harbix
+}  // namespace harbix::media

@@ -144,8 +144,9 @@ class MediaRestore {
 };
 
 }  // namespace
+}  // namespace harbix
 
-namespace media {
+namespace harbix::media {
 
 int restore(ArchiveReader& reader) {
   diagnostics::line(2, "harbix_media_restore");
@@ -161,6 +162,4 @@ int restore(ArchiveReader& reader) {
   }
 }
 
-}  // namespace media
-
-}  // namespace harbix
+}  // namespace harbix::media

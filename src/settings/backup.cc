@@ -50,8 +50,9 @@ std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style) {
 }
 
 }  // namespace
+}  // namespace harbix
 
-namespace settings {
+namespace harbix::settings {
 
 int back_up(ArchiveWriter& writer) {
   {
@@ -74,6 +75,4 @@ int measure(ArchiveWriter& writer, SizeResult& result) {
   return 0;
 }
 
-}  // namespace settings
-
-}  // namespace harbix
+}  // namespace harbix::settings

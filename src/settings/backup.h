@@ -3,9 +3,7 @@
 #include "archive/writer.h"
 #include "base/size_result.h"
 
-namespace harbix {
-
-namespace settings {
+namespace harbix::settings {
 
 /// Backs up the settings into `writer`, and notifies the settings subscribers before and after. An item that
 /// cannot be archived is reported and left out.
@@ -19,6 +17,4 @@ int back_up(ArchiveWriter& writer);
 /// @return and @throws as back_up does.
 int measure(ArchiveWriter& writer, SizeResult& result);
 
-}  // namespace settings
-
-}  // namespace harbix
+}  // namespace harbix::settings

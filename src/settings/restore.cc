@@ -148,8 +148,9 @@ bool restore_settings(ArchiveReader& reader) {
 }
 
 }  // namespace
+}  // namespace harbix
 
-namespace settings {
+namespace harbix::settings {
 
 int restore(ArchiveReader& reader) {
   try {
@@ -162,6 +163,4 @@ int restore(ArchiveReader& reader) {
   }
 }
 
-}  // namespace settings
-
-}  // namespace harbix
+}  // namespace harbix::settings

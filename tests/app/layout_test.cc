@@ -23,9 +23,10 @@ TEST(ApplicationLayout, KeepsThreeFoldersOfAnApplicationsData) {
   for (const char* path : {"/accounts/1000/appdata/a/data", "/accounts/1000/appdata/a/data/x/y",
                            "/accounts/1000/appdata/a/logs", "/accounts/1000/appdata/a/tmp/x"})
     EXPECT_TRUE(harbix::is_in_kept_folder(path)) << path;
-  for (const char* path : {"", "/accounts/1000/appdata", "/accounts/1000/appdata/a", "/accounts/1000/appdata/data",
-                           "/accounts/1000/appdata/a/datax", "/accounts/1000/appdata/a/x/data",
-                           "/accounts/1000/appdatax/a/data", "/apps/a/data"})
+  for (const char* path :
+       {"", "/accounts/1000/appdata", "/accounts/1000/appdata/a", "/accounts/1000/appdata/data",
+        "/accounts/1000/appdata/a/datax", "/accounts/1000/appdata/a/x/data", "/accounts/1000/appdatax/a/data",
+        "/apps/a/data"})
     EXPECT_FALSE(harbix::is_in_kept_folder(path)) << path;
 }
 

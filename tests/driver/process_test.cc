@@ -19,7 +19,6 @@
 
 namespace {
 
-
 TEST(Signals, LetAWriteToAClosedPipeFail) {
   EXPECT_TRUE(test::passes_in_child([] {
     harbix::let_writes_fail();
