@@ -58,6 +58,17 @@ class ExtractionTest : public ::testing::Test {
     }
   }
 
+  /// Extracts a file whose data ends before its size.
+  void extract_cut_file(const std::string& name) {
+    const RecordedLog log;
+    Reader reader(archive(TarBuilder().file(name, std::string(2000, 'x')).truncated_text().substr(0, 1024)));
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+    const auto entry = reader.next_header();
+    ASSERT_TRUE(entry);
+    EXPECT_NE("", message_of<std::runtime_error>(
+                      [&] { extraction.extract(*entry, entry->destination(Path(name))); }));
+  }
+
   [[nodiscard]] std::string out() const { return folder_ / "out"; }
 
   TemporaryFolder folder_;
@@ -246,28 +257,12 @@ TEST_F(ExtractionTest, GivesTheRoleUpAtItsEnd) {
 
 TEST_F(ExtractionTest, KeepsTheOldFileWhereTheNewOneIsCut) {
   Tree{file("f", "old")}.build(out());
-  const RecordedLog log;
-  EXPECT_NE("", message_of<std::runtime_error>([&] {
-              Reader reader(
-                  archive(TarBuilder().file("f", std::string(2000, 'x')).truncated_text().substr(0, 1024)));
-              Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
-              const auto entry = reader.next_header();
-              ASSERT_TRUE(entry);
-              extraction.extract(*entry, entry->destination(Path("f")));
-            }));
+  extract_cut_file("f");
   EXPECT_TRUE((Tree{file("f", "old")}.matches(out())));
 }
 
 TEST_F(ExtractionTest, LeavesNothingOfANewFileThatIsCut) {
-  const RecordedLog log;
-  EXPECT_NE("", message_of<std::runtime_error>([&] {
-              Reader reader(
-                  archive(TarBuilder().file("f", std::string(2000, 'x')).truncated_text().substr(0, 1024)));
-              Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
-              const auto entry = reader.next_header();
-              ASSERT_TRUE(entry);
-              extraction.extract(*entry, entry->destination(Path("f")));
-            }));
+  extract_cut_file("f");
   EXPECT_TRUE(Tree{}.matches(out()));
 }
 

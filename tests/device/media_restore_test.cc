@@ -84,9 +84,10 @@ TEST_F(MediaRestore, EmptiesTheSharedFoldersFirst) {
   EXPECT_TRUE(device_.exists("/etc/passwd"));
   EXPECT_THAT(device_.logged(test::LOG_PRIORITY_DEBUG), Contains("harbix_media_wipe"));
   EXPECT_THAT(device_.logged(test::LOG_PRIORITY_INFO),
-              testing::IsSupersetOf({"Unlinking content of './Music'", "Unlinking './old/deep/a.mp3'"}));
+              testing::IsSupersetOf({"Unlinking content of '" + shared("Music") + "'",
+                                     "Unlinking '" + shared("Music/old/deep/a.mp3") + "'"}));
   EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
-              ElementsAre("Error while unlinking content: ./top.mp3"));
+              ElementsAre("Error while unlinking content: " + shared("top.mp3")));
 }
 
 TEST_F(MediaRestore, OfAnArchiveWithoutMediaStillEmptiesTheFolders) {
@@ -115,8 +116,9 @@ TEST_F(MediaRestore, SparesProtectedAndUnreadableItems) {
   EXPECT_THAT(outcome.errors, HasSubstr("Restoring: ./Music/fresh\n"));
   EXPECT_THAT(device_.logged(test::LOG_PRIORITY_DEBUG), Contains("Skipping ./Music/locked"));
   EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
-              testing::IsSupersetOf({"can't access: './locked'; skipping.",
-                                     "Failed to rmdir './sub' (Directory not empty)", "Skipped './sub'"}));
+              testing::IsSupersetOf({"can't access: '" + shared("Music/locked") + "'; skipping.",
+                                     "Failed to rmdir '" + shared("Music/sub") + "' (Directory not empty)",
+                                     "Skipped '" + shared("Music/sub") + "'"}));
 }
 
 TEST_F(MediaRestore, OverwritesFilesOfTheDtmShare) {

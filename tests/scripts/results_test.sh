@@ -54,7 +54,7 @@ exit "${ctest_status:-0}"
 END
 # tested WORK: what scripts/test says of tests that do WORK. What differs from run to run is left out.
 tested() {
-  work=$1 outcome scripts/test --preset debug | sed -E 's/, in [0-9]+ s$//; s/(harbix-tests-)[0-9-]+/\1X/; s/process: [0-9]+/process:/'
+  work=$1 outcome scripts/test --preset debug | sed -E 's/, in [0-9]+ s$//; s|(harbix-tests-)[0-9-]+/left$|\1X/left|; s/process: [0-9]+/process:/'
 }
 passed=$'test: building (debug)\ntest: 7 passed, 0 failed, 0 skipped'
 bad_end=$'test: failed; all output is in build/debug-tests.log\nstatus 1'
