@@ -319,8 +319,8 @@ TEST_F(DeviceJob, IsEnteredWithAPromptThatNamesTheTablet) {
   session_.expect("ready> ");
   session_.type("echo status $?\n");
   session_.expect("status 5");
-  session_.type("kill %%; wait\n");
-  session_.expect("ready> ");
+  session_.type("kill %%; wait; echo en''ded\n");
+  session_.expect("ended");
 }
 
 TEST_F(DeviceJob, StopsAndGoesOnAsAVisitorOfADevice) {
@@ -336,8 +336,8 @@ TEST_F(DeviceJob, StopsAndGoesOnAsAVisitorOfADevice) {
   session_.expect("read word");
   session_.type("typed\n");
   session_.expect("got typed");
-  session_.type("kill %1; wait\n");
-  session_.expect("ready> ");
+  session_.type("kill %1; wait; echo en''ded\n");
+  session_.expect("ended");
 }
 
 }  // namespace
