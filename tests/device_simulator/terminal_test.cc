@@ -306,13 +306,17 @@ TEST_F(DeviceJob, IsEnteredWithAPromptThatNamesTheTablet) {
   session_.type("until \"$device\" --state \"$folder/other\" --enter true 2>/dev/null; do sleep 0.1; done\n");
   session_.type("\"$device\" --state \"$folder/other\" --enter\n");
   session_.expect("root@tablet:/# ");
-  session_.type("sh -c 'echo st\"\"arted; exec sleep 60'\n");
+  session_.type("sh -c 'echo st\"\"arted; exec cat'\n");
   session_.expect("started");
   session_.type(CONTROL_Z);
   session_.expect("Stopped");
   session_.expect("root@tablet:/# ");
   session_.type("fg\n");
-  session_.expect("exec sleep 60");
+  session_.expect("exec cat");
+  // Once from the terminal and once from the program, which has the foreground then.
+  session_.type("typed\n");
+  session_.expect("typed");
+  session_.expect("typed");
   session_.type(CONTROL_C);
   session_.expect("root@tablet:/# ");
   session_.type("exit 5\n");
