@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <iostream>
 #include <string>
 #include <vector>
@@ -15,7 +17,11 @@ namespace {
 int act(const device::Options& options) {
   using Action = device::Options::Action;
   if (options.action == Action::run) return device::run_device(options);
-  if (options.action == Action::enter) return device::enter_device(options);
+  if (options.action == Action::enter) {
+    // Without the exit handlers: a process that has entered another process namespace cannot start a helper
+    // of its own, as the sanitizer's look for leaks does at the end, and waits for it forever.
+    ::_exit(device::status_of([&] { return device::enter_device(options); }));
+  }
   device::become_root_alone();
   const device::SignalSource signals;
   if (options.action == Action::reset) device::reset_device(options.state, options.bare, signals);

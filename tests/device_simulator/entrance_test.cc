@@ -57,7 +57,7 @@ TEST_F(DeviceEntrance, IsALoginShellWithoutACommand) {
   start();
   const Result result = run_on_host(
       "echo 'shopt -q login_shell && echo login as $(whoami)@$(hostname)' | "
-      "$device --state $folder/state --enter",
+      "\"$device\" --state \"$folder/state\" --enter",
       folder_ / "");
   EXPECT_EQ(result.output, "login as root@tablet\n") << result.errors;
 }
