@@ -116,7 +116,7 @@ Path Path::realpath() const {
   std::vector<char> resolved(std::max<std::size_t>(capacity, PATH_MAX), '\0');
   const Path asked = is_bare_name(text_) ? current() / *this : *this;
   errno = 0;
-  if (::realpath(asked.c_str(), resolved.data()) != nullptr) return Path(resolved.data());
+  if (::realpath(asked.c_str(), resolved.data()) != nullptr) return resolved.data();
 
   const int error = errno;  // taken first: building the message may overwrite it
   throw Exception(error == 0 ? Exception::NO_ERROR_NUMBER : error,

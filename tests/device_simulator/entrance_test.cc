@@ -154,9 +154,11 @@ TEST_F(DeviceEntrance, RefusesADeviceOfAnotherLayout) {
 TEST_F(DeviceEntrance, NeedsRoot) {
   const device_test::PrivateFolder folder;
   const Result result = run_on_host(
-      "chmod 755 $folder; cp $device $folder/program; setpriv --reuid 65534 --regid 65534 --clear-groups "
-      "$folder/program --state / --enter true; echo $?; setpriv --reuid 65534 --regid 65534 --clear-groups "
-      "$folder/program --state / --reset",
+      "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
+      "--clear-groups "
+      "\"$folder/program\" --state / --enter true; echo $?; setpriv --reuid 65534 --regid 65534 "
+      "--clear-groups "
+      "\"$folder/program\" --state / --reset",
       folder / "");
   EXPECT_EQ(result.output, "77\n");
   EXPECT_EQ(result.status, 77);

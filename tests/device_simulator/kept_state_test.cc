@@ -163,11 +163,14 @@ TEST_F(DeviceKeptState, RefusesWhatIsNoDeviceOfThisLayout) {
 
 TEST_F(DeviceKeptState, IsUnchangedWhenThereIsNoRoom) {
   const Result result = run_on_host(
-      "unshare -m sh -c 'mount -t tmpfs -o size=8m none $folder && $device --bare --state $folder/s sh -c "
+      "unshare -m sh -c 'mount -t tmpfs -o size=8m none \"$folder\" && \"$device\" --bare --state "
+      "\"$folder/s\" sh -c "
       "\"head -c 5M "
-      "/dev/zero >/tmp/big\" && (cd $folder; find . | sort >/tmp/$$; $device --state $folder/s --snapshot "
+      "/dev/zero >/tmp/big\" && (cd \"$folder\"; find . | sort >/tmp/$$; \"$device\" --state \"$folder/s\" "
+      "--snapshot "
       "one; echo $?; "
-      "$device --state $folder/s --reset; echo $?; find . | sort | cmp /tmp/$$ - && echo same; rm /tmp/$$)'",
+      "\"$device\" --state \"$folder/s\" --reset; echo $?; find . | sort | cmp /tmp/$$ - && echo same; rm "
+      "/tmp/$$)'",
       folder_ / "");
   EXPECT_EQ(result.output, "70\n70\nsame\n");
   EXPECT_THAT(result.errors,
