@@ -115,7 +115,8 @@ TEST(DeviceHelp, FailsWhereItCannotBeWritten) {
 
 TEST(ServiceOptions, SayWhatIsWrong) {
   const device_test::Result pps = device_test::run_on_host(
-      "cd ${device%/*}; ./harbix-pps --nope /x; echo $?; ./harbix-pps --ready-fd=x /y; echo $?; ./harbix-pps "
+      "cd \"${device%/*}\"; ./harbix-pps --nope /x; echo $?; ./harbix-pps --ready-fd=x /y; echo $?; "
+      "./harbix-pps "
       "/x /y; "
       "echo $?");
   constexpr const char* PPS_USAGE =
@@ -125,7 +126,7 @@ TEST(ServiceOptions, SayWhatIsWrong) {
                             "harbix-pps: 'x' is no file descriptor" + PPS_USAGE +
                             "harbix-pps: more than one mount point given" + PPS_USAGE);
   const device_test::Result installer = device_test::run_on_host(
-      "cd ${device%/*}; ./harbix-installer --ready-fd; echo $?; ./harbix-installer x; echo $?");
+      "cd \"${device%/*}\"; ./harbix-installer --ready-fd; echo $?; ./harbix-installer x; echo $?");
   EXPECT_EQ(installer.output, "2\n2\n");
   EXPECT_EQ(installer.errors,
             "harbix-installer: option '--ready-fd' needs a value; usage: harbix-installer [--ready-fd N]\n"
