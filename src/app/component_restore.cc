@@ -28,7 +28,8 @@ ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t
     : folder_(std::move(folder)),
       mask_(mask),
       file_mask_(mask),
-      extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO) {}
+      extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO, completeness_) {
+}
 
 bool ComponentRestore::accepts(const fs::Path& path) const { return fs::is_record_path_below(path, folder_); }
 

@@ -35,6 +35,7 @@ class ComponentRestore {
   fs::Folder root_{"/"};
   mode_t mask_;
   fs::FileMask file_mask_;
+  Completeness completeness_;
   Extraction extraction_;
 };
 

@@ -52,7 +52,8 @@ bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
 bool PackageExtraction::extract(uid_t user, gid_t group) {
   bool is_whole = true;
   try {
-    Extraction extraction(reader_, {.user = user, .group = group}, place_, Keep::NO);
+    Completeness completeness;
+    Extraction extraction(reader_, {.user = user, .group = group}, place_, Keep::NO, completeness);
     for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
   } catch (const fs::IdentityError&) {
     throw;

@@ -111,7 +111,8 @@ DiskWriter::~DiskWriter() {
     try {
       settle(*folder);
     } catch (const fs::Exception& error) {
-      report_unwritten(folder_.path() / folder->path, error.reason());
+      report_unwritten(folder_.path() / folder->path.strip_leading_dots(), error.reason());
+      completeness_.note_missing();
     }
   }
 }
@@ -126,7 +127,6 @@ void DiskWriter::make_file(const fs::Path& path, const struct ::stat& record) {
     return file ? 0 : -1;
   });
   fill(file, record.st_size, reader_);
-  set_owner(unfinished.place(), record);
   if (permissions_ == Keep::YES && ::fchmod(file.get(), record.st_mode & PERMISSIONS) == -1)
     fail("set the mode");
   // Some file systems report a failed write only here.
@@ -145,18 +145,16 @@ void DiskWriter::make_folder(const fs::Path& path, const struct ::stat& record) 
   } else if (permissions_ == Keep::NO) {
     return;
   }
-  set_owner(place, record);
   mode_t mode = record.st_mode & PERMISSIONS;
   // The mask has been applied, and the folder above may have handed on its group.
   if (permissions_ == Keep::NO) mode = made.st_mode & (mode | (ALL_BITS & ~PERMISSIONS));
   if (mode != (made.st_mode & ALL_BITS)) unsettled_.push_back({path, mode});
 }
 
-void DiskWriter::make_link(const fs::Path& path, const struct ::stat& record, const std::string& target) {
+void DiskWriter::make_link(const fs::Path& path, const std::string& target) {
   const fs::Place place = place_of(path);
   Unfinished unfinished(place, reader_,
                         [&](const char* name) { return ::symlinkat(target.c_str(), place.folder, name); });
-  set_owner(unfinished.place(), record);
   unfinished.complete();
 }
 
@@ -184,13 +182,6 @@ void DiskWriter::settle(const Unsettled& folder) {
   const base::FileDescriptor opened(
       ::openat(place.folder, place.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!opened || ::fchmod(opened.get(), folder.mode) == -1) fail("set the mode");
-}
-
-void DiskWriter::set_owner(const fs::Place& place, const struct ::stat& record) const {
-  if (owner_ == Keep::NO) return;
-  if (::fchownat(place.folder, place.name, record.st_uid, record.st_gid, AT_SYMLINK_NOFOLLOW) == -1) {
-    fail("set the owner");
-  }
 }
 
 void report_unwritten(const fs::Path& path, const std::string& reason) {

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "archive/completeness.h"
 #include "archive/reader.h"
 #include "base/file_descriptor.h"
 #include "fs/folder.h"
 
 namespace harbix {
 
-/// Whether what an archive says about an entry is put on disk as well.
+/// Whether the permissions that an archive gives to an entry are put on disk as well.
 enum class Keep { NO, YES };
 
 /// Puts the objects of an archive on disk below one folder, for the effective ids and under the mask that are
@@ -26,12 +27,13 @@ enum class Keep { NO, YES };
 /// disk, of which nothing is left then.
 class DiskWriter {
  public:
-  /// `owner` and `permissions` say whether those of the records are set; otherwise the effective ids own what
-  /// is made, and the mask limits its mode. Set-id and sticky bits are never set.
-  DiskWriter(fs::Folder& folder, ArchiveReader& reader, Keep owner, Keep permissions)
-      : folder_(folder), reader_(reader), owner_(owner), permissions_(permissions) {}
+  /// The effective ids own what is made. `permissions` says whether those of the records are set; otherwise
+  /// the mask limits the modes. Set-id and sticky bits are never set.
+  DiskWriter(fs::Folder& folder, ArchiveReader& reader, Keep permissions, Completeness& completeness)
+      : folder_(folder), reader_(reader), permissions_(permissions), completeness_(completeness) {}
 
-  /// Settles the modes of folders that could not be filled with them. Failures are reported.
+  /// Settles the modes of folders that could not be filled with them. Failures are reported, and noted in
+  /// `completeness`, which outlives this object.
   ~DiskWriter();
   DiskWriter(const DiskWriter&) = delete;
   DiskWriter& operator=(const DiskWriter&) = delete;
@@ -42,7 +44,7 @@ class DiskWriter {
   /// @throws also DataError when the archive is damaged there.
   void make_file(const fs::Path& path, const struct ::stat& record);
   void make_folder(const fs::Path& path, const struct ::stat& record);
-  void make_link(const fs::Path& path, const struct ::stat& record, const std::string& target);
+  void make_link(const fs::Path& path, const std::string& target);
 
  private:
   /// A folder whose mode is set when nothing is put into it any more.
@@ -54,12 +56,11 @@ class DiskWriter {
   [[nodiscard]] fs::Place place_of(const fs::Path& path);
   void make_folders_above(const fs::Path& path);
   void settle(const Unsettled& folder);
-  void set_owner(const fs::Place& place, const struct ::stat& record) const;
 
   fs::Folder& folder_;
   ArchiveReader& reader_;
-  Keep owner_;
   Keep permissions_;
+  Completeness& completeness_;
   std::vector<Unsettled> unsettled_;
 };
 

@@ -9,13 +9,15 @@
 
 namespace harbix {
 
-Extraction::Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions)
+Extraction::Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions,
+                       Completeness& completeness)
     : reader_(reader),
       role_(role),
       group_(role.group),
       user_(role.user),
       folder_(place),
-      writer_(folder_, reader, Keep::NO, permissions) {}
+      completeness_(completeness),
+      writer_(folder_, reader, permissions, completeness) {}
 
 std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, const fs::File& destination) {
   try {
@@ -28,8 +30,9 @@ std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, con
     throw std::runtime_error("Extracting data for '" + path.text() + "' failed ('%s')");
   } catch (const fs::Exception& error) {
     const std::string reason = error.error() == EXDEV ? "Path contains '..'" : error.reason();
-    const fs::Path relative = folder_.relative(destination.path());
+    const fs::Path relative = folder_.relative(destination.path()).strip_leading_dots();
     report_unwritten(folder_.path() / relative, reason);
+    completeness_.note_missing();
     reader_.skip(entry);
     return ExtractionWarning{error.error() == fs::Exception::NO_ERROR_NUMBER ? 0 : error.error(), reason};
   }
@@ -41,7 +44,7 @@ void Extraction::put_on_disk(const EntryView& entry, const fs::File& destination
   if (destination.is_directory()) {
     writer_.make_folder(path, record);
   } else if (destination.is_symbolic_link()) {
-    writer_.make_link(path, record, std::string(entry.link_target().value_or("")));
+    writer_.make_link(path, std::string(entry.link_target().value_or("")));
   } else {
     writer_.make_file(path, record);
   }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "archive/completeness.h"
 #include "archive/disk_writer.h"
 #include "archive/entry_view.h"
 #include "archive/reader.h"
@@ -31,9 +32,11 @@ struct ExtractionWarning {
 class Extraction {
  public:
   /// Everything is put below `place`, an absolute path that only root can replace. `permissions` says whether
-  /// those of the entries are restored; otherwise the mask in force limits the modes.
+  /// those of the entries are restored; otherwise the mask in force limits the modes. What is not on disk as
+  /// the archive has it when this object is gone has been noted in `completeness`, which outlives it.
   /// @throws fs::IdentityError when the role cannot be taken; fs::Exception when the place cannot be opened.
-  Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions);
+  Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions,
+             Completeness& completeness);
 
   [[nodiscard]] const Role& role() const noexcept { return role_; }
   [[nodiscard]] fs::Folder& folder() noexcept { return folder_; }
@@ -53,6 +56,7 @@ class Extraction {
   fs::EffectiveGroup group_;
   fs::EffectiveUser user_;
   fs::Folder folder_;
+  Completeness& completeness_;
   DiskWriter writer_;
 };
 

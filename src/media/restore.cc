@@ -1,6 +1,7 @@
 #include "media/restore.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/containment.h"
+#include "fs/exception.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
 #include "media/share.h"
@@ -49,21 +51,19 @@ void require_place(const fs::Path& path, const Role& role) {
 
 class MediaRestore {
  public:
-  explicit MediaRestore(ArchiveReader& reader) : reader_(reader) {}
+  MediaRestore(ArchiveReader& reader, Completeness& completeness)
+      : reader_(reader), completeness_(completeness) {}
 
-  /// @return whether every entry could be made sense of.
-  bool run() {
-    bool well_formed = true;
+  void run() {
     while (const std::optional<EntryView> entry = reader_.next_header()) {
       if (const std::optional<fs::Path> name = entry->name()) {
         restore(*entry, *name);
       } else {
-        well_formed = false;
+        completeness_.note_missing();
         report_failure("Malformed archive: an entry has no name");
         reader_.skip(*entry);
       }
     }
-    return well_formed;
   }
 
  private:
@@ -94,11 +94,32 @@ class MediaRestore {
     enter(Place::SHARED);
     const fs::Path target = media_target(name);
     report::progress("Restoring: ", target);
-    if (!entry.is_restorable() || area_->folder().holds(area_->folder().relative(target))) {
+    if (!entry.is_restorable() || is_taken(target)) {
       skip(entry, target);
     } else {
       area_->extract(entry, entry.destination(target));
     }
+  }
+
+  /// Whether something stands at `target` already. Where the disk does not say, the entry is given up: it
+  /// could take the place of an existing file.
+  bool is_taken(const fs::Path& target) {
+    const fs::Path path = area_->folder().relative(target).strip_leading_dots();
+    try {
+      static_cast<void>(area_->folder().file(path));
+      return true;
+    } catch (const fs::Exception& error) {
+      if (leads_nowhere(error.error())) return false;
+      report_unwritten(area_->folder().path() / path, error.reason());
+      completeness_.note_missing();
+      return true;
+    }
+  }
+
+  /// Whether nothing can stand at a path that gives this error; what is wrong with it is left to the
+  /// extraction.
+  static bool leads_nowhere(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EXDEV;
   }
 
   /// Where an entry goes, relative to the shared media.
@@ -133,11 +154,12 @@ class MediaRestore {
                           ? Role{.user = fs::SUPERUSER, .group = fs::group_id(domains::SYSTEM_GROUP)}
                           : Role{.user = fs::user_id(domains::MEDIA_USER), .group = media_groups().shared};
     require_place(path, role);
-    area_.emplace(reader_, role, path, Keep::NO);
+    area_.emplace(reader_, role, path, Keep::NO, completeness_);
     place_ = place;
   }
 
   ArchiveReader& reader_;
+  Completeness& completeness_;
   std::vector<fs::Path> relocated_{places::BOOKMARKS_PREFIX};
   std::optional<Extraction> area_;
   Place place_ = Place::NONE;
@@ -155,7 +177,9 @@ int restore(ArchiveReader& reader) {
     reader.require_readable();
     wipe(reader);
     const fs::FileMask mask(RESTORE_MASK);
-    return MediaRestore(reader).run() ? 0 : 1;
+    Completeness completeness;
+    MediaRestore(reader, completeness).run();
+    return completeness.result();
   } catch (const std::exception& error) {
     report_failure(error.what());
     return 1;

@@ -40,10 +40,10 @@ AllowedSettings allowed_settings() {
 
 class SettingsRestore {
  public:
-  explicit SettingsRestore(ArchiveReader& reader) : reader_(reader), allowed_(allowed_settings()) {}
+  SettingsRestore(ArchiveReader& reader, Completeness& completeness)
+      : reader_(reader), completeness_(completeness), allowed_(allowed_settings()) {}
 
-  /// @return whether every entry could be made sense of.
-  bool run() {
+  void run() {
     while (reader_.error_number() == 0) {
       const std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE);
       if (!package) {
@@ -58,7 +58,6 @@ class SettingsRestore {
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
       throw std::runtime_error("Archive not ARCHIVE_OK " + reader_.error_text());
-    return well_formed_;
   }
 
  private:
@@ -69,7 +68,7 @@ class SettingsRestore {
       if (!entry) return false;
       const std::optional<fs::Path> name = entry->name();
       if (!name) {
-        well_formed_ = false;
+        completeness_.note_missing();
         report::error("Malformed archive: an entry has no name");
         reader_.skip(*entry);
       } else if (is_metadata_name(name->text())) {
@@ -90,7 +89,8 @@ class SettingsRestore {
       throw;  // the next entry would be restored by somebody else
     } catch (const std::runtime_error& error) {
       std::cerr << "WARNING: File " << name << " could not be restored due to " << error.what() << '\n';
-      // Told; left in place it would end the search for the next package.
+      completeness_.note_missing();
+      // Reported; left in place it would end the search for the next package.
       reader_.clear_error();
     }
   }
@@ -126,17 +126,17 @@ class SettingsRestore {
   void become(uid_t owner) {
     if (extraction_ && extraction_->role().user == owner) return;
     extraction_.reset();
-    extraction_.emplace(reader_, Role{.user = owner, .group = GROUP}, places::ROOT, Keep::YES);
+    extraction_.emplace(reader_, Role{.user = owner, .group = GROUP}, places::ROOT, Keep::YES, completeness_);
   }
 
   ArchiveReader& reader_;
+  Completeness& completeness_;
   AllowedSettings allowed_;
   fs::Folder root_{places::ROOT};
   std::optional<Extraction> extraction_;  ///< kept while entries of one owner follow each other
-  bool well_formed_ = true;
 };
 
-bool restore_settings(ArchiveReader& reader) {
+void restore_settings(ArchiveReader& reader, Completeness& completeness) {
   static_cast<void>(settings_script_list(ScriptList::WHITELIST));
   static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
   subscribers::SubscriberNotice notice(true, subscribers::SubscriberManager::NOTIFY_MODE);
@@ -144,7 +144,7 @@ bool restore_settings(ArchiveReader& reader) {
   // A stream that fails is told of where it is written to.
   platform::flushall();
   const fs::WorkingDirectory root{places::ROOT};
-  return SettingsRestore(reader).run();
+  SettingsRestore(reader, completeness).run();
 }
 
 }  // namespace
@@ -154,9 +154,10 @@ namespace harbix::settings {
 
 int restore(ArchiveReader& reader) {
   try {
-    const bool well_formed = restore_settings(reader);
+    Completeness completeness;
+    restore_settings(reader, completeness);
     platform::flushall();
-    return well_formed ? 0 : 1;
+    return completeness.result();
   } catch (const std::exception& error) {
     report::error(error.what());
     return 1;

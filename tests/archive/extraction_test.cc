@@ -52,7 +52,7 @@ class ExtractionTest : public ::testing::Test {
   /// Extracts every entry below "out", under its own name.
   void extract_all(const std::string& bytes, Keep permissions = Keep::NO) {
     Reader reader(archive(bytes));
-    Extraction extraction(reader, ROOT, Path(out()), permissions);
+    Extraction extraction(reader, ROOT, Path(out()), permissions, completeness_);
     while (const auto entry = reader.next_header()) {
       extraction.extract(*entry, entry->destination(*entry->name()));
     }
@@ -62,7 +62,7 @@ class ExtractionTest : public ::testing::Test {
   void extract_cut_file(const std::string& name) {
     const RecordedLog log;
     Reader reader(archive(TarBuilder().file(name, std::string(2000, 'x')).truncated_text().substr(0, 1024)));
-    Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
     EXPECT_NE("", message_of<std::runtime_error>(
@@ -72,6 +72,7 @@ class ExtractionTest : public ::testing::Test {
   [[nodiscard]] std::string out() const { return folder_ / "out"; }
 
   TemporaryFolder folder_;
+  harbix::Completeness completeness_;
   fs::FileMask mask_{007};
 };
 
@@ -100,7 +101,7 @@ TEST_F(ExtractionTest, GivesWhatItCreatesToTheEffectiveIds) {
   ASSERT_EQ(0, ::chmod(out().c_str(), 0777));
   Reader reader(archive(TarBuilder().file("f", "text").text()));
   {
-    Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO);
+    Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO, completeness_);
     EXPECT_EQ(4001U, ::geteuid());
     EXPECT_EQ(4002U, ::getegid());
     const auto entry = reader.next_header();
@@ -113,7 +114,7 @@ TEST_F(ExtractionTest, GivesWhatItCreatesToTheEffectiveIds) {
 TEST_F(ExtractionTest, TakesNameAndStatusOfTheDestination) {
   Reader reader(archive(TarBuilder().file("/media/f", "text", 0600).text()));
   {
-    Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
     struct ::stat record = entry->destination(Path("g")).record();
@@ -128,7 +129,7 @@ TEST_F(ExtractionTest, SettlesTheModesOfFoldersWhenItEndsAndNeverAfterwards) {
   Reader reader(archive(TarBuilder().folder("d", 0570).file("d/f", "text").file("last", "").text()));
   {
     {
-      Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+      Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
       for (int i = 0; i < 2; ++i) {
         const auto entry = reader.next_header();
         ASSERT_TRUE(entry);
@@ -171,6 +172,37 @@ TEST_F(ExtractionTest, NeverGoesThroughALinkOrADotDot) {
   }
 }
 
+TEST_F(ExtractionTest, NotesWhatIsNotOnDisk) {
+  struct Row {
+    std::string archive;
+    bool is_complete;
+  };
+  for (const Row& row : {Row{TarBuilder().file("f", "text").folder("d", 0570).file("d/f", "").text(), true},
+                         Row{TarBuilder().file("f", "").file("f/g", "").text(), false},
+                         Row{TarBuilder().file("../f", "").text(), false}}) {
+    const CapturedOutput errors(STDERR_FILENO);
+    completeness_ = {};
+    extract_all(row.archive);
+    EXPECT_EQ(row.is_complete, completeness_.is_complete()) << errors.text();
+    EXPECT_EQ(row.is_complete ? 0 : 1, completeness_.result());
+  }
+}
+
+TEST_F(ExtractionTest, NotesAFolderWhoseModeCannotBeSettled) {
+  Reader reader(archive(TarBuilder().folder("d", 0570).text()));
+  const CapturedOutput errors(STDERR_FILENO);
+  {
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
+    const auto entry = reader.next_header();
+    ASSERT_TRUE(entry);
+    extraction.extract(*entry, entry->destination(Path("./d")));
+    ASSERT_EQ(0, ::rmdir((out() + "/d").c_str()));
+    EXPECT_TRUE(completeness_.is_complete());
+  }
+  EXPECT_FALSE(completeness_.is_complete());
+  EXPECT_EQ("Warning: " + out() + "/d: No such file or directory\n", errors.text());
+}
+
 TEST_F(ExtractionTest, RefusesNamesWithDotDotAndGoesOn) {
   for (const char* name : {"../f", "d/../../f", "..", "d/.."}) {
     const CapturedOutput errors(STDERR_FILENO);
@@ -188,7 +220,7 @@ TEST_F(ExtractionTest, TellsAWarningOnceAndForgetsIt) {
   Reader reader(archive(TarBuilder().file("../f", "evil").file("g", "").text()));
   const CapturedOutput errors(STDERR_FILENO);
   const RecordedLog log(0);
-  Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+  Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
   extraction.extract(*entry, entry->destination(*entry->name()));
@@ -203,7 +235,7 @@ TEST_F(ExtractionTest, ThrowsWhereTheDataOfAFileIsCut) {
   tar.file("before", "text").file("cut", std::string(2000, 'x'));
   Reader reader(archive(tar.truncated_text().substr(0, std::size_t{4} * 512)));
   const RecordedLog log(0);
-  Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+  Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
   auto entry = reader.next_header();
   ASSERT_TRUE(entry);
   extraction.extract(*entry, entry->destination(Path("before")));
@@ -223,7 +255,7 @@ TEST_F(ExtractionTest, NeverWritesOverTheArchiveThatItReads) {
   ASSERT_EQ(0, ::link((folder_ / "a.tar").c_str(), (folder_ / "out/b.tar").c_str()));
   const CapturedOutput errors(STDERR_FILENO);
   {
-    Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     while (const auto entry = reader.next_header()) {
       extraction.extract(*entry, entry->destination(*entry->name()));
     }
@@ -250,7 +282,9 @@ TEST_F(ExtractionTest, ReplacesALinkInsteadOfWritingThroughIt) {
 
 TEST_F(ExtractionTest, GivesTheRoleUpAtItsEnd) {
   Reader reader(archive(TarBuilder().file("f", "").text()));
-  { const Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO); }
+  {
+    const Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO, completeness_);
+  }
   EXPECT_EQ(0U, ::geteuid());
   EXPECT_EQ(0U, ::getegid());
 }
@@ -305,7 +339,7 @@ TEST_F(ExtractionTest, WritesNothingThroughAFolderThatBecomesALink) {
   Reader reader(archive(TarBuilder().file("d/f", "1").file("e/f", "2").file("d/f", "evil").text()));
   const CapturedOutput errors(STDERR_FILENO);
   {
-    Extraction extraction(reader, ROOT, Path(out()), Keep::NO);
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     for (int i = 0; const auto entry = reader.next_header(); ++i) {
       if (i == 2) {
         ASSERT_EQ(0, ::rename((out() + "/d").c_str(), (folder_ / "away").c_str()));

@@ -186,7 +186,8 @@ TEST_F(MetadataEntry, IsFoundBehindAnEntryThatCouldNotBeExtracted) {
   const CapturedOutput errors(STDERR_FILENO);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  harbix::Extraction(reader, {.user = 0, .group = 0}, Path(folder_.path()), harbix::Keep::NO)
+  harbix::Completeness completeness;
+  harbix::Extraction(reader, {.user = 0, .group = 0}, Path(folder_.path()), harbix::Keep::NO, completeness)
       .extract(*entry, entry->destination(*entry->name()));
   EXPECT_TRUE(find_manifest(reader, METADATA_NAME, OtherEntries::REFUSE));
 }

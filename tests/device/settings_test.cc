@@ -231,7 +231,7 @@ TEST_F(Settings, RefuseWhatThisDeviceWouldNotBackUp) {
           .file("/settings/accounts/1000/settings/secret", "blacklisted")
           .file("/settings/accounts/1000/settings/setid", "s", 06755);
   const Outcome outcome = device_.harbix({"-r", "settings"}, archive.text());
-  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.status, 1);
   for (const char* line :
        {"Skip: /settings/pps/services/unknown/object\n", "Skip: /settings/tmp/victim/evil\n",
         "Path /accounts/1000/settings/../../../tmp/victim/evil failed verification for restore\n",
@@ -331,7 +331,7 @@ TEST_F(Settings, GoOnPastAnObjectThatCannotBeRestored) {
   // Still in the store's list, but not live: the store is read before the restore, the object is gone.
   const Outcome outcome = device_.shell(
       "rm /pps/services/x/object; touch /var/pps/services/x/object; harbix -r -f /tmp/a.tar settings");
-  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.errors,
               HasSubstr("WARNING: File /settings/pps/services/x/object could not be restored due to "
                         "restore_pps failed [errno:2 'No such file or directory']\n"));

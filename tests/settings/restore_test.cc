@@ -81,7 +81,7 @@ TEST_F(SettingsRestore, ActsAsTheOwnerOfEachEntry) {
                                                    .owner(0)
                                                    .file("/settings/w/c", "c")
                                                    .text());
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(1, restored.status);
     const Tree expected{file("a", "a", 0660).owned_by(OWNER, 0), file("c", "c", 0660).owned_by(0, 0),
                         dir("private", {file("kept", "old")}, 0700)};
     EXPECT_TRUE(expected.matches("/w"));
@@ -148,7 +148,7 @@ TEST_F(SettingsRestore, WarnsOfOneEntryAndGoesOn) {
                                                    .file("/settingsX/w/x", "new")
                                                    .file("/settings/w/a", "a")
                                                    .text());
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(1, restored.status);
     EXPECT_EQ(
         "Restore: /settings/pps/gone\nWARNING: File /settings/pps/gone could not be restored due to "
         "restore_pps failed [errno:2 'No such file or directory']\n"
