@@ -81,6 +81,11 @@ void PackageWriter::store_item(const PackageItem& item, const fs::Path& name,
   }
 }
 
+void report_unlisted(const fs::Exception& failure, Completeness& completeness) {
+  report::error(failure.what());
+  completeness.note_missing();
+}
+
 void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name) {
   const Source source = open_source(folder, item.path);
   const struct ::stat& record = source.file.record();

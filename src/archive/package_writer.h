@@ -6,11 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "archive/completeness.h"
 #include "archive/file_record.h"
 #include "archive/manifest.h"
 #include "archive/writer.h"
 #include "base/report.h"
 #include "base/size_result.h"
+#include "fs/exception.h"
 #include "fs/folder.h"
 
 namespace harbix {
@@ -79,6 +81,9 @@ class PackageWriter {
   std::int64_t bytes_ = 0;
   std::int64_t entry_bytes_ = 0;  ///< headers and filled-up contents
 };
+
+/// Reports by name and reason what could not be listed, and notes it: what is missing behind it is not known.
+void report_unlisted(const fs::Exception& failure, Completeness& completeness);
 
 /// For PackageStyle: archives the object itself, if it still is the one that was listed.
 void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name);

@@ -21,6 +21,13 @@ Path join(const Path& base, const Path& rest) {
 
 }  // namespace
 
+bool WalkItem::has_vanished() const noexcept {
+  if (!failure) return false;
+  const int error = failure->error();
+  // A file, or a link, where the folder was.
+  return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
 Walk::Walk(Folder& folder, Path start, Path shown)
     : folder_(folder), start_(std::move(start)), shown_(std::move(shown)), pending_{Pending{}} {}
 

@@ -20,6 +20,9 @@ struct WalkItem {
   /// could not be opened or read to its end ("Directory '...' could not be opened.", "... could not be
   /// read.").
   std::optional<Exception> failure;
+
+  /// Whether the failure is only that the object is gone, or that another one has taken its place.
+  [[nodiscard]] bool has_vanished() const noexcept;
 };
 
 /// Everything below a folder, one item at a time:
@@ -32,8 +35,8 @@ struct WalkItem {
 ///
 /// The items of one folder follow each other in the order in which the file system lists them; what is inside
 /// the folders among them comes after the last one. So one folder is open at a time, however deep the tree
-/// is. Links are never followed. What vanishes, or makes room for another object, before its turn is passed
-/// over.
+/// is. Links are never followed. What vanishes before its turn is passed over; a folder that vanishes, or
+/// makes room for another object, before it is entered is given as a failure.
 class Walk {
  public:
   /// Walks below `start`, a path relative to `folder`, which must outlive the walk; empty for the folder

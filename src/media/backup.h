@@ -7,7 +7,8 @@ namespace harbix::media {
 
 /// Backs up the shared media folders and the dtm share into `writer`. Items that are protected, unreadable or
 /// gone are left out with a message.
-/// @return 0, or 1 after an error that ended the backup and was reported.
+/// @return 0, or 1 when a folder could not be listed, or after an error that ended the backup; either is
+/// reported.
 int back_up(ArchiveWriter& writer);
 
 /// What the shared media would take, from the media library, or from a walk where that cannot tell. Nothing

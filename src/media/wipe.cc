@@ -46,25 +46,37 @@ void empty(fs::Folder& share, const fs::File& top, const ArchiveReader& reader) 
   }
 }
 
-}  // namespace
-
-void wipe_shared_media(fs::Folder& share, const ArchiveReader& reader) {
+/// The whole list comes before the first removal: a share that cannot be listed to its end keeps everything.
+std::vector<fs::File> top_level_items(fs::Folder& share) {
+  std::vector<fs::File> items;
   fs::Walk walk(share, {}, share.path());
   while (const fs::WalkItem* item = walk.next()) {
     walk.stay_out();
-    const fs::Path& path = item->file.path();
-    if (item->failure) {
-      if (path == share.path()) throw fs::Exception(*item->failure);
-      diagnostics::line(1, "Error while unlinking content: %s", path.c_str());
-      continue;
+    if (!item->failure) {
+      items.push_back(item->file);
+    } else if (item->file.path() == share.path()) {
+      throw fs::Exception(*item->failure);
+    } else {
+      diagnostics::line(1, "Error while unlinking content: %s", item->file.path().c_str());
     }
+  }
+  return items;
+}
+
+bool is_in_no_backup(const fs::File& top) { return top.path().basename().text().starts_with('.'); }
+
+}  // namespace
+
+void wipe_shared_media(fs::Folder& share, const ArchiveReader& reader) {
+  for (const fs::File& item : top_level_items(share)) {
+    const fs::Path& path = item.path();
     diagnostics::line(3, "Unlinking content of '%s'", path.c_str());
-    if (is_skipped(item->file)) {
+    if (is_in_no_backup(item) || is_skipped(item)) {
       diagnostics::line(3, "skip");
       continue;
     }
     try {
-      empty(share, item->file, reader);
+      empty(share, item, reader);
     } catch (const fs::Exception&) {
       diagnostics::line(1, "Error while unlinking content: %s", path.c_str());
     }

@@ -1,5 +1,7 @@
 #include "settings/backup.h"
 
+#include <cerrno>
+
 #include "archive/package_writer.h"
 #include "archive/pps_object.h"
 #include "archive/source.h"
@@ -33,15 +35,16 @@ constexpr PackageStyle STORED{.record = plain_record, .announce = announce, .wri
 constexpr PackageStyle MEASURED{.record = plain_record, .announce = announce, .write = write_header};
 
 /// @return how many items there are.
-std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style) {
+std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style, Completeness& completeness) {
   const fs::WorkingDirectory directory{places::ROOT};
   fs::Folder root(places::ROOT);
   PackageWriter package(writer, root, style);
-  for (const fs::Path& path : settings_path_list()) {
+  for (const fs::Path& path : settings_path_list(completeness)) {
     try {
       package.add(root.file(root.relative(path)));
-    } catch (const fs::Exception& gone) {
-      diagnostics::line(5, "%s", gone.what());
+    } catch (const fs::Exception& failure) {
+      diagnostics::line(5, "%s", failure.what());
+      if (failure.error() != ENOENT && failure.error() != ENOTDIR) report::error(failure.what());
     }
   }
   const std::size_t count = package.items().size();
@@ -55,6 +58,7 @@ std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style) {
 namespace harbix::settings {
 
 int back_up(ArchiveWriter& writer) {
+  Completeness completeness;
   {
     subscribers::SubscriberNotice notice(false, subscribers::SubscriberManager::NOTIFY_MODE);
     // So that what the scripts print comes after what was printed so far; a stream that fails is reported
@@ -63,16 +67,17 @@ int back_up(ArchiveWriter& writer) {
     static_cast<void>(settings_script_list(ScriptList::WHITELIST));
     static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
     notice.start();
-    static_cast<void>(write_settings(writer, STORED));
+    static_cast<void>(write_settings(writer, STORED, completeness));
   }
   platform::flushall();
-  return 0;
+  return completeness.result();
 }
 
 int measure(ArchiveWriter& writer, SizeResult& result) {
-  result.files += static_cast<std::int32_t>(write_settings(writer, MEASURED));
+  Completeness completeness;
+  result.files += static_cast<std::int32_t>(write_settings(writer, MEASURED, completeness));
   platform::flushall();
-  return 0;
+  return completeness.result();
 }
 
 }  // namespace harbix::settings

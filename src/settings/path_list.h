@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "archive/completeness.h"
 #include "base/places.h"
 #include "fs/path.h"
 
@@ -23,9 +24,10 @@ namespace harbix {
 
 /// The absolute paths of everything that this device counts as settings: the live names of the persistent PPS
 /// objects, the wallpaper object, and what the whitelist names, with everything below its folders. Paths may
-/// repeat, and may name what does not exist. Expects "/" as working directory.
-/// @throws fs::Exception when the store of persistent objects cannot be listed.
-[[nodiscard]] std::vector<fs::Path> settings_path_list();
+/// repeat, and may name what does not exist. A folder that cannot be listed is reported, and noted in
+/// `completeness`. Expects "/" as working directory.
+/// @throws fs::Exception when the store of persistent objects itself cannot be listed.
+[[nodiscard]] std::vector<fs::Path> settings_path_list(Completeness& completeness);
 
 /// The live name of an object in the store: "/var/pps/services/x/obj@y" is "/pps/services/x/obj". Every
 /// component ends at its first '@'.

@@ -29,9 +29,9 @@ namespace {
 // The group that owns settings which were not there before.
 constexpr gid_t GROUP = 0;
 
-AllowedSettings allowed_settings() {
+AllowedSettings allowed_settings(Completeness& completeness) {
   AllowedSettings allowed;
-  allowed.paths = settings_path_list();
+  allowed.paths = settings_path_list(completeness);
   std::ranges::sort(allowed.paths);
   allowed.whitelist = settings_script_list(ScriptList::WHITELIST);
   allowed.blacklist = settings_script_list(ScriptList::BLACKLIST);
@@ -41,7 +41,7 @@ AllowedSettings allowed_settings() {
 class SettingsRestore {
  public:
   SettingsRestore(ArchiveReader& reader, Completeness& completeness)
-      : reader_(reader), completeness_(completeness), allowed_(allowed_settings()) {}
+      : reader_(reader), completeness_(completeness), allowed_(allowed_settings(completeness)) {}
 
   void run() {
     while (reader_.error_number() == 0) {

@@ -90,6 +90,17 @@ TEST_F(MediaRestore, EmptiesTheSharedFoldersFirst) {
               ElementsAre("Error while unlinking content: " + shared("top.mp3")));
 }
 
+TEST_F(MediaRestore, LeavesFoldersWhoseNamesBeginWithADotAsTheyAre) {
+  device_.write(shared(".thumbnails/small"), "kept");
+  device_.write(shared("Music/.hidden"), "old");
+  EXPECT_EQ(restore(TarBuilder().text(), {"-d", "3"}).status, 0);
+  EXPECT_EQ(device_.read(shared(".thumbnails/small")), "kept");
+  EXPECT_FALSE(device_.exists(shared("Music/.hidden")));
+  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_INFO),
+              testing::IsSupersetOf({"Unlinking content of '" + shared(".thumbnails") + "'",
+                                     std::string("skip"), "Unlinking '" + shared("Music/.hidden") + "'"}));
+}
+
 TEST_F(MediaRestore, OfAnArchiveWithoutMediaStillEmptiesTheFolders) {
   device_.write(shared("Music/a.mp3"), "old");
   EXPECT_EQ(restore(TarBuilder().text()).status, 0);

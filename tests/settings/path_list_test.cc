@@ -28,7 +28,9 @@ const std::string WALLPAPER = "/pps/services/navigator/wallpaper";
 /// The list in an order of its own: that of the file system is anything.
 std::string listed() {
   std::vector<std::string> texts;
-  for (const Path& path : harbix::settings_path_list()) texts.push_back(path.text());
+  harbix::Completeness completeness;
+  for (const Path& path : harbix::settings_path_list(completeness)) texts.push_back(path.text());
+  EXPECT_TRUE(completeness.is_complete());
   return test::sorted_lines(texts);
 }
 
@@ -198,7 +200,8 @@ TEST_F(SettingsPathList, IsShownWithMuchOutput) {
     std::filesystem::remove_all(test::SETTINGS_SCRIPTS);
     harbix::verbose = true;
     const test::CapturedOutput errors(STDERR_FILENO);
-    static_cast<void>(harbix::settings_path_list());
+    harbix::Completeness completeness;
+    static_cast<void>(harbix::settings_path_list(completeness));
     EXPECT_EQ("/pps/a\n" + WALLPAPER + "\n/w/b\n", errors.text());
   }));
 }

@@ -1,7 +1,7 @@
 // A library to preload (LD_PRELOAD) into a program that is tested as it ships: makes one call of one function
 // fail.
 //   HARBIX_FAIL_CALL   open, openat, openat2, read, write, pwrite, close, lstat, fstatat, unlinkat, renameat,
-//                      mkdirat, symlinkat, fchownat or fchmod
+//                      mkdirat, symlinkat, fchownat, fchmod, readdir, popen, setresuid or setresgid
 //   HARBIX_FAIL_NTH    which call of it, from 1
 //   HARBIX_FAIL_ERRNO  the error number
 // Calls are counted in each process for itself, from its start on; without the variables nothing fails. What
@@ -9,6 +9,7 @@
 // not seen, but for openat2, which has no function of its own and is seen in syscall. The object of a close
 // that is made to fail is closed all the same, as the system does.
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -18,6 +19,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -86,6 +88,11 @@ int failing_mkdirat(int directory, const char* path, mode_t mode) __asm__("mkdir
 int failing_symlinkat(const char* target, int directory, const char* path) __asm__("symlinkat");
 int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, int flags) __asm__("fchownat");
 int failing_fchmod(int descriptor, mode_t mode) __asm__("fchmod");
+::dirent* failing_readdir(::DIR* directory) __asm__("readdir");
+::dirent64* failing_readdir64(::DIR* directory) __asm__("readdir64");
+std::FILE* failing_popen(const char* command, const char* type) __asm__("popen");
+int failing_setresuid(uid_t real, uid_t effective, uid_t saved) __asm__("setresuid");
+int failing_setresgid(gid_t real, gid_t effective, gid_t saved) __asm__("setresgid");
 long failing_syscall(long number, ...) __asm__("syscall");
 }
 
@@ -198,6 +205,31 @@ int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, i
 int failing_fchmod(int descriptor, mode_t mode) {
   if (fails("fchmod")) return -1;
   return next<int(int, mode_t)>("fchmod")(descriptor, mode);
+}
+
+::dirent* failing_readdir(::DIR* directory) {
+  if (fails("readdir")) return nullptr;
+  return next<::dirent*(::DIR*)>("readdir")(directory);
+}
+
+::dirent64* failing_readdir64(::DIR* directory) {
+  if (fails("readdir")) return nullptr;
+  return next<::dirent64*(::DIR*)>("readdir64")(directory);
+}
+
+std::FILE* failing_popen(const char* command, const char* type) {
+  if (fails("popen")) return nullptr;
+  return next<std::FILE*(const char*, const char*)>("popen")(command, type);
+}
+
+int failing_setresuid(uid_t real, uid_t effective, uid_t saved) {
+  if (fails("setresuid")) return -1;
+  return next<int(uid_t, uid_t, uid_t)>("setresuid")(real, effective, saved);
+}
+
+int failing_setresgid(gid_t real, gid_t effective, gid_t saved) {
+  if (fails("setresgid")) return -1;
+  return next<int(gid_t, gid_t, gid_t)>("setresgid")(real, effective, saved);
 }
 
 long failing_syscall(long number, ...) {
