@@ -1,12 +1,8 @@
 # The unit tests: one executable a layer, one <name>_test.cc for each <name>.cc of src/.
-target_sources(harbix_test_support PRIVATE
-  support/captured_output.cc support/child_process.cc support/device_accounts.cc support/private_root.cc
-  support/temporary_folder.cc support/tree.cc)
-target_link_libraries(harbix_test_support PUBLIC GTest::gtest)
 
 # Objects, not a library: its slogf must be there before the platform's is looked for.
 add_library(harbix_recorded_log OBJECT support/recorded_log.cc)
-target_include_directories(harbix_recorded_log PUBLIC ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
+target_include_directories(harbix_recorded_log PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/src)
 target_link_libraries(harbix_recorded_log PRIVATE harbix_settings)
 
 # harbix_unit_test(NAME SOURCES file... [LINKS target...])

@@ -1,4 +1,4 @@
-#include "app/app_device.h"
+#include "tests/app/app_device.h"
 
 #include <sys/stat.h>
 
@@ -6,17 +6,17 @@
 #include <filesystem>
 #include <sstream>
 
-#include "support/private_root.h"
-#include "support/tree.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 
 ::testing::AssertionResult AppDevice::on_the_device(const std::function<void()>& body) const {
   return passes_in_root(root_.path(), [&body] {
     put("/etc/passwd", "root:x:0:0::/:/bin/sh\napps:x:" + std::to_string(APPS_USER) + ":0::/:/bin/sh\n");
     for (const char* folder : {"/apps", APPLICATION_DATA}) {
       std::filesystem::create_directories(folder);
-      ASSERT_EQ(0, ::chmod(folder, 0777)) << errno;
+      ASSERT_EQ(::chmod(folder, 0777), 0) << errno;
     }
     body();
   });
@@ -53,4 +53,4 @@ std::size_t count_of(std::string_view text, std::string_view part) {
   return count;
 }
 
-}  // namespace test
+}  // namespace harbix::test

@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "archive/manifest.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/tar_builder.h"
 
-namespace test {
+namespace harbix::test {
 
 /// The id of the user "apps" on the device below.
 inline constexpr uid_t APPS_USER = 4321;
@@ -49,4 +49,4 @@ void add_metadata(TarBuilder& archive, const std::string& name, const meta::Mani
 /// How often a text stands in another one.
 [[nodiscard]] std::size_t count_of(std::string_view text, std::string_view part);
 
-}  // namespace test
+}  // namespace harbix::test

@@ -9,9 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "base/flags.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/program.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::ApplicationPackage;
@@ -71,27 +72,27 @@ TEST(ApplicationPackageName, TellsTheKind) {
   };
   for (const Row& row : rows) {
     const ApplicationPackage package = named(row.name);
-    EXPECT_EQ(row.is_binary, package.is_of_kind("bin")) << row.name;
-    EXPECT_EQ(row.is_data, package.is_of_kind("appdata")) << row.name;
-    EXPECT_EQ(row.is_home_screen, package.is_home_screen()) << row.name;
+    EXPECT_EQ(package.is_of_kind("bin"), row.is_binary) << row.name;
+    EXPECT_EQ(package.is_of_kind("appdata"), row.is_data) << row.name;
+    EXPECT_EQ(package.is_home_screen(), row.is_home_screen) << row.name;
   }
 }
 
 TEST(ApplicationPackageName, HoldsThePackageAndBeginsTheNamesOfItsEntries) {
   const ApplicationPackage package = named("/app/a.b c/bin/.backup.metadata");
-  EXPECT_EQ("a.b c", package.package());
-  EXPECT_EQ(fs::Path("/app/a.b c/bin"), package.name());
-  EXPECT_EQ(fs::Path("/app/a.b c/bin/.backup.metadata"), package.metadata_name());
+  EXPECT_EQ(package.package(), "a.b c");
+  EXPECT_EQ(package.name(), fs::Path("/app/a.b c/bin"));
+  EXPECT_EQ(package.metadata_name(), fs::Path("/app/a.b c/bin/.backup.metadata"));
 }
 
 TEST(ApplicationPackageName, IsTracedWhenVerbose) {
-  EXPECT_TRUE(test::passes_in_child([] {
-    const test::CapturedOutput errors(STDERR_FILENO);
+  EXPECT_TRUE(passes_in_child([] {
+    const CapturedOutput errors(STDERR_FILENO);
     EXPECT_TRUE(named("/app/p/bin/.backup.metadata").is_of_kind("bin"));
-    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(errors.text(), "");
     harbix::verbose = true;
     EXPECT_FALSE(named("/app/p/bin/.backup.metadata").is_of_kind("appdata"));
-    EXPECT_EQ("=>app:=>p:=>bin:=>.backup.metadata:\n", errors.text());
+    EXPECT_EQ(errors.text(), "=>app:=>p:=>bin:=>.backup.metadata:\n");
   }));
 }
 
@@ -102,19 +103,19 @@ TEST(ApplicationPackageManifest, HasTheAttributesOfThePackage) {
                                            {"Extras", "e,f::g"},
                                            {"File", "5 100640 1 2 3 /x"},
                                            {"File", "0 40750 1 2 4 /y\\nz"}});
-  EXPECT_EQ("a", package.app_directory());
-  EXPECT_EQ("d", package.data_directory());
-  EXPECT_EQ("e,f::g", package.extras());
+  EXPECT_EQ(package.app_directory(), "a");
+  EXPECT_EQ(package.data_directory(), "d");
+  EXPECT_EQ(package.extras(), "e,f::g");
   using harbix::RecordedStatus;
-  ASSERT_EQ(2U, package.records().size());
-  EXPECT_EQ((harbix::FileRecord{5, fs::Path("/x"), RecordedStatus{0100640, 1, 2, 3}}), package.records()[0]);
-  EXPECT_EQ((harbix::FileRecord{0, fs::Path("/y\nz"), RecordedStatus{040750, 1, 2, 4}}),
-            package.records()[1]);
+  ASSERT_EQ(package.records().size(), 2U);
+  EXPECT_EQ(package.records()[0], (harbix::FileRecord{5, fs::Path("/x"), RecordedStatus{0100640, 1, 2, 3}}));
+  EXPECT_EQ(package.records()[1],
+            (harbix::FileRecord{0, fs::Path("/y\nz"), RecordedStatus{040750, 1, 2, 4}}));
 }
 
 TEST(ApplicationPackageManifest, MayLackTheExtrasAndNothingElse) {
   const ApplicationPackage package = with({{"Package", "p"}});
-  EXPECT_EQ("", package.extras());
+  EXPECT_EQ(package.extras(), "");
   const auto message = [](const auto& body) -> std::string {
     try {
       body();
@@ -123,13 +124,14 @@ TEST(ApplicationPackageManifest, MayLackTheExtrasAndNothingElse) {
     }
     return "";
   };
-  EXPECT_EQ("Key App-Directory not found.", message([&] { static_cast<void>(package.app_directory()); }));
-  EXPECT_EQ("Key Data-Directory not found.", message([&] { static_cast<void>(package.data_directory()); }));
-  EXPECT_EQ("Key App-Directory not found.",
-            message([&] { static_cast<void>(package.has_plain_directory()); }));
-  EXPECT_EQ("Key Data-Directory not found.", message([] {
+  EXPECT_EQ(message([&] { static_cast<void>(package.app_directory()); }), "Key App-Directory not found.");
+  EXPECT_EQ(message([&] { static_cast<void>(package.data_directory()); }), "Key Data-Directory not found.");
+  EXPECT_EQ(message([&] { static_cast<void>(package.has_plain_directory()); }),
+            "Key App-Directory not found.");
+  EXPECT_EQ(message([] {
               static_cast<void>(with({{"App-Directory", "a"}}).has_valid_paths(fs::Path("/apps/a")));
-            }));
+            }),
+            "Key Data-Directory not found.");
 }
 
 TEST(ApplicationPackageManifest, NamesOneFolderAndNothingElse) {
@@ -154,7 +156,7 @@ TEST(ApplicationPackagePaths, LieWhereTheDataOfTheApplicationLies) {
   for (const Row& row : rows) {
     const meta::Manifest manifest{{"App-Directory", row.app_directory},
                                   {"Data-Directory", row.data_directory}};
-    EXPECT_EQ(row.is_valid, with(manifest).has_valid_paths(fs::Path("/apps/a"))) << row.data_directory;
+    EXPECT_EQ(with(manifest).has_valid_paths(fs::Path("/apps/a")), row.is_valid) << row.data_directory;
   }
 }
 
@@ -203,3 +205,4 @@ TEST(ApplicationPackagePaths, OfDataLieBelowItsFolder) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -8,19 +8,18 @@
 #include <string_view>
 #include <vector>
 
-#include "app/app_device.h"
-#include "archive/archive_test_support.h"
 #include "base/flags.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tree.h"
+#include "tests/app/app_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
+#include "tests/updater/printed_application.h"
 #include "updater/exception.h"
-#include "updater/printed_application.h"
 
+namespace harbix::test {
 namespace {
 
-using test::put;
-using test::put_registered_applications;
 using Texts = std::vector<std::string>;
 
 constexpr char URI_APPS[] = "/pps/system/navigator/applications/uriapps";
@@ -36,17 +35,17 @@ struct Backup {
 Backup back_up(const Texts& package_ids = {}, bool size_only = false) {
   Backup backup;
   {
-    const test::Utf8Names names;
-    test::Writer writer("/a.tar");
-    const test::RecordedLog log;
-    const test::CapturedOutput errors(STDERR_FILENO);
+    const Utf8Names names;
+    Writer writer("/a.tar");
+    const RecordedLog log;
+    const CapturedOutput errors(STDERR_FILENO);
     backup.status = size_only ? harbix::app::measure(writer, package_ids, backup.size)
                               : harbix::app::back_up(writer, package_ids);
     writer.close();
     backup.errors = errors.text();
     backup.log = log.messages();
   }
-  backup.names = test::Reader("/a.tar").names();
+  backup.names = Reader("/a.tar").names();
   return backup;
 }
 
@@ -60,27 +59,26 @@ Texts packages(const Backup& backup) {
   return packages;
 }
 
-class AppBackup : public test::AppDevice {};
+class AppBackup : public AppDevice {};
 
 TEST_F(AppBackup, WritesEveryApplicationInTheListsOrderAndThenTheHomeScreen) {
   EXPECT_TRUE(on_the_device([] {
     put_registered_applications("b::b.p,1.0,source::x\na::a.p,1.0,source::websl\n");
     const Backup backup = back_up();
-    EXPECT_EQ(0, backup.status);
-    EXPECT_EQ((Texts{"/app/b.p/appdata", "/app/a.p/appdata", "/app/sys.navigator/pps",
-                     "/app/sys.systemtray/appdata", "/app/sys.navigator/appdata"}),
-              packages(backup));
+    EXPECT_EQ(backup.status, 0);
+    EXPECT_EQ(packages(backup), (Texts{"/app/b.p/appdata", "/app/a.p/appdata", "/app/sys.navigator/pps",
+                                       "/app/sys.systemtray/appdata", "/app/sys.navigator/appdata"}));
   }));
 }
 
 TEST_F(AppBackup, WritesWhatIsNamed) {
   EXPECT_TRUE(on_the_device([] {
     put_registered_applications("b::b.p,1.0,source::x\na::a.p,1.0,source::x\n");
-    EXPECT_EQ((Texts{"/app/b.p/appdata", "/app/a.p/appdata"}), packages(back_up({"app", "a.p", "b.p"})));
-    EXPECT_EQ((Texts{"/app/sys.navigator/pps", "/app/sys.navigator/appdata"}),
-              packages(back_up({"app", "sys.navigator"})));
-    EXPECT_EQ((Texts{"/app/a.p/appdata", "/app/sys.systemtray/appdata"}),
-              packages(back_up({"app", "sys.systemtray", "a.p"})));
+    EXPECT_EQ(packages(back_up({"app", "a.p", "b.p"})), (Texts{"/app/b.p/appdata", "/app/a.p/appdata"}));
+    EXPECT_EQ(packages(back_up({"app", "sys.navigator"})),
+              (Texts{"/app/sys.navigator/pps", "/app/sys.navigator/appdata"}));
+    EXPECT_EQ(packages(back_up({"app", "sys.systemtray", "a.p"})),
+              (Texts{"/app/a.p/appdata", "/app/sys.systemtray/appdata"}));
   }));
 }
 
@@ -88,21 +86,21 @@ TEST_F(AppBackup, WritesNothingWhenAPackageIsNotInstalled) {
   EXPECT_TRUE(on_the_device([] {
     put_registered_applications("a::a.p,1.0,source::x\n");
     const Backup backup = back_up({"app", "a.p", "b.p"});
-    EXPECT_EQ(1, backup.status);
-    EXPECT_EQ(Texts{}, backup.names);
-    EXPECT_EQ("Error: Package 'b.p' not found.\n", backup.errors);
-    EXPECT_EQ((Texts{"2 ERROR: Package 'b.p' not found."}), backup.log);
+    EXPECT_EQ(backup.status, 1);
+    EXPECT_EQ(backup.names, Texts{});
+    EXPECT_EQ(backup.errors, "Error: Package 'b.p' not found.\n");
+    EXPECT_EQ(backup.log, (Texts{"2 ERROR: Package 'b.p' not found."}));
   }));
 }
 
 TEST_F(AppBackup, WritesNothingWithoutTheList) {
   EXPECT_TRUE(on_the_device([] {
     const Backup backup = back_up();
-    EXPECT_EQ(1, backup.status);
-    EXPECT_EQ(Texts{}, backup.names);
-    EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n",
-              backup.errors);
-    EXPECT_EQ((Texts{"2 ERROR: Failed to open /pps/system/installer/registeredapps/.all"}), backup.log);
+    EXPECT_EQ(backup.status, 1);
+    EXPECT_EQ(backup.names, Texts{});
+    EXPECT_EQ(backup.errors,
+              "Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n");
+    EXPECT_EQ(backup.log, (Texts{"2 ERROR: Failed to open /pps/system/installer/registeredapps/.all"}));
   }));
 }
 
@@ -111,8 +109,8 @@ TEST_F(AppBackup, ListsTheApplicationsWhenVerbose) {
     put_registered_applications("b::b.p,1.0,source::x\na::a.p,2.0,\n");
     harbix::verbose = true;
     const std::string listing = "harbix_app\nID: b DIR: b.p VER: 1.0 SRC: x\nID: a DIR: a.p VER: 2.0 SRC: \n";
-    EXPECT_EQ(listing, back_up({"app"}).errors);
-    EXPECT_EQ(listing, back_up({"app", "a.p"}).errors.substr(0, listing.size()));
+    EXPECT_EQ(back_up({"app"}).errors, listing);
+    EXPECT_EQ(back_up({"app", "a.p"}).errors.substr(0, listing.size()), listing);
   }));
 }
 
@@ -125,16 +123,16 @@ TEST_F(AppBackup, OnlyMeasuresWhenItIsTold) {
     put("/accounts/1000/appdata/b/data/f", "123");
     put("/accounts/1000/appdata/b/tmp/f", "1234567");
     const Backup backup = back_up({}, true);
-    EXPECT_EQ(0, backup.status);
-    EXPECT_EQ(Texts{}, backup.names);
-    EXPECT_EQ("", backup.errors);
-    EXPECT_EQ(2, backup.size.files);
+    EXPECT_EQ(backup.status, 0);
+    EXPECT_EQ(backup.names, Texts{});
+    EXPECT_EQ(backup.errors, "");
+    EXPECT_EQ(backup.size.files, 2);
     std::int64_t expected = 5 + 3;
     for (const char* folder : {"data", "tmp"})
       expected += fs::File(fs::Path("/accounts/1000/appdata/b") / folder).record().st_size;
-    EXPECT_EQ(expected, backup.size.bytes);
-    EXPECT_EQ(1, back_up({"app", "a.p"}, true).size.files);
-    EXPECT_EQ(5, back_up({"app", "a.p"}, true).size.bytes);
+    EXPECT_EQ(backup.size.bytes, expected);
+    EXPECT_EQ(back_up({"app", "a.p"}, true).size.files, 1);
+    EXPECT_EQ(back_up({"app", "a.p"}, true).size.bytes, 5);
   }));
 }
 
@@ -145,7 +143,7 @@ TEST_F(AppBackup, DoesNotMeasureAStorefrontApplicationWithoutItsFolder) {
       static_cast<void>(back_up({}, true));
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ("Invalid registered app:a.p", error.what());
+      EXPECT_STREQ(error.what(), "Invalid registered app:a.p");
     }
   }));
 }
@@ -164,20 +162,19 @@ TEST_F(AppBackup, StoresTheNavigatorsObjectsThatExist) {
     put("/pps/system/navigator/applications/other", "x::1\n");
     harbix::verbose = true;
     const Backup backup = back_up({"app", "sys.navigator"});
-    EXPECT_EQ(1U, test::count_of(backup.errors, "Entry: " + std::string(URI_APPS) + "\n")) << backup.errors;
+    EXPECT_EQ(count_of(backup.errors, "Entry: " + std::string(URI_APPS) + "\n"), 1U) << backup.errors;
     ASSERT_LE(3U, backup.names.size());
-    EXPECT_EQ((Texts{"/app/sys.navigator/pps/.backup.metadata",
+    EXPECT_EQ(Texts(backup.names.begin(), backup.names.begin() + 3),
+              (Texts{"/app/sys.navigator/pps/.backup.metadata",
                      "/app/sys.navigator/pps/pps/system/navigator/applications/uriapps",
-                     "/app/sys.navigator/appdata/.backup.metadata"}),
-              Texts(backup.names.begin(), backup.names.begin() + 3));
-    test::Reader reader("/a.tar");
+                     "/app/sys.navigator/appdata/.backup.metadata"}));
+    Reader reader("/a.tar");
     ASSERT_TRUE(reader.next_header());
-    EXPECT_EQ(
-        "Package: sys.navigator\nApp-Directory: sys.navigator\nData-Directory: sys.navigator\n"
-        "File: /pps/system/navigator/applications/uriapps\n\n",
-        reader.data());
+    EXPECT_EQ(reader.data(),
+              "Package: sys.navigator\nApp-Directory: sys.navigator\nData-Directory: sys.navigator\n"
+              "File: /pps/system/navigator/applications/uriapps\n\n");
     ASSERT_TRUE(reader.next_header());
-    EXPECT_EQ("@uriapps\na::1\n", reader.data());
+    EXPECT_EQ(reader.data(), "@uriapps\na::1\n");
   }));
 }
 
@@ -193,7 +190,7 @@ const std::vector<RegisteredApplication> INSTALLED{C, A, B, SECOND_A};
 
 TEST(ApplicationSelection, IsEverythingWithoutNames) {
   const ApplicationSelection selection = select_applications(INSTALLED, {});
-  EXPECT_EQ(INSTALLED, selection.applications);
+  EXPECT_EQ(selection.applications, INSTALLED);
   EXPECT_TRUE(selection.navigator);
   EXPECT_TRUE(selection.system_tray);
 }
@@ -216,9 +213,9 @@ TEST(ApplicationSelection, IsWhatTheNamesAfterTheKeywordNameInTheOrderOfTheList)
   };
   for (const Row& row : rows) {
     const ApplicationSelection selection = select_applications(INSTALLED, row.names);
-    EXPECT_EQ(row.applications, selection.applications) << testing::PrintToString(row.names);
-    EXPECT_EQ(row.navigator, selection.navigator) << testing::PrintToString(row.names);
-    EXPECT_EQ(row.system_tray, selection.system_tray) << testing::PrintToString(row.names);
+    EXPECT_EQ(selection.applications, row.applications) << testing::PrintToString(row.names);
+    EXPECT_EQ(selection.navigator, row.navigator) << testing::PrintToString(row.names);
+    EXPECT_EQ(selection.system_tray, row.system_tray) << testing::PrintToString(row.names);
   }
 }
 
@@ -229,9 +226,10 @@ TEST(ApplicationSelection, MustNameWhatIsInstalled) {
       static_cast<void>(select_applications(INSTALLED, names));
       ADD_FAILURE() << name;
     } catch (const updater::Exception& error) {
-      EXPECT_EQ("Package '" + name + "' not found.", error.what());
+      EXPECT_EQ(error.what(), "Package '" + name + "' not found.");
     }
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

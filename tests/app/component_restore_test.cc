@@ -7,22 +7,17 @@
 #include <optional>
 #include <string>
 
-#include "app/app_device.h"
-#include "archive/archive_test_support.h"
-#include "support/captured_output.h"
-#include "support/tree.h"
+#include "tests/app/app_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::ComponentRestore;
 using harbix::EntryView;
-using test::APPS_USER;
-using test::dir;
-using test::file;
-using test::link;
-using test::TarBuilder;
-using test::Tree;
 
 constexpr char FOLDER[] = "/accounts/1000/appdata/sys.navigator";
 constexpr mode_t MASK = 0177;
@@ -33,9 +28,9 @@ std::string path(const std::string& name) { return FOLDER + ("/" + name); }
 /// Restores every entry of an archive under its own name, as far as it is accepted.
 /// @return what it says.
 std::string restore(const TarBuilder& archive, mode_t mask = MASK) {
-  test::write_file("/a.tar", archive.text());
-  test::Reader reader("/a.tar");
-  const test::CapturedOutput errors(STDERR_FILENO);
+  write_file("/a.tar", archive.text());
+  Reader reader("/a.tar");
+  const CapturedOutput errors(STDERR_FILENO);
   ComponentRestore component(reader, Path(FOLDER), APPS_USER, mask);
   while (const std::optional<EntryView> entry = reader.next_header()) {
     const Path destination = entry->name().value();
@@ -45,12 +40,12 @@ std::string restore(const TarBuilder& archive, mode_t mask = MASK) {
   return errors.text();
 }
 
-class ComponentRestoreTest : public test::AppDevice {};
+class ComponentRestoreTest : public AppDevice {};
 
 TEST_F(ComponentRestoreTest, AcceptsRecordsBelowTheComponentsFolder) {
   EXPECT_TRUE(on_the_device([] {
-    test::write_file("/a.tar", TarBuilder().text());
-    test::Reader reader("/a.tar");
+    write_file("/a.tar", TarBuilder().text());
+    Reader reader("/a.tar");
     ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
     for (const char* name : {"x", "data/x", "..x", "data/x y"})
       EXPECT_TRUE(component.accepts(Path(path(name)))) << name;
@@ -89,12 +84,12 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
         {TarBuilder::SYMBOLIC_LINK, "/", false},
     };
     for (const Row& row : rows) {
-      test::write_file("/a.tar", TarBuilder().add(row.type, "/e", "", 0660, row.target).text());
-      test::Reader reader("/a.tar");
+      write_file("/a.tar", TarBuilder().add(row.type, "/e", "", 0660, row.target).text());
+      Reader reader("/a.tar");
       ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
       const std::optional<EntryView> entry = reader.next_header();
       ASSERT_TRUE(entry);
-      EXPECT_EQ(row.is_accepted, component.accepts(*entry, Path(path("data/x"))))
+      EXPECT_EQ(component.accepts(*entry, Path(path("data/x"))), row.is_accepted)
           << row.type << " " << row.target;
     }
   }));
@@ -102,29 +97,30 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
 
 TEST_F(ComponentRestoreTest, LimitsModesByTheMaskAndKeepsFoldersSearchable) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ("", restore(TarBuilder()
-                              .file(path("f"), "text", 07777)
-                              .file(path("none"), "", 0)
-                              .folder(path("d"), 07777)
-                              .folder(path("write_only"), 0200)
-                              .folder(path("read_only"), 0444)
-                              .link(path("l"), "f")));
+    EXPECT_EQ(restore(TarBuilder()
+                          .file(path("f"), "text", 07777)
+                          .file(path("none"), "", 0)
+                          .folder(path("d"), 07777)
+                          .folder(path("write_only"), 0200)
+                          .folder(path("read_only"), 0444)
+                          .link(path("l"), "f")),
+              "");
     EXPECT_TRUE((Tree{file("f", "text", 0600).owned_by(APPS_USER, 0), file("none", "", 0),
                       dir("d", {}, 0700).owned_by(APPS_USER, 0), dir("write_only", {}, 0200),
                       dir("read_only", {}, 0500), link("l", "f").owned_by(APPS_USER, 0)}
                      .matches(FOLDER)));
     std::filesystem::remove_all(FOLDER);
     EXPECT_EQ(
-        "",
         restore(TarBuilder().file(path("f"), "text", 0777).folder(path("d"), 0777).folder(path("mine"), 0700),
-                GROUP_MASK));
+                GROUP_MASK),
+        "");
     EXPECT_TRUE((Tree{file("f", "text", 0660), dir("d", {}, 0770), dir("mine", {}, 0700)}.matches(FOLDER)));
   }));
 }
 
 TEST_F(ComponentRestoreTest, MakesTheFoldersAboveAnEntry) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ("", restore(TarBuilder().file(path("d/e/f"), "text").folder(path("d/g/h"), 0770)));
+    EXPECT_EQ(restore(TarBuilder().file(path("d/e/f"), "text").folder(path("d/g/h"), 0770)), "");
     EXPECT_TRUE((Tree{dir("sys.navigator",
                           {dir("d",
                                {dir("e", {file("f", "text", 0600)}, 0700).owned_by(APPS_USER, 0),
@@ -133,55 +129,56 @@ TEST_F(ComponentRestoreTest, MakesTheFoldersAboveAnEntry) {
                                .owned_by(APPS_USER, 0)},
                           0700)
                           .owned_by(APPS_USER, 0)}
-                     .matches(test::APPLICATION_DATA)));
+                     .matches(APPLICATION_DATA)));
     std::filesystem::remove_all(FOLDER);
-    EXPECT_EQ("", restore(TarBuilder().file(path("d/f"), "text"), GROUP_MASK));
+    EXPECT_EQ(restore(TarBuilder().file(path("d/f"), "text"), GROUP_MASK), "");
     EXPECT_TRUE((Tree{dir("sys.navigator", {dir("d", {file("f", "text", 0660)}, 0770)}, 0770)}.matches(
-        test::APPLICATION_DATA)));
+        APPLICATION_DATA)));
   }));
 }
 
 TEST_F(ComponentRestoreTest, LeavesFoldersAsTheyAre) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directories(path("d"));
-    ASSERT_EQ(0, ::chmod(FOLDER, 0755));
-    ASSERT_EQ(0, ::chmod(path("d").c_str(), 0777));
-    EXPECT_EQ("", restore(TarBuilder().file(path("d/f"), "text")));
+    ASSERT_EQ(::chmod(FOLDER, 0755), 0);
+    ASSERT_EQ(::chmod(path("d").c_str(), 0777), 0);
+    EXPECT_EQ(restore(TarBuilder().file(path("d/f"), "text")), "");
     EXPECT_TRUE((Tree{dir("sys.navigator", {dir("d", {file("f", "text", 0600)}, 0777)}, 0755)}.matches(
-        test::APPLICATION_DATA)));
+        APPLICATION_DATA)));
   }));
 }
 
 TEST_F(ComponentRestoreTest, MakesNothingBehindALink) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directories("/out");
-    ASSERT_EQ(0, ::chmod("/out", 0777));
+    ASSERT_EQ(::chmod("/out", 0777), 0);
     std::filesystem::create_directories(FOLDER);
-    ASSERT_EQ(0, ::chmod(FOLDER, 0777));
+    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
     std::filesystem::create_symlink("/out", path("l"));
     const std::string errors =
         restore(TarBuilder().file(path("l/f"), "text").file(path("l/d/f"), "text").file(path("f"), "text"));
     EXPECT_TRUE(Tree{}.matches("/out"));
     EXPECT_TRUE((Tree{link("l", "/out"), file("f", "text", 0600)}.matches(FOLDER)));
-    EXPECT_EQ(2U, test::count_of(errors, "Warning: ")) << errors;
+    EXPECT_EQ(count_of(errors, "Warning: "), 2U) << errors;
   }));
 }
 
 TEST_F(ComponentRestoreTest, GivesIdentityAndMaskBack) {
   EXPECT_TRUE(on_the_device([] {
-    ASSERT_EQ(0, ::setegid(12));
+    ASSERT_EQ(::setegid(12), 0);
     const mode_t before = ::umask(0123);
     {
-      test::write_file("/a.tar", TarBuilder().text());
-      test::Reader reader("/a.tar");
+      write_file("/a.tar", TarBuilder().text());
+      Reader reader("/a.tar");
       ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
-      EXPECT_EQ(APPS_USER, ::geteuid());
-      EXPECT_EQ(0U, ::getegid());
+      EXPECT_EQ(::geteuid(), APPS_USER);
+      EXPECT_EQ(::getegid(), 0U);
     }
-    EXPECT_EQ(0U, ::geteuid());
-    EXPECT_EQ(12U, ::getegid());
-    EXPECT_EQ(0123U, ::umask(before));
+    EXPECT_EQ(::geteuid(), 0U);
+    EXPECT_EQ(::getegid(), 12U);
+    EXPECT_EQ(::umask(before), 0123U);
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

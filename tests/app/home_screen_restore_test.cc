@@ -6,22 +6,15 @@
 #include <filesystem>
 #include <string>
 
-#include "app/app_device.h"
-#include "archive/archive_test_support.h"
-#include "support/captured_output.h"
-#include "support/tree.h"
+#include "tests/app/app_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::ApplicationPackage;
-using test::APPS_USER;
-using test::dir;
-using test::file;
-using test::link;
-using test::put;
-using test::record;
-using test::TarBuilder;
-using test::Tree;
 
 constexpr char OBJECTS[] = "/app/sys.navigator/pps";
 constexpr char URI_APPS[] = "/pps/system/navigator/applications/uriapps";
@@ -32,10 +25,10 @@ constexpr char TRAY[] = "/accounts/1000/appdata/sys.systemtray";
 /// Restores the package `name` from an archive of its entries alone.
 /// @return what it says.
 std::string restore(const std::string& name, meta::Manifest records, const TarBuilder& archive) {
-  test::write_file("/a.tar", archive.text());
-  test::Reader reader("/a.tar");
+  write_file("/a.tar", archive.text());
+  Reader reader("/a.tar");
   const ApplicationPackage package({name + "/.backup.metadata", std::move(records)});
-  const test::CapturedOutput errors(STDERR_FILENO);
+  const CapturedOutput errors(STDERR_FILENO);
   harbix::restore_home_screen(reader, package, APPS_USER);
   return errors.text();
 }
@@ -48,13 +41,13 @@ std::string processing_data(const std::string& component, const std::string& wha
          "/.backup.metadata\n";
 }
 
-class HomeScreenRestore : public test::AppDevice {};
+class HomeScreenRestore : public AppDevice {};
 
 TEST_F(HomeScreenRestore, SaysNothingOfAPackageWithoutRecords) {
   EXPECT_TRUE(on_the_device([] {
     put(std::string(NAVIGATOR) + "/data/f", "old");
     for (const char* name : {OBJECTS, "/app/sys.navigator/appdata", "/app/sys.systemtray/bin"})
-      EXPECT_EQ("", restore(name, {}, TarBuilder())) << name;
+      EXPECT_EQ(restore(name, {}, TarBuilder()), "") << name;
     EXPECT_TRUE((Tree{dir("data", {file("f", "old")})}.matches(NAVIGATOR)));
   }));
 }
@@ -64,10 +57,10 @@ TEST_F(HomeScreenRestore, PassesOverOtherKindsOfPackages) {
     put(std::string(NAVIGATOR) + "/data/f", "old");
     for (const std::string kind : {"bin", "appdatax"}) {
       const std::string name = "/app/sys.navigator/" + kind;
-      EXPECT_EQ(processing(name) + "app\nsys.navigator\n" + kind +
-                    "\n.backup.metadata\nI'm confused: it was supposed to be HMI component. Just skip.\n",
-                restore(name, {record(S_IFREG | 0600, std::string(NAVIGATOR) + "/data/f")},
-                        TarBuilder().file(name + "/data/f", "new")));
+      EXPECT_EQ(restore(name, {record(S_IFREG | 0600, std::string(NAVIGATOR) + "/data/f")},
+                        TarBuilder().file(name + "/data/f", "new")),
+                processing(name) + "app\nsys.navigator\n" + kind +
+                    "\n.backup.metadata\nI'm confused: it was supposed to be HMI component. Just skip.\n");
     }
     EXPECT_TRUE((Tree{dir("data", {file("f", "old")})}.matches(NAVIGATOR)));
   }));
@@ -78,17 +71,17 @@ TEST_F(HomeScreenRestore, PublishesTheTwoObjectsAndNoOther) {
     const std::string other = "/pps/system/navigator/applications/other";
     for (const std::string& object : {std::string(URI_APPS), std::string(WEB_SHORTCUTS), other}) put(object);
     const auto entry = [](const std::string& object) { return OBJECTS + object; };
-    EXPECT_EQ(processing(OBJECTS) + "Navigator pps object: " + entry(URI_APPS) + "\nRestoring: " + URI_APPS +
-                  "\nNavigator pps object: " + entry(other) +
-                  "\nNavigator pps object: " + entry(WEB_SHORTCUTS) + "\nRestoring: " + WEB_SHORTCUTS + "\n",
-              restore(OBJECTS, {{"File", URI_APPS}, {"File", other}, {"File", WEB_SHORTCUTS}},
+    EXPECT_EQ(restore(OBJECTS, {{"File", URI_APPS}, {"File", other}, {"File", WEB_SHORTCUTS}},
                       TarBuilder()
                           .file(entry(URI_APPS), "a::1\n")
                           .file(entry(other), "b::1\n")
-                          .file(entry(WEB_SHORTCUTS), "c::1\n")));
-    EXPECT_EQ("a::1\n", test::read_file(URI_APPS));
-    EXPECT_EQ("", test::read_file(other));
-    EXPECT_EQ("c::1\n", test::read_file(WEB_SHORTCUTS));
+                          .file(entry(WEB_SHORTCUTS), "c::1\n")),
+              processing(OBJECTS) + "Navigator pps object: " + entry(URI_APPS) + "\nRestoring: " + URI_APPS +
+                  "\nNavigator pps object: " + entry(other) +
+                  "\nNavigator pps object: " + entry(WEB_SHORTCUTS) + "\nRestoring: " + WEB_SHORTCUTS + "\n");
+    EXPECT_EQ(read_file(URI_APPS), "a::1\n");
+    EXPECT_EQ(read_file(other), "");
+    EXPECT_EQ(read_file(WEB_SHORTCUTS), "c::1\n");
   }));
 }
 
@@ -102,7 +95,7 @@ TEST_F(HomeScreenRestore, PublishesNothingOfAnObjectThatIsNoFile) {
           restore(OBJECTS, {{"File", URI_APPS}},
                   TarBuilder().add(type, std::string(OBJECTS) + URI_APPS, "", 0660, "/etc/secret"));
       EXPECT_TRUE(errors.ends_with("\nSkip: " + std::string(URI_APPS) + "\n")) << type << errors;
-      EXPECT_EQ("old", test::read_file(URI_APPS)) << type;
+      EXPECT_EQ(read_file(URI_APPS), "old") << type;
     }
   }));
 }
@@ -115,7 +108,7 @@ TEST_F(HomeScreenRestore, ReplacesTheNavigatorsDataAndNothingElse) {
     put(folder + "/data/.hidden", "old");
     put(folder + "/tmp/kept", "old");
     for (const char* name : {"", "/data", "/tmp", "/data/d"})
-      ASSERT_EQ(0, ::chmod((folder + name).c_str(), 0777));
+      ASSERT_EQ(::chmod((folder + name).c_str(), 0777), 0);
     const auto entry = [](const std::string& name) { return "/app/sys.navigator/appdata/" + name; };
     const std::string errors = restore(
         "/app/sys.navigator/appdata",
@@ -131,12 +124,11 @@ TEST_F(HomeScreenRestore, ReplacesTheNavigatorsDataAndNothingElse) {
     const auto restoring = [&folder](const std::string& name) {
       return "Restoring: " + folder + name + "\n" + folder + name + "\n";
     };
-    EXPECT_EQ(processing_data("sys.navigator", "navigator data") + "Navigator data removed\n" +
-                  restoring("/data/new") + restoring("/data/.hidden") + "Skip: " + folder +
-                  "/data/.hidden\n" + restoring("/tmp/kept") + "Skip: " + folder + "/tmp/kept\n" +
-                  restoring("/data/in") + restoring("/data/out") + "Skip: " + folder + "/data/out\n" +
-                  "Restoring: /etc/x\nWarning: unexpected failure of read next header\n",
-              errors);
+    EXPECT_EQ(errors, processing_data("sys.navigator", "navigator data") + "Navigator data removed\n" +
+                          restoring("/data/new") + restoring("/data/.hidden") + "Skip: " + folder +
+                          "/data/.hidden\n" + restoring("/tmp/kept") + "Skip: " + folder + "/tmp/kept\n" +
+                          restoring("/data/in") + restoring("/data/out") + "Skip: " + folder + "/data/out\n" +
+                          "Restoring: /etc/x\nWarning: unexpected failure of read next header\n");
     EXPECT_TRUE((Tree{dir("data",
                           {file(".hidden", "old"), file("new", "new", 0600).owned_by(APPS_USER, 0),
                            link("in", "../tmp/kept").owned_by(APPS_USER, 0)},
@@ -150,7 +142,7 @@ TEST_F(HomeScreenRestore, RemovesTheNavigatorsDataWithoutAnEntryForIt) {
   EXPECT_TRUE(on_the_device([] {
     const std::string folder = NAVIGATOR;
     put(folder + "/data/old", "old");
-    ASSERT_EQ(0, ::chmod((folder + "/data").c_str(), 0777));
+    ASSERT_EQ(::chmod((folder + "/data").c_str(), 0777), 0);
     static_cast<void>(
         restore("/app/sys.navigator/appdata", {record(S_IFREG | 0660, folder + "/data/gone")}, TarBuilder()));
     EXPECT_TRUE((Tree{dir("data", {}, 0777)}.matches(folder)));
@@ -162,7 +154,7 @@ TEST_F(HomeScreenRestore, BringsBackTheClockDatabaseOfTheTrayAlone) {
     const std::string folder = TRAY;
     put(folder + "/data/kept", "old");
     put(folder + "/data/ClockServices.sqlite", "old");
-    for (const char* name : {"", "/data"}) ASSERT_EQ(0, ::chmod((folder + name).c_str(), 0777));
+    for (const char* name : {"", "/data"}) ASSERT_EQ(::chmod((folder + name).c_str(), 0777), 0);
     const auto entry = [](const std::string& name) { return "/app/sys.systemtray/appdata/" + name; };
     const std::string errors = restore("/app/sys.systemtray/appdata",
                                        {record(S_IFDIR | 0777, folder + "/data"),
@@ -179,15 +171,15 @@ TEST_F(HomeScreenRestore, BringsBackTheClockDatabaseOfTheTrayAlone) {
     const auto met = [&](const std::string& name, const std::string& base) {
       return "ae.path: " + entry(name) + "  basename: " + base + "\nit: " + folder + "/" + name + "\n";
     };
-    EXPECT_EQ(processing_data("sys.systemtray", "systray data") + "System tray data removed\n" +
-                  met("data", "data") + "Skip: " + folder + "/data\n" +
-                  met("data/ClockServices.sqlite", "ClockServices.sqlite") + "Restoring: " +
-                  entry("data/ClockServices.sqlite") + "\n" + met("data/other", "other") + "Skip: " + folder +
-                  "/data/other\n" + met("x/ClockServices.sqlite", "ClockServices.sqlite") +
-                  "Restoring: " + entry("x/ClockServices.sqlite") + "\n" +
-                  met("ClockServices.sqlitex", "ClockServices.sqlitex") + "Skip: " + folder +
-                  "/ClockServices.sqlitex\n",
-              errors);
+    EXPECT_EQ(errors, processing_data("sys.systemtray", "systray data") + "System tray data removed\n" +
+                          met("data", "data") + "Skip: " + folder + "/data\n" +
+                          met("data/ClockServices.sqlite", "ClockServices.sqlite") +
+                          "Restoring: " + entry("data/ClockServices.sqlite") + "\n" +
+                          met("data/other", "other") + "Skip: " + folder + "/data/other\n" +
+                          met("x/ClockServices.sqlite", "ClockServices.sqlite") +
+                          "Restoring: " + entry("x/ClockServices.sqlite") + "\n" +
+                          met("ClockServices.sqlitex", "ClockServices.sqlitex") + "Skip: " + folder +
+                          "/ClockServices.sqlitex\n");
     EXPECT_TRUE((Tree{
         dir("data", {file("kept", "old"), file("ClockServices.sqlite", "new", 0660).owned_by(APPS_USER, 0)},
             0777),
@@ -212,3 +204,4 @@ TEST_F(HomeScreenRestore, TakesNoClockDatabaseThatLeadsOut) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -2,14 +2,15 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 
 TEST(ApplicationLayout, BuildsNamesOfFoldersAndPackages) {
-  EXPECT_EQ(Path("/apps/a.b"), harbix::binary_folder("a.b"));
-  EXPECT_EQ(Path("/accounts/1000/appdata/a.b"), harbix::data_folder("a.b"));
-  EXPECT_EQ(Path("/app/a.b/bin"), harbix::package_name("a.b", harbix::places::BINARY_KIND));
+  EXPECT_EQ(harbix::binary_folder("a.b"), Path("/apps/a.b"));
+  EXPECT_EQ(harbix::data_folder("a.b"), Path("/accounts/1000/appdata/a.b"));
+  EXPECT_EQ(harbix::package_name("a.b", harbix::places::BINARY_KIND), Path("/app/a.b/bin"));
 }
 
 TEST(ApplicationLayout, KnowsTheHomeScreenByTwoNames) {
@@ -31,3 +32,4 @@ TEST(ApplicationLayout, KeepsThreeFoldersOfAnApplicationsData) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -13,12 +13,13 @@
 #include "base/flags.h"
 #include "fs/exception.h"
 #include "fs/identity.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
@@ -27,11 +28,6 @@ using harbix::apply_ownership_below;
 using harbix::data_owner;
 using harbix::Ownership;
 using harbix::parse_application_group;
-using test::CapturedOutput;
-using test::dir;
-using test::file;
-using test::link;
-using test::Tree;
 
 constexpr uid_t USER = 1234;
 constexpr gid_t GROUP = 5678;
@@ -69,7 +65,7 @@ std::string failure_of(const Body& body) {
 class OwnershipTest : public ::testing::Test {
  protected:
   [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   fs::Folder root_{Path(folder_.path())};
 };
 
@@ -89,8 +85,8 @@ TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
           Tree{file("f", "", after).owned_by(USER, GROUP), dir("d", {}, after).owned_by(USER, GROUP)}.matches(
               folder_.path())))
           << std::oct << row.before;
-      ASSERT_EQ(0, ::unlink(path("f").c_str()));
-      ASSERT_EQ(0, ::rmdir(path("d").c_str()));
+      ASSERT_EQ(::unlink(path("f").c_str()), 0);
+      ASSERT_EQ(::rmdir(path("d").c_str()), 0);
     }
   }
 }
@@ -109,72 +105,71 @@ TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
   for (const char* name : {"d/."}) apply_ownership(DATA, root_, name);
   EXPECT_TRUE((Tree{dir("d", {}, 0777).owned_by(0, 0)}.matches(folder_.path())));
   struct ::stat record {};
-  ASSERT_EQ(0, ::stat(folder_.path().c_str(), &record));
-  EXPECT_EQ(0U, record.st_uid);
+  ASSERT_EQ(::stat(folder_.path().c_str(), &record), 0);
+  EXPECT_EQ(record.st_uid, 0U);
   // Names that only begin like them are names.
   Tree{file("..."), file("..x")}.build(folder_.path());
   for (const char* name : {"...", "..x"}) {
     apply_ownership(DATA, root_, name);
-    EXPECT_EQ(USER, root_.file(name).record().st_uid) << name;
+    EXPECT_EQ(root_.file(name).record().st_uid, USER) << name;
   }
 }
 
 TEST_F(OwnershipTest, IsToldOfWhenVerbose) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     Tree{file("f")}.build(folder_.path());
     const CapturedOutput errors(STDERR_FILENO);
     apply_ownership(DATA, root_, "f");
-    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(errors.text(), "");
     harbix::verbose = true;
     apply_ownership(DATA, root_, "f");
     apply_ownership(DATA, root_, ".");
-    EXPECT_EQ("Applying ownership 1234:5678 to " + path("f") + "\n", errors.text());
+    EXPECT_EQ(errors.text(), "Applying ownership 1234:5678 to " + path("f") + "\n");
   }));
 }
 
 TEST_F(OwnershipTest, FailsWherePermissionsCannotBeSet) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     Tree{file("theirs", "", 0777)}.build(folder_.path());
     const fs::EffectiveUser user(NOBODY);
-    const test::RecordedLog log;
+    const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ("Applying perms. to " + path("theirs") + " [errno:1 'Operation not permitted']",
-              failure_of([&] { apply_ownership(DATA, root_, "theirs"); }));
-    EXPECT_EQ("ERROR applying permissions to " + path("theirs") + " (Operation not permitted)\n",
-              errors.text());
+    EXPECT_EQ(failure_of([&] { apply_ownership(DATA, root_, "theirs"); }),
+              "Applying perms. to " + path("theirs") + " [errno:1 'Operation not permitted']");
+    EXPECT_EQ(errors.text(),
+              "ERROR applying permissions to " + path("theirs") + " (Operation not permitted)\n");
     EXPECT_TRUE(log.messages().empty());
   }));
 }
 
 TEST_F(OwnershipTest, FailsWhereTheOwnerCannotBeSet) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     Tree{link("theirs", "nowhere")}.build(folder_.path());
     const fs::EffectiveUser user(NOBODY);
-    const test::RecordedLog log;
+    const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ("Applying exception to " + path("theirs") + " [errno:1 'Operation not permitted']",
-              failure_of([&] { apply_ownership(DATA, root_, "theirs"); }));
-    EXPECT_EQ("ERROR applying ownership to " + path("theirs") + " (Operation not permitted)\n",
-              errors.text());
-    EXPECT_EQ((std::vector<std::string>{"2 ERROR applying ownership to " + path("theirs") +
-                                        " ('Operation not permitted')"}),
-              log.messages());
+    EXPECT_EQ(failure_of([&] { apply_ownership(DATA, root_, "theirs"); }),
+              "Applying exception to " + path("theirs") + " [errno:1 'Operation not permitted']");
+    EXPECT_EQ(errors.text(),
+              "ERROR applying ownership to " + path("theirs") + " (Operation not permitted)\n");
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{"2 ERROR applying ownership to " + path("theirs") +
+                                                        " ('Operation not permitted')"}));
   }));
 }
 
 TEST_F(OwnershipTest, GoesToNothingThatIsReachedThroughALink) {
   Tree{dir("app", {link("folder", "../others")}), dir("others", {file("secret", "", 0666)})}.build(
       folder_.path());
-  EXPECT_NE("", failure_of([this] { apply_ownership(DATA, root_, "app/folder/secret"); }));
-  EXPECT_NE("", failure_of([this] { apply_ownership_below(DATA, root_, "app/folder"); }));
+  EXPECT_NE(failure_of([this] { apply_ownership(DATA, root_, "app/folder/secret"); }), "");
+  EXPECT_NE(failure_of([this] { apply_ownership_below(DATA, root_, "app/folder"); }), "");
   EXPECT_TRUE((Tree{dir("app", {link("folder", "../others")}),
                     dir("others", {file("secret", "", 0666).owned_by(0, 0)})}
                    .matches(folder_.path())));
 }
 
 TEST_F(OwnershipTest, FailsForWhatIsGone) {
-  EXPECT_EQ("Path '" + path("gone") + "' stat failed. [errno:2 'No such file or directory']",
-            failure_of([this] { apply_ownership(DATA, root_, "gone"); }));
+  EXPECT_EQ(failure_of([this] { apply_ownership(DATA, root_, "gone"); }),
+            "Path '" + path("gone") + "' stat failed. [errno:2 'No such file or directory']");
 }
 
 TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
@@ -194,21 +189,21 @@ TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
           .owned_by(0, 0),
       dir("out", {file("g", "", 0777).owned_by(0, 0)}, 0777).owned_by(0, 0)}
                    .matches(folder_.path())));
-  EXPECT_EQ((std::vector<std::string>{path("d/e"), path("d/e/.h"), path("d/e/l"), path("d/f")}),
-            sorted(lines_of(errors.text())));
+  EXPECT_EQ(sorted(lines_of(errors.text())),
+            (std::vector<std::string>{path("d/e"), path("d/e/.h"), path("d/e/l"), path("d/f")}));
 }
 
 TEST_F(OwnershipTest, GoesThroughATreeFromItsDeepestEnd) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     Tree{dir("a", {dir("b", {dir("c", {file("d")})}), file("e")}), file("f")}.build(folder_.path());
     harbix::verbose = true;
     const CapturedOutput errors(STDERR_FILENO);
     apply_ownership_below(DATA, root_, "");
     const std::vector<std::string> lines = lines_of(errors.text());
-    ASSERT_EQ(12U, lines.size()) << errors.text();
+    ASSERT_EQ(lines.size(), 12U) << errors.text();
     // The list comes first, and is then gone through from its end.
     for (std::size_t i = 0; i < 6; ++i)
-      EXPECT_EQ("Applying ownership 1234:5678 to " + lines[5 - i], lines[6 + i]);
+      EXPECT_EQ(lines[6 + i], "Applying ownership 1234:5678 to " + lines[5 - i]);
     const auto place = [&lines](const std::string& name) { return std::ranges::find(lines, name); };
     EXPECT_LT(place(path("a")), place(path("a/b")));
     EXPECT_LT(place(path("a")), place(path("a/e")));
@@ -221,30 +216,30 @@ TEST_F(OwnershipTest, ListsATreeOfManyFilesInFull) {
   std::vector<std::string> names;
   for (int i = 0; i < 1500; ++i) {
     names.push_back(path(std::string(60, 'n') + std::to_string(i)));
-    test::write_file(names.back(), "");
+    write_file(names.back(), "");
   }
   const CapturedOutput errors(STDERR_FILENO);
   apply_ownership_below(DATA, root_, "");
-  EXPECT_EQ(sorted(names), sorted(lines_of(errors.text())));
+  EXPECT_EQ(sorted(lines_of(errors.text())), sorted(names));
 }
 
 TEST_F(OwnershipTest, StopsAtTheFirstFailureAndKeepsWhatIsDone) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     Tree{dir("a", {file("mine", "", 0777).owned_by(NOBODY, 0)}, 0777)}.build(folder_.path());
     const fs::EffectiveUser user(NOBODY);
     const CapturedOutput errors(STDERR_FILENO);
     const Ownership ownership{.user = NOBODY, .group = 0, .mode = 0700};
-    EXPECT_EQ("Applying perms. to " + path("a") + " [errno:1 'Operation not permitted']",
-              failure_of([&] { apply_ownership_below(ownership, root_, ""); }));
+    EXPECT_EQ(failure_of([&] { apply_ownership_below(ownership, root_, ""); }),
+              "Applying perms. to " + path("a") + " [errno:1 'Operation not permitted']");
     EXPECT_TRUE((Tree{dir("a", {file("mine", "", 0700)}, 0777).owned_by(0, 0)}.matches(folder_.path())));
   }));
 }
 
 TEST_F(OwnershipTest, NeedsATreeThatCanBeListed) {
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_EQ("Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']",
-            failure_of([this] { apply_ownership_below(DATA, root_, "gone"); }));
-  EXPECT_EQ("", errors.text());
+  EXPECT_EQ(failure_of([this] { apply_ownership_below(DATA, root_, "gone"); }),
+            "Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']");
+  EXPECT_EQ(errors.text(), "");
 }
 
 TEST(ApplicationGroup, IsADecimalNumber) {
@@ -254,7 +249,7 @@ TEST(ApplicationGroup, IsADecimalNumber) {
   };
   for (const Row& row : {Row{"0", 0}, Row{"1", 1}, Row{"9999", 9999}, Row{"10000", 10000},
                          Row{"010001", 10001}, Row{"429496", 429496}})
-    EXPECT_EQ(row.group, parse_application_group(row.text)) << row.text;
+    EXPECT_EQ(parse_application_group(row.text), row.group) << row.text;
 }
 
 TEST(ApplicationGroup, ThatIsNoneIsQuotedInTheError) {
@@ -265,17 +260,18 @@ TEST(ApplicationGroup, ThatIsNoneIsQuotedInTheError) {
       static_cast<void>(parse_application_group(text));
       ADD_FAILURE() << text;
     } catch (const std::runtime_error& error) {
-      EXPECT_EQ("'" + text + "' is not a group id", error.what());
+      EXPECT_EQ(error.what(), "'" + text + "' is not a group id");
     }
   }
 }
 
 TEST(ApplicationGroup, HasAUserOfItsOwnForData) {
-  EXPECT_EQ(1000U, data_owner(0));
-  EXPECT_EQ(100001000U, data_owner(harbix::FIRST_APPLICATION_GROUP));
-  EXPECT_EQ(100011000U, data_owner(10001));
+  EXPECT_EQ(data_owner(0), 1000U);
+  EXPECT_EQ(data_owner(harbix::FIRST_APPLICATION_GROUP), 100001000U);
+  EXPECT_EQ(data_owner(10001), 100011000U);
   // The last one that stays below the id that stands for "unchanged".
-  EXPECT_EQ(4294961000U, data_owner(429496));
+  EXPECT_EQ(data_owner(429496), 4294961000U);
 }
 
 }  // namespace
+}  // namespace harbix::test

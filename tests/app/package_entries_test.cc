@@ -9,21 +9,19 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::FileRecord;
 using harbix::PackageEntries;
-using test::CapturedOutput;
-using test::Reader;
-using test::TarBuilder;
 using Texts = std::vector<std::string>;
 
 constexpr char NO_MORE[] = "Warning: unexpected failure of read next header\n";
@@ -48,7 +46,7 @@ std::string missing(const std::string& name) {
 class PackageEntriesTest : public ::testing::Test {
  protected:
   Reader& open(const std::string& archive) {
-    test::write_file(folder_ / "a.tar", archive);
+    write_file(folder_ / "a.tar", archive);
     return reader_.emplace(folder_ / "a.tar");
   }
 
@@ -61,7 +59,7 @@ class PackageEntriesTest : public ::testing::Test {
     return contents;
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   std::optional<Reader> reader_;
 };
 
@@ -124,24 +122,24 @@ TEST_F(PackageEntriesTest, BelongToTheRecordOfTheirName) {
         testing::PrintToString(row.records) + " of " + testing::PrintToString(row.entries);
     Reader& reader = open(archive_of(row.entries).text());
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(row.pairs, pair(reader, records_of(row.records))) << what;
-    EXPECT_EQ(row.errors, errors.text()) << what;
+    EXPECT_EQ(pair(reader, records_of(row.records)), row.pairs) << what;
+    EXPECT_EQ(errors.text(), row.errors) << what;
     // What follows the package is still there for whoever looks for the next one.
-    EXPECT_EQ((Texts{next}), reader.names()) << what;
+    EXPECT_EQ(reader.names(), (Texts{next})) << what;
   }
 }
 
 TEST_F(PackageEntriesTest, MayBelongToAPackageWithoutASeparatorInFront) {
   Reader& reader = open(archive_of({"app/p/bin/a", "/app/p/bin/b"}).text());
-  EXPECT_EQ((Texts{"app/p/bin/a", "/app/p/bin/b"}), pair(reader, records_of({"a", "b"}), "app/p/bin"));
+  EXPECT_EQ(pair(reader, records_of({"a", "b"}), "app/p/bin"), (Texts{"app/p/bin/a", "/app/p/bin/b"}));
 }
 
 TEST_F(PackageEntriesTest, OfThePackagesOwnNameBelongToNoRecord) {
   for (const char* base : {"/base", "/base/"}) {
     Reader& reader = open(archive_of({"/app/p/bin"}).text());
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ((Texts{"-"}), pair(reader, {{0, Path(base), {}}})) << base;
-    EXPECT_EQ(std::string("Skip: /app/p/bin\n") + NO_MORE, errors.text()) << base;
+    EXPECT_EQ(pair(reader, {{0, Path(base), {}}}), (Texts{"-"})) << base;
+    EXPECT_EQ(errors.text(), std::string("Skip: /app/p/bin\n") + NO_MORE) << base;
   }
 }
 
@@ -155,10 +153,10 @@ TEST_F(PackageEntriesTest, OfFoldersAreFoundToo) {
 
 TEST_F(PackageEntriesTest, ThatAreMissingAreLogged) {
   Reader& reader = open(archive_of({"/app/p/bin/b"}).text());
-  const test::RecordedLog log;
+  const RecordedLog log;
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_EQ((Texts{"-", "/app/p/bin/b"}), pair(reader, records_of({"a", "b"})));
-  EXPECT_EQ((Texts{"3 No entry in the archive for '/base/a'"}), log.messages());
+  EXPECT_EQ(pair(reader, records_of({"a", "b"})), (Texts{"-", "/app/p/bin/b"}));
+  EXPECT_EQ(log.messages(), (Texts{"3 No entry in the archive for '/base/a'"}));
 }
 
 TEST_F(PackageEntriesTest, EndWithTheArchive) {
@@ -171,10 +169,10 @@ TEST_F(PackageEntriesTest, EndWithTheArchive) {
   EXPECT_FALSE(entries.entry_of(1));
   EXPECT_TRUE(entries.is_over());
   EXPECT_FALSE(entries.entry_of(2));
-  EXPECT_EQ(NO_MORE, errors.text());
-  EXPECT_EQ(0, reader.error_number());
+  EXPECT_EQ(errors.text(), NO_MORE);
+  EXPECT_EQ(reader.error_number(), 0);
   EXPECT_TRUE(entries.is_readable());
-  EXPECT_EQ(NO_MORE, errors.text());
+  EXPECT_EQ(errors.text(), NO_MORE);
 }
 
 TEST_F(PackageEntriesTest, EndWhereTheArchiveIsDamaged) {
@@ -188,8 +186,8 @@ TEST_F(PackageEntriesTest, EndWhereTheArchiveIsDamaged) {
   EXPECT_FALSE(entries.is_readable());
   EXPECT_TRUE(entries.is_over());
   EXPECT_FALSE(entries.entry_of(1));
-  EXPECT_NE(0, reader.error_number());
-  EXPECT_EQ(NO_MORE, errors.text());
+  EXPECT_NE(reader.error_number(), 0);
+  EXPECT_EQ(errors.text(), NO_MORE);
 }
 
 TEST_F(PackageEntriesTest, ThatAreSkippedMayTurnOutToBeDamaged) {
@@ -200,7 +198,7 @@ TEST_F(PackageEntriesTest, ThatAreSkippedMayTurnOutToBeDamaged) {
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
   const CapturedOutput errors(STDERR_FILENO);
   EXPECT_THROW(static_cast<void>(entries.entry_of(0)), std::runtime_error);
-  EXPECT_EQ("Skip: /app/p/bin/x\n", errors.text());
+  EXPECT_EQ(errors.text(), "Skip: /app/p/bin/x\n");
 }
 
 TEST_F(PackageEntriesTest, AreStillThereAfterALookAhead) {
@@ -210,7 +208,7 @@ TEST_F(PackageEntriesTest, AreStillThereAfterALookAhead) {
   EXPECT_TRUE(entries.is_readable());
   EXPECT_TRUE(entries.is_readable());
   ASSERT_TRUE(entries.entry_of(0));
-  EXPECT_EQ("/app/p/bin/a", reader.data());
+  EXPECT_EQ(reader.data(), "/app/p/bin/a");
   EXPECT_FALSE(entries.is_over());
 }
 
@@ -227,3 +225,4 @@ TEST_F(PackageEntriesTest, KnowWhichPathsLeadToOthers) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,28 +6,20 @@
 #include <filesystem>
 #include <string>
 
-#include "app/app_device.h"
-#include "archive/archive_test_support.h"
 #include "base/flags.h"
 #include "fs/identity.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tree.h"
+#include "tests/app/app_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::ApplicationPackage;
 using harbix::PackageExtraction;
 using harbix::Restorable;
-using test::APPS_USER;
-using test::dir;
-using test::file;
-using test::link;
-using test::put;
-using test::record;
-using test::TarBuilder;
-using test::Tree;
-using test::TreeItem;
 
 constexpr gid_t GROUP = 10007;
 constexpr char FOLDER[] = "/accounts/1000/appdata/a";
@@ -45,11 +37,11 @@ struct Extracted {
 /// Extracts a data package that has these records, from an archive of its entries alone.
 Extracted extract(meta::Manifest records, const std::string& archive,
                   Restorable restorable = Restorable::EVERYTHING) {
-  test::write_file("/a.tar", archive);
-  test::Reader reader("/a.tar");
+  write_file("/a.tar", archive);
+  Reader reader("/a.tar");
   const ApplicationPackage package({"/app/p/appdata/.backup.metadata", std::move(records)});
   const fs::FileMask mask(007);
-  const test::CapturedOutput errors(STDERR_FILENO);
+  const CapturedOutput errors(STDERR_FILENO);
   PackageExtraction extraction(reader, package, fs::Path(FOLDER), restorable);
   const bool is_whole = extraction.extract(APPS_USER, GROUP);
   return {is_whole, errors.text()};
@@ -57,7 +49,7 @@ Extracted extract(meta::Manifest records, const std::string& archive,
 
 TreeItem owned(const TreeItem& item) { return item.owned_by(APPS_USER, GROUP); }
 
-class PackageExtractionTest : public test::AppDevice {};
+class PackageExtractionTest : public AppDevice {};
 
 TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
   EXPECT_TRUE(on_the_device([] {
@@ -70,7 +62,7 @@ TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
                     .file(entry("g"), "", 0777)
                     .text());
     EXPECT_TRUE(extracted.is_whole);
-    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_TRUE(
         (Tree{owned(dir("d", {owned(file("f", "text", 0640))}, 0700)), owned(file("g", "", 0400))}.matches(
             FOLDER)));
@@ -108,7 +100,7 @@ TEST_F(PackageExtractionTest, SkipsWhatIsNoFileFolderOrLink) {
             {record(type | 0660, path("x")), record(S_IFREG | 0660, path("f"))},
             TarBuilder().add(row.type, entry("x"), "", 0660, "/etc/secret").file(entry("f"), "text").text());
         EXPECT_TRUE(extracted.is_whole);
-        EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type;
+        EXPECT_EQ(extracted.errors, "Skip: " + path("x") + "\n" + NO_ERROR) << row.type;
         EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER))) << row.type;
       }
     }
@@ -128,7 +120,7 @@ TEST_F(PackageExtractionTest, SkipsWhatTheRecordCallsSomethingElse) {
           Row{TarBuilder::SYMBOLIC_LINK, S_IFBLK}}) {
       const Extracted extracted = extract({record(row.recorded | 0660, path("x"))},
                                           TarBuilder().add(row.type, entry("x"), "", 0660, "target").text());
-      EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type << row.recorded;
+      EXPECT_EQ(extracted.errors, "Skip: " + path("x") + "\n" + NO_ERROR) << row.type << row.recorded;
       EXPECT_FALSE(fs::exists(fs::Path(path("x"))));
     }
   }));
@@ -139,7 +131,7 @@ TEST_F(PackageExtractionTest, RestoresLinksWhereverTheyLead) {
     const Extracted extracted =
         extract({record(S_IFLNK | 0777, path("l")), record(S_IFLNK | 0777, path("m"))},
                 TarBuilder().link(entry("l"), "/etc/passwd").link(entry("m"), "../b").text());
-    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_TRUE((Tree{owned(link("l", "/etc/passwd")), owned(link("m", "../b"))}.matches(FOLDER)));
   }));
 }
@@ -147,12 +139,12 @@ TEST_F(PackageExtractionTest, RestoresLinksWhereverTheyLead) {
 TEST_F(PackageExtractionTest, WritesNothingThroughALinkOfThePackage) {
   EXPECT_TRUE(on_the_device([] {
     put("/out/kept", "old");
-    ASSERT_EQ(0, ::chmod("/out", 0777));
+    ASSERT_EQ(::chmod("/out", 0777), 0);
     const Extracted extracted = extract(
         {record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l/f")),
          record(S_IFREG | 0660, path("g"))},
         TarBuilder().link(entry("l"), "/out").file(entry("l/f"), "text").file(entry("g"), "text").text());
-    EXPECT_EQ("Skip: " + path("l") + "\n" + NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, "Skip: " + path("l") + "\n" + NO_ERROR);
     EXPECT_TRUE((Tree{dir("l", {file("f", "text", 0660)}, 0770), file("g", "text", 0660)}.matches(FOLDER)));
     EXPECT_TRUE((Tree{file("kept", "old")}.matches("/out")));
   }));
@@ -161,22 +153,22 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkOfThePackage) {
 TEST_F(PackageExtractionTest, ReplacesALinkInsteadOfWritingToItsTarget) {
   EXPECT_TRUE(on_the_device([] {
     put("/out", "old");
-    ASSERT_EQ(0, ::chmod("/out", 0666));
+    ASSERT_EQ(::chmod("/out", 0666), 0);
     const Extracted extracted =
         extract({record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l"))},
                 TarBuilder().link(entry("l"), "/out").file(entry("l"), "text").text());
-    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_TRUE((Tree{file("l", "text", 0660)}.matches(FOLDER)));
-    EXPECT_EQ("old", test::read_file("/out"));
+    EXPECT_EQ(read_file("/out"), "old");
   }));
 }
 
 TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directory("/out");
-    ASSERT_EQ(0, ::chmod("/out", 0777));
+    ASSERT_EQ(::chmod("/out", 0777), 0);
     std::filesystem::create_directory(FOLDER);
-    ASSERT_EQ(0, ::chmod(FOLDER, 0777));
+    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
     std::filesystem::create_symlink("/out", path("data"));
     harbix::verbose = true;
     const Extracted extracted =
@@ -187,10 +179,9 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
     EXPECT_TRUE((Tree{link("data", "/out"), file("g", "text", 0660)}.matches(FOLDER)));
     const std::string what =
         "1 " + path("data/f") + "\nExtracting as 4321:10007" + path("data/f") + "\nWarning: ";
-    EXPECT_EQ(what, extracted.errors.substr(0, what.size()));
-    EXPECT_EQ(1U, test::count_of(extracted.errors, "\nError extracting " + path("data/f")))
-        << extracted.errors;
-    EXPECT_EQ(1U, test::count_of(extracted.errors, "HERE"));
+    EXPECT_EQ(extracted.errors.substr(0, what.size()), what);
+    EXPECT_EQ(count_of(extracted.errors, "\nError extracting " + path("data/f")), 1U) << extracted.errors;
+    EXPECT_EQ(count_of(extracted.errors, "HERE"), 1U);
     // The last entry that was extracted had none.
     EXPECT_TRUE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
   }));
@@ -199,16 +190,15 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
 TEST_F(PackageExtractionTest, TellsOfTheLastWarningsNumberAtTheEnd) {
   EXPECT_TRUE(on_the_device([] {
     put(path("d/kept"), "old");
-    ASSERT_EQ(0, ::chmod(FOLDER, 0777));
+    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
     const Extracted extracted =
         extract({record(S_IFREG | 0660, path("d"))}, TarBuilder().file(entry("d"), "text").text());
     EXPECT_TRUE(extracted.is_whole);
     EXPECT_TRUE((Tree{dir("d", {file("kept", "old")})}.matches(FOLDER)));
-    EXPECT_EQ(1U, test::count_of(extracted.errors, "Warning: ")) << extracted.errors;
-    EXPECT_EQ(1U, test::count_of(extracted.errors, "\nHERE\nArchive errno at this point: "))
-        << extracted.errors;
+    EXPECT_EQ(count_of(extracted.errors, "Warning: "), 1U) << extracted.errors;
+    EXPECT_EQ(count_of(extracted.errors, "\nHERE\nArchive errno at this point: "), 1U) << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
-    EXPECT_EQ(0U, test::count_of(extracted.errors, "Error extracting ")) << "for verbose runs only";
+    EXPECT_EQ(count_of(extracted.errors, "Error extracting "), 0U) << "for verbose runs only";
   }));
 }
 
@@ -218,7 +208,7 @@ TEST_F(PackageExtractionTest, OfDataKeepsToTheFoldersThatComeBack) {
       const Extracted extracted =
           extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
                   Restorable::DATA_FOLDERS);
-      EXPECT_EQ(NO_ERROR, extracted.errors) << name;
+      EXPECT_EQ(extracted.errors, NO_ERROR) << name;
       EXPECT_TRUE(fs::exists(fs::Path(path(name)))) << name;
       std::filesystem::remove_all(FOLDER);
     }
@@ -227,7 +217,7 @@ TEST_F(PackageExtractionTest, OfDataKeepsToTheFoldersThatComeBack) {
       const Extracted extracted =
           extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
                   Restorable::DATA_FOLDERS);
-      EXPECT_EQ("Skip: " + path(name) + "\n" + NO_ERROR, extracted.errors) << name;
+      EXPECT_EQ(extracted.errors, "Skip: " + path(name) + "\n" + NO_ERROR) << name;
       EXPECT_FALSE(fs::exists(fs::Path(FOLDER))) << name;
     }
   }));
@@ -240,7 +230,7 @@ TEST_F(PackageExtractionTest, WritesNothingWhenOnlyPretending) {
         {record(S_IFDIR | 0700, path("data")), record(S_IFREG | 0660, path("data/f"))},
         TarBuilder().folder(entry("data")).file(entry("data/f"), "text").text(), Restorable::DATA_FOLDERS);
     EXPECT_TRUE(extracted.is_whole);
-    EXPECT_EQ(NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_FALSE(fs::exists(fs::Path(FOLDER)));
   }));
 }
@@ -248,8 +238,8 @@ TEST_F(PackageExtractionTest, WritesNothingWhenOnlyPretending) {
 TEST_F(PackageExtractionTest, ComesBackToTheIdentityItBeganWith) {
   EXPECT_TRUE(on_the_device([] {
     static_cast<void>(extract({}, TarBuilder().text()));
-    EXPECT_EQ(0U, ::geteuid());
-    EXPECT_EQ(0U, ::getegid());
+    EXPECT_EQ(::geteuid(), 0U);
+    EXPECT_EQ(::getegid(), 0U);
   }));
 }
 
@@ -258,14 +248,14 @@ TEST_F(PackageExtractionTest, EndsWhereTheArchiveEnds) {
     const Extracted extracted = extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g")),
                                          record(S_IFREG | 0660, path("h"))},
                                         TarBuilder().file(entry("f"), "text").text());
-    EXPECT_EQ(std::string("Warning: unexpected failure of read next header\n") + NO_ERROR, extracted.errors);
+    EXPECT_EQ(extracted.errors, std::string("Warning: unexpected failure of read next header\n") + NO_ERROR);
     EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER)));
   }));
 }
 
 TEST_F(PackageExtractionTest, IsNotWholeWhereDataIsCutOff) {
   EXPECT_TRUE(on_the_device([] {
-    const test::RecordedLog log;
+    const RecordedLog log;
     const Extracted extracted =
         extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
                 TarBuilder()
@@ -273,14 +263,14 @@ TEST_F(PackageExtractionTest, IsNotWholeWhereDataIsCutOff) {
                     .add(TarBuilder::FILE, entry("g"), "cut", 0660, "", 9999)
                     .truncated_text());
     EXPECT_FALSE(extracted.is_whole);
-    EXPECT_EQ("text", test::read_file(path("f")));
-    EXPECT_EQ(1U, test::count_of(extracted.errors,
-                                 "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"))
+    EXPECT_EQ(read_file(path("f")), "text");
+    EXPECT_EQ(count_of(extracted.errors, "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"),
+              1U)
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
-    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(::geteuid(), 0U);
     ASSERT_FALSE(log.messages().empty());
-    EXPECT_EQ("2 ERROR: Extracting data for '" + path("g") + "' failed ('%s')", log.messages().back());
+    EXPECT_EQ(log.messages().back(), "2 ERROR: Extracting data for '" + path("g") + "' failed ('%s')");
   }));
 }
 
@@ -290,11 +280,12 @@ TEST_F(PackageExtractionTest, IsNotWholeWhereAHeaderIsDamaged) {
         extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
                 TarBuilder().file(entry("f"), "text").truncated_text() + std::string(512, 'x'));
     EXPECT_FALSE(extracted.is_whole);
-    EXPECT_EQ("text", test::read_file(path("f")));
-    EXPECT_EQ(1U, test::count_of(extracted.errors, "Warning: unexpected failure of read next header\n"))
+    EXPECT_EQ(read_file(path("f")), "text");
+    EXPECT_EQ(count_of(extracted.errors, "Warning: unexpected failure of read next header\n"), 1U)
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,25 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "app/app_device.h"
-#include "archive/archive_test_support.h"
 #include "base/flags.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tree.h"
+#include "tests/app/app_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using test::add_metadata;
-using test::count_of;
-using test::described;
-using test::dir;
-using test::file;
-using test::put;
-using test::put_registered_applications;
-using test::record;
-using test::TarBuilder;
-using test::Tree;
 using Texts = std::vector<std::string>;
 
 constexpr char NOT_INSTALLED[] = "Warning: Could not determine actual_gid. Skipping data.\n";
@@ -37,10 +28,10 @@ struct Restored {
 };
 
 Restored restore_bytes(const std::string& archive) {
-  test::write_file("/a.tar", archive);
-  test::Reader reader("/a.tar");
-  const test::RecordedLog log;
-  const test::CapturedOutput errors(STDERR_FILENO);
+  write_file("/a.tar", archive);
+  Reader reader("/a.tar");
+  const RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
   const int status = harbix::app::restore(reader);
   return {status, errors.text(), log.messages()};
 }
@@ -58,7 +49,7 @@ void add_package(TarBuilder& archive, const std::string& name, const std::string
 
 void add_data(TarBuilder& archive, const std::string& package, const std::string& directory) {
   add_package(archive, "/app/" + package + "/appdata", directory,
-              std::string(test::APPLICATION_DATA) + "/" + directory + "/data/f", "data/f");
+              std::string(APPLICATION_DATA) + "/" + directory + "/data/f", "data/f");
 }
 
 void add_binaries(TarBuilder& archive, const std::string& package, const std::string& directory) {
@@ -66,7 +57,7 @@ void add_binaries(TarBuilder& archive, const std::string& package, const std::st
 }
 
 /// A device with a list of installed applications that is empty.
-class AppRestoreTest : public test::AppDevice {
+class AppRestoreTest : public AppDevice {
  protected:
   [[nodiscard]] ::testing::AssertionResult with_empty_list(const std::function<void()>& body) const {
     return on_the_device([&body] {
@@ -79,9 +70,9 @@ class AppRestoreTest : public test::AppDevice {
 TEST_F(AppRestoreTest, NeedsTheListOfWhatIsInstalled) {
   EXPECT_TRUE(on_the_device([] {
     const Restored restored = restore(TarBuilder());
-    EXPECT_EQ(1, restored.status);
-    EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n",
-              restored.errors);
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_EQ(restored.errors,
+              "Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n");
   }));
 }
 
@@ -89,18 +80,18 @@ TEST_F(AppRestoreTest, NeedsTheOwnerOfApplications) {
   EXPECT_TRUE(with_empty_list([] {
     put("/etc/passwd", "root:x:0:0::/:/bin/sh\n");
     const Restored restored = restore(TarBuilder());
-    EXPECT_EQ(1, restored.status);
-    EXPECT_EQ("Error: User 'apps' does not exist\n", restored.errors);
-    EXPECT_EQ((Texts{"2 ERROR: User 'apps' does not exist"}), restored.log);
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_EQ(restored.errors, "Error: User 'apps' does not exist\n");
+    EXPECT_EQ(restored.log, (Texts{"2 ERROR: User 'apps' does not exist"}));
   }));
 }
 
 TEST_F(AppRestoreTest, OfAnArchiveWithoutPackagesDoesNothing) {
   EXPECT_TRUE(with_empty_list([] {
-    EXPECT_EQ(0, restore(TarBuilder()).status);
-    EXPECT_EQ("", restore(TarBuilder()).errors);
+    EXPECT_EQ(restore(TarBuilder()).status, 0);
+    EXPECT_EQ(restore(TarBuilder()).errors, "");
     harbix::verbose = true;
-    EXPECT_EQ("EOF reached\nEOF\n", restore(TarBuilder()).errors);
+    EXPECT_EQ(restore(TarBuilder()).errors, "EOF reached\nEOF\n");
   }));
 }
 
@@ -111,9 +102,9 @@ TEST_F(AppRestoreTest, StopsAtAPackageOfAnotherKind) {
       add_metadata(archive, name, described("p", "a"));
       add_data(archive, "q", "b");
       const Restored restored = restore(archive);
-      EXPECT_EQ(1, restored.status);
-      EXPECT_EQ("Path " + name + "/.backup.metadata not recognized\n", restored.errors);
-      EXPECT_EQ((Texts{"2 Package not recognized '" + name + "/.backup.metadata'"}), restored.log);
+      EXPECT_EQ(restored.status, 1);
+      EXPECT_EQ(restored.errors, "Path " + name + "/.backup.metadata not recognized\n");
+      EXPECT_EQ(restored.log, (Texts{"2 Package not recognized '" + name + "/.backup.metadata'"}));
     }
   }));
 }
@@ -127,8 +118,8 @@ TEST_F(AppRestoreTest, TellsWhatAPackageNeedsWhenVerbose) {
         "Required space on disk: 1 bytes, or 4096 real bytes or 1 blocks\n"
         "************* /app/p/appdata/.backup.metadata ******************\n";
     const std::string errors = restore(archive).errors;
-    EXPECT_EQ(report, errors.substr(0, report.size()));
-    EXPECT_EQ(1U, count_of(errors, "\nData Package p\n")) << errors;
+    EXPECT_EQ(errors.substr(0, report.size()), report);
+    EXPECT_EQ(count_of(errors, "\nData Package p\n"), 1U) << errors;
     EXPECT_TRUE(errors.ends_with("EOF\n")) << errors;
   }));
 }
@@ -139,10 +130,10 @@ TEST_F(AppRestoreTest, LeavesTheDataOfWhatIsNotInstalledAlone) {
     TarBuilder archive;
     add_data(archive, "p", "a");
     const Restored restored = restore(archive);
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(NOT_INSTALLED, restored.errors);
-    EXPECT_EQ((Texts{"3 Application '/apps/a' does not exist"}), restored.log);
-    EXPECT_TRUE((Tree{dir("a", {dir("data", {file("f", "old")})})}.matches(test::APPLICATION_DATA)));
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors, NOT_INSTALLED);
+    EXPECT_EQ(restored.log, (Texts{"3 Application '/apps/a' does not exist"}));
+    EXPECT_TRUE((Tree{dir("a", {dir("data", {file("f", "old")})})}.matches(APPLICATION_DATA)));
   }));
 }
 
@@ -151,7 +142,7 @@ TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionInSilence) {
     struct Row {
       const char *directory, *data_directory, *path;
     };
-    const std::string data = test::APPLICATION_DATA;
+    const std::string data = APPLICATION_DATA;
     for (const Row& row : {Row{"a", "/accounts/1000/appdata/b", "/accounts/1000/appdata/b/data/f"},
                            Row{"a", "/accounts/1000/appdata/a", "/accounts/1000/appdata/a/../b/data/f"},
                            Row{"a", "/accounts/1000/appdata/a", "/accounts/1000/appdata/ab/data/f"},
@@ -167,11 +158,11 @@ TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionInSilence) {
                     record(S_IFREG | 0640, row.path)});
       archive.file("/app/p/appdata/data/f", "new");
       const Restored restored = restore(archive);
-      EXPECT_EQ(0, restored.status) << row.path;
-      EXPECT_EQ("", restored.errors) << row.path;
-      EXPECT_EQ(Texts{}, restored.log) << row.path;
+      EXPECT_EQ(restored.status, 0) << row.path;
+      EXPECT_EQ(restored.errors, "") << row.path;
+      EXPECT_EQ(restored.log, Texts{}) << row.path;
     }
-    EXPECT_TRUE(Tree{}.matches(test::APPLICATION_DATA));
+    EXPECT_TRUE(Tree{}.matches(APPLICATION_DATA));
   }));
 }
 
@@ -199,13 +190,13 @@ TEST_F(AppRestoreTest, RefusesBinariesOutsideOfTheirFolderAndTheDataThatFollows)
       add_data(archive, "p", "a");
       add_data(archive, "p", "b");
       const Restored restored = restore(archive);
-      EXPECT_EQ(0, restored.status) << row.path;
-      EXPECT_EQ(1U, count_of(restored.errors, row.reason + "Application binaries will not be restored.\n"))
+      EXPECT_EQ(restored.status, 0) << row.path;
+      EXPECT_EQ(count_of(restored.errors, row.reason + "Application binaries will not be restored.\n"), 1U)
           << row.directory << row.path << restored.errors;
       // Forgotten after the package that it concerned.
-      EXPECT_EQ(1U, count_of(restored.errors, "Data Package p\nSkipping package: p\n")) << restored.errors;
-      EXPECT_EQ(1U, count_of(restored.errors, NOT_INSTALLED)) << restored.errors;
-      EXPECT_EQ((Texts{"3 Application '/apps/b' does not exist"}), restored.log) << row.path;
+      EXPECT_EQ(count_of(restored.errors, "Data Package p\nSkipping package: p\n"), 1U) << restored.errors;
+      EXPECT_EQ(count_of(restored.errors, NOT_INSTALLED), 1U) << restored.errors;
+      EXPECT_EQ(restored.log, (Texts{"3 Application '/apps/b' does not exist"})) << row.path;
     }
     EXPECT_TRUE(Tree{}.matches("/apps"));
   }));
@@ -217,9 +208,8 @@ TEST_F(AppRestoreTest, SkipsOnlyTheDataOfThePackageThatWasRefused) {
     add_binaries(archive, "p", "..");
     add_data(archive, "q", "a");
     add_data(archive, "p", "a");
-    EXPECT_EQ(
-        "Application binaries will not be restored.\n" + std::string(NOT_INSTALLED) + "Skipping package: p\n",
-        restore(archive).errors);
+    EXPECT_EQ(restore(archive).errors, "Application binaries will not be restored.\n" +
+                                           std::string(NOT_INSTALLED) + "Skipping package: p\n");
   }));
 }
 
@@ -232,8 +222,8 @@ TEST_F(AppRestoreTest, RefusesToPutBinariesInThePlaceOfWhatIsNoFolder) {
       TarBuilder archive;
       add_binaries(archive, "p", directory);
       const Restored restored = restore(archive);
-      EXPECT_EQ(0, restored.status) << directory;
-      EXPECT_EQ("Application binaries will not be restored.\n", restored.errors) << directory;
+      EXPECT_EQ(restored.status, 0) << directory;
+      EXPECT_EQ(restored.errors, "Application binaries will not be restored.\n") << directory;
     }
     EXPECT_TRUE((Tree{file("f", "old")}.matches("/out")));
   }));
@@ -250,22 +240,22 @@ TEST_F(AppRestoreTest, GoesOnWithoutTheInstallerAndFailsInTheEnd) {
     add_binaries(archive, "r", "new");
     add_data(archive, "s", "gone");
     const Restored restored = restore(archive);
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     const std::string there = "Error: Installer request for '/apps/there' failed: Failed to create file '";
     const std::string fresh = "Error: Installer request for '/apps/new' failed: Failed to create file '";
     // Asked of the binaries, which are refused with their data, and of the data of another package.
-    EXPECT_EQ(2U, count_of(restored.errors, there)) << restored.errors;
-    EXPECT_EQ(1U,
-              count_of(restored.errors, "Application binaries will not be restored.\nSkipping package: p\n"))
+    EXPECT_EQ(count_of(restored.errors, there), 2U) << restored.errors;
+    EXPECT_EQ(count_of(restored.errors, "Application binaries will not be restored.\nSkipping package: p\n"),
+              1U)
         << restored.errors;
-    EXPECT_EQ(1U, count_of(restored.errors, fresh)) << restored.errors;
+    EXPECT_EQ(count_of(restored.errors, fresh), 1U) << restored.errors;
     EXPECT_TRUE(restored.errors.ends_with(NOT_INSTALLED)) << restored.errors;
-    ASSERT_EQ(4U, restored.log.size());
+    ASSERT_EQ(restored.log.size(), 4U);
     for (std::size_t i = 0; i < 3; ++i)
-      EXPECT_EQ(0U, restored.log[i].find("2 ERROR: Installer request for '/apps/")) << restored.log[i];
+      EXPECT_EQ(restored.log[i].find("2 ERROR: Installer request for '/apps/"), 0U) << restored.log[i];
     EXPECT_TRUE((
         Tree{dir("there", {file("f", "old")}), dir("new", {file("f", "new", 0640)}, 0770)}.matches("/apps")));
-    EXPECT_TRUE((Tree{dir("there", {dir("data", {file("f", "old")})})}.matches(test::APPLICATION_DATA)));
+    EXPECT_TRUE((Tree{dir("there", {dir("data", {file("f", "old")})})}.matches(APPLICATION_DATA)));
   }));
 }
 
@@ -275,10 +265,10 @@ TEST_F(AppRestoreTest, UninstallsWhatTheStorefrontInstalledFirst) {
         "a.id::a.p,1.0,source::shopvale\nb.id::b.p,1.0,source::websl\nc.id::c.p,1.0,source::shopvale\n");
     harbix::verbose = true;
     const Restored restored = restore(TarBuilder());
-    EXPECT_EQ(0, restored.status) << "what cannot be uninstalled is not what is restored";
-    EXPECT_EQ((Texts{"2 Unregister of 'a.id' failed", "2 Unregister of 'c.id' failed"}), restored.log);
-    EXPECT_EQ(2U,
-              count_of(restored.errors, "Error: Failed to create file '/pps/system/installer/upd/current/"))
+    EXPECT_EQ(restored.status, 0) << "what cannot be uninstalled is not what is restored";
+    EXPECT_EQ(restored.log, (Texts{"2 Unregister of 'a.id' failed", "2 Unregister of 'c.id' failed"}));
+    EXPECT_EQ(count_of(restored.errors, "Error: Failed to create file '/pps/system/installer/upd/current/"),
+              2U)
         << restored.errors;
   }));
 }
@@ -290,9 +280,9 @@ TEST_F(AppRestoreTest, UninstallsNothingForAnArchiveThatCannotBeRead) {
     TarBuilder archive;
     archive.add('L', "long", std::string(200, 'n'));
     const Restored restored = restore_bytes(archive.truncated_text());
-    EXPECT_EQ(1, restored.status);
-    EXPECT_EQ("Error: Failed to read archive header Damaged tar archive\n", restored.errors);
-    EXPECT_EQ((Texts{"2 ERROR: Failed to read archive header Damaged tar archive"}), restored.log);
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_EQ(restored.errors, "Error: Failed to read archive header Damaged tar archive\n");
+    EXPECT_EQ(restored.log, (Texts{"2 ERROR: Failed to read archive header Damaged tar archive"}));
   }));
 }
 
@@ -301,9 +291,9 @@ TEST_F(AppRestoreTest, FailsWhereTheArchiveIsDamagedAfterAPackage) {
     TarBuilder archive;
     add_data(archive, "p", "a");
     const Restored restored = restore_bytes(archive.truncated_text());
-    EXPECT_EQ(1, restored.status);
-    EXPECT_EQ(0U, restored.errors.find(NOT_INSTALLED)) << restored.errors;
-    EXPECT_EQ(1U, count_of(restored.errors, "\nError: ")) << restored.errors;
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_EQ(restored.errors.find(NOT_INSTALLED), 0U) << restored.errors;
+    EXPECT_EQ(count_of(restored.errors, "\nError: "), 1U) << restored.errors;
   }));
 }
 
@@ -313,8 +303,8 @@ TEST_F(AppRestoreTest, FailsForAPackageWithoutItsDescription) {
       TarBuilder archive;
       add_metadata(archive, "/app/p/" + std::string(kind), {{"Package", "p"}});
       const Restored restored = restore(archive);
-      EXPECT_EQ(1, restored.status) << kind;
-      EXPECT_EQ("Error: Key App-Directory not found.\n", restored.errors) << kind;
+      EXPECT_EQ(restored.status, 1) << kind;
+      EXPECT_EQ(restored.errors, "Error: Key App-Directory not found.\n") << kind;
     }
   }));
 }
@@ -326,15 +316,14 @@ TEST_F(AppRestoreTest, StopsTheHomeScreenOnceBeforeItsFirstPackage) {
          {"/app/sys.systemtray/appdata", "/app/sys.navigator/appdata", "/app/sys.navigator/pps"})
       add_metadata(archive, name, described("x", "x"));
     const Restored restored = restore(archive);
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(
-        "HMI component (sys.systemtray)\n"
-        "Error slaying navigator No such file or directory\n"
-        "Error executing /base/bin/sh launcher stop ('No such file or directory')\n"
-        "HMI component (sys.navigator)\n"
-        "HMI component (sys.navigator)\n",
-        restored.errors);
-    EXPECT_EQ((Texts{"3 Could not kill navigator", "3 Could not stop launcher"}), restored.log);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors,
+              "HMI component (sys.systemtray)\n"
+              "Error slaying navigator No such file or directory\n"
+              "Error executing /base/bin/sh launcher stop ('No such file or directory')\n"
+              "HMI component (sys.navigator)\n"
+              "HMI component (sys.navigator)\n");
+    EXPECT_EQ(restored.log, (Texts{"3 Could not kill navigator", "3 Could not stop launcher"}));
   }));
 }
 
@@ -342,8 +331,9 @@ TEST_F(AppRestoreTest, GivesTheMaskBack) {
   EXPECT_TRUE(with_empty_list([] {
     const mode_t before = ::umask(0123);
     static_cast<void>(restore(TarBuilder()));
-    EXPECT_EQ(0123U, ::umask(before));
+    EXPECT_EQ(::umask(before), 0123U);
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -12,40 +12,30 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "fs/identity.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::Extraction;
 using harbix::Keep;
-using test::ANY_MODE;
-using test::CapturedOutput;
-using test::dir;
-using test::file;
-using test::link;
-using test::message_of;
-using test::Reader;
-using test::RecordedLog;
-using test::TarBuilder;
-using test::TemporaryFolder;
-using test::Tree;
 
 constexpr harbix::Role ROOT{.user = 0, .group = 0};
 
 class ExtractionTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(0, ::mkdir((folder_ / "out").c_str(), 0777)); }
+  void SetUp() override { ASSERT_EQ(::mkdir((folder_ / "out").c_str(), 0777), 0); }
 
   std::string archive(const std::string& bytes) {
-    test::write_file(folder_ / "a.tar", bytes);
+    write_file(folder_ / "a.tar", bytes);
     return folder_ / "a.tar";
   }
 
@@ -65,8 +55,9 @@ class ExtractionTest : public ::testing::Test {
     Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
-    EXPECT_NE("", message_of<std::runtime_error>(
-                      [&] { extraction.extract(*entry, entry->destination(Path(name))); }));
+    EXPECT_NE(
+        message_of<std::runtime_error>([&] { extraction.extract(*entry, entry->destination(Path(name))); }),
+        "");
   }
 
   [[nodiscard]] std::string out() const { return folder_ / "out"; }
@@ -82,7 +73,7 @@ TEST_F(ExtractionTest, CreatesFilesFoldersAndLinks) {
   EXPECT_TRUE(
       (Tree{dir("d", {file("f", "text", 0660)}, 0770), file("empty", "", 0660), link("l", "d/f")}.matches(
           out())));
-  EXPECT_EQ("", errors.text());
+  EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(ExtractionTest, LimitsModesByTheMaskAndDropsSetIdBits) {
@@ -98,12 +89,12 @@ TEST_F(ExtractionTest, KeepsPermissionsWhereItIsTold) {
 }
 
 TEST_F(ExtractionTest, GivesWhatItCreatesToTheEffectiveIds) {
-  ASSERT_EQ(0, ::chmod(out().c_str(), 0777));
+  ASSERT_EQ(::chmod(out().c_str(), 0777), 0);
   Reader reader(archive(TarBuilder().file("f", "text").text()));
   {
     Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO, completeness_);
-    EXPECT_EQ(4001U, ::geteuid());
-    EXPECT_EQ(4002U, ::getegid());
+    EXPECT_EQ(::geteuid(), 4001U);
+    EXPECT_EQ(::getegid(), 4002U);
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
     extraction.extract(*entry, entry->destination(Path("f")));
@@ -137,10 +128,10 @@ TEST_F(ExtractionTest, SettlesTheModesOfFoldersWhenItEndsAndNeverAfterwards) {
       }
     }
     struct ::stat record {};
-    ASSERT_EQ(0, ::stat((out() + "/d").c_str(), &record));
-    EXPECT_EQ(S_IFDIR | 0570U, record.st_mode);
+    ASSERT_EQ(::stat((out() + "/d").c_str(), &record), 0);
+    EXPECT_EQ(record.st_mode, S_IFDIR | 0570U);
     // What is set behind the end of the scope stays, also when the reader goes on and ends.
-    ASSERT_EQ(0, ::chmod((out() + "/d").c_str(), 0700));
+    ASSERT_EQ(::chmod((out() + "/d").c_str(), 0700), 0);
     while (reader.next_header()) continue;
     reader.close();
   }
@@ -160,15 +151,14 @@ TEST_F(ExtractionTest, NeverGoesThroughALinkOrADotDot) {
                     .text());
     EXPECT_TRUE((Tree{link("escape", target), file("behind", "still restored", 0660)}.matches(out())));
     EXPECT_TRUE(Tree{}.matches(folder_ / "outside"));
-    EXPECT_EQ("Warning: " + out() + "/escape/f: Not a directory\nWarning: " + out() +
-                  "/escape/d: Not a directory\n",
-              errors.text());
-    EXPECT_EQ((std::vector<std::string>{
+    EXPECT_EQ(errors.text(), "Warning: " + out() + "/escape/f: Not a directory\nWarning: " + out() +
+                                 "/escape/d: Not a directory\n");
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{
                   "3 Archive status not OK (-20) ('" + out() + "/escape/f: Not a directory')",
-                  "3 Archive status not OK (-20) ('" + out() + "/escape/d: Not a directory')"}),
-              log.messages());
-    ASSERT_EQ(0, ::unlink((folder_ / "out/escape").c_str()));
-    ASSERT_EQ(0, ::unlink((folder_ / "out/behind").c_str()));
+                  "3 Archive status not OK (-20) ('" + out() + "/escape/d: Not a directory')"}));
+    ASSERT_EQ(::unlink((folder_ / "out/escape").c_str()), 0);
+    ASSERT_EQ(::unlink((folder_ / "out/behind").c_str()), 0);
   }
 }
 
@@ -183,8 +173,8 @@ TEST_F(ExtractionTest, NotesWhatIsNotOnDisk) {
     const CapturedOutput errors(STDERR_FILENO);
     completeness_ = {};
     extract_all(row.archive);
-    EXPECT_EQ(row.is_complete, completeness_.is_complete()) << errors.text();
-    EXPECT_EQ(row.is_complete ? 0 : 1, completeness_.result());
+    EXPECT_EQ(completeness_.is_complete(), row.is_complete) << errors.text();
+    EXPECT_EQ(completeness_.result(), row.is_complete ? 0 : 1);
   }
 }
 
@@ -196,11 +186,11 @@ TEST_F(ExtractionTest, NotesAFolderWhoseModeCannotBeSettled) {
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
     extraction.extract(*entry, entry->destination(Path("./d")));
-    ASSERT_EQ(0, ::rmdir((out() + "/d").c_str()));
+    ASSERT_EQ(::rmdir((out() + "/d").c_str()), 0);
     EXPECT_TRUE(completeness_.is_complete());
   }
   EXPECT_FALSE(completeness_.is_complete());
-  EXPECT_EQ("Warning: " + out() + "/d: No such file or directory\n", errors.text());
+  EXPECT_EQ(errors.text(), "Warning: " + out() + "/d: No such file or directory\n");
 }
 
 TEST_F(ExtractionTest, RefusesNamesWithDotDotAndGoesOn) {
@@ -208,12 +198,11 @@ TEST_F(ExtractionTest, RefusesNamesWithDotDotAndGoesOn) {
     const CapturedOutput errors(STDERR_FILENO);
     extract_all(TarBuilder().file(name, "evil").file("behind", "").text());
     EXPECT_TRUE((Tree{file("behind", "", 0660)}.matches(out()))) << name;
-    EXPECT_EQ("Warning: " + out() + '/' + name + ": Path contains '..'\n", errors.text()) << name;
-    ASSERT_EQ(0, ::unlink((folder_ / "out/behind").c_str()));
+    EXPECT_EQ(errors.text(), "Warning: " + out() + '/' + name + ": Path contains '..'\n") << name;
+    ASSERT_EQ(::unlink((folder_ / "out/behind").c_str()), 0);
   }
-  EXPECT_TRUE(
-      (Tree{dir("out", {}, ANY_MODE), file("a.tar", test::read_file(folder_ / "a.tar"), ANY_MODE)}.matches(
-          folder_.path())));
+  EXPECT_TRUE((Tree{dir("out", {}, ANY_MODE), file("a.tar", read_file(folder_ / "a.tar"), ANY_MODE)}.matches(
+      folder_.path())));
 }
 
 TEST_F(ExtractionTest, TellsAWarningOnceAndForgetsIt) {
@@ -224,10 +213,10 @@ TEST_F(ExtractionTest, TellsAWarningOnceAndForgetsIt) {
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
   extraction.extract(*entry, entry->destination(*entry->name()));
-  EXPECT_EQ("Warning: " + out() + "/../f: Path contains '..'\n", errors.text());
+  EXPECT_EQ(errors.text(), "Warning: " + out() + "/../f: Path contains '..'\n");
   EXPECT_TRUE(log.lines().empty()) << "below level 1 only standard error hears of it";
-  EXPECT_EQ(0, reader.error_number());
-  EXPECT_EQ("", reader.error_text());
+  EXPECT_EQ(reader.error_number(), 0);
+  EXPECT_EQ(reader.error_text(), "");
 }
 
 TEST_F(ExtractionTest, ThrowsWhereTheDataOfAFileIsCut) {
@@ -241,18 +230,18 @@ TEST_F(ExtractionTest, ThrowsWhereTheDataOfAFileIsCut) {
   extraction.extract(*entry, entry->destination(Path("before")));
   entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("Extracting data for './cut' failed ('%s')", message_of<std::runtime_error>([&] {
-              extraction.extract(*entry, entry->destination(Path("./cut")));
-            }));
-  EXPECT_EQ((std::vector<std::string>{"2 Failed restoring './cut' due to 'Truncated tar archive'"}),
-            log.messages());
-  EXPECT_EQ("text", test::read_file(out() + "/before"));
+  EXPECT_EQ(
+      message_of<std::runtime_error>([&] { extraction.extract(*entry, entry->destination(Path("./cut"))); }),
+      "Extracting data for './cut' failed ('%s')");
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{"2 Failed restoring './cut' due to 'Truncated tar archive'"}));
+  EXPECT_EQ(read_file(out() + "/before"), "text");
 }
 
 TEST_F(ExtractionTest, NeverWritesOverTheArchiveThatItReads) {
   const std::string bytes = TarBuilder().file("../a.tar", "evil").file("b.tar", "evil").text();
   Reader reader(archive(bytes));
-  ASSERT_EQ(0, ::link((folder_ / "a.tar").c_str(), (folder_ / "out/b.tar").c_str()));
+  ASSERT_EQ(::link((folder_ / "a.tar").c_str(), (folder_ / "out/b.tar").c_str()), 0);
   const CapturedOutput errors(STDERR_FILENO);
   {
     Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
@@ -260,10 +249,9 @@ TEST_F(ExtractionTest, NeverWritesOverTheArchiveThatItReads) {
       extraction.extract(*entry, entry->destination(*entry->name()));
     }
   }
-  EXPECT_TRUE(bytes == test::read_file(folder_ / "a.tar"));
-  EXPECT_EQ("Warning: " + out() + "/../a.tar: Path contains '..'\nWarning: " + out() +
-                "/b.tar: it is the archive that is being read\n",
-            errors.text());
+  EXPECT_TRUE(bytes == read_file(folder_ / "a.tar"));
+  EXPECT_EQ(errors.text(), "Warning: " + out() + "/../a.tar: Path contains '..'\nWarning: " + out() +
+                               "/b.tar: it is the archive that is being read\n");
 }
 
 TEST_F(ExtractionTest, ReplacesAFileThatIsThere) {
@@ -277,7 +265,7 @@ TEST_F(ExtractionTest, ReplacesALinkInsteadOfWritingThroughIt) {
   Tree{link("f", "../target")}.build(out());
   extract_all(TarBuilder().file("f", "new").text());
   EXPECT_TRUE((Tree{file("f", "new", 0660)}.matches(out())));
-  EXPECT_EQ("kept", test::read_file(folder_ / "target"));
+  EXPECT_EQ(read_file(folder_ / "target"), "kept");
 }
 
 TEST_F(ExtractionTest, GivesTheRoleUpAtItsEnd) {
@@ -285,8 +273,8 @@ TEST_F(ExtractionTest, GivesTheRoleUpAtItsEnd) {
   {
     const Extraction extraction(reader, {.user = 4001, .group = 4002}, Path(out()), Keep::NO, completeness_);
   }
-  EXPECT_EQ(0U, ::geteuid());
-  EXPECT_EQ(0U, ::getegid());
+  EXPECT_EQ(::geteuid(), 0U);
+  EXPECT_EQ(::getegid(), 0U);
 }
 
 TEST_F(ExtractionTest, KeepsTheOldFileWhereTheNewOneIsCut) {
@@ -301,19 +289,18 @@ TEST_F(ExtractionTest, LeavesNothingOfANewFileThatIsCut) {
 }
 
 TEST_F(ExtractionTest, CostsAFullDiskOnlyWhatDidNotFit) {
-  EXPECT_TRUE(test::passes_in_child([this] {
-    ASSERT_EQ(0, ::unshare(CLONE_NEWNS));
-    ASSERT_EQ(0, ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-    ASSERT_EQ(0, ::mount("none", out().c_str(), "tmpfs", 0, "size=64k"));
+  EXPECT_TRUE(passes_in_child([this] {
+    ASSERT_EQ(::unshare(CLONE_NEWNS), 0);
+    ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(::mount("none", out().c_str(), "tmpfs", 0, "size=64k"), 0);
     Tree{file("old", "kept")}.build(out());
     const CapturedOutput errors(STDERR_FILENO);
     const std::string large(std::size_t{128} << 10, 'x');
     extract_all(TarBuilder().file("old", large).file("new", large).file("small", "fits").text());
     EXPECT_TRUE((Tree{file("old", "kept"), file("small", "fits", 0660)}.matches(out())));
-    EXPECT_EQ("Warning: " + out() + "/old: No space left on device\nWarning: " + out() +
-                  "/new: No space left on device\n",
-              errors.text());
-    ASSERT_EQ(0, ::umount(out().c_str()));
+    EXPECT_EQ(errors.text(), "Warning: " + out() + "/old: No space left on device\nWarning: " + out() +
+                                 "/new: No space left on device\n");
+    ASSERT_EQ(::umount(out().c_str()), 0);
   }));
 }
 
@@ -322,9 +309,8 @@ TEST_F(ExtractionTest, ReplacesAnEmptyFolderAndNoOther) {
   const CapturedOutput errors(STDERR_FILENO);
   extract_all(TarBuilder().file("empty", "new").file("full", "new").link("full", "x").text());
   EXPECT_TRUE((Tree{file("empty", "new", 0660), dir("full", {file("kept")})}.matches(out())));
-  EXPECT_EQ(
-      "Warning: " + out() + "/full: Directory not empty\nWarning: " + out() + "/full: Directory not empty\n",
-      errors.text());
+  EXPECT_EQ(errors.text(), "Warning: " + out() + "/full: Directory not empty\nWarning: " + out() +
+                               "/full: Directory not empty\n");
 }
 
 TEST_F(ExtractionTest, ReplacesOtherObjectsByFolders) {
@@ -342,14 +328,15 @@ TEST_F(ExtractionTest, WritesNothingThroughAFolderThatBecomesALink) {
     Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
     for (int i = 0; const auto entry = reader.next_header(); ++i) {
       if (i == 2) {
-        ASSERT_EQ(0, ::rename((out() + "/d").c_str(), (folder_ / "away").c_str()));
-        ASSERT_EQ(0, ::symlink("../others", (out() + "/d").c_str()));
+        ASSERT_EQ(::rename((out() + "/d").c_str(), (folder_ / "away").c_str()), 0);
+        ASSERT_EQ(::symlink("../others", (out() + "/d").c_str()), 0);
       }
       extraction.extract(*entry, entry->destination(*entry->name()));
     }
   }
-  EXPECT_EQ("kept", test::read_file(folder_ / "others/f"));
-  EXPECT_EQ("Warning: " + out() + "/d/f: Not a directory\n", errors.text());
+  EXPECT_EQ(read_file(folder_ / "others/f"), "kept");
+  EXPECT_EQ(errors.text(), "Warning: " + out() + "/d/f: Not a directory\n");
 }
 
 }  // namespace
+}  // namespace harbix::test

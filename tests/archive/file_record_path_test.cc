@@ -10,6 +10,7 @@
 
 #include "archive/file_record.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
@@ -29,8 +30,8 @@ std::vector<FileRecord> after_the_archive(const std::vector<std::string>& paths)
 
 void expect_number_and_order(const std::vector<std::string>& paths, const std::string& which) {
   const std::vector<FileRecord> records = after_the_archive(paths);
-  ASSERT_EQ(paths.size(), records.size()) << which;
-  for (std::size_t i = 0; i < records.size(); ++i) ASSERT_EQ(i + 1, records[i].size) << which << ' ' << i;
+  ASSERT_EQ(records.size(), paths.size()) << which;
+  for (std::size_t i = 0; i < records.size(); ++i) ASSERT_EQ(records[i].size, i + 1) << which << ' ' << i;
 }
 
 /// Names of settings, all awkward in some way; no two are alike.
@@ -54,7 +55,7 @@ std::vector<std::string> awkward_paths() {
 
 TEST(SettingsRecords, OfHundredsOfAwkwardPathsComeBackInNumberAndOrder) {
   const std::vector<std::string> paths = awkward_paths();
-  ASSERT_EQ(300U, paths.size());
+  ASSERT_EQ(paths.size(), 300U);
   expect_number_and_order(paths, "as listed");
   expect_number_and_order({paths.rbegin(), paths.rend()}, "backwards");
   std::vector<std::string> shuffled = paths;
@@ -73,8 +74,8 @@ TEST(SettingsRecords, KeepTheirPathsToTheLetterUnlessWhiteSpaceFollowsAColon) {
   // The last path of a manifest is lost unless it has a ':'.
   paths.emplace_back("/end:");
   const std::vector<FileRecord> records = after_the_archive(paths);
-  ASSERT_EQ(paths.size(), records.size());
-  for (std::size_t i = 0; i < paths.size(); ++i) EXPECT_EQ(paths[i], records[i].path.text());
+  ASSERT_EQ(records.size(), paths.size());
+  for (std::size_t i = 0; i < paths.size(); ++i) EXPECT_EQ(records[i].path.text(), paths[i]);
 }
 
 /// Whether a line of the path, but the first, begins with a ':' behind white space.
@@ -105,10 +106,11 @@ TEST(SettingsRecords, OfRandomPathsComeBackInNumberAndOrder) {
 TEST(SettingsRecords, BehindAPathWithAColonWhoseLastLineIsAColonAreLost) {
   for (const std::string path : {"/a:b\n:", "/a:b\n\n :", "/::\n:"}) {
     const std::vector<FileRecord> records = after_the_archive({"/first", path, "/c", "/d"});
-    ASSERT_EQ(2U, records.size()) << path;
-    EXPECT_EQ(1U, records[0].size);
-    EXPECT_EQ(2U, records[1].size);
+    ASSERT_EQ(records.size(), 2U) << path;
+    EXPECT_EQ(records[0].size, 1U);
+    EXPECT_EQ(records[1].size, 2U);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -23,6 +23,7 @@ void PrintTo(const FileRecord& record, std::ostream* stream) {
 
 }  // namespace harbix
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
@@ -48,30 +49,30 @@ std::vector<FileRecord> after_the_archive(const Manifest& manifest) {
 }
 
 TEST(PlainRecord, IsSizeNewlinePath) {
-  EXPECT_EQ((meta::Attribute{"File", "12345\nMusic/a.mp3"}),
-            harbix::plain_record(item("Music/a.mp3", 12345)));
-  EXPECT_EQ((meta::Attribute{"File", "8589934593\nhuge"}),
-            harbix::plain_record(item("huge", (off_t{8} << 30) + 1)));
+  EXPECT_EQ(harbix::plain_record(item("Music/a.mp3", 12345)),
+            (meta::Attribute{"File", "12345\nMusic/a.mp3"}));
+  EXPECT_EQ(harbix::plain_record(item("huge", (off_t{8} << 30) + 1)),
+            (meta::Attribute{"File", "8589934593\nhuge"}));
 }
 
 TEST(StatusRecord, IsOneLineWithTheStatus) {
-  EXPECT_EQ((meta::Attribute{"File", "5 100644 89 1000 1234567890 /apps/x/a b"}),
-            harbix::status_record(item("/apps/x/a b", 5)));
-  EXPECT_EQ((meta::Attribute{"File", "0 100644 89 1000 1234567890 /a\\nb\\\\c"}),
-            harbix::status_record(item("/a\nb\\c")));
+  EXPECT_EQ(harbix::status_record(item("/apps/x/a b", 5)),
+            (meta::Attribute{"File", "5 100644 89 1000 1234567890 /apps/x/a b"}));
+  EXPECT_EQ(harbix::status_record(item("/a\nb\\c")),
+            (meta::Attribute{"File", "0 100644 89 1000 1234567890 /a\\nb\\\\c"}));
 }
 
 TEST(PathRecord, IsThePathAlone) {
-  EXPECT_EQ((meta::Attribute{"File", "/pps/a"}), harbix::path_record(Path("/pps/a")));
+  EXPECT_EQ(harbix::path_record(Path("/pps/a")), (meta::Attribute{"File", "/pps/a"}));
 }
 
 TEST(FileRecords, PassOverAttributesOfOtherKinds) {
   EXPECT_TRUE(read_file_records({}).empty());
   EXPECT_TRUE(read_file_records({{"Package", "x"}, {"Files", "1"}, {"file", "2"}, {"xFile", "3"}}).empty());
   const Manifest manifest{{"Package", "x"}, {"File", "/pps/a"}, {"Extras", "y"}, {"File", "/pps/b"}};
-  EXPECT_EQ((std::vector<FileRecord>{{.size = 0, .path = Path("/pps/a"), .status = {}},
-                                     {.size = 0, .path = Path("/pps/b"), .status = {}}}),
-            read_file_records(manifest));
+  EXPECT_EQ(read_file_records(manifest),
+            (std::vector<FileRecord>{{.size = 0, .path = Path("/pps/a"), .status = {}},
+                                     {.size = 0, .path = Path("/pps/b"), .status = {}}}));
 }
 
 TEST(FileRecords, ReadEveryShape) {
@@ -92,7 +93,7 @@ TEST(FileRecords, ReadEveryShape) {
       {"/pps/a", {.size = 0, .path = Path("/pps/a"), .status = {}}},
       {"/pps/1 2 3", {.size = 0, .path = Path("/pps/1 2 3"), .status = {}}}};
   for (const Row& row : rows) {
-    EXPECT_EQ(std::vector<FileRecord>{row.record}, read_file_records({{"File", row.value}})) << row.value;
+    EXPECT_EQ(read_file_records({{"File", row.value}}), std::vector<FileRecord>{row.record}) << row.value;
   }
 }
 
@@ -103,12 +104,12 @@ TEST(FileRecords, WithStatusComeBackToTheLetter) {
   Manifest manifest{{"Package", "x"}};
   for (const std::string& path : paths) manifest.push_back(harbix::status_record(item(path, 7)));
   const std::vector<FileRecord> records = after_the_archive(manifest);
-  ASSERT_EQ(paths.size(), records.size());
+  ASSERT_EQ(records.size(), paths.size());
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    EXPECT_EQ(paths[i], records[i].path.text());
-    EXPECT_EQ(7U, records[i].size);
+    EXPECT_EQ(records[i].path.text(), paths[i]);
+    EXPECT_EQ(records[i].size, 7U);
     ASSERT_TRUE(records[i].status);
-    EXPECT_EQ(1234567890, records[i].status->modified);
+    EXPECT_EQ(records[i].status->modified, 1234567890);
   }
 }
 
@@ -118,10 +119,10 @@ TEST(FileRecords, InTwoLinesComeBackWithTheirPaths) {
                                        "Music/a:b", "Music/x:",      "Music/end:"};
   for (const std::string& path : paths) manifest.push_back(harbix::plain_record(item(path, 9)));
   const std::vector<FileRecord> records = after_the_archive(manifest);
-  ASSERT_EQ(paths.size(), records.size());
+  ASSERT_EQ(records.size(), paths.size());
   for (std::size_t i = 0; i < paths.size(); ++i) {
-    EXPECT_EQ(paths[i], records[i].path.text());
-    EXPECT_EQ(9U, records[i].size) << paths[i];
+    EXPECT_EQ(records[i].path.text(), paths[i]);
+    EXPECT_EQ(records[i].size, 9U) << paths[i];
   }
 }
 
@@ -140,9 +141,9 @@ TEST_P(RecordCount, IsExactForHundredsOfRecords) {
           harbix::plain_record(item(is_awkward ? awkward : "Music/" + std::to_string(i), sizes.back())));
     }
     const std::vector<FileRecord> records = after_the_archive(manifest);
-    ASSERT_EQ(sizes.size(), records.size());
+    ASSERT_EQ(records.size(), sizes.size());
     for (std::size_t i = 0; i < sizes.size(); ++i) {
-      ASSERT_EQ(static_cast<std::uint64_t>(sizes[i]), records[i].size) << "record " << i;
+      ASSERT_EQ(records[i].size, static_cast<std::uint64_t>(sizes[i])) << "record " << i;
     }
   }
 }
@@ -164,8 +165,8 @@ TEST(RecordCountOfMixedPaths, IsExactWhereAwkwardPathsFollowEachOther) {
           item(paths[(i * (shift + 1) + shift) % paths.size()], static_cast<off_t>(i + 1))));
     }
     const std::vector<FileRecord> records = after_the_archive(manifest);
-    ASSERT_EQ(manifest.size(), records.size()) << "shift " << shift;
-    for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(i + 1, records[i].size) << "shift " << shift;
+    ASSERT_EQ(records.size(), manifest.size()) << "shift " << shift;
+    for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(records[i].size, i + 1) << "shift " << shift;
   }
 }
 
@@ -177,11 +178,12 @@ TEST(FileRecords, BehindAPathThatBeginsWithAColonAreLost) {
     Manifest manifest;
     for (const char* each : {"Music", path, "Music/a"})
       manifest.push_back(harbix::plain_record(item(each, 5)));
-    EXPECT_EQ((std::vector<FileRecord>{{.size = 5, .path = Path("Music"), .status = {}},
-                                       {.size = 5, .path = Path(""), .status = {}}}),
-              after_the_archive(manifest))
+    EXPECT_EQ(after_the_archive(manifest),
+              (std::vector<FileRecord>{{.size = 5, .path = Path("Music"), .status = {}},
+                                       {.size = 5, .path = Path(""), .status = {}}}))
         << path;
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

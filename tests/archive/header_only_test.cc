@@ -7,21 +7,16 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/writer.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
 using fs::Path;
-using test::dir;
-using test::file;
-using test::link;
-using test::message_of;
-using test::Tree;
-using test::Writer;
 
 /// Archives of headers alone, that are only measured.
 class HeaderOnly : public ::testing::Test {
@@ -48,7 +43,7 @@ class HeaderOnly : public ::testing::Test {
     return writer.compressed_position();
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   std::string archive_ = folder_ / "a.tar";
 };
 
@@ -56,29 +51,29 @@ TEST_F(HeaderOnly, MeasuresWhatTheWholeArchiveWouldHold) {
   const std::vector<std::vector<std::string>> selections{{},    {"empty"}, {"f"},
                                                          {"l"}, {"d"},     {"f", "l", "d", "empty", "f"}};
   for (const std::vector<std::string>& names : selections) {
-    EXPECT_EQ(measured(names, true), measured(names, false)) << names.size();
+    EXPECT_EQ(measured(names, false), measured(names, true)) << names.size();
   }
-  EXPECT_EQ(512 + 1024 + 1024, measured({"f"}, false));
+  EXPECT_EQ(measured({"f"}, false), 512 + 1024 + 1024);
 }
 
 TEST_F(HeaderOnly, KeepsStatusAndLinkTargetAndHasZerosForContents) {
   Writer writer(archive_);
   for (const char* name : {"f", "l", "d"}) add_header(writer, name);
   writer.close();
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   std::optional<harbix::EntryView> entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/settings/f", entry->name()->text());
-  EXPECT_EQ(S_IFREG | 0640U, entry->destination(Path("x")).record().st_mode);
-  EXPECT_EQ(4001U, entry->destination(Path("x")).record().st_uid);
-  EXPECT_EQ(std::string(513, '\0'), reader.data());
+  EXPECT_EQ(entry->name()->text(), "/settings/f");
+  EXPECT_EQ(entry->destination(Path("x")).record().st_mode, S_IFREG | 0640U);
+  EXPECT_EQ(entry->destination(Path("x")).record().st_uid, 4001U);
+  EXPECT_EQ(reader.data(), std::string(513, '\0'));
   entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/settings/l", entry->name()->text());
-  EXPECT_EQ("target", entry->link_target());
+  EXPECT_EQ(entry->name()->text(), "/settings/l");
+  EXPECT_EQ(entry->link_target(), "target");
   entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ(S_IFDIR | 0750U, entry->destination(Path("x")).record().st_mode);
+  EXPECT_EQ(entry->destination(Path("x")).record().st_mode, S_IFDIR | 0750U);
   EXPECT_FALSE(reader.next_header());
 }
 
@@ -88,7 +83,8 @@ TEST_F(HeaderOnly, NeedsNotToReadTheFile) {
   Writer writer("/dev/null");
   writer.write_header_only(gone, "", "/settings/f");
   writer.close();
-  EXPECT_EQ(512 + 1024 + 1024, writer.compressed_position());
+  EXPECT_EQ(writer.compressed_position(), 512 + 1024 + 1024);
 }
 
 }  // namespace
+}  // namespace harbix::test

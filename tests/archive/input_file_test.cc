@@ -9,17 +9,16 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::InputFile;
-using test::message_of;
-using test::TemporaryFolder;
 
 constexpr std::size_t BLOCK = std::size_t{256} << 10;
 
@@ -40,7 +39,7 @@ TEST(InputFile, HandsOverTheWholeFileAndThenNothing) {
   const TemporaryFolder folder;
   std::string content;
   while (content.size() < 2 * BLOCK + 7) content += std::to_string(content.size()) + ",";
-  test::write_file(folder / "a", content);
+  write_file(folder / "a", content);
   InputFile input(folder / "a");
   EXPECT_TRUE(content == rest_of(input));
   EXPECT_FALSE(input.is_empty());
@@ -49,57 +48,58 @@ TEST(InputFile, HandsOverTheWholeFileAndThenNothing) {
 
 TEST(InputFile, OfZeroBytesIsEmpty) {
   const TemporaryFolder folder;
-  test::write_file(folder / "a", "");
+  write_file(folder / "a", "");
   InputFile input(folder / "a");
   EXPECT_TRUE(input.read_block()->empty());
   EXPECT_TRUE(input.is_empty());
 }
 
 TEST(InputFile, TellsWhyItCannotBeOpened) {
-  EXPECT_EQ("Archive error: Failed to open '/nonexistent/a.tar': No such file or directory",
-            message_of<harbix::ArchiveError>([] { const InputFile input("/nonexistent/a.tar"); }));
+  EXPECT_EQ(message_of<harbix::ArchiveError>([] { const InputFile input("/nonexistent/a.tar"); }),
+            "Archive error: Failed to open '/nonexistent/a.tar': No such file or directory");
 }
 
 TEST(InputFile, TellsWhyItCannotBeRead) {
   InputFile input("/");
   EXPECT_FALSE(input.read_block());
-  EXPECT_EQ(EISDIR, errno);
+  EXPECT_EQ(errno, EISDIR);
 }
 
 TEST(InputFile, SkipsInARegularFileButNeverPastItsEnd) {
   const TemporaryFolder folder;
-  test::write_file(folder / "a", std::string(1000, 'a') + std::string(1000, 'b'));
+  write_file(folder / "a", std::string(1000, 'a') + std::string(1000, 'b'));
   InputFile input(folder / "a");
   EXPECT_TRUE(input.is_regular());
-  EXPECT_EQ(1500, input.skip(1500));
-  EXPECT_EQ(500, input.skip(100000));
-  EXPECT_EQ(0, input.skip(1));
-  EXPECT_EQ(1000, input.seek(1000, SEEK_SET));
-  EXPECT_EQ(std::string(1000, 'b'), rest_of(input));
-  EXPECT_EQ(-1, input.seek(-1, SEEK_SET));
-  EXPECT_EQ(EINVAL, errno);
+  EXPECT_EQ(input.skip(1500), 1500);
+  EXPECT_EQ(input.skip(100000), 500);
+  EXPECT_EQ(input.skip(1), 0);
+  EXPECT_EQ(input.seek(1000, SEEK_SET), 1000);
+  EXPECT_EQ(rest_of(input), std::string(1000, 'b'));
+  EXPECT_EQ(input.seek(-1, SEEK_SET), -1);
+  EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(InputFile, ReadsStandardInputForAnEmptyNameAndSkipsNothingInAPipe) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     std::array<int, 2> ends{};
-    ASSERT_EQ(0, ::pipe(ends.data()));
-    ASSERT_EQ(4, ::write(ends[1], "text", 4));
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    ASSERT_EQ(::write(ends[1], "text", 4), 4);
     ::close(ends[1]);
-    ASSERT_EQ(STDIN_FILENO, ::dup2(ends[0], STDIN_FILENO));
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     InputFile input("");
     EXPECT_FALSE(input.is_regular());
-    EXPECT_EQ(0, input.skip(2));
-    EXPECT_EQ("text", rest_of(input));
+    EXPECT_EQ(input.skip(2), 0);
+    EXPECT_EQ(rest_of(input), "text");
   }));
 }
 
 TEST(InputFile, TellsThatStandardInputIsClosed) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     ::close(STDIN_FILENO);
-    EXPECT_EQ("Archive error: Failed to open '': Bad file descriptor",
-              message_of<harbix::ArchiveError>([] { const InputFile input(""); }));
+    EXPECT_EQ(message_of<harbix::ArchiveError>([] { const InputFile input(""); }),
+              "Archive error: Failed to open '': Bad file descriptor");
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
+#include "tests/support/archive.h"
 
 namespace meta {
 
@@ -18,10 +18,10 @@ void PrintTo(const Attribute& attribute, std::ostream* stream) {
 
 }  // namespace meta
 
+namespace harbix::test {
 namespace {
 
 using meta::Manifest;
-using test::message_of;
 
 Manifest parsed(const std::string& text) {
   std::istringstream stream(text);
@@ -39,7 +39,7 @@ TEST(ManifestText, IsALineAnAttributeAndAnEmptyLine) {
                               {{{"A", ""}}, "A: \n\n"},
                               {{{"A", "1"}, {"A", "2"}}, "A: 1\nA: 2\n\n"},
                               {{{"File", "3\n/a"}}, "File: 3\n/a\n\n"}};
-  for (const Row& row : rows) EXPECT_EQ(row.text, meta::to_text(row.manifest));
+  for (const Row& row : rows) EXPECT_EQ(meta::to_text(row.manifest), row.text);
 }
 
 TEST(ManifestText, IsReadByTheRules) {
@@ -78,7 +78,7 @@ TEST(ManifestText, IsReadByTheRules) {
        {{"File", "3"}, {"/a\nFile", "4"}}},
       {"bytes are bytes", std::string("A: \xFF\0\xC3\xA9\n", 8), {{"A", std::string("\xFF\0\xC3\xA9", 4)}}},
       {"a carriage return stays", "A: 1\r\n", {{"A", "1\r"}}}};
-  for (const Row& row : rows) EXPECT_EQ(row.manifest, parsed(row.text)) << row.what;
+  for (const Row& row : rows) EXPECT_EQ(parsed(row.text), row.manifest) << row.what;
 }
 
 TEST(ManifestText, ComesBackAsItWasWritten) {
@@ -87,7 +87,7 @@ TEST(ManifestText, ComesBackAsItWasWritten) {
       {{"Package", "a"}, {"File", "1 100644 0 0 5 /a b:c"}, {"File", "2 100644 0 0 5 /d"}},
       {{"A", "b: c"}, {"A", "trailing "}},
   };
-  for (const Manifest& manifest : manifests) EXPECT_EQ(manifest, parsed(meta::to_text(manifest)));
+  for (const Manifest& manifest : manifests) EXPECT_EQ(parsed(meta::to_text(manifest)), manifest);
 }
 
 TEST(ManifestText, OfManyAttributesComesBackInOrder) {
@@ -105,16 +105,17 @@ TEST(ManifestText, ThatCannotBeReadThrows) {
 
 TEST(ManifestLookUp, TakesTheFirstOfItsKey) {
   const Manifest manifest{{"A", "1"}, {"B", "2"}, {"A", "3"}};
-  EXPECT_EQ("1", meta::look_up(manifest, "A"));
-  EXPECT_EQ("2", meta::look_up(manifest, "B"));
+  EXPECT_EQ(meta::look_up(manifest, "A"), "1");
+  EXPECT_EQ(meta::look_up(manifest, "B"), "2");
 }
 
 TEST(ManifestLookUp, NamesTheKeyThatIsMissing) {
   const Manifest manifest{{"A", "1"}};
   for (const std::string key : {"a", "", "A "}) {
-    EXPECT_EQ("Key " + key + " not found.",
-              message_of<std::runtime_error>([&] { static_cast<void>(meta::look_up(manifest, key)); }));
+    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(meta::look_up(manifest, key)); }),
+              "Key " + key + " not found.");
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

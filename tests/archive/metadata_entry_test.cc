@@ -11,37 +11,32 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/extraction.h"
 #include "base/file_descriptor.h"
 #include "base/flags.h"
-#include "support/captured_output.h"
-#include "support/process.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::find_manifest;
 using harbix::METADATA_NAME;
 using harbix::OtherEntries;
-using test::CapturedOutput;
-using test::message_of;
-using test::Reader;
-using test::RecordedLog;
-using test::TarBuilder;
-using test::TemporaryFolder;
 
 class MetadataEntry : public ::testing::Test {
  protected:
   void TearDown() override { harbix::verbose = false; }
 
   std::string archive(const std::string& bytes) {
-    test::write_file(archive_, bytes);
+    write_file(archive_, bytes);
     return archive_;
   }
 
@@ -53,23 +48,23 @@ TEST_F(MetadataEntry, IsAPlainFileOfTheManifestsText) {
   const meta::Manifest manifest{{"Package", "x"}, {"Dir", "a/b"}};
   const RecordedLog log(3);
   const std::time_t before = std::time(nullptr);
-  test::Writer writer(archive_);
+  Writer writer(archive_);
   harbix::store_manifest(writer, Path("/media/Music"), METADATA_NAME, manifest);
   writer.close();
-  EXPECT_EQ((std::vector<std::string>{"5 Storing manifest to '/media/Music'"}), log.messages());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"5 Storing manifest to '/media/Music'"}));
 
   Reader reader(archive_);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/media/Music/.backup.metadata", entry->name()->text());
+  EXPECT_EQ(entry->name()->text(), "/media/Music/.backup.metadata");
   const fs::File stored = entry->destination(Path("x"));
   const struct ::stat& record = stored.record();
-  EXPECT_EQ(0100700U, record.st_mode);
-  EXPECT_EQ(0U, record.st_uid);
-  EXPECT_EQ(0U, record.st_gid);
+  EXPECT_EQ(record.st_mode, 0100700U);
+  EXPECT_EQ(record.st_uid, 0U);
+  EXPECT_EQ(record.st_gid, 0U);
   EXPECT_LE(before, record.st_mtim.tv_sec);
   EXPECT_GE(std::time(nullptr), record.st_mtim.tv_sec);
-  EXPECT_EQ("Package: x\nDir: a/b\n\n", reader.data());
+  EXPECT_EQ(reader.data(), "Package: x\nDir: a/b\n\n");
 }
 
 TEST_F(MetadataEntry, JoinsItsNameByTheRuleOfPaths) {
@@ -78,21 +73,21 @@ TEST_F(MetadataEntry, JoinsItsNameByTheRuleOfPaths) {
   };
   for (const Row& row : {Row{"/settings/", "/settings/.backup.metadata"}, Row{"", "/.backup.metadata"},
                          Row{"a", "a/.backup.metadata"}}) {
-    test::Writer writer(archive_);
+    Writer writer(archive_);
     harbix::store_manifest(writer, Path(row.directory), METADATA_NAME, {});
     writer.close();
     Reader reader(archive_);
-    EXPECT_EQ((std::vector<std::string>{row.name}), reader.names()) << row.directory;
+    EXPECT_EQ(reader.names(), (std::vector<std::string>{row.name})) << row.directory;
   }
 }
 
 TEST_F(MetadataEntry, ThatCannotBeWrittenEndsTheArchive) {
-  test::Writer writer("/dev/full");
-  EXPECT_EQ("Archive error: Write error: No space left on device(28)",
-            test::message_of<harbix::ArchiveError>([&] {
+  Writer writer("/dev/full");
+  EXPECT_EQ(message_of<harbix::ArchiveError>([&] {
               harbix::store_manifest(writer, Path("/m"), METADATA_NAME,
                                      {{"A", std::string(std::size_t{2} << 20, 'x')}});
-            }));
+            }),
+            "Archive error: Write error: No space left on device(28)");
 }
 
 TEST_F(MetadataEntry, IsFoundWithItsManifest) {
@@ -100,8 +95,8 @@ TEST_F(MetadataEntry, IsFoundWithItsManifest) {
       archive(TarBuilder().file("/m/x/.backup.metadata", "Package: x\n\n").file("/m/x/a", "1").text()));
   const auto package = find_manifest(reader, METADATA_NAME, OtherEntries::REFUSE);
   ASSERT_TRUE(package);
-  EXPECT_EQ("/m/x/.backup.metadata", package->entry_name);
-  EXPECT_EQ((meta::Manifest{{"Package", "x"}}), package->manifest);
+  EXPECT_EQ(package->entry_name, "/m/x/.backup.metadata");
+  EXPECT_EQ(package->manifest, (meta::Manifest{{"Package", "x"}}));
 }
 
 TEST_F(MetadataEntry, IsLookedForBehindOtherEntriesWhereThoseAreSkipped) {
@@ -114,37 +109,37 @@ TEST_F(MetadataEntry, IsLookedForBehindOtherEntriesWhereThoseAreSkipped) {
   Reader reader(archive(bytes));
   auto package = find_manifest(reader, METADATA_NAME, OtherEntries::SKIP);
   ASSERT_TRUE(package);
-  EXPECT_EQ("/m/x/.backup.metadata", package->entry_name);
+  EXPECT_EQ(package->entry_name, "/m/x/.backup.metadata");
   package = find_manifest(reader, METADATA_NAME, OtherEntries::SKIP);
   ASSERT_TRUE(package);
-  EXPECT_EQ("2", meta::look_up(package->manifest, "A"));
+  EXPECT_EQ(meta::look_up(package->manifest, "A"), "2");
   EXPECT_FALSE(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
 }
 
 TEST_F(MetadataEntry, OfAnotherNameIsRefusedWithItsPath) {
   for (const char* name : {"/m/a", "/m/.backup.metadatax", "/m/x.backup.metadata", "/.backup.metadata/x"}) {
     Reader reader(archive(TarBuilder().file(name, "A: 1\n").text()));
-    EXPECT_EQ(std::string("Not meta file: ") + name, message_of<std::runtime_error>([&] {
-                static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::REFUSE));
-              }));
+    EXPECT_EQ(message_of<std::runtime_error>(
+                  [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::REFUSE)); }),
+              std::string("Not meta file: ") + name);
   }
 }
 
 TEST_F(MetadataEntry, WithoutAFolderIsAnError) {
   for (const char* name : {".backup.metadata", "a"}) {
     Reader reader(archive(TarBuilder().file(name, "A: 1\n").text()));
-    EXPECT_EQ("Error pathname", message_of<std::runtime_error>([&] {
-                static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
-              }))
+    EXPECT_EQ(message_of<std::runtime_error>(
+                  [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+              "Error pathname")
         << name;
   }
 }
 
 TEST_F(MetadataEntry, WithoutANameIsAnError) {
-  test::write_file(folder_ / "\xC3\xA9", "1");
-  const auto made = test::run_program(
+  write_file(folder_ / "\xC3\xA9", "1");
+  const auto made = run_program(
       {"sh", "-c", "cd '" + folder_.path() + "' && LC_ALL=C.UTF-8 bsdtar --format=7zip -cf a.tar \xC3\xA9"});
-  ASSERT_EQ(0, made.status) << made.errors;
+  ASSERT_EQ(made.status, 0) << made.errors;
   Reader reader(archive_);
   EXPECT_THROW(static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)),
                std::runtime_error);
@@ -157,7 +152,7 @@ TEST_F(MetadataEntry, NowhereInTheArchiveIsNoError) {
     Reader reader(archive(TarBuilder().file("/m/a", "text").text()));
     EXPECT_FALSE(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
   }
-  EXPECT_EQ("EOF reached\n", errors.text());
+  EXPECT_EQ(errors.text(), "EOF reached\n");
 }
 
 TEST_F(MetadataEntry, SearchEndsInDamageWithTheReason) {
@@ -165,20 +160,20 @@ TEST_F(MetadataEntry, SearchEndsInDamageWithTheReason) {
   const auto search = [&reader] {
     static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
   };
-  EXPECT_EQ("Failed to read archive header Truncated archive: the end mark is missing",
-            message_of<std::runtime_error>(search));
+  EXPECT_EQ(message_of<std::runtime_error>(search),
+            "Failed to read archive header Truncated archive: the end mark is missing");
   // What was wrong before the search begins is told in other words.
-  EXPECT_EQ("Archive not ARCHIVE_OK Truncated archive: the end mark is missing",
-            message_of<std::runtime_error>(search));
+  EXPECT_EQ(message_of<std::runtime_error>(search),
+            "Archive not ARCHIVE_OK Truncated archive: the end mark is missing");
 }
 
 TEST_F(MetadataEntry, CutInItsTextIsNoManifest) {
   const std::string text = "A: 1\nB: 2\n" + std::string(5000, '\n');
   Reader reader(archive(
       TarBuilder().file("/m/.backup.metadata", text).truncated_text().substr(0, std::size_t{2} * 512)));
-  EXPECT_EQ("Archive not ARCHIVE_OK Truncated tar archive", message_of<std::runtime_error>([&] {
-              static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
-            }));
+  EXPECT_EQ(message_of<std::runtime_error>(
+                [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+            "Archive not ARCHIVE_OK Truncated tar archive");
 }
 
 TEST_F(MetadataEntry, IsFoundBehindAnEntryThatCouldNotBeExtracted) {
@@ -196,25 +191,25 @@ TEST_F(MetadataEntry, WithANullByteIsMalformed) {
   for (const std::string& text : {std::string("Key\0: value\n", 12), std::string("App-Directory: a\0\n", 18),
                                   std::string("File: 1\n/a\0b\n", 13), std::string("A: 1\n\0", 6)}) {
     Reader reader(archive(TarBuilder().file("/app/x/bin/.backup.metadata", text).text()));
-    EXPECT_EQ("Manifest with a null byte", message_of<meta::malformed_manifest>([&] {
-                static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
-              }));
+    EXPECT_EQ(message_of<meta::malformed_manifest>(
+                  [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+              "Manifest with a null byte");
   }
 }
 
 TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
-  ASSERT_EQ(0, ::mkdir((folder_ / "m").c_str(), 0755));
+  ASSERT_EQ(::mkdir((folder_ / "m").c_str(), 0755), 0);
   // A hole on disk and in the archive: no more than some kilobytes in either.
   const base::FileDescriptor hole(
       ::open((folder_ / "m/.backup.metadata").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-  ASSERT_EQ(1, ::pwrite(hole.get(), "x", 1, off_t{257} << 20));
+  ASSERT_EQ(::pwrite(hole.get(), "x", 1, off_t{257} << 20), 1);
   const auto made =
-      test::run_program({"sh", "-c", "cd '" + folder_.path() + "' && tar -S -cf a.tar m/.backup.metadata"});
-  ASSERT_EQ(0, made.status) << made.errors;
+      run_program({"sh", "-c", "cd '" + folder_.path() + "' && tar -S -cf a.tar m/.backup.metadata"});
+  ASSERT_EQ(made.status, 0) << made.errors;
   Reader reader(archive_);
-  EXPECT_EQ("Manifest of more than 256 MiB", message_of<meta::malformed_manifest>([&] {
-              static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP));
-            }));
+  EXPECT_EQ(message_of<meta::malformed_manifest>(
+                [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+            "Manifest of more than 256 MiB");
 }
 
 TEST(MetadataName, IsTheLastComponentToTheLetter) {
@@ -226,8 +221,9 @@ TEST(MetadataName, IsTheLastComponentToTheLetter) {
        {Row{"/m/.backup.metadata", true}, Row{".backup.metadata", true}, Row{"/.backup.metadata", true},
         Row{"/m/.backup.metadata/", false}, Row{"/m/x.backup.metadata", false},
         Row{"/m/.Backup.metadata", false}, Row{"", false}}) {
-    EXPECT_EQ(row.is_metadata, harbix::is_metadata_name(row.name)) << row.name;
+    EXPECT_EQ(harbix::is_metadata_name(row.name), row.is_metadata) << row.name;
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -12,18 +12,17 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::OutputFile;
-using test::message_of;
-using test::TemporaryFolder;
 
 std::span<const std::byte> bytes(const std::string& text) { return std::as_bytes(std::span(text)); }
 
@@ -32,25 +31,25 @@ TEST(OutputFile, IsCreatedWithMode0666LessTheMask) {
   const mode_t before = ::umask(027);
   OutputFile output(folder / "a");
   ::umask(before);
-  EXPECT_EQ(0, output.close());
-  EXPECT_TRUE((test::Tree{test::file("a", "", 0640)}.matches(folder.path())));
+  EXPECT_EQ(output.close(), 0);
+  EXPECT_TRUE((Tree{file("a", "", 0640)}.matches(folder.path())));
 }
 
 TEST(OutputFile, TruncatesWhatWasThere) {
   const TemporaryFolder folder;
-  test::write_file(folder / "a", "something longer");
+  write_file(folder / "a", "something longer");
   OutputFile output(folder / "a");
   output.write(bytes("new"));
-  EXPECT_EQ(0, output.close());
-  EXPECT_EQ("new", test::read_file(folder / "a"));
+  EXPECT_EQ(output.close(), 0);
+  EXPECT_EQ(read_file(folder / "a"), "new");
 }
 
 TEST(OutputFile, TakesStandardOutputForAnEmptyName) {
-  const test::CapturedOutput captured(STDOUT_FILENO);
+  const CapturedOutput captured(STDOUT_FILENO);
   OutputFile output("");
   output.write(bytes("text"));
-  EXPECT_EQ(0, output.close());
-  EXPECT_EQ("text", captured.text());
+  EXPECT_EQ(output.close(), 0);
+  EXPECT_EQ(captured.text(), "text");
 }
 
 TEST(OutputFile, KeepsEveryByteInOrderAcrossItsGatheredWrites) {
@@ -61,73 +60,73 @@ TEST(OutputFile, KeepsEveryByteInOrderAcrossItsGatheredWrites) {
   for (std::size_t i = 0; i < 3000; ++i) {
     const std::string piece(i % 777 + 1, static_cast<char>('a' + i % 26));
     expected += piece;
-    EXPECT_EQ(0, output.write(bytes(piece)));
+    EXPECT_EQ(output.write(bytes(piece)), 0);
   }
   const std::string large((std::size_t{3} << 20) + 5, 'L');
   expected += large;
-  EXPECT_EQ(0, output.write(bytes(large)));
-  EXPECT_EQ(static_cast<std::int64_t>(expected.size()), output.size());
-  EXPECT_EQ(0, output.close());
-  EXPECT_TRUE(expected == test::read_file(folder / "a"));
+  EXPECT_EQ(output.write(bytes(large)), 0);
+  EXPECT_EQ(output.size(), static_cast<std::int64_t>(expected.size()));
+  EXPECT_EQ(output.close(), 0);
+  EXPECT_TRUE(expected == read_file(folder / "a"));
 }
 
 TEST(OutputFile, TellsWhyItCannotBeOpened) {
-  EXPECT_EQ("Archive error: Failed to open '/nonexistent/a.tar': No such file or directory",
-            message_of<harbix::ArchiveError>([] { const OutputFile output("/nonexistent/a.tar"); }));
-  EXPECT_EQ("Archive error: Failed to open '/': Is a directory",
-            message_of<harbix::ArchiveError>([] { const OutputFile output("/"); }));
+  EXPECT_EQ(message_of<harbix::ArchiveError>([] { const OutputFile output("/nonexistent/a.tar"); }),
+            "Archive error: Failed to open '/nonexistent/a.tar': No such file or directory");
+  EXPECT_EQ(message_of<harbix::ArchiveError>([] { const OutputFile output("/"); }),
+            "Archive error: Failed to open '/': Is a directory");
 }
 
 TEST(OutputFile, TellsOfAFullDiskAtTheVeryEnd) {
   OutputFile output("/dev/full");
-  EXPECT_EQ(0, output.write(bytes("gathered, so far")));
-  EXPECT_EQ(ENOSPC, output.close());
+  EXPECT_EQ(output.write(bytes("gathered, so far")), 0);
+  EXPECT_EQ(output.close(), ENOSPC);
 }
 
 TEST(OutputFile, RemembersTheFirstFailure) {
   OutputFile output("/dev/full");
-  EXPECT_EQ(ENOSPC, output.write(bytes(std::string(std::size_t{1} << 20, 'x'))));
-  EXPECT_EQ(ENOSPC, output.write(bytes("more")));
-  EXPECT_EQ(ENOSPC, output.close());
+  EXPECT_EQ(output.write(bytes(std::string(std::size_t{1} << 20, 'x'))), ENOSPC);
+  EXPECT_EQ(output.write(bytes("more")), ENOSPC);
+  EXPECT_EQ(output.close(), ENOSPC);
 }
 
 TEST(OutputFile, TellsOfAClosedPipe) {
-  EXPECT_TRUE(test::passes_in_child([] {
-    ASSERT_NE(SIG_ERR, std::signal(SIGPIPE, SIG_IGN));
+  EXPECT_TRUE(passes_in_child([] {
+    ASSERT_NE(std::signal(SIGPIPE, SIG_IGN), SIG_ERR);
     std::array<int, 2> ends{};
-    ASSERT_EQ(0, ::pipe(ends.data()));
+    ASSERT_EQ(::pipe(ends.data()), 0);
     ::close(ends[0]);
     OutputFile output("/proc/self/fd/" + std::to_string(ends[1]));
     output.write(bytes("text"));
-    EXPECT_EQ(EPIPE, output.close());
+    EXPECT_EQ(output.close(), EPIPE);
   }));
 }
 
 TEST(OutputFile, WritesNothingBehindAWriteThatFailed) {
   const TemporaryFolder folder;
-  EXPECT_TRUE(test::passes_in_child([&folder] {
-    ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_IGN));
+  EXPECT_TRUE(passes_in_child([&folder] {
+    ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     constexpr std::size_t LIMIT = std::size_t{1536} << 10;
     const struct ::rlimit limit { .rlim_cur = LIMIT, .rlim_max = RLIM_INFINITY };
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
     OutputFile output(folder / "a");
-    EXPECT_EQ(EFBIG, output.write(bytes(std::string(std::size_t{3} << 20, 'x'))));
+    EXPECT_EQ(output.write(bytes(std::string(std::size_t{3} << 20, 'x'))), EFBIG);
     const struct ::rlimit none { .rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY };
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &none));
-    EXPECT_EQ(EFBIG, output.write(bytes("behind the gap")));
-    EXPECT_EQ(EFBIG, output.close());
-    EXPECT_EQ(LIMIT, test::read_file(folder / "a").size());
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+    EXPECT_EQ(output.write(bytes("behind the gap")), EFBIG);
+    EXPECT_EQ(output.close(), EFBIG);
+    EXPECT_EQ(read_file(folder / "a").size(), LIMIT);
   }));
 }
 
 TEST(OutputFile, KnowsItselfByItsStatus) {
   const TemporaryFolder folder;
   const OutputFile output(folder / "a");
-  test::write_file(folder / "b", "");
+  write_file(folder / "b", "");
   struct ::stat record {};
-  ASSERT_EQ(0, ::stat((folder / "a").c_str(), &record));
+  ASSERT_EQ(::stat((folder / "a").c_str(), &record), 0);
   EXPECT_TRUE(output.is_described_by(record));
-  ASSERT_EQ(0, ::stat((folder / "b").c_str(), &record));
+  ASSERT_EQ(::stat((folder / "b").c_str(), &record), 0);
   EXPECT_FALSE(output.is_described_by(record));
 }
 
@@ -139,9 +138,10 @@ TEST(OutputFile, IsClosedInProgramsThatAreStarted) {
     struct ::stat record {};
     if (::fstat(descriptor, &record) == -1 || !output.is_described_by(record)) continue;
     ++found;
-    EXPECT_EQ(FD_CLOEXEC, ::fcntl(descriptor, F_GETFD));
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   }
-  EXPECT_EQ(1, found);
+  EXPECT_EQ(found, 1);
 }
 
 }  // namespace
+}  // namespace harbix::test

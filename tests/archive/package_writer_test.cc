@@ -10,30 +10,24 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/file_record.h"
 #include "archive/metadata_entry.h"
 #include "fs/identity.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
 using fs::Path;
 using harbix::PackageStyle;
 using harbix::PackageWriter;
-using test::CapturedOutput;
-using test::dir;
-using test::fifo;
-using test::file;
-using test::link;
-using test::RecordedLog;
-using test::Tree;
 using Texts = std::vector<std::string>;
 
 constexpr PackageStyle STYLE{
@@ -52,14 +46,14 @@ class PackageWriterTest : public ::testing::Test {
   }
   Texts stored_names() {
     writer_.close();
-    return test::Reader(archive_).names();
+    return Reader(archive_).names();
   }
 
-  test::TemporaryFolder temporary_;
-  test::TemporaryFolder archives_;
+  TemporaryFolder temporary_;
+  TemporaryFolder archives_;
   fs::Folder folder_{Path(temporary_.path())};
   std::string archive_ = archives_ / "a.tar";
-  test::Writer writer_{archive_};
+  Writer writer_{archive_};
 };
 
 TEST_F(PackageWriterTest, TakesPlainFilesFoldersAndLinks) {
@@ -69,9 +63,9 @@ TEST_F(PackageWriterTest, TakesPlainFilesFoldersAndLinks) {
   const CapturedOutput errors(STDERR_FILENO);
   PackageWriter package(writer_, folder_, STYLE);
   for (const char* name : {"f", "secret", "d", "l", "to_fifo"}) EXPECT_TRUE(package.add(item(name))) << name;
-  EXPECT_EQ(5U, package.items().size());
-  EXPECT_EQ(5U, package.records().size());
-  EXPECT_EQ("", errors.text());
+  EXPECT_EQ(package.items().size(), 5U);
+  EXPECT_EQ(package.records().size(), 5U);
+  EXPECT_EQ(errors.text(), "");
   EXPECT_TRUE(log.lines().empty());
 }
 
@@ -84,26 +78,25 @@ TEST_F(PackageWriterTest, LeavesOutWhatNoArchiveHoldsWithItsRecord) {
   EXPECT_FALSE(package.add(File(Path("/dev/null"))));
   EXPECT_TRUE(package.items().empty());
   EXPECT_TRUE(package.records().empty());
-  EXPECT_EQ("not a file, folder or link: p skipping\nnot a file, folder or link: /dev/null skipping\n",
-            errors.text());
-  EXPECT_EQ((Texts{"3 not a file, folder or link: 'p'; skipping.",
-                   "3 not a file, folder or link: '/dev/null'; skipping."}),
-            log.messages());
+  EXPECT_EQ(errors.text(),
+            "not a file, folder or link: p skipping\nnot a file, folder or link: /dev/null skipping\n");
+  EXPECT_EQ(log.messages(), (Texts{"3 not a file, folder or link: 'p'; skipping.",
+                                   "3 not a file, folder or link: '/dev/null'; skipping."}));
 }
 
 TEST_F(PackageWriterTest, NeverTakesTheArchiveItselfUnderAnyName) {
-  ASSERT_EQ(0, ::link(archive_.c_str(), (temporary_ / "other_name").c_str()));
+  ASSERT_EQ(::link(archive_.c_str(), (temporary_ / "other_name").c_str()), 0);
   const RecordedLog log;
   const CapturedOutput errors(STDERR_FILENO);
   PackageWriter package(writer_, folder_, STYLE);
   EXPECT_FALSE(package.add(item("other_name")));
-  EXPECT_EQ("is the archive itself: other_name skipping\n", errors.text());
-  EXPECT_EQ((Texts{"3 is the archive itself: 'other_name'; skipping."}), log.messages());
+  EXPECT_EQ(errors.text(), "is the archive itself: other_name skipping\n");
+  EXPECT_EQ(log.messages(), (Texts{"3 is the archive itself: 'other_name'; skipping."}));
 }
 
 TEST_F(PackageWriterTest, AddsUpWhatFilesAndLinksTake) {
   Tree{file("f", "12345"), link("l", "abc")}.build(temporary_.path());
-  EXPECT_EQ(8, package_of({"f", "l"}).bytes());
+  EXPECT_EQ(package_of({"f", "l"}).bytes(), 8);
 }
 
 TEST_F(PackageWriterTest, KeepsARecordOfWhatDoesNotExist) {
@@ -116,12 +109,12 @@ TEST_F(PackageWriterTest, KeepsARecordOfWhatDoesNotExist) {
                          .error_prefix = ""});
   const Path gone(temporary_ / "gone");
   package.add_missing(gone);
-  EXPECT_EQ((meta::Manifest{{"File", "0 0 0 0 0 " + gone.text()}}), package.records());
-  EXPECT_EQ(0, package.bytes());
+  EXPECT_EQ(package.records(), (meta::Manifest{{"File", "0 0 0 0 0 " + gone.text()}}));
+  EXPECT_EQ(package.bytes(), 0);
   package.store("/app/x/appdata", Path(temporary_.path()));
-  EXPECT_EQ((Texts{"/app/x/appdata/.backup.metadata"}), stored_names());
-  EXPECT_EQ("Error opening: " + gone.text() + "\n", errors.text());
-  EXPECT_EQ((Texts{"2 ERROR: Error opening: " + gone.text()}), log.messages());
+  EXPECT_EQ(stored_names(), (Texts{"/app/x/appdata/.backup.metadata"}));
+  EXPECT_EQ(errors.text(), "Error opening: " + gone.text() + "\n");
+  EXPECT_EQ(log.messages(), (Texts{"2 ERROR: Error opening: " + gone.text()}));
 }
 
 TEST_F(PackageWriterTest, EstimatesContentsInWholeRecords) {
@@ -130,17 +123,17 @@ TEST_F(PackageWriterTest, EstimatesContentsInWholeRecords) {
     std::int64_t bytes;
   };
   for (const Row& row : {Row{0, 512}, Row{1, 1024}, Row{512, 1024}, Row{513, 1536}, Row{1024, 1536}}) {
-    test::write_file(temporary_ / "f", std::string(row.size, 'x'));
+    write_file(temporary_ / "f", std::string(row.size, 'x'));
     const harbix::SizeResult estimate = package_of({"f"}).estimate();
     // Its manifest's header and text, which fits into one record.
-    EXPECT_EQ(1024 + row.bytes, estimate.bytes) << row.size;
-    EXPECT_EQ(1, estimate.files) << row.size;
+    EXPECT_EQ(estimate.bytes, 1024 + row.bytes) << row.size;
+    EXPECT_EQ(estimate.files, 1) << row.size;
   }
 }
 
 TEST_F(PackageWriterTest, EstimatesLinksAndFoldersWithoutContents) {
   Tree{dir("d", {link("l", std::string(1000, 't')), dir("e")})}.build(temporary_.path());
-  EXPECT_EQ(1024 + 3 * 512, package_of({"d", "d/l", "d/e"}).estimate().bytes);
+  EXPECT_EQ(package_of({"d", "d/l", "d/e"}).estimate().bytes, 1024 + 3 * 512);
 }
 
 TEST_F(PackageWriterTest, EstimatesTheManifestInWholeRecords) {
@@ -149,9 +142,9 @@ TEST_F(PackageWriterTest, EstimatesTheManifestInWholeRecords) {
   Tree{dir("d")}.build(temporary_.path());
   for (int i = 100; i < 200; ++i) {
     paths.push_back(Path("d/" + std::to_string(i)));
-    test::write_file(temporary_ / paths.back().text(), "x");
+    write_file(temporary_ / paths.back().text(), "x");
   }
-  EXPECT_EQ(512 + 1536 + 100 * 1024, package_of(paths).estimate().bytes);
+  EXPECT_EQ(package_of(paths).estimate().bytes, 512 + 1536 + 100 * 1024);
 }
 
 TEST_F(PackageWriterTest, EstimatesWhatTheArchiveTakesLessItsEndMark) {
@@ -161,24 +154,23 @@ TEST_F(PackageWriterTest, EstimatesWhatTheArchiveTakesLessItsEndMark) {
   const std::int64_t estimate = package.estimate().bytes;
   package.store("/dtm/d", "d");
   writer_.close();
-  EXPECT_EQ(estimate + 1024, writer_.compressed_position());
+  EXPECT_EQ(writer_.compressed_position(), estimate + 1024);
 }
 
 TEST_F(PackageWriterTest, StoresTheManifestBeforeTheItems) {
   Tree{dir("Music", {file("a.mp3", "text")})}.build(temporary_.path());
   const RecordedLog log(3);
   package_of({"Music", "Music/a.mp3"}).store("/media/Music", "Music", {{"Key", "value"}});
-  EXPECT_EQ((Texts{"5 Storing manifest to '/media/Music'", "5 Archive: Music to /media/Music",
-                   "5 Archive: Music/a.mp3 to /media/Music/a.mp3"}),
-            log.messages());
+  EXPECT_EQ(log.messages(), (Texts{"5 Storing manifest to '/media/Music'", "5 Archive: Music to /media/Music",
+                                   "5 Archive: Music/a.mp3 to /media/Music/a.mp3"}));
   writer_.close();
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   const auto found = harbix::find_manifest(reader, harbix::METADATA_NAME, harbix::OtherEntries::REFUSE);
   ASSERT_TRUE(found);
-  EXPECT_EQ("/media/Music/.backup.metadata", found->entry_name);
-  EXPECT_EQ("value", meta::look_up(found->manifest, "Key"));
-  EXPECT_EQ(2U, harbix::read_file_records(found->manifest).size());
-  EXPECT_EQ((Texts{"/media/Music", "/media/Music/a.mp3"}), reader.names());
+  EXPECT_EQ(found->entry_name, "/media/Music/.backup.metadata");
+  EXPECT_EQ(meta::look_up(found->manifest, "Key"), "value");
+  EXPECT_EQ(harbix::read_file_records(found->manifest).size(), 2U);
+  EXPECT_EQ(reader.names(), (Texts{"/media/Music", "/media/Music/a.mp3"}));
 }
 
 TEST_F(PackageWriterTest, NamesEntriesByTheirPathBelowTheBase) {
@@ -187,7 +179,7 @@ TEST_F(PackageWriterTest, NamesEntriesByTheirPathBelowTheBase) {
   PackageWriter package(writer_, folder_, STYLE);
   for (const char* name : {"app/f", "app/lib/g"}) package.add(folder_.file(name));
   package.store("/app/x/bin", base);
-  EXPECT_EQ((Texts{"/app/x/bin/.backup.metadata", "/app/x/bin/f", "/app/x/bin/lib/g"}), stored_names());
+  EXPECT_EQ(stored_names(), (Texts{"/app/x/bin/.backup.metadata", "/app/x/bin/f", "/app/x/bin/lib/g"}));
 }
 
 TEST_F(PackageWriterTest, GoesOnBehindAnItemThatVanished) {
@@ -197,9 +189,9 @@ TEST_F(PackageWriterTest, GoesOnBehindAnItemThatVanished) {
   PackageWriter package = package_of({"a", "b", "c"});
   std::filesystem::remove(temporary_ / "b");
   package.store("/media/x", "");
-  EXPECT_EQ((Texts{"/media/x/.backup.metadata", "/media/x/a", "/media/x/c"}), stored_names());
-  EXPECT_EQ("Error: Error opening: b\n", errors.text());
-  EXPECT_EQ((Texts{"2 ERROR: Error opening: b"}), log.messages());
+  EXPECT_EQ(stored_names(), (Texts{"/media/x/.backup.metadata", "/media/x/a", "/media/x/c"}));
+  EXPECT_EQ(errors.text(), "Error: Error opening: b\n");
+  EXPECT_EQ(log.messages(), (Texts{"2 ERROR: Error opening: b"}));
 }
 
 TEST_F(PackageWriterTest, ArchivesNothingElseThatTookAnItemsPlace) {
@@ -218,22 +210,21 @@ TEST_F(PackageWriterTest, ArchivesNothingElseThatTookAnItemsPlace) {
   std::filesystem::rename(temporary_ / "d", temporary_ / "away/d");
   std::filesystem::rename(temporary_ / "others", temporary_ / "d");
   package.store("/media/x", "");
-  EXPECT_EQ((Texts{"/media/x/.backup.metadata"}), stored_names());
-  EXPECT_EQ(
-      "Error: Error opening: mine/a\nError: Error opening: c\nError: Error opening: d\n"
-      "Error: Error opening: last/b\n",
-      errors.text());
+  EXPECT_EQ(stored_names(), (Texts{"/media/x/.backup.metadata"}));
+  EXPECT_EQ(errors.text(),
+            "Error: Error opening: mine/a\nError: Error opening: c\nError: Error opening: d\n"
+            "Error: Error opening: last/b\n");
 }
 
 TEST_F(PackageWriterTest, EndsWhereTheArchiveCannotBeWrittenAnyFurther) {
-  test::write_file(temporary_ / "large", std::string(std::size_t{2} << 20, 'x'));
+  write_file(temporary_ / "large", std::string(std::size_t{2} << 20, 'x'));
   Tree{file("b")}.build(temporary_.path());
   const RecordedLog log;
-  test::Writer writer("/dev/full");
+  Writer writer("/dev/full");
   PackageWriter package(writer, folder_, STYLE);
   for (const char* name : {"large", "b"}) package.add(item(name));
-  EXPECT_EQ("Archive error: Write error: No space left on device(28)",
-            test::message_of<harbix::ArchiveError>([&] { package.store("/media/x", ""); }));
+  EXPECT_EQ(message_of<harbix::ArchiveError>([&] { package.store("/media/x", ""); }),
+            "Archive error: Write error: No space left on device(28)");
   EXPECT_TRUE(log.lines().empty());
 }
 
@@ -251,3 +242,4 @@ TEST_F(PackageWriterTest, EndsWhereAnIdentityIsLost) {
 }
 
 }  // namespace
+}  // namespace harbix::test

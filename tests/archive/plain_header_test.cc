@@ -10,10 +10,11 @@
 #include <archive_entry.h>
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
@@ -94,13 +95,13 @@ std::string pax_archive(const Row& row, const std::string& text) {
   EXPECT_LE(ARCHIVE_WARN, ::archive_write_header(handle, entry)) << row.what;
   ::archive_write_data(handle, text.data(), text.size());
   ::archive_entry_free(entry);
-  EXPECT_EQ(ARCHIVE_OK, ::archive_write_close(handle));
+  EXPECT_EQ(::archive_write_close(handle), ARCHIVE_OK);
   ::archive_write_free(handle);
   return {buffer.data(), used};
 }
 
 TEST(PlainHeader, IsOneThatFitsTheFieldsOfUstar) {
-  for (const Row& row : rows()) EXPECT_EQ(row.plain, is_plain_header(row.record, Path(row.name))) << row.what;
+  for (const Row& row : rows()) EXPECT_EQ(is_plain_header(row.record, Path(row.name)), row.plain) << row.what;
 }
 
 TEST(PlainHeader, HasASizeOfElevenOctalDigits) {
@@ -112,16 +113,17 @@ TEST(PlainHeader, HasASizeOfElevenOctalDigits) {
 }
 
 TEST(PlainHeader, ChangesNoByteOfTheArchive) {
-  const test::Utf8Names names;
-  const test::TemporaryFolder folder;
+  const Utf8Names names;
+  const TemporaryFolder folder;
   const std::string archive = folder / "a.tar";
   for (const Row& row : rows()) {
     const std::string text = S_ISREG(row.record.st_mode) ? "text" : "";
-    test::Writer writer(archive);
+    Writer writer(archive);
     writer.write_text(Path(row.name), row.record, text);
     writer.close();
-    EXPECT_TRUE(pax_archive(row, text) == test::read_file(archive)) << row.what;
+    EXPECT_TRUE(pax_archive(row, text) == read_file(archive)) << row.what;
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -11,26 +11,22 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "fs/exception.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
 using fs::Path;
 using harbix::persistent_lines;
-using test::message_of;
-using test::Reader;
-using test::TarBuilder;
-using test::TemporaryFolder;
-using test::Writer;
 
 using namespace std::string_literals;
 
@@ -78,13 +74,13 @@ TEST(PersistentLines, AreAllButThoseThatBeginWithTheMarks) {
       {"a\n-b\0\nc\n"s, "a\n"},
       {"-a\0"s, ""},
   };
-  for (const Row& row : rows) EXPECT_EQ(row.kept, persistent_lines(row.text)) << test::printable(row.text);
+  for (const Row& row : rows) EXPECT_EQ(persistent_lines(row.text), row.kept) << printable(row.text);
 }
 
 TEST(PersistentLines, StayAsTheyAreTheSecondTime) {
   const std::string once = persistent_lines("-a\n[n]-b\n[n\n-\n]c\n\n-[n]\nd");
-  EXPECT_EQ("[n\n]c\n\nd", once);
-  EXPECT_EQ(once, persistent_lines(once));
+  EXPECT_EQ(once, "[n\n]c\n\nd");
+  EXPECT_EQ(persistent_lines(once), once);
 }
 
 class PpsObject : public ::testing::Test {
@@ -95,7 +91,7 @@ class PpsObject : public ::testing::Test {
   }
   /// Stores an object with this text and tells what the archive holds of it.
   std::string stored(const std::string& text) {
-    test::write_file(object_, text);
+    write_file(object_, text);
     Writer writer(archive_);
     store(writer, object_);
     writer.close();
@@ -104,13 +100,13 @@ class PpsObject : public ::testing::Test {
     if (!entry) return "(no entry)";
     const auto size = static_cast<std::size_t>(entry->size());
     std::string data = reader.data();
-    EXPECT_EQ(size, data.size());
+    EXPECT_EQ(data.size(), size);
     EXPECT_FALSE(reader.next_header());
     return data;
   }
 
   void restore(const std::string& archive, const std::string& path) {
-    test::write_file(archive_, archive);
+    write_file(archive_, archive);
     Reader reader(archive_);
     const std::optional<harbix::EntryView> entry = reader.next_header();
     ASSERT_TRUE(entry);
@@ -118,9 +114,9 @@ class PpsObject : public ::testing::Test {
   }
   /// What an object that held "old\n" holds after it was restored from an entry with this data.
   std::string restored(const std::string& data) {
-    test::write_file(object_, "old\n");
+    write_file(object_, "old\n");
     restore(TarBuilder().file("/settings/pps/x", data).text(), object_);
-    return test::read_file(object_);
+    return read_file(object_);
   }
 
   static long open_descriptors() {
@@ -139,7 +135,7 @@ TEST_F(PpsObject, IsStoredWithoutWhatMustNotTravel) {
   for (const Row& row :
        {Row{"a::1\n[n]b::2\n-c\n", "a::1\n"}, Row{"a::1\nb", "a::1\nb"}, Row{"", ""}, Row{"-a\n[n]b\n", ""},
         Row{"a::1\n\0b::2\n"s, "a::1\n"}, Row{"\0a::1\n"s, ""}, Row{"@x\na:n:1\n", "@x\na:n:1\n"}}) {
-    EXPECT_EQ(row.stored, stored(row.text)) << test::printable(row.text);
+    EXPECT_EQ(stored(row.text), row.stored) << printable(row.text);
   }
 }
 
@@ -147,21 +143,21 @@ TEST_F(PpsObject, IsStoredUpToItsLargestText) {
   const std::string line(1023, 'x');
   std::string text;
   while (text.size() < LARGEST_TEXT) text += line + "\n";
-  ASSERT_EQ(LARGEST_TEXT, text.size());
-  EXPECT_EQ(text, stored(text));
-  EXPECT_EQ(text, stored(text + "y"));
-  EXPECT_EQ(text, stored(text + std::string(100000, 'y')));
-  EXPECT_EQ(text.substr(1), stored(text.substr(1)));
+  ASSERT_EQ(text.size(), LARGEST_TEXT);
+  EXPECT_EQ(stored(text), text);
+  EXPECT_EQ(stored(text + "y"), text);
+  EXPECT_EQ(stored(text + std::string(100000, 'y')), text);
+  EXPECT_EQ(stored(text.substr(1)), text.substr(1));
   // The limit is that of what is read, not of what is left of it.
-  EXPECT_EQ(text.substr(1024), stored("-" + text.substr(1) + "more\n"));
+  EXPECT_EQ(stored("-" + text.substr(1) + "more\n"), text.substr(1024));
   // What is cut off is cut before the lines are looked at.
-  EXPECT_EQ(text.substr(2) + "a\n", stored(text.substr(2) + "a\n-b\n"));
+  EXPECT_EQ(stored(text.substr(2) + "a\n-b\n"), text.substr(2) + "a\n");
 }
 
 TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
-  test::write_file(object_, "a::1\n-gone\n");
-  ASSERT_EQ(0, ::chmod(object_.c_str(), 0640));
-  ASSERT_EQ(0, ::chown(object_.c_str(), 4001, 4002));
+  write_file(object_, "a::1\n-gone\n");
+  ASSERT_EQ(::chmod(object_.c_str(), 0640), 0);
+  ASSERT_EQ(::chown(object_.c_str(), 4001, 4002), 0);
   const File object{Path(object_)};
   Writer writer(archive_);
   store(writer, object_);
@@ -169,36 +165,37 @@ TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
   Reader reader(archive_);
   const std::optional<harbix::EntryView> entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/settings/pps/x", entry->name()->text());
+  EXPECT_EQ(entry->name()->text(), "/settings/pps/x");
   const struct ::stat record = entry->destination(Path("x")).record();
-  EXPECT_EQ(S_IFREG | 0640U, record.st_mode);
-  EXPECT_EQ(4001U, record.st_uid);
-  EXPECT_EQ(4002U, record.st_gid);
-  EXPECT_EQ(5, record.st_size);
-  EXPECT_EQ(object.record().st_mtim.tv_sec, record.st_mtim.tv_sec);
+  EXPECT_EQ(record.st_mode, S_IFREG | 0640U);
+  EXPECT_EQ(record.st_uid, 4001U);
+  EXPECT_EQ(record.st_gid, 4002U);
+  EXPECT_EQ(record.st_size, 5);
+  EXPECT_EQ(record.st_mtim.tv_sec, object.record().st_mtim.tv_sec);
 }
 
 TEST_F(PpsObject, ThatCannotBeReadLeavesNoEntry) {
-  test::write_file(object_, "a::1\n");
+  write_file(object_, "a::1\n");
   std::filesystem::remove(object_);
   const long before = open_descriptors();
   {
     Writer writer(archive_);
-    EXPECT_EQ("Error opening: " + object_, message_of<std::runtime_error>([&] { store(writer, object_); }));
-    EXPECT_EQ("Error reading pps object [errno:21 'Is a directory']",
-              message_of<fs::Exception>([&] { store(writer, folder_.path()); }));
+    EXPECT_EQ(message_of<std::runtime_error>([&] { store(writer, object_); }), "Error opening: " + object_);
+    EXPECT_EQ(message_of<fs::Exception>([&] { store(writer, folder_.path()); }),
+              "Error reading pps object [errno:21 'Is a directory']");
     writer.close();
   }
-  EXPECT_EQ(before, open_descriptors());
+  EXPECT_EQ(open_descriptors(), before);
   EXPECT_TRUE(Reader(archive_).names().empty());
 }
 
 TEST_F(PpsObject, ThatTheArchiveHasNoRoomForIsAnErrorOfTheArchive) {
-  test::write_file(object_, std::string(LARGEST_TEXT, 'x'));
+  write_file(object_, std::string(LARGEST_TEXT, 'x'));
   Writer writer("/dev/full");
-  EXPECT_EQ("Archive error: ", message_of<harbix::ArchiveError>([&] {
-                                 for (int i = 0; i < 100; ++i) store(writer, object_);
-                               }).substr(0, 15));
+  EXPECT_EQ(message_of<harbix::ArchiveError>([&] {
+              for (int i = 0; i < 100; ++i) store(writer, object_);
+            }).substr(0, 15),
+            "Archive error: ");
 }
 
 TEST_F(PpsObject, IsAppendedToWithoutWhatMustNotTravel) {
@@ -208,54 +205,54 @@ TEST_F(PpsObject, IsAppendedToWithoutWhatMustNotTravel) {
   for (const Row& row : {Row{"a::1\n", "old\na::1\n"}, Row{"a::1\n[n]b::2\n-c\n", "old\na::1\n"},
                          Row{"a::1\nb", "old\na::1\nb"}, Row{"-a\n", "old\n"}, Row{"", "old\n"},
                          Row{"a\n\0b\n"s, "old\na\n"}, Row{"\0"s, "old\n"}}) {
-    EXPECT_EQ(row.result, restored(row.data)) << test::printable(row.data);
+    EXPECT_EQ(restored(row.data), row.result) << printable(row.data);
   }
 }
 
 TEST_F(PpsObject, IsRestoredInChunksThatAreFilteredEachByItself) {
   const std::string full(LARGEST_TEXT, 'x');
-  EXPECT_EQ("old\n" + full, restored(full));
-  EXPECT_EQ("old\n" + full + "y", restored(full + "y"));
-  EXPECT_EQ("old\n" + full + full + full + "end\n", restored(full + full + full + "end\n"));
+  EXPECT_EQ(restored(full), "old\n" + full);
+  EXPECT_EQ(restored(full + "y"), "old\n" + full + "y");
+  EXPECT_EQ(restored(full + full + full + "end\n"), "old\n" + full + full + full + "end\n");
   // What begins a chunk begins a line, and a NUL ends its chunk alone.
-  EXPECT_EQ("old\n" + full + "next\n", restored(full + "-rest of a line\nnext\n"));
-  EXPECT_EQ("old\na" + full, restored("a"s + std::string(LARGEST_TEXT - 1, '\0') + full));
+  EXPECT_EQ(restored(full + "-rest of a line\nnext\n"), "old\n" + full + "next\n");
+  EXPECT_EQ(restored("a"s + std::string(LARGEST_TEXT - 1, '\0') + full), "old\na" + full);
 }
 
 TEST_F(PpsObject, TakesEachChunkInOneWrite) {
   // Every write to it replaces the name of this process, which keeps 15 characters.
   const std::string name = "/proc/self/comm";
-  EXPECT_TRUE(test::passes_in_child([&] {
+  EXPECT_TRUE(passes_in_child([&] {
     restore(TarBuilder().file("/x", "ab\n[n]x\ncd\n-y\nef\n").text(), name);
-    EXPECT_EQ("ab\ncd\nef\n\n", test::read_file(name));
+    EXPECT_EQ(read_file(name), "ab\ncd\nef\n\n");
     restore(TarBuilder().file("/x", std::string(LARGEST_TEXT, 'x')).text(), name);
-    EXPECT_EQ("xxxxxxxxxxxxxxx\n", test::read_file(name));
+    EXPECT_EQ(read_file(name), "xxxxxxxxxxxxxxx\n");
     restore(TarBuilder().file("/x", std::string(LARGEST_TEXT, 'x') + "1\n2\n").text(), name);
-    EXPECT_EQ("1\n2\n\n", test::read_file(name));
+    EXPECT_EQ(read_file(name), "1\n2\n\n");
     // Nothing left of a chunk is nothing written.
     restore(TarBuilder().file("/x", std::string(LARGEST_TEXT, 'x') + "-1\n").text(), name);
-    EXPECT_EQ("xxxxxxxxxxxxxxx\n", test::read_file(name));
+    EXPECT_EQ(read_file(name), "xxxxxxxxxxxxxxx\n");
   }));
 }
 
 TEST_F(PpsObject, MustExistToBeRestoredEvenFromNothing) {
   for (const char* data : {"a::1\n", ""}) {
     const long before = open_descriptors();
-    EXPECT_EQ("restore_pps failed [errno:2 'No such file or directory']", message_of<fs::Exception>([&] {
-                restore(TarBuilder().file("/settings/pps/x", data).text(), object_);
-              }));
-    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ(message_of<fs::Exception>(
+                  [&] { restore(TarBuilder().file("/settings/pps/x", data).text(), object_); }),
+              "restore_pps failed [errno:2 'No such file or directory']");
+    EXPECT_EQ(open_descriptors(), before);
     EXPECT_FALSE(std::filesystem::exists(object_));
   }
-  EXPECT_EQ("restore_pps failed [errno:21 'Is a directory']", message_of<fs::Exception>([&] {
-              restore(TarBuilder().file("/settings/pps/x", "").text(), folder_.path());
-            }));
+  EXPECT_EQ(message_of<fs::Exception>(
+                [&] { restore(TarBuilder().file("/settings/pps/x", "").text(), folder_.path()); }),
+            "restore_pps failed [errno:21 'Is a directory']");
 }
 
 TEST_F(PpsObject, ThatDoesNotTakeWhatItIsGivenIsToldOf) {
-  EXPECT_EQ("restore_pps failed [errno:28 'No space left on device']", message_of<fs::Exception>([&] {
-              restore(TarBuilder().file("/settings/pps/x", "a::1\n").text(), "/dev/full");
-            }));
+  EXPECT_EQ(message_of<fs::Exception>(
+                [&] { restore(TarBuilder().file("/settings/pps/x", "a::1\n").text(), "/dev/full"); }),
+            "restore_pps failed [errno:28 'No space left on device']");
 }
 
 TEST_F(PpsObject, FromADamagedArchiveGetsTheWholeChunksBeforeTheDamage) {
@@ -267,20 +264,21 @@ TEST_F(PpsObject, FromADamagedArchiveGetsTheWholeChunksBeforeTheDamage) {
   };
   for (const Row& row : {Row{"a::1\n", 5000, "old\n"}, Row{full, LARGEST_TEXT + 5000, "old\n" + full},
                          Row{full + std::string(512, 'y'), LARGEST_TEXT + 5000, "old\n" + full}}) {
-    test::write_file(object_, "old\n");
+    write_file(object_, "old\n");
     const long before = open_descriptors();
-    const test::RecordedLog log;
-    const test::CapturedOutput errors(STDERR_FILENO);
+    const RecordedLog log;
+    const CapturedOutput errors(STDERR_FILENO);
     const long with_capture = open_descriptors();
     const TarBuilder archive = TarBuilder().add(TarBuilder::FILE, "/x", row.data, 0660, "", row.claimed);
-    EXPECT_EQ("Error restore_pps",
-              message_of<std::runtime_error>([&] { restore(archive.truncated_text(), object_); }));
-    EXPECT_EQ(with_capture, open_descriptors()) << before;
-    EXPECT_EQ("Error: Truncated tar archive\n", errors.text());
-    EXPECT_EQ((std::vector<std::string>{"2 Archive status not OK (-30) ('Truncated tar archive')"}),
-              log.messages());
-    EXPECT_EQ(row.result, test::read_file(object_));
+    EXPECT_EQ(message_of<std::runtime_error>([&] { restore(archive.truncated_text(), object_); }),
+              "Error restore_pps");
+    EXPECT_EQ(open_descriptors(), with_capture) << before;
+    EXPECT_EQ(errors.text(), "Error: Truncated tar archive\n");
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"2 Archive status not OK (-30) ('Truncated tar archive')"}));
+    EXPECT_EQ(read_file(object_), row.result);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,23 +7,17 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/reader.h"
-#include "archive/reader_test_support.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
+#include "tests/support/archive.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::ArchiveError;
-using test::ArchiveReaderTest;
-using test::message_of;
-using test::Reader;
-using test::RecordedLog;
-using test::TarBuilder;
-using test::three_entries;
 
 using Names = std::vector<std::string>;
 
@@ -32,42 +26,43 @@ constexpr const char* UNREADABLE = "Could not read next archive header";
 
 TEST_F(ArchiveReaderTest, RefusesAnArchiveOfZeroBytesBeforeTheFirstOperation) {
   Reader reader(archive(""));
-  EXPECT_EQ("Archive error: The archive is empty",
-            message_of<ArchiveError>([&reader] { reader.begin_section({}); }));
+  EXPECT_EQ(message_of<ArchiveError>([&reader] { reader.begin_section({}); }),
+            "Archive error: The archive is empty");
 }
 
 TEST_F(ArchiveReaderTest, TellsWhyTheArchiveCannotBeOpened) {
-  EXPECT_EQ("Archive error: Failed to open '/nonexistent/a.tar': No such file or directory",
-            message_of<ArchiveError>([] { const Reader reader("/nonexistent/a.tar"); }));
-  EXPECT_EQ("Archive error: Read error: Is a directory",
-            message_of<ArchiveError>([this] { const Reader reader(folder_.path()); }));
+  EXPECT_EQ(message_of<ArchiveError>([] { const Reader reader("/nonexistent/a.tar"); }),
+            "Archive error: Failed to open '/nonexistent/a.tar': No such file or directory");
+  EXPECT_EQ(message_of<ArchiveError>([this] { const Reader reader(folder_.path()); }),
+            "Archive error: Read error: Is a directory");
 }
 
 TEST_F(ArchiveReaderTest, RefusesWhatIsNoArchiveWhenItIsOpened) {
   for (const std::string& bytes : {std::string("no archive at all"), std::string(5000, 'x'),
                                    std::string("\0", 1), std::string(1, '\n')}) {
-    EXPECT_EQ("Archive error: Unrecognized archive format",
-              message_of<ArchiveError>([&] { const Reader reader(archive(bytes)); }))
+    EXPECT_EQ(message_of<ArchiveError>([&] { const Reader reader(archive(bytes)); }),
+              "Archive error: Unrecognized archive format")
         << bytes.size();
   }
 }
 
 TEST_F(ArchiveReaderTest, TakesTheEndMarkAloneForAnEmptyArchive) {
   Reader reader(archive(TarBuilder().text()));
-  EXPECT_EQ(Names{}, reader.names());
+  EXPECT_EQ(reader.names(), Names{});
 }
 
 TEST_F(ArchiveReaderTest, RefusesAnArchiveThatIsCutAtAnyRecordButTheLast) {
   const std::string whole = three_entries().text();
-  ASSERT_EQ(8 * RECORD, whole.size());
+  ASSERT_EQ(whole.size(), 8 * RECORD);
   for (std::size_t size = RECORD; size < whole.size(); size += RECORD) {
-    EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] {
+    EXPECT_EQ(message_of<std::runtime_error>([&] {
                 Reader reader(archive(whole.substr(0, size)));
                 reader.names();
-              }))
+              }),
+              UNREADABLE)
         << "cut at " << size;
   }
-  EXPECT_EQ(3U, Reader(archive(whole)).names().size());
+  EXPECT_EQ(Reader(archive(whole)).names().size(), 3U);
 }
 
 TEST_F(ArchiveReaderTest, NeverTakesAnArchiveThatIsCutInTheMiddleForAWholeOne) {
@@ -89,12 +84,12 @@ TEST_F(ArchiveReaderTest, HandsOverEverythingBeforeTheDamage) {
   for (const char* name : {"/media/a", "/media/b", "/media/c"}) {
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry) << name;
-    EXPECT_EQ(name, entry->name()->text());
+    EXPECT_EQ(entry->name()->text(), name);
   }
-  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }));
-  EXPECT_EQ((Names{"3 Archive header: Truncated archive: the end mark is missing"}), log.messages());
+  EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }), UNREADABLE);
+  EXPECT_EQ(log.messages(), (Names{"3 Archive header: Truncated archive: the end mark is missing"}));
   // Damage stays damage.
-  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }));
+  EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }), UNREADABLE);
 }
 
 TEST_F(ArchiveReaderTest, SurvivesEverySingleBitFlip) {
@@ -119,34 +114,36 @@ TEST_F(ArchiveReaderTest, SurvivesEverySingleBitFlip) {
 TEST_F(ArchiveReaderTest, TellsAndLogsThatSkippingMetTheEnd) {
   const std::string whole = three_entries().text();
   // Through a pipe, where data can only be read on.
-  EXPECT_TRUE(test::passes_in_child([&whole] {
+  EXPECT_TRUE(passes_in_child([&whole] {
     std::array<int, 2> ends{};
-    ASSERT_EQ(0, ::pipe(ends.data()));
-    ASSERT_EQ(static_cast<ssize_t>(4 * RECORD), ::write(ends[1], whole.data(), 4 * RECORD));
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    ASSERT_EQ(::write(ends[1], whole.data(), 4 * RECORD), static_cast<ssize_t>(4 * RECORD));
     ::close(ends[1]);
-    ASSERT_EQ(STDIN_FILENO, ::dup2(ends[0], STDIN_FILENO));
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     Reader reader("");
     static_cast<void>(reader.next_header());
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
     const RecordedLog log(0);
     const std::string text = message_of<std::runtime_error>([&] { reader.skip(*entry); });
-    EXPECT_EQ("Truncated input file (needed 1024 bytes, only 512 available)", text);
-    EXPECT_EQ((Names{"2 Skip data failed '" + text + "'"}), log.messages());
+    EXPECT_EQ(text, "Truncated input file (needed 1024 bytes, only 512 available)");
+    EXPECT_EQ(log.messages(), (Names{"2 Skip data failed '" + text + "'"}));
   }));
 }
 
 TEST_F(ArchiveReaderTest, FindsDamageBeforeItsTurnAndLosesNoEntry) {
-  EXPECT_EQ(UNREADABLE, message_of<std::runtime_error>([this] {
+  EXPECT_EQ(message_of<std::runtime_error>([this] {
               Reader reader(archive(TarBuilder().add('L', "././@LongLink", "name").truncated_text()));
               reader.require_readable();
-            }));
+            }),
+            UNREADABLE);
   Reader reader(archive(three_entries().text()));
   reader.require_readable();
   reader.require_readable();
-  EXPECT_EQ((Names{"/media/a", "/media/b", "/media/c"}), reader.names());
+  EXPECT_EQ(reader.names(), (Names{"/media/a", "/media/b", "/media/c"}));
   EXPECT_NO_THROW(reader.require_readable());
   EXPECT_FALSE(reader.next_header());
 }
 
 }  // namespace
+}  // namespace harbix::test

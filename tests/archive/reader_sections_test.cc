@@ -4,19 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/metadata_entry.h"
 #include "archive/reader.h"
-#include "archive/reader_test_support.h"
-#include "support/tar_builder.h"
+#include "tests/support/archive.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::Section;
-using test::ArchiveReaderTest;
-using test::Reader;
-using test::TarBuilder;
 
 using Names = std::vector<std::string>;
 
@@ -53,19 +50,19 @@ const Names SETTINGS{"/settings/.backup.metadata", "/settings/s"};
 TEST_F(ArchiveSections, HandEachOperationItsOwnPart) {
   Reader reader(archive(all().text()));
   reader.begin_section(app(true, true));
-  EXPECT_EQ(APP, reader.names());
+  EXPECT_EQ(reader.names(), APP);
   EXPECT_FALSE(reader.next_header());
   reader.begin_section(media(true));
-  EXPECT_EQ(MEDIA, reader.names());
+  EXPECT_EQ(reader.names(), MEDIA);
   reader.begin_section(settings());
-  EXPECT_EQ(SETTINGS, reader.names());
+  EXPECT_EQ(reader.names(), SETTINGS);
   EXPECT_FALSE(reader.next_header());
 }
 
 TEST_F(ArchiveSections, PassOverThePackagesOfEarlierKeywords) {
   Reader reader(archive(all().text()));
   reader.begin_section(settings());
-  EXPECT_EQ(SETTINGS, reader.names());
+  EXPECT_EQ(reader.names(), SETTINGS);
 }
 
 TEST_F(ArchiveSections, PassOverWhatAnEarlierOperationLeftUnread) {
@@ -75,7 +72,7 @@ TEST_F(ArchiveSections, PassOverWhatAnEarlierOperationLeftUnread) {
   reader.begin_section(media(false));
   Names expected = MEDIA;
   expected.insert(expected.end(), SETTINGS.begin(), SETTINGS.end());
-  EXPECT_EQ(expected, reader.names());
+  EXPECT_EQ(reader.names(), expected);
 }
 
 TEST_F(ArchiveSections, HoldBackTheFirstEntryOfALaterKeywordWithItsData) {
@@ -85,8 +82,8 @@ TEST_F(ArchiveSections, HoldBackTheFirstEntryOfALaterKeywordWithItsData) {
   reader.begin_section(settings());
   const auto package = harbix::find_manifest(reader, harbix::METADATA_NAME, harbix::OtherEntries::REFUSE);
   ASSERT_TRUE(package);
-  EXPECT_EQ("/settings/.backup.metadata", package->entry_name);
-  EXPECT_EQ((meta::Manifest{{"Settings", "1"}}), package->manifest);
+  EXPECT_EQ(package->entry_name, "/settings/.backup.metadata");
+  EXPECT_EQ(package->manifest, (meta::Manifest{{"Settings", "1"}}));
 }
 
 TEST_F(ArchiveSections, SkipAWholeKeywordThatTheArchiveLacks) {
@@ -94,15 +91,15 @@ TEST_F(ArchiveSections, SkipAWholeKeywordThatTheArchiveLacks) {
   tar.file("/settings/.backup.metadata", "Settings: 1\n\n").file("/settings/s", "4");
   Reader reader(archive(tar.text()));
   reader.begin_section(media(true));
-  EXPECT_EQ(Names{}, reader.names());
+  EXPECT_EQ(reader.names(), Names{});
   reader.begin_section(settings());
-  EXPECT_EQ(SETTINGS, reader.names());
+  EXPECT_EQ(reader.names(), SETTINGS);
 }
 
 TEST_F(ArchiveSections, HandStrangePackagesOnAsTheyAre) {
   Reader reader(archive(all().text()));
   reader.begin_section(app(false, false));
-  EXPECT_EQ(8U, reader.names().size());
+  EXPECT_EQ(reader.names().size(), 8U);
 }
 
 TEST_F(ArchiveSections, EndPrefixesOnAComponentBoundary) {
@@ -110,7 +107,7 @@ TEST_F(ArchiveSections, EndPrefixesOnAComponentBoundary) {
   tar.file("/settingsx/.backup.metadata", "Settings: 1\n\n").file("/settingsx/s", "4");
   Reader reader(archive(tar.text()));
   reader.begin_section(media(true));
-  EXPECT_EQ((Names{"/settingsx/.backup.metadata", "/settingsx/s"}), reader.names());
+  EXPECT_EQ(reader.names(), (Names{"/settingsx/.backup.metadata", "/settingsx/s"}));
 }
 
 TEST_F(ArchiveSections, FindDamageThroughTheSectionsBefore) {
@@ -125,10 +122,11 @@ TEST_F(ArchiveSections, AreReadAheadWithoutLoss) {
   Reader reader(archive(all().text()));
   reader.begin_section(media(true));
   reader.require_readable();
-  EXPECT_EQ(MEDIA, reader.names());
+  EXPECT_EQ(reader.names(), MEDIA);
   reader.begin_section(settings());
   reader.require_readable();
-  EXPECT_EQ(SETTINGS, reader.names());
+  EXPECT_EQ(reader.names(), SETTINGS);
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -8,21 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
-#include "archive/reader_test_support.h"
-#include "support/child_process.h"
-#include "support/process.h"
-#include "support/tar_builder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/program.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
-using test::ArchiveReaderTest;
-using test::Reader;
-using test::run_program;
-using test::TarBuilder;
-using test::three_entries;
 
 using Names = std::vector<std::string>;
 
@@ -30,12 +24,12 @@ TEST_F(ArchiveReaderTest, StepsThroughTheEntriesWithTheirData) {
   Reader reader(archive(three_entries().text()));
   auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/media/a", entry->name()->text());
-  EXPECT_EQ(4, entry->size());
-  EXPECT_EQ("text", reader.data());
+  EXPECT_EQ(entry->name()->text(), "/media/a");
+  EXPECT_EQ(entry->size(), 4);
+  EXPECT_EQ(reader.data(), "text");
   entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ(std::string(600, 'b'), reader.data());
+  EXPECT_EQ(reader.data(), std::string(600, 'b'));
   entry = reader.next_header();
   ASSERT_TRUE(entry);
   EXPECT_FALSE(reader.next_header());
@@ -43,9 +37,9 @@ TEST_F(ArchiveReaderTest, StepsThroughTheEntriesWithTheirData) {
 
 TEST_F(ArchiveReaderTest, KeepsAnsweringTheEndAfterTheEnd) {
   Reader reader(archive(three_entries().text()));
-  EXPECT_EQ(3U, reader.names().size());
+  EXPECT_EQ(reader.names().size(), 3U);
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(reader.next_header());
-  EXPECT_EQ(ARCHIVE_EOF, reader.advance());
+  EXPECT_EQ(reader.advance(), ARCHIVE_EOF);
   reader.begin_section({});
   EXPECT_FALSE(reader.next_header());
 }
@@ -57,7 +51,7 @@ TEST_F(ArchiveReaderTest, TakesOneSeparatorOffTheNamesOfFolders) {
   for (const Row& row : {Row{"/media/d/", "/media/d"}, Row{"/media/d//", "/media/d/"}, Row{"/", "/"},
                          Row{"d", "d"}, Row{"./", "."}}) {
     Reader reader(archive(TarBuilder().folder(row.stored).text()));
-    EXPECT_EQ(Names{row.name}, reader.names()) << row.stored;
+    EXPECT_EQ(reader.names(), Names{row.name}) << row.stored;
   }
 }
 
@@ -67,49 +61,48 @@ TEST_F(ArchiveReaderTest, HandsNamesOverByteForByte) {
   TarBuilder tar;
   for (const std::string& name : names) tar.file(name, "");
   Reader reader(archive(tar.text()));
-  EXPECT_EQ(names, reader.names());
-  EXPECT_EQ(0, reader.error_number());
+  EXPECT_EQ(reader.names(), names);
+  EXPECT_EQ(reader.error_number(), 0);
 }
 
 TEST_F(ArchiveReaderTest, ReadsTheArchivesOfOtherTars) {
-  test::Tree{test::dir("in", {test::file("a", "text"), test::file("\xC3\xA9", "accent"), test::link("l", "a"),
-                              test::file(std::string(250, 'n'), "long")})}
+  Tree{dir("in", {file("a", "text"), file("\xC3\xA9", "accent"), link("l", "a"),
+                  file(std::string(250, 'n'), "long")})}
       .build(folder_.path());
   for (const std::string format :
        {"tar --format=gnu", "tar --format=pax", "tar --format=posix", "bsdtar --format=pax",
         "bsdtar --format=gnutar", "bsdtar --format=cpio", "bsdtar --format=zip", "bsdtar --format=7zip"}) {
     const auto made = run_program(
         {"sh", "-c", "cd '" + folder_.path() + "' && LC_ALL=C.UTF-8 " + format + " -cf a.tar in/a in/l"});
-    ASSERT_EQ(0, made.status) << made.errors;
+    ASSERT_EQ(made.status, 0) << made.errors;
     Reader reader(archive_);
-    EXPECT_EQ((Names{"in/a", "in/l"}), reader.names()) << format;
+    EXPECT_EQ(reader.names(), (Names{"in/a", "in/l"})) << format;
   }
 }
 
 TEST_F(ArchiveReaderTest, ReadsPaxNamesOfOtherTarsAsBytes) {
-  test::Tree{test::dir("in", {test::file("\xC3\xA9"), test::file("e\xCC\x81"), test::file("\xFF"),
-                              test::file(std::string(250, 'n'))})}
-      .build(folder_.path());
+  Tree{dir("in", {file("\xC3\xA9"), file("e\xCC\x81"), file("\xFF"), file(std::string(250, 'n'))})}.build(
+      folder_.path());
   for (const std::string format : {"tar --format=gnu", "tar --format=posix"}) {
     const auto made = run_program(
         {"sh", "-c",
          "cd '" + folder_.path() + "' && LC_ALL=C " + format + " --sort=name --no-recursion -cf a.tar in/*"});
-    ASSERT_EQ(0, made.status) << made.errors;
+    ASSERT_EQ(made.status, 0) << made.errors;
     Reader reader(archive_);
-    EXPECT_EQ((Names{"in/e\xCC\x81", "in/" + std::string(250, 'n'), "in/\xC3\xA9", "in/\xFF"}),
-              reader.names())
+    EXPECT_EQ(reader.names(),
+              (Names{"in/e\xCC\x81", "in/" + std::string(250, 'n'), "in/\xC3\xA9", "in/\xFF"}))
         << format;
   }
 }
 
 TEST_F(ArchiveReaderTest, HandsOverAnEntryWhoseNameHasNoFormInThisLocale) {
-  test::Tree{test::dir("in", {test::file("\xC3\xA9", "1"), test::file("plain", "2")})}.build(folder_.path());
+  Tree{dir("in", {file("\xC3\xA9", "1"), file("plain", "2")})}.build(folder_.path());
   const auto made = run_program(
       {"sh", "-c",
        "cd '" + folder_.path() + "/in' && LC_ALL=C.UTF-8 bsdtar --format=7zip -cf ../a.tar \xC3\xA9 plain"});
-  ASSERT_EQ(0, made.status) << made.errors;
+  ASSERT_EQ(made.status, 0) << made.errors;
   Reader reader(archive_);
-  EXPECT_EQ((Names{"(none)", "plain"}), reader.names());
+  EXPECT_EQ(reader.names(), (Names{"(none)", "plain"}));
 }
 
 TEST_F(ArchiveReaderTest, RestoresOnlyFilesFoldersAndLinks) {
@@ -126,22 +119,22 @@ TEST_F(ArchiveReaderTest, RestoresOnlyFilesFoldersAndLinks) {
     Reader reader(archive(TarBuilder().add(row.type, "/media/x", "", 0644, row.target).text()));
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry) << row.type;
-    EXPECT_EQ(row.restorable, entry->is_restorable()) << row.type;
-    EXPECT_EQ(row.type == TarBuilder::HARD_LINK, entry->is_hard_link()) << row.type;
-    EXPECT_EQ(row.type == TarBuilder::SYMBOLIC_LINK, entry->link_target().has_value()) << row.type;
+    EXPECT_EQ(entry->is_restorable(), row.restorable) << row.type;
+    EXPECT_EQ(entry->is_hard_link(), row.type == TarBuilder::HARD_LINK) << row.type;
+    EXPECT_EQ(entry->link_target().has_value(), row.type == TarBuilder::SYMBOLIC_LINK) << row.type;
   }
 }
 
 TEST_F(ArchiveReaderTest, ReadsAPipe) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     const std::string bytes = three_entries().text();
     std::array<int, 2> ends{};
-    ASSERT_EQ(0, ::pipe(ends.data()));
-    ASSERT_EQ(static_cast<ssize_t>(bytes.size()), ::write(ends[1], bytes.data(), bytes.size()));
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     ::close(ends[1]);
-    ASSERT_EQ(STDIN_FILENO, ::dup2(ends[0], STDIN_FILENO));
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     Reader reader("");
-    EXPECT_EQ((Names{"/media/a", "/media/b", "/media/c"}), reader.names());
+    EXPECT_EQ(reader.names(), (Names{"/media/a", "/media/b", "/media/c"}));
     EXPECT_FALSE(reader.is_input(fs::File(Path("/"))));
   }));
 }
@@ -163,11 +156,12 @@ TEST_F(ArchiveReaderTest, AnswersTheEndOnceClosed) {
 
 TEST_F(ArchiveReaderTest, KnowsItsOwnFile) {
   const Reader reader(archive(three_entries().text()));
-  test::write_file(folder_ / "other", "");
-  ASSERT_EQ(0, ::link(archive_.c_str(), (folder_ / "hard").c_str()));
+  write_file(folder_ / "other", "");
+  ASSERT_EQ(::link(archive_.c_str(), (folder_ / "hard").c_str()), 0);
   EXPECT_TRUE(reader.is_input(fs::File(Path(archive_))));
   EXPECT_TRUE(reader.is_input(fs::File(Path(folder_ / "hard"))));
   EXPECT_FALSE(reader.is_input(fs::File(Path(folder_ / "other"))));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -12,21 +12,15 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "fs/identity.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
-using test::dir;
-using test::fifo;
-using test::file;
-using test::link;
-using test::message_of;
-using test::TemporaryFolder;
-using test::Tree;
 
 harbix::Source opened(const Path& path) {
   fs::Folder root("/");
@@ -41,10 +35,10 @@ TEST(Source, OfAPlainFileHoldsItsContents) {
   const TemporaryFolder folder;
   Tree{file("f", "12345", 0600)}.build(folder.path());
   const harbix::Source source = opened(Path(folder / "f"));
-  EXPECT_EQ(folder / "f", source.file.path().text());
-  EXPECT_EQ(5, source.file.record().st_size);
+  EXPECT_EQ(source.file.path().text(), folder / "f");
+  EXPECT_EQ(source.file.record().st_size, 5);
   EXPECT_TRUE(source.contents);
-  EXPECT_EQ("", source.link_target);
+  EXPECT_EQ(source.link_target, "");
 }
 
 TEST(Source, OfAFolderHasNoContents) {
@@ -68,7 +62,7 @@ TEST(Source, OfALinkIsItsTargetWithoutFollowingIt) {
        {Row{"dangling", "no\xFFwhere"}, Row{"to_dir", "d"}, Row{"loop", "loop"}, Row{"long", long_target}}) {
     const harbix::Source source = opened(Path(folder / row.name));
     EXPECT_TRUE(source.file.is_symbolic_link()) << row.name;
-    EXPECT_EQ(row.target, source.link_target);
+    EXPECT_EQ(source.link_target, row.target);
     EXPECT_FALSE(source.contents);
   }
 }
@@ -76,32 +70,32 @@ TEST(Source, OfALinkIsItsTargetWithoutFollowingIt) {
 TEST(Source, OfOtherKindsIsRefusedWithoutWaiting) {
   const TemporaryFolder folder;
   Tree{fifo("pipe")}.build(folder.path());
-  EXPECT_EQ("Error opening: " + (folder / "pipe"), refusal(folder / "pipe"));
-  EXPECT_EQ("Error opening: /dev/null", refusal("/dev/null"));
+  EXPECT_EQ(refusal(folder / "pipe"), "Error opening: " + (folder / "pipe"));
+  EXPECT_EQ(refusal("/dev/null"), "Error opening: /dev/null");
 
   const base::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const std::string name = folder / "socket";
   ::sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, name.c_str(), name.size());
-  ASSERT_EQ(0, ::bind(socket.get(), reinterpret_cast<const ::sockaddr*>(&address), sizeof address));
-  EXPECT_EQ("Error opening: " + name, refusal(name));
+  ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const ::sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(refusal(name), "Error opening: " + name);
 }
 
 TEST(Source, ThatIsGoneOrClosedIsRefused) {
   const TemporaryFolder folder;
   Tree{file("closed", "", 0600)}.build(folder.path());
-  EXPECT_EQ("Error opening: " + (folder / "gone"), refusal(folder / "gone"));
+  EXPECT_EQ(refusal(folder / "gone"), "Error opening: " + (folder / "gone"));
   const fs::EffectiveUser nobody(65534);
-  EXPECT_EQ("Error opening: " + (folder / "closed"), refusal(folder / "closed"));
+  EXPECT_EQ(refusal(folder / "closed"), "Error opening: " + (folder / "closed"));
 }
 
 TEST(Source, DescribesWhatWasOpenedNotWhatWasListed) {
   const TemporaryFolder folder;
   Tree{file("f", "12")}.build(folder.path());
   const fs::File listed(Path(folder / "f"));
-  test::write_file(folder / "f", "12345");
-  EXPECT_EQ(5, opened(listed.path()).file.record().st_size);
+  write_file(folder / "f", "12345");
+  EXPECT_EQ(opened(listed.path()).file.record().st_size, 5);
 }
 
 TEST(Source, IsFoundInSeveralFoldersBelowOne) {
@@ -112,14 +106,14 @@ TEST(Source, IsFoundInSeveralFoldersBelowOne) {
   const auto size_of = [&](const Path& path) {
     return harbix::open_source(root, path).file.record().st_size;
   };
-  EXPECT_EQ(5, size_of("a/f"));
-  EXPECT_EQ(3, size_of("b/f"));
-  EXPECT_EQ(1, size_of(Path(folder / "a/g")));
+  EXPECT_EQ(size_of("a/f"), 5);
+  EXPECT_EQ(size_of("b/f"), 3);
+  EXPECT_EQ(size_of(Path(folder / "a/g")), 1);
   const harbix::Source link = harbix::open_source(root, "a/l");
-  EXPECT_EQ("f", link.link_target);
+  EXPECT_EQ(link.link_target, "f");
   EXPECT_TRUE(link.file.is_symbolic_link());
-  EXPECT_EQ("a/l", link.file.path().text());
-  EXPECT_EQ("f", harbix::read_link(root, "a/l"));
+  EXPECT_EQ(link.file.path().text(), "a/l");
+  EXPECT_EQ(harbix::read_link(root, "a/l"), "f");
   EXPECT_TRUE(harbix::open_source(root, "a").file.is_directory());
 }
 
@@ -129,11 +123,11 @@ TEST(Source, ThatCannotBeOpenedIsNamedAndTheNextOneIs) {
   fs::Folder root{Path(folder.path())};
   for (const char* path : {"none/f", "a/none", "a/f/below"}) {
     const std::string message = std::string("Error opening: ") + path;
-    EXPECT_EQ(message,
-              message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }));
-    EXPECT_EQ(message,
-              message_of<std::runtime_error>([&] { static_cast<void>(harbix::read_link(root, path)); }));
-    EXPECT_EQ(5, harbix::open_source(root, "a/f").file.record().st_size);
+    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }),
+              message);
+    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::read_link(root, path)); }),
+              message);
+    EXPECT_EQ(harbix::open_source(root, "a/f").file.record().st_size, 5);
   }
 }
 
@@ -143,9 +137,10 @@ TEST(Source, IsNotReachedThroughALink) {
       .build(folder.path());
   fs::Folder root{Path(folder.path())};
   for (const char* path : {"app/folder/secret", "app/root/etc/passwd", "app/../others/secret"}) {
-    EXPECT_EQ(std::string("Error opening: ") + path,
-              message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }));
+    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }),
+              std::string("Error opening: ") + path);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 std::string report(const std::vector<std::uint64_t>& sizes) {
@@ -39,10 +40,10 @@ TEST(SpaceReport, WrappedSumsBytesAndWholeBlocksIn32Bits) {
       {{3 * GIB4 + 5000, GIB4 / 2, GIB4 / 2}, "5000", "8192", "2"},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(std::string("Required space on disk: ") + row.bytes + " bytes, or " + row.real_bytes +
+    EXPECT_EQ(report(row.sizes),
+              std::string("Required space on disk: ") + row.bytes + " bytes, or " + row.real_bytes +
                   " real bytes or " + row.blocks +
-                  " blocks\n************* /settings/.backup.metadata ******************\n",
-              report(row.sizes));
+                  " blocks\n************* /settings/.backup.metadata ******************\n");
   }
 }
 
@@ -55,3 +56,4 @@ TEST(SpaceReport, UnwrappedGoesBeyond32Bits) {
 }
 
 }  // namespace
+}  // namespace harbix::test

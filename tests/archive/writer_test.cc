@@ -13,45 +13,34 @@
 
 #include <gtest/gtest.h>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/process.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::ArchiveError;
 using harbix::Source;
-using test::CapturedOutput;
-using test::dir;
-using test::file;
-using test::link;
-using test::message_of;
-using test::RecordedLog;
-using test::run_program;
-using test::TemporaryFolder;
-using test::Tree;
-using test::Utf8Names;
-using test::Writer;
 
 constexpr std::size_t RECORD = 512;
 const std::string END_MARK(2 * RECORD, '\0');
 
 class ArchiveWriterTest : public ::testing::Test {
  protected:
-  [[nodiscard]] std::string content() const { return test::read_file(archive_); }
+  [[nodiscard]] std::string content() const { return read_file(archive_); }
 
   /// Archives what `tree` describes, each top-level item below "/media".
   void archive(const Tree& tree) {
     ::mkdir((folder_ / "in").c_str(), 0755);
     tree.build(folder_ / "in");
     Writer writer(archive_);
-    for (const test::TreeItem& item : tree.items()) {
+    for (const TreeItem& item : tree.items()) {
       writer.add(folder_ / ("in/" + item.name), "/media/" + item.name);
     }
     writer.close();
@@ -69,23 +58,23 @@ TEST_F(ArchiveWriterTest, WritesRecordsOf512BytesAndTheEndMarkAndNothingMore) {
   };
   for (const Row& row : {Row{0, 1}, Row{1, 2}, Row{511, 2}, Row{512, 2}, Row{513, 3}, Row{32768, 65},
                          Row{32769, 66}, Row{100000, 197}}) {
-    test::write_file(folder_ / "f", std::string(row.size, 'x'));
+    write_file(folder_ / "f", std::string(row.size, 'x'));
     Writer writer(archive_);
     writer.add(folder_ / "f", "/media/f");
     writer.close();
     const std::string bytes = content();
-    EXPECT_EQ(row.records * RECORD + END_MARK.size(), bytes.size()) << row.size;
-    EXPECT_EQ(END_MARK, bytes.substr(row.records * RECORD)) << row.size;
-    EXPECT_EQ(std::string(row.size, 'x'), bytes.substr(RECORD, row.size)) << row.size;
-    EXPECT_EQ(static_cast<std::int64_t>(bytes.size()), writer.compressed_position()) << row.size;
+    EXPECT_EQ(bytes.size(), row.records * RECORD + END_MARK.size()) << row.size;
+    EXPECT_EQ(bytes.substr(row.records * RECORD), END_MARK) << row.size;
+    EXPECT_EQ(bytes.substr(RECORD, row.size), std::string(row.size, 'x')) << row.size;
+    EXPECT_EQ(writer.compressed_position(), static_cast<std::int64_t>(bytes.size())) << row.size;
   }
 }
 
 TEST_F(ArchiveWriterTest, OfNothingIsTheEndMarkAlone) {
   Writer writer(archive_);
   writer.close();
-  EXPECT_EQ(END_MARK, content());
-  EXPECT_EQ(1024, writer.compressed_position());
+  EXPECT_EQ(content(), END_MARK);
+  EXPECT_EQ(writer.compressed_position(), 1024);
 }
 
 TEST_F(ArchiveWriterTest, IsReadBackWholeByOtherTars) {
@@ -94,24 +83,24 @@ TEST_F(ArchiveWriterTest, IsReadBackWholeByOtherTars) {
       link("long_link", std::string(300, 't')),       dir("d", {}, 0751),
       file(std::string(200, 'n'), "long name"),       file("large", std::string(70000, 'x'), 0600)};
   archive(tree);
-  ASSERT_EQ(0, ::mkdir((folder_ / "tar").c_str(), 0755));
-  ASSERT_EQ(0, ::mkdir((folder_ / "bsdtar").c_str(), 0755));
+  ASSERT_EQ(::mkdir((folder_ / "tar").c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir((folder_ / "bsdtar").c_str(), 0755), 0);
   const auto gnu = run_program({"tar", "-xpPf", archive_, "--same-owner", "--numeric-owner",
                                 "--transform=s,^/media,.,", "-C", folder_ / "tar"});
-  EXPECT_EQ(0, gnu.status) << gnu.errors;
-  EXPECT_EQ("", gnu.errors);
+  EXPECT_EQ(gnu.status, 0) << gnu.errors;
+  EXPECT_EQ(gnu.errors, "");
   EXPECT_TRUE(tree.matches(folder_ / "tar"));
   const auto bsd =
       run_program({"bsdtar", "-xpf", archive_, "--numeric-owner", "-s,^/media,.,", "-C", folder_ / "bsdtar"});
-  EXPECT_EQ(0, bsd.status) << bsd.errors;
+  EXPECT_EQ(bsd.status, 0) << bsd.errors;
   EXPECT_TRUE(tree.matches(folder_ / "bsdtar"));
 }
 
 TEST_F(ArchiveWriterTest, IsListedWithTypeModeOwnerAndSize) {
   archive(Tree{file("f", "12345", 0640).owned_by(4001, 4002), dir("d", {}, 0750).owned_by(1, 2)});
   const auto listing = run_program({"tar", "-tvPf", archive_, "--numeric-owner"});
-  EXPECT_EQ(0, listing.status);
-  EXPECT_EQ("", listing.errors);
+  EXPECT_EQ(listing.status, 0);
+  EXPECT_EQ(listing.errors, "");
   EXPECT_TRUE(listing.output.starts_with("-rw-r----- 4001/4002 ")) << listing.output;
   EXPECT_NE(std::string::npos, listing.output.find(" 5 ")) << listing.output;
   EXPECT_NE(std::string::npos, listing.output.find(" /media/f\ndrwxr-x--- 1/2 ")) << listing.output;
@@ -134,7 +123,7 @@ TEST_F(ArchiveWriterTest, StoresNamesByteForByte) {
   {
     Writer writer(archive_);
     for (const std::string& name : odd) {
-      test::write_file(folder_ / name, name);
+      write_file(folder_ / name, name);
       writer.add(folder_ / name, "/media/" + name);
       expected.push_back("/media/" + name);
     }
@@ -145,33 +134,33 @@ TEST_F(ArchiveWriterTest, StoresNamesByteForByte) {
     expected.push_back(deep);
     writer.close();
   }
-  EXPECT_TRUE(test::passes_in_child([&] {
-    ASSERT_NE(nullptr, std::setlocale(LC_ALL, "C"));
-    test::Reader reader(archive_);
-    EXPECT_EQ(expected, reader.names());
+  EXPECT_TRUE(passes_in_child([&] {
+    ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
+    Reader reader(archive_);
+    EXPECT_EQ(reader.names(), expected);
   }));
   const auto listing = run_program({"tar", "-tPf", archive_, "--quoting-style=literal"});
   std::string lines;
   for (const std::string& name : expected) lines += name + "\n";
-  EXPECT_EQ(lines, listing.output);
+  EXPECT_EQ(listing.output, lines);
 }
 
 TEST_F(ArchiveWriterTest, TakesAWarningOfTheLibraryForAWholeEntry) {
-  test::write_file(folder_ / "\xFF", "text");
-  test::write_file(folder_ / "next", "more");
+  write_file(folder_ / "\xFF", "text");
+  write_file(folder_ / "next", "more");
   const RecordedLog log(4);
   const CapturedOutput errors(STDERR_FILENO);
   Writer writer(archive_);
   writer.add(folder_ / "\xFF", "/media/\xFF");
   writer.add(folder_ / "next", "/media/next");
   writer.close();
-  EXPECT_EQ("", errors.text());
-  ASSERT_EQ(1U, log.lines().size());
+  EXPECT_EQ(errors.text(), "");
+  ASSERT_EQ(log.lines().size(), 1U);
   EXPECT_TRUE(log.messages()[0].starts_with("6 Archive header: Can't translate pathname"))
       << log.messages()[0];
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   std::setlocale(LC_CTYPE, "C");
-  EXPECT_EQ((std::vector<std::string>{"/media/\xFF", "/media/next"}), reader.names());
+  EXPECT_EQ(reader.names(), (std::vector<std::string>{"/media/\xFF", "/media/next"}));
 }
 
 TEST_F(ArchiveWriterTest, StoresLinkTargetsByteForByte) {
@@ -179,31 +168,31 @@ TEST_F(ArchiveWriterTest, StoresLinkTargetsByteForByte) {
                   link("long", std::string(4095, 't')), link("blank", " "), link("slash", "d/")};
   archive(tree);
   std::setlocale(LC_CTYPE, "C");
-  test::Reader reader(archive_);
-  for (const test::TreeItem& item : tree.items()) {
+  Reader reader(archive_);
+  for (const TreeItem& item : tree.items()) {
     const auto entry = reader.next_header();
     ASSERT_TRUE(entry);
-    EXPECT_EQ(item.text, entry->link_target()) << item.name;
+    EXPECT_EQ(entry->link_target(), item.text) << item.name;
   }
 }
 
 TEST_F(ArchiveWriterTest, NeverReadsTheContentsOfFoldersAndLinks) {
   archive(Tree{dir("d", {file("inside", "text")}), link("l", "d/inside")});
-  EXPECT_EQ(2 * RECORD + END_MARK.size(), content().size());
+  EXPECT_EQ(content().size(), 2 * RECORD + END_MARK.size());
 }
 
 TEST_F(ArchiveWriterTest, StoresTheTimeOfTheLastChange) {
-  test::write_file(folder_ / "f", "");
+  write_file(folder_ / "f", "");
   const std::array<struct ::timespec, 2> times{
       {{.tv_sec = 1000000000, .tv_nsec = 0}, {.tv_sec = 1234567890, .tv_nsec = 0}}};
-  ASSERT_EQ(0, ::utimensat(AT_FDCWD, (folder_ / "f").c_str(), times.data(), 0));
+  ASSERT_EQ(::utimensat(AT_FDCWD, (folder_ / "f").c_str(), times.data(), 0), 0);
   Writer writer(archive_);
   writer.add(folder_ / "f", "/media/f");
   writer.close();
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ(1234567890, entry->destination(Path("f")).record().st_mtim.tv_sec);
+  EXPECT_EQ(entry->destination(Path("f")).record().st_mtim.tv_sec, 1234567890);
 }
 
 /// A file whose size changes after it was opened; the entry behind it must stay readable.
@@ -213,11 +202,11 @@ class ChangingFile : public ArchiveWriterTest {
   std::vector<std::string> archive_changing(const std::string& before, const std::string& after) {
     const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    test::write_file(folder_ / "f", before);
-    test::write_file(folder_ / "next", "behind");
+    write_file(folder_ / "f", before);
+    write_file(folder_ / "next", "behind");
     Writer writer(archive_);
     const Source source = harbix::open_source(root_, Path(folder_ / "f"));
-    test::write_file(folder_ / "f", after);
+    write_file(folder_ / "f", after);
     writer.write(source, Path("/media/f"));
     writer.add(folder_ / "next", "/media/next");
     writer.close();
@@ -229,7 +218,7 @@ class ChangingFile : public ArchiveWriterTest {
   /// The data of the two entries.
   [[nodiscard]] std::vector<std::string> stored() const {
     std::vector<std::string> data;
-    test::Reader reader(archive_);
+    Reader reader(archive_);
     while (reader.next_header()) data.push_back(reader.data());
     return data;
   }
@@ -245,9 +234,9 @@ TEST_F(ChangingFile, ThatGrewKeepsTheSizeOfItsHeader) {
     std::size_t before, after;
   };
   for (const Row& row : {Row{0, 1}, Row{5, 6}, Row{512, 1024}, Row{32768, 32769}, Row{40000, 100000}}) {
-    EXPECT_EQ(messages("grew"), archive_changing(std::string(row.before, 'x'), std::string(row.after, 'x')))
+    EXPECT_EQ(archive_changing(std::string(row.before, 'x'), std::string(row.after, 'x')), messages("grew"))
         << row.before << " to " << row.after;
-    EXPECT_EQ((std::vector<std::string>{std::string(row.before, 'x'), "behind"}), stored())
+    EXPECT_EQ(stored(), (std::vector<std::string>{std::string(row.before, 'x'), "behind"}))
         << row.before << " to " << row.after;
   }
 }
@@ -257,108 +246,108 @@ TEST_F(ChangingFile, ThatShrankIsFilledUpWithZeros) {
     std::size_t before, after;
   };
   for (const Row& row : {Row{1, 0}, Row{6, 5}, Row{1024, 512}, Row{32769, 32768}, Row{100000, 40000}}) {
-    EXPECT_EQ(messages("shrank"), archive_changing(std::string(row.before, 'x'), std::string(row.after, 'x')))
+    EXPECT_EQ(archive_changing(std::string(row.before, 'x'), std::string(row.after, 'x')), messages("shrank"))
         << row.before << " to " << row.after;
-    EXPECT_EQ((std::vector<std::string>{
-                  std::string(row.after, 'x') + std::string(row.before - row.after, '\0'), "behind"}),
-              stored())
+    EXPECT_EQ(stored(),
+              (std::vector<std::string>{
+                  std::string(row.after, 'x') + std::string(row.before - row.after, '\0'), "behind"}))
         << row.before << " to " << row.after;
   }
 }
 
 TEST_F(ChangingFile, ThatKeptItsSizeIsToldOfByNobody) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{5}, std::size_t{32768}, std::size_t{65536}}) {
-    EXPECT_EQ((std::vector<std::string>{""}),
-              archive_changing(std::string(size, 'x'), std::string(size, 'y')))
+    EXPECT_EQ(archive_changing(std::string(size, 'x'), std::string(size, 'y')),
+              (std::vector<std::string>{""}))
         << size;
-    EXPECT_EQ((std::vector<std::string>{std::string(size, 'y'), "behind"}), stored()) << size;
+    EXPECT_EQ(stored(), (std::vector<std::string>{std::string(size, 'y'), "behind"})) << size;
   }
 }
 
 TEST_F(ChangingFile, ThatVanishedAfterItWasOpenedIsStoredWhole) {
-  test::write_file(folder_ / "f", "text");
+  write_file(folder_ / "f", "text");
   Writer writer(archive_);
   const Source source = harbix::open_source(root_, Path(folder_ / "f"));
-  ASSERT_EQ(0, ::unlink((folder_ / "f").c_str()));
+  ASSERT_EQ(::unlink((folder_ / "f").c_str()), 0);
   writer.write(source, Path("/media/f"));
   writer.close();
-  EXPECT_EQ((std::vector<std::string>{"text"}), stored());
+  EXPECT_EQ(stored(), (std::vector<std::string>{"text"}));
 }
 
 TEST_F(ArchiveWriterTest, StoresSizesBeyondTheOctalField) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     // The header is looked at; of the data, only what the limit lets through is written.
-    ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_IGN));
+    ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     const struct ::rlimit limit { .rlim_cur = 1 << 20, .rlim_max = 1 << 20 };
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
     struct ::stat record {};
     record.st_mode = S_IFREG | 0644;
     record.st_size = (off_t{8} << 30) + 1;
     Writer writer(archive_);
     const Source source{.file = fs::File(Path("huge"), record), .contents = {}, .link_target = {}};
-    EXPECT_EQ("Archive error: Write error: File too large",
-              message_of<ArchiveError>([&] { writer.write(source, Path("/media/huge")); }));
+    EXPECT_EQ(message_of<ArchiveError>([&] { writer.write(source, Path("/media/huge")); }),
+              "Archive error: Write error: File too large");
   }));
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/media/huge", entry->name()->text());
-  EXPECT_EQ((std::int64_t{8} << 30) + 1, entry->size());
+  EXPECT_EQ(entry->name()->text(), "/media/huge");
+  EXPECT_EQ(entry->size(), (std::int64_t{8} << 30) + 1);
 }
 
 TEST_F(ArchiveWriterTest, ThrowsWhereTheDiskIsFullInTheMiddle) {
-  test::write_file(folder_ / "f", std::string(std::size_t{2} << 20, 'x'));
+  write_file(folder_ / "f", std::string(std::size_t{2} << 20, 'x'));
   Writer writer("/dev/full");
-  EXPECT_EQ("Archive error: Write error: No space left on device(28)",
-            message_of<ArchiveError>([&] { writer.add(folder_ / "f", "/media/f"); }));
-  EXPECT_EQ("Archive error: Write error: No space left on device",
-            message_of<ArchiveError>([&] { writer.close(); }));
+  EXPECT_EQ(message_of<ArchiveError>([&] { writer.add(folder_ / "f", "/media/f"); }),
+            "Archive error: Write error: No space left on device(28)");
+  EXPECT_EQ(message_of<ArchiveError>([&] { writer.close(); }),
+            "Archive error: Write error: No space left on device");
 }
 
 TEST_F(ArchiveWriterTest, ThrowsWhereTheDiskIsFullAtTheVeryEnd) {
-  test::write_file(folder_ / "f", "text");
+  write_file(folder_ / "f", "text");
   Writer writer("/dev/full");
   writer.add(folder_ / "f", "/media/f");
-  EXPECT_EQ("Archive error: Write error: No space left on device",
-            message_of<ArchiveError>([&] { writer.close(); }));
+  EXPECT_EQ(message_of<ArchiveError>([&] { writer.close(); }),
+            "Archive error: Write error: No space left on device");
 }
 
 TEST_F(ArchiveWriterTest, TellsWhyTheArchiveCannotBeCreated) {
-  EXPECT_EQ("Archive error: Failed to open '/nonexistent/a.tar': No such file or directory",
-            message_of<ArchiveError>([] { const Writer writer("/nonexistent/a.tar"); }));
+  EXPECT_EQ(message_of<ArchiveError>([] { const Writer writer("/nonexistent/a.tar"); }),
+            "Archive error: Failed to open '/nonexistent/a.tar': No such file or directory");
 }
 
 TEST_F(ArchiveWriterTest, WritesToStandardOutputForAnEmptyName) {
   const CapturedOutput output(STDOUT_FILENO);
   Writer writer("");
   writer.close();
-  EXPECT_EQ(END_MARK, output.text());
+  EXPECT_EQ(output.text(), END_MARK);
 }
 
 TEST_F(ArchiveWriterTest, RefusesAnObjectThatTarCannotHoldAloneAndGoesOn) {
-  test::write_file(folder_ / "f", "text");
+  write_file(folder_ / "f", "text");
   struct ::stat record {};
   record.st_mode = S_IFSOCK | 0644;
   Writer writer(archive_);
   const Source socket{.file = fs::File(Path("socket"), record), .contents = {}, .link_target = {}};
-  EXPECT_EQ("Archive error: /media/socket: pax format cannot archive sockets",
-            message_of<std::runtime_error>([&] {
+  EXPECT_EQ(message_of<std::runtime_error>([&] {
               try {
                 writer.write(socket, Path("/media/socket"));
               } catch (const ArchiveError& error) {
                 ADD_FAILURE() << "taken for the end of the archive: " << error.what();
               }
-            }));
+            }),
+            "Archive error: /media/socket: pax format cannot archive sockets");
   writer.add(folder_ / "f", "/media/f");
   writer.close();
-  test::Reader reader(archive_);
-  EXPECT_EQ((std::vector<std::string>{"/media/f"}), reader.names());
+  Reader reader(archive_);
+  EXPECT_EQ(reader.names(), (std::vector<std::string>{"/media/f"}));
 }
 
 TEST_F(ArchiveWriterTest, KnowsItsOwnFile) {
   const Writer writer(archive_);
-  test::write_file(folder_ / "other", "");
-  ASSERT_EQ(0, ::link(archive_.c_str(), (folder_ / "hard").c_str()));
+  write_file(folder_ / "other", "");
+  ASSERT_EQ(::link(archive_.c_str(), (folder_ / "hard").c_str()), 0);
   EXPECT_TRUE(writer.is_output(fs::File(Path(archive_))));
   EXPECT_TRUE(writer.is_output(fs::File(Path(folder_ / "hard"))));
   EXPECT_FALSE(writer.is_output(fs::File(Path(folder_ / "other"))));
@@ -377,12 +366,13 @@ TEST_F(ArchiveWriterTest, StoresATextAsAPlainFile) {
   Writer writer(archive_);
   writer.write_text(Path("/media/.backup.metadata"), record, "text");
   writer.close();
-  test::Reader reader(archive_);
+  Reader reader(archive_);
   const auto entry = reader.next_header();
   ASSERT_TRUE(entry);
-  EXPECT_EQ("/media/.backup.metadata", entry->name()->text());
-  EXPECT_EQ(S_IFREG | 0700U, entry->destination(Path("x")).record().st_mode);
-  EXPECT_EQ("text", reader.data());
+  EXPECT_EQ(entry->name()->text(), "/media/.backup.metadata");
+  EXPECT_EQ(entry->destination(Path("x")).record().st_mode, S_IFREG | 0700U);
+  EXPECT_EQ(reader.data(), "text");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 using base::FileDescriptor;
@@ -20,8 +21,8 @@ TEST(FileDescriptor, HoldsNothingAtFirst) {
   FileDescriptor none;
   EXPECT_FALSE(none.is_open());
   EXPECT_FALSE(none);
-  EXPECT_EQ(-1, none.get());
-  EXPECT_EQ(0, none.close());
+  EXPECT_EQ(none.get(), -1);
+  EXPECT_EQ(none.close(), 0);
 }
 
 TEST(FileDescriptor, ClosesAtTheEndOfItsLife) {
@@ -41,7 +42,7 @@ TEST(FileDescriptor, MovesOwnershipAndClosesWhatItHeldBefore) {
   const int second_number = second.get();
   second = std::move(first);
   EXPECT_FALSE(is_open(second_number));
-  EXPECT_EQ(first_number, second.get());
+  EXPECT_EQ(second.get(), first_number);
   EXPECT_FALSE(first.is_open());  // NOLINT(bugprone-use-after-move): that it is empty is the claim
 }
 
@@ -65,9 +66,10 @@ TEST(FileDescriptor, GivesUpWhatItReleases) {
 
 TEST(FileDescriptor, TellsTheErrorOfCloseAndIsEmptyAfterwards) {
   FileDescriptor owner = open_null();
-  ASSERT_EQ(0, ::close(owner.get()));
-  EXPECT_EQ(EBADF, owner.close());
+  ASSERT_EQ(::close(owner.get()), 0);
+  EXPECT_EQ(owner.close(), EBADF);
   EXPECT_FALSE(owner.is_open());
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,11 +7,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/recorded_log.h"
+#include "tests/support/recorded_log.h"
 
+namespace harbix::test {
 namespace {
-
-using test::RecordedLog;
 
 constexpr int MESSAGE_CODE = 104867601;
 
@@ -36,7 +35,7 @@ class ProgramName {
   char* saved_;
 };
 
-TEST(LogLevel, IsOneAtTheStart) { EXPECT_EQ(1, diagnostics::level()); }
+TEST(LogLevel, IsOneAtTheStart) { EXPECT_EQ(diagnostics::level(), 1); }
 
 TEST(LogLevel, IsConfirmedAtTheSeverityOfTheLevelItself) {
   struct Row {
@@ -46,10 +45,10 @@ TEST(LogLevel, IsConfirmedAtTheSeverityOfTheLevelItself) {
        {Row{0, 2}, Row{1, 3}, Row{2, 4}, Row{3, 5}, Row{4, 6}, Row{5, 7}, Row{-1, 2}, Row{-7, 2}}) {
     RecordedLog log(0);
     diagnostics::set_level(row.level);
-    ASSERT_EQ(1U, log.lines().size()) << row.level;
-    EXPECT_EQ(row.severity, log.lines()[0].severity) << row.level;
-    EXPECT_EQ(MESSAGE_CODE, log.lines()[0].code) << row.level;
-    EXPECT_EQ("Debug level " + std::to_string(row.level) + " enabled\n", log.lines()[0].message());
+    ASSERT_EQ(log.lines().size(), 1U) << row.level;
+    EXPECT_EQ(log.lines()[0].severity, row.severity) << row.level;
+    EXPECT_EQ(log.lines()[0].code, MESSAGE_CODE) << row.level;
+    EXPECT_EQ(log.lines()[0].message(), "Debug level " + std::to_string(row.level) + " enabled\n");
   }
 }
 
@@ -57,14 +56,14 @@ TEST(LogLevel, AboveTheHighestIsStoredWithoutAWord) {
   const RecordedLog log(3);
   diagnostics::set_level(6);
   EXPECT_TRUE(log.lines().empty());
-  EXPECT_EQ(0, diagnostics::level());
+  EXPECT_EQ(diagnostics::level(), 0);
 }
 
 TEST(LogLevel, OutsideOfTheTableReadsAsZero) {
   const RecordedLog log;
   for (const int level : {-1, -2147483647 - 1, 6, 2147483647}) {
     diagnostics::set_level(level);
-    EXPECT_EQ(0, diagnostics::level()) << level;
+    EXPECT_EQ(diagnostics::level(), 0) << level;
   }
 }
 
@@ -76,16 +75,16 @@ TEST(LogFunctions, SendAtTheirSeverityWhateverTheLevel) {
        {Row{0, 2}, Row{1, 3}, Row{2, 4}, Row{3, 5}, Row{4, 6}, Row{5, 7}, Row{-1, 2}, Row{6, 2}}) {
     RecordedLog log(0);
     diagnostics::level_function(row.level)("%s %d", "text", 7);
-    ASSERT_EQ(1U, log.lines().size()) << row.level;
-    EXPECT_EQ(row.severity, log.lines()[0].severity) << row.level;
-    EXPECT_EQ(MESSAGE_CODE, log.lines()[0].code) << row.level;
-    EXPECT_EQ(tag() + "text 7", log.lines()[0].text) << row.level;
+    ASSERT_EQ(log.lines().size(), 1U) << row.level;
+    EXPECT_EQ(log.lines()[0].severity, row.severity) << row.level;
+    EXPECT_EQ(log.lines()[0].code, MESSAGE_CODE) << row.level;
+    EXPECT_EQ(log.lines()[0].text, tag() + "text 7") << row.level;
   }
 }
 
 TEST(LogFunctions, OutsideOfTheTableAreThatOfLevelZero) {
-  EXPECT_EQ(diagnostics::level_function(0), diagnostics::level_function(-1));
-  EXPECT_EQ(diagnostics::level_function(0), diagnostics::level_function(6));
+  EXPECT_EQ(diagnostics::level_function(-1), diagnostics::level_function(0));
+  EXPECT_EQ(diagnostics::level_function(6), diagnostics::level_function(0));
   EXPECT_NE(diagnostics::level_function(0), diagnostics::level_function(1));
 }
 
@@ -94,7 +93,7 @@ TEST(LogLine, IsSentWhenTheLevelInForceIsAtLeastItsOwn) {
     for (int level = 0; level <= 5; ++level) {
       const RecordedLog log(in_force);
       diagnostics::line(level, "text");
-      EXPECT_EQ(level <= in_force ? 1U : 0U, log.lines().size()) << level << " under " << in_force;
+      EXPECT_EQ(log.lines().size(), level <= in_force ? 1U : 0U) << level << " under " << in_force;
     }
   }
 }
@@ -102,17 +101,17 @@ TEST(LogLine, IsSentWhenTheLevelInForceIsAtLeastItsOwn) {
 TEST(LogLine, StandsDirectlyBehindTheTag) {
   const RecordedLog log;
   diagnostics::line(0, "Harbix %s", "running");
-  ASSERT_EQ(1U, log.lines().size());
-  EXPECT_EQ(tag() + "Harbix running", log.lines()[0].text);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_EQ(log.lines()[0].text, tag() + "Harbix running");
 }
 
 TEST(LogLine, OfTwoThousandCharactersIsCutTo799WithItsTag) {
   const RecordedLog log;
   diagnostics::line(0, "%s", std::string(2000, 'x').c_str());
-  ASSERT_EQ(1U, log.lines().size());
+  ASSERT_EQ(log.lines().size(), 1U);
   const std::string& text = log.lines()[0].text;
-  EXPECT_EQ(799U, text.size());
-  EXPECT_EQ(tag() + std::string(799 - tag().size(), 'x'), text);
+  EXPECT_EQ(text.size(), 799U);
+  EXPECT_EQ(text, tag() + std::string(799 - tag().size(), 'x'));
 }
 
 TEST(LogLine, OfExactly799CharactersIsWhole) {
@@ -120,9 +119,9 @@ TEST(LogLine, OfExactly799CharactersIsWhole) {
   const std::string message(799 - tag().size(), 'x');
   diagnostics::line(0, "%s", message.c_str());
   diagnostics::line(0, "%s", (message + "y").c_str());
-  ASSERT_EQ(2U, log.lines().size());
-  EXPECT_EQ(tag() + message, log.lines()[0].text);
-  EXPECT_EQ(tag() + message, log.lines()[1].text);
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines()[0].text, tag() + message);
+  EXPECT_EQ(log.lines()[1].text, tag() + message);
 }
 
 TEST(LogLine, CutsATagThatIsTooLong) {
@@ -130,16 +129,17 @@ TEST(LogLine, CutsATagThatIsTooLong) {
   const ProgramName name(std::string(60, 'p'));
   diagnostics::line(0, "text");
   diagnostics::line(0, "%s", std::string(2000, 'x').c_str());
-  ASSERT_EQ(2U, log.lines().size());
-  EXPECT_EQ(std::string(39, 'p') + ":text", log.lines()[0].text);
-  EXPECT_EQ(799U, log.lines()[1].text.size());
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines()[0].text, std::string(39, 'p') + ":text");
+  EXPECT_EQ(log.lines()[1].text.size(), 799U);
 }
 
 TEST(LogLine, DoesNotTakeItsArgumentsForFormats) {
   const RecordedLog log;
   diagnostics::line(0, "%s", "100%s %n");
-  ASSERT_EQ(1U, log.lines().size());
-  EXPECT_EQ("100%s %n", log.lines()[0].message());
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_EQ(log.lines()[0].message(), "100%s %n");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,14 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
+#include "tests/support/application_device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::InstalledApplication;
-using test::lines_of;
-using test::Outcome;
 using testing::AllOf;
 using testing::Contains;
 using testing::Each;
@@ -49,9 +46,9 @@ class AppBackup : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
-  InstalledApplication built_in_ = test::built_in_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
+  InstalledApplication built_in_ = built_in_application();
 };
 
 TEST_F(AppBackup, WritesPackagesInTheOrderOfTheListAndTheHomeScreenLast) {
@@ -127,7 +124,7 @@ TEST_F(AppBackup, DescribesAnApplicationWithoutDataByThreePathsThatAreNotThere) 
   for (const char* name : {"data", "logs", "tmp"}) {
     const std::string error = std::string("Error opening: /accounts/1000/appdata/new/") + name;
     EXPECT_THAT(lines_of(outcome.errors), Contains(error));
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), Contains("ERROR: " + error));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), Contains("ERROR: " + error));
   }
 }
 
@@ -178,7 +175,7 @@ TEST_F(AppBackup, WritesNothingWhenANamedPackageIsUnknown) {
     EXPECT_EQ(outcome.status, 1) << name;
     const std::string message = std::string("Package '") + name + "' not found.";
     EXPECT_EQ(outcome.errors, "Error: " + message + "\n");
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + message));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + message));
     EXPECT_THAT(device_.names(ARCHIVE), ElementsAre());
   }
 }
@@ -190,7 +187,7 @@ TEST_F(AppBackup, FailsWithoutTheListOfApplications) {
   EXPECT_EQ(outcome.errors,
             "Failed to open /pps/system/installer/registeredapps/.all\n"
             "Error reading registered apps\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("ERROR: Failed to open /pps/system/installer/registeredapps/.all"));
   EXPECT_THAT(device_.names(ARCHIVE), ElementsAre());
 }
@@ -217,8 +214,7 @@ TEST_F(AppBackup, EndsWhenTheInstallerDoesNotKnowAnApplication) {
   const Outcome outcome = backup();
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.errors, "ERROR: Attribute actual_extras not found\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
-              ElementsAre("ERROR: Attribute actual_extras not found"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: Attribute actual_extras not found"));
   EXPECT_THAT(device_.requests_left(), ElementsAre());
 }
 
@@ -246,7 +242,7 @@ TEST_F(AppBackup, LeavesOutWhatIsNoFileFolderOrLink) {
   for (const char* name : {"fifo", "null", "socket"}) {
     EXPECT_THAT(lines_of(outcome.errors),
                 Contains("not a file, folder or link: " + data + name + " skipping"));
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
                 Contains("not a file, folder or link: '" + data + name + "'; skipping."));
     EXPECT_THAT(manifest, Not(HasSubstr(data + name)));
   }
@@ -278,3 +274,4 @@ TEST_F(AppBackup, DoesNotFollowADataFolderThatLeadsElsewhere) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -5,20 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::cut_archive_of;
-using test::InstalledApplication;
-using test::lines_of;
-using test::Outcome;
-using test::Snapshot;
-using test::TarBuilder;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -57,8 +49,8 @@ class AppDamagedArchive : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
 };
 
 TEST_F(AppDamagedArchive, PairsRecordsWithEntriesByName) {
@@ -83,7 +75,7 @@ TEST_F(AppDamagedArchive, PairsRecordsWithEntriesByName) {
                     Contains("Warning: No entry in the archive for " + root + "vanished"),
                     Contains("Skip: /app/side.app.pkg/appdata/data/stranger"),
                     Contains("Skip: /app/other/appdata/data/stranger")));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               Contains("No entry in the archive for '" + root + "vanished'"));
 }
 
@@ -265,3 +257,4 @@ TEST_F(AppDamagedArchive, MayHaveManyRecordsAndNoEntries) {
 }
 
 }  // namespace
+}  // namespace harbix::test

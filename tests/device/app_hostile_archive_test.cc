@@ -5,20 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::InstalledApplication;
-using test::Item;
-using test::lines_of;
-using test::Outcome;
-using test::Snapshot;
-using test::TarBuilder;
 using testing::AllOf;
 using testing::Contains;
 using testing::IsEmpty;
@@ -231,7 +223,7 @@ TEST_F(AppHostileArchive, CannotGoThroughLinksThatWereThere) {
   device_.make_owned_link(a_.data(), "/tmp/victim", 0, 0);
   EXPECT_EQ(restore({data().folder("data").file("data/state", "new")}).status, 0);
   EXPECT_EQ(device_.read(a_.data() + "/data/state"), "new");
-  EXPECT_TRUE(S_ISDIR(device_.snapshot(test::APPLICATION_DATA).at("a").mode));
+  EXPECT_TRUE(S_ISDIR(device_.snapshot(APPLICATION_DATA).at("a").mode));
 }
 
 TEST_F(AppHostileArchive, BringsNoHardLinksDevicesOrFifos) {
@@ -329,3 +321,4 @@ TEST_F(AppHostileArchive, WithFlippedBitsStaysInApplicationFolders) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -5,17 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::InstalledApplication;
-using test::lines_of;
-using test::Outcome;
 using testing::AllOf;
 using testing::Contains;
 using testing::Each;
@@ -67,8 +62,8 @@ class AppInstaller : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
   InstalledApplication last_{
       .id = "last.app", .package = "last.app.pkg", .group = 10202, .extras = "source::sideload"};
 };
@@ -89,7 +84,7 @@ TEST_F(AppInstaller, MaySayOtherThingsBeforeItAnswers) {
   EXPECT_THAT(lines_of(outcome.errors),
               AllOf(Contains("Attr: colons value: a::b:c"), Contains("Attr: empty value: "),
                     Contains("Attr: actual_gid value: not yet: 10201"), Contains("actual_gid => 10201")));
-  EXPECT_EQ(device_.snapshot(test::APPLICATION_DATA).at("side.app/data/state").group, 10201U);
+  EXPECT_EQ(device_.snapshot(APPLICATION_DATA).at("side.app/data/state").group, 10201U);
 }
 
 TEST_F(AppInstaller, ThatRefusesQueriesCostsTheDataPackages) {
@@ -101,7 +96,7 @@ TEST_F(AppInstaller, ThatRefusesQueriesCostsTheDataPackages) {
   for (const char* folder : {"/apps/shop.app", "/apps/side.app", "/apps/last.app"}) {
     const std::string message = failed(folder, "Attribute actual_extras not found");
     EXPECT_THAT(lines_of(outcome.errors), Contains("Error: " + message).Times(1));
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), Contains("ERROR: " + message).Times(1));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), Contains("ERROR: " + message).Times(1));
   }
 }
 
@@ -109,7 +104,7 @@ TEST_F(AppInstaller, ThatKnowsNothingOfOneApplicationCostsItsData) {
   device_.make_owned_folder("/apps/ghost", 0750, device_.user("apps"), 10250);
   const InstalledApplication ghost{.id = "ghost", .package = "ghost.pkg", .group = 10250};
   device_.add_data(ghost, "data/state", "old");
-  const test::Snapshot before = device_.snapshot(ghost.data());
+  const Snapshot before = device_.snapshot(ghost.data());
   const Outcome outcome = device_.harbix({"-r", "app"}, archive_of({new_data(ghost), new_data(loaded_)}));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(lines_of(outcome.errors),
@@ -158,7 +153,7 @@ TEST_F(AppInstaller, ThatRefusesToRegisterLeavesTheApplicationUnregistered) {
   EXPECT_THAT(states(), ElementsAre("none", "new", "new"));
   EXPECT_THAT(device_.registered(), Each(Not(HasSubstr("shop.app"))));
   EXPECT_EQ(device_.snapshot("/apps/shop.app").at("set-id"),
-            (test::Item{S_IFREG | 0770U, device_.user("apps"), 0, "s"}));
+            (Item{S_IFREG | 0770U, device_.user("apps"), 0, "s"}));
   EXPECT_THAT(device_.requests_left(), IsEmpty());
 }
 
@@ -203,11 +198,11 @@ TEST_F(AppInstaller, ThatDiesIsWaitedForUntilItIsBack) {
 }
 
 TEST_F(AppInstaller, ThatTakesNoRequestsChangesNothing) {
-  const test::Snapshot before = device_.everything_but({});
+  const Snapshot before = device_.everything_but({});
   const Outcome outcome =
       device_.shell("mount -t tmpfs -o ro none " + REQUESTS + "; harbix -r app", archive());
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), Contains("Unregister of 'shop.app' failed"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), Contains("Unregister of 'shop.app' failed"));
   for (const char* folder : {"/apps/shop.app", "/apps/side.app", "/apps/last.app"}) {
     EXPECT_THAT(outcome.errors,
                 HasSubstr("Error: " + failed(folder, "Failed to create file '" + REQUESTS + "/br_tmp")));
@@ -242,3 +237,4 @@ TEST_F(AppInstaller, IsLeftNoRequestByARunThatIsInterrupted) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,19 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::InstalledApplication;
-using test::Item;
-using test::lines_of;
-using test::Outcome;
-using test::Snapshot;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -39,15 +32,15 @@ class AppRestore : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
-  InstalledApplication built_in_ = test::built_in_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
+  InstalledApplication built_in_ = built_in_application();
 };
 
 TEST_F(AppRestore, ReplacesStorefrontApplicationsAndLeavesOthersInstalled) {
   device_.add_file(bought_, "native/main", "program", 0750);
   const Snapshot applications = device_.snapshot("/apps");
-  const Snapshot data = device_.snapshot(test::APPLICATION_DATA);
+  const Snapshot data = device_.snapshot(APPLICATION_DATA);
   back_up();
   const std::vector<std::string> registered = device_.registered();
 
@@ -60,12 +53,12 @@ TEST_F(AppRestore, ReplacesStorefrontApplicationsAndLeavesOthersInstalled) {
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(difference(applications, device_.snapshot("/apps")), "");
-  EXPECT_EQ(difference(data, device_.snapshot(test::APPLICATION_DATA)), "");
+  EXPECT_EQ(difference(data, device_.snapshot(APPLICATION_DATA)), "");
   std::vector<std::string> registered_again = device_.registered();
   EXPECT_THAT(registered_again, testing::UnorderedElementsAreArray(registered));
   EXPECT_THAT(registered_again, Contains("shop.app::shop.app.pkg,2.0.1.7,price:n:299,source::shopvale"));
   EXPECT_THAT(device_.requests_left(), ElementsAre());
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), ElementsAre());
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre());
 }
 
 TEST_F(AppRestore, TakesPermissionsAwayAndGivesOwners) {
@@ -146,15 +139,14 @@ TEST_F(AppRestore, ListsWhatChangesHandsAndTellsMoreWhenVerbose) {
 }
 
 TEST_F(AppRestore, LeavesTheDataOfAnApplicationThatIsNotInstalledOut) {
-  const std::string data = std::string(test::APPLICATION_DATA) + "/absent";
+  const std::string data = std::string(APPLICATION_DATA) + "/absent";
   device_.write(data + "/data/old", "old");
   const Outcome outcome = restore({CraftedPackage::data("absent").folder("data").file("data/new", "new"),
                                    CraftedPackage::data("side.app").folder("data").file("data/new", "new")});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(lines_of(outcome.errors),
               Contains("Warning: Could not determine actual_gid. Skipping data.").Times(1));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
-              ElementsAre("Application '/apps/absent' does not exist"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING), ElementsAre("Application '/apps/absent' does not exist"));
   EXPECT_THAT(device_.snapshot(data), testing::SizeIs(2));
   EXPECT_EQ(device_.read(data + "/data/old"), "old");
   EXPECT_EQ(device_.read(loaded_.data() + "/data/new"), "new");
@@ -200,8 +192,7 @@ TEST_F(AppRestore, NeedsTheAttributesThatSayWhereThingsGo) {
     const Outcome outcome = restore({row.package});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.errors, "Error: Key " + row.key + " not found.\n");
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
-                ElementsAre("ERROR: Key " + row.key + " not found."));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: Key " + row.key + " not found."));
     EXPECT_EQ(device_.read(loaded_.data() + "/data/state"), "old");
   }
   const Outcome plain = restore({CraftedPackage::binary("shop.app").file("main", "1").without("Extras")});
@@ -220,29 +211,28 @@ TEST_F(AppRestore, StopsAtAPackageOfAnUnknownKindAndKeepsWhatCameBefore) {
     EXPECT_EQ(outcome.status, 1) << name;
     const std::string metadata = std::string(name) + "/.backup.metadata";
     EXPECT_THAT(lines_of(outcome.errors), Contains("Path " + metadata + " not recognized"));
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
-                ElementsAre("Package not recognized '" + metadata + "'"));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("Package not recognized '" + metadata + "'"));
     EXPECT_EQ(device_.read("/apps/shop.app/main"), name);
     EXPECT_EQ(device_.read(loaded_.data() + "/data/state"), "old");
   }
 }
 
 TEST_F(AppRestore, BringsBackItsPartOfAnArchiveOfEverything) {
-  device_.write(std::string(test::SHARED) + "/Music/a.mp3", "music");
+  device_.write(std::string(SHARED) + "/Music/a.mp3", "music");
   device_.make_folder("/accounts/1000/settings", 0755);
   device_.write("/accounts/1000/settings/a", "setting");
   device_.write("/base/scripts/backup_and_restore/settings/lists",
                 "#!/bin/sh\n[ $1 = whitelist ] && echo whitelist /accounts/1000/settings\n", 0755);
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings_app_media"}).status, 0);
   const auto change = [&] {
-    device_.write(std::string(test::SHARED) + "/Music/a.mp3", "changed");
+    device_.write(std::string(SHARED) + "/Music/a.mp3", "changed");
     device_.write("/accounts/1000/settings/a", "changed");
     device_.add_data(loaded_, "data/state", "changed");
     device_.add_data(bought_, "data/state", "changed");
   };
   const auto state = [&] {
     return std::vector<std::string>{
-        device_.read(std::string(test::SHARED) + "/Music/a.mp3"), device_.read("/accounts/1000/settings/a"),
+        device_.read(std::string(SHARED) + "/Music/a.mp3"), device_.read("/accounts/1000/settings/a"),
         device_.read(loaded_.data() + "/data/state"), device_.read(bought_.data() + "/data/state")};
   };
   const std::string archive = device_.read("/tmp/a.tar");
@@ -290,7 +280,7 @@ TEST_F(AppRestore, GoesOnPastAnApplicationThatHadLostItsFolder) {
 TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
   device_.add_file(bought_, "native/caf\xc3\xa9 " + std::string(200, 'l'), "program", 0750);
   const Snapshot applications = device_.snapshot("/apps");
-  const Snapshot data = device_.snapshot(test::APPLICATION_DATA);
+  const Snapshot data = device_.snapshot(APPLICATION_DATA);
   back_up();
   ASSERT_EQ(
       device_
@@ -306,7 +296,7 @@ TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
                       " ../again --no-recursion -T ../names && harbix -r -f /tmp/again app");
     EXPECT_EQ(outcome.status, 0) << packing << outcome.errors;
     EXPECT_EQ(difference(applications, device_.snapshot("/apps")), "") << packing;
-    EXPECT_EQ(difference(data, device_.snapshot(test::APPLICATION_DATA)), "") << packing;
+    EXPECT_EQ(difference(data, device_.snapshot(APPLICATION_DATA)), "") << packing;
   }
 }
 
@@ -327,3 +317,4 @@ TEST_F(AppRestore, NeedsTheAccountAndTheListBeforeItRemovesAnything) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,14 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
+#include "tests/support/application_device.h"
 
+namespace harbix::test {
 namespace {
-
-using test::ApplicationDevice;
-using test::InstalledApplication;
-using test::Outcome;
-using test::Snapshot;
 
 unsigned chosen_seed() {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): tests have one thread
@@ -141,8 +137,8 @@ class AppRoundTrip : public testing::TestWithParam<int> {
             "")
             << each.id;
       }
-      EXPECT_EQ(device.snapshot(test::APPLICATION_DATA).at(each.id),
-                (test::Item{S_IFDIR | 0770U, device.user("apps"), group, ""}))
+      EXPECT_EQ(device.snapshot(APPLICATION_DATA).at(each.id),
+                (Item{S_IFDIR | 0770U, device.user("apps"), group, ""}))
           << each.id;
       EXPECT_EQ(difference(given_to(data_[i], group * 10000 + 1000, group), device.snapshot(each.data())), "")
           << each.id;
@@ -203,3 +199,4 @@ TEST_P(AppRoundTrip, BringsBackEveryNameByteLinkOwnerAndMode) {
 INSTANTIATE_TEST_SUITE_P(Devices, AppRoundTrip, testing::Range(0, 4));
 
 }  // namespace
+}  // namespace harbix::test

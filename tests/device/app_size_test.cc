@@ -5,13 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
+#include "tests/support/application_device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::InstalledApplication;
-using test::Outcome;
 using testing::ElementsAre;
 
 // An empty archive and the end mark that is counted on top of it.
@@ -58,8 +56,8 @@ class AppSize : public testing::Test {
   }
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
 };
 
 TEST_F(AppSize, AddsUpWhatPackagesWouldHoldAndCountsApplications) {
@@ -100,7 +98,7 @@ TEST_F(AppSize, FailsForAStorefrontApplicationThatHasLostItsFolder) {
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(outcome.errors, "ERROR: Invalid registered app:lost.P9\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), ElementsAre("ERROR: Invalid registered app:lost.P9"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: Invalid registered app:lost.P9"));
 }
 
 TEST_F(AppSize, IsSummedUpWithThoseOfOtherKeywords) {
@@ -112,7 +110,7 @@ TEST_F(AppSize, IsSummedUpWithThoseOfOtherKeywords) {
     EXPECT_EQ(std::sscanf(outcome.output.c_str(), "bytesize=%ld\ncount=%d\n", &bytes, &count), 2);
     return std::pair(bytes, count);
   };
-  device_.write(std::string(test::SHARED) + "/Music/a.mp3", "music");
+  device_.write(std::string(SHARED) + "/Music/a.mp3", "music");
   const auto applications = bytes_of("app");
   const auto media = bytes_of("media");
   EXPECT_GT(media.second, 0);
@@ -122,3 +120,4 @@ TEST_F(AppSize, IsSummedUpWithThoseOfOtherKeywords) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -1,13 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/process.h"
+#include "tests/support/device.h"
+#include "tests/support/program.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -40,7 +39,7 @@ TEST(CommandLine, RefusesWhatItCannotDo) {
     EXPECT_EQ(outcome.status, row.status) << testing::PrintToString(row.arguments);
     EXPECT_EQ(outcome.output, row.output) << testing::PrintToString(row.arguments);
     EXPECT_EQ(outcome.errors, "") << testing::PrintToString(row.arguments);
-    EXPECT_EQ(device.logged(test::LOG_PRIORITY_ERROR), row.logged) << testing::PrintToString(row.arguments);
+    EXPECT_EQ(device.logged(LOG_PRIORITY_ERROR), row.logged) << testing::PrintToString(row.arguments);
   }
 }
 
@@ -72,12 +71,12 @@ TEST(CommandLine, SelectsEachKnownKeywordOnce) {
 
 TEST(CommandLine, RestoresNothingWithoutAKeyword) {
   Device device;
-  device.write(std::string(test::SHARED) + "/Music/a.mp3", "a");
+  device.write(std::string(SHARED) + "/Music/a.mp3", "a");
   ASSERT_EQ(device.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
-  const test::Snapshot before = device.snapshot(test::SHARED);
+  const Snapshot before = device.snapshot(SHARED);
   const Outcome outcome = device.harbix({"-r", "-w", "-f", "/tmp/a.tar"});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
-  EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+  EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
   const Outcome of_nothing = device.harbix({"-r", "-w"});
   EXPECT_EQ(of_nothing.status, 0) << of_nothing.errors;
   EXPECT_EQ(of_nothing.errors, "");
@@ -112,12 +111,12 @@ TEST(Log, SendsWhatTheLevelAllows) {
     arguments.insert(arguments.end(), {"-f", "/tmp/a.tar", "media"});
     ASSERT_EQ(device.harbix(arguments).status, 0);
     const std::string shown = testing::PrintToString(row.options);
-    const auto notices = device.logged(test::LOG_PRIORITY_NOTICE);
+    const auto notices = device.logged(LOG_PRIORITY_NOTICE);
     EXPECT_EQ(testing::Value(notices, Contains("Harbix running")), row.running) << shown;
     EXPECT_EQ(testing::Value(notices, Contains("Harbix exiting")), row.running) << shown;
-    EXPECT_EQ(testing::Value(device.logged(test::LOG_PRIORITY_INFO), Contains("Archiving")), row.archiving)
+    EXPECT_EQ(testing::Value(device.logged(LOG_PRIORITY_INFO), Contains("Archiving")), row.archiving)
         << shown;
-    EXPECT_EQ(testing::Value(device.logged(test::LOG_PRIORITY_DEBUG), Contains("Filename: /tmp/a.tar")),
+    EXPECT_EQ(testing::Value(device.logged(LOG_PRIORITY_DEBUG), Contains("Filename: /tmp/a.tar")),
               row.file_name)
         << shown;
   }
@@ -143,7 +142,7 @@ TEST(Log, CutsLinesAt799Characters) {
   const std::string long_name = "/tmp/" + std::string(2000, 'x');
   EXPECT_EQ(device.harbix({"-d", "4", "-f", long_name, "media"}).status, 2);
   std::vector<std::size_t> lengths;
-  for (const test::LogLine& line : device.log()) lengths.push_back(line.text.size());
+  for (const LogLine& line : device.log()) lengths.push_back(line.text.size());
   EXPECT_THAT(lengths, Contains(799U));
   EXPECT_EQ(*std::max_element(lengths.begin(), lengths.end()), 799U);
 }
@@ -151,7 +150,7 @@ TEST(Log, CutsLinesAt799Characters) {
 TEST(Log, TagsLinesWithProgramAndProcess) {
   Device device;
   ASSERT_EQ(device.harbix({"foo"}).status, 1);
-  const std::vector<test::LogLine> lines = device.log();
+  const std::vector<LogLine> lines = device.log();
   ASSERT_THAT(lines, SizeIs(1));
   EXPECT_THAT(lines[0].text, MatchesRegex("harbix\\[[0-9]+\\]:Keyword missing"));
 }
@@ -165,40 +164,40 @@ TEST(Run, DoesWithoutASystemLog) {
 TEST(Run, TellsInOrderWhatItDoes) {
   Device device;
   ASSERT_EQ(device.harbix({"-d", "2", "-f", "/tmp/a.tar", "media"}).status, 0);
-  EXPECT_THAT(device.logged(test::LOG_PRIORITY_NOTICE),
+  EXPECT_THAT(device.logged(LOG_PRIORITY_NOTICE),
               ElementsAre(testing::StartsWith("Debug level 2 enabled"), "Harbix running", "Media",
                           "archiving dtm share", "Harbix exiting"));
   ASSERT_EQ(device.harbix({"-d", "2", "-r", "-f", "/tmp/a.tar", "media"}).status, 0);
-  EXPECT_THAT(device.logged(test::LOG_PRIORITY_NOTICE),
+  EXPECT_THAT(device.logged(LOG_PRIORITY_NOTICE),
               ElementsAre(testing::StartsWith("Debug level 2 enabled"), "Harbix running", "Restoring media",
                           "harbix_media_restore", "Restoring media finished. Return:0", "Harbix exiting"));
 }
 
 TEST(Run, ReportsAnArchiveThatCannotBeOpened) {
   Device device;
-  device.write(std::string(test::SHARED) + "/Music/a.mp3", "a");
-  const test::Snapshot before = device.snapshot(test::SHARED);
+  device.write(std::string(SHARED) + "/Music/a.mp3", "a");
+  const Snapshot before = device.snapshot(SHARED);
   const Outcome outcome = device.harbix({"-d", "2", "-r", "-f", "/tmp/missing.tar", "media"});
   EXPECT_EQ(outcome.status, 2);
   const std::string reason = "Archive error: Failed to open '/tmp/missing.tar': No such file or directory";
   EXPECT_EQ(outcome.errors, "ERROR: " + reason + "\n");
-  EXPECT_THAT(device.logged(test::LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + reason));
-  EXPECT_THAT(device.logged(test::LOG_PRIORITY_NOTICE), Contains("Harbix exiting"));
-  EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+  EXPECT_THAT(device.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + reason));
+  EXPECT_THAT(device.logged(LOG_PRIORITY_NOTICE), Contains("Harbix exiting"));
+  EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
 }
 
 TEST(Run, EndsByAnUncaughtExceptionWithoutTheSystemGroup) {
   Device device;
-  device.write(std::string(test::SHARED) + "/Music/a.mp3", "a");
+  device.write(std::string(SHARED) + "/Music/a.mp3", "a");
   ASSERT_EQ(device.shell("sed -i /^1000_sys:/d /etc/group").status, 0);
-  const test::Snapshot before = device.snapshot(test::SHARED);
+  const Snapshot before = device.snapshot(SHARED);
   for (const char* mode : {"-v", "-r"}) {
     const Outcome outcome = device.harbix({mode, "-f", "/tmp/a.tar", "media"});
     EXPECT_EQ(outcome.status, 128 + SIGABRT) << mode;
     EXPECT_THAT(outcome.errors, testing::HasSubstr("Group '1000_sys' does not exist")) << mode;
   }
   EXPECT_FALSE(device.exists("/tmp/a.tar"));
-  EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+  EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
 }
 
 TEST(Run, DoesNoHarmWithoutTheMediaAccounts) {
@@ -211,30 +210,30 @@ TEST(Run, DoesNoHarmWithoutTheMediaAccounts) {
                          Row{"group", "protected_media", "Group 'protected_media' does not exist"},
                          Row{"passwd", "media", "User 'media' does not exist"}}) {
     Device device;
-    device.write(std::string(test::SHARED) + "/Music/a.mp3", "a");
+    device.write(std::string(SHARED) + "/Music/a.mp3", "a");
     ASSERT_EQ(device.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
-    const test::Snapshot before = device.snapshot(test::SHARED);
+    const Snapshot before = device.snapshot(SHARED);
     ASSERT_EQ(device.shell(std::string("sed -i /^") + row.account + ":/d /etc/" + row.file).status, 0);
 
     const Outcome backup = device.harbix({"-f", "/tmp/b.tar", "media"});
     EXPECT_EQ(backup.status, 1) << row.account;
     EXPECT_EQ(backup.errors, std::string("Error: ") + row.reason + "\n");
-    EXPECT_THAT(device.logged(test::LOG_PRIORITY_ERROR), ElementsAre(std::string("ERROR: ") + row.reason));
+    EXPECT_THAT(device.logged(LOG_PRIORITY_ERROR), ElementsAre(std::string("ERROR: ") + row.reason));
 
     const Outcome restore = device.harbix({"-r", "-f", "/tmp/a.tar", "media"});
     EXPECT_EQ(restore.status, 1) << row.account;
     EXPECT_EQ(restore.errors, std::string("Error: ") + row.reason + "\n");
-    EXPECT_THAT(device.logged(test::LOG_PRIORITY_ERROR),
+    EXPECT_THAT(device.logged(LOG_PRIORITY_ERROR),
                 ElementsAre(std::string("Error occured: '") + row.reason + "'"));
-    EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "") << row.account;
+    EXPECT_EQ(difference(before, device.snapshot(SHARED)), "") << row.account;
   }
 }
 
 TEST(Run, DoesNoHarmWhenNotRoot) {
   Device device;
-  device.write(std::string(test::SHARED) + "/Music/a.mp3", "a");
+  device.write(std::string(SHARED) + "/Music/a.mp3", "a");
   ASSERT_EQ(device.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
-  const test::Snapshot before = device.snapshot(test::SHARED);
+  const Snapshot before = device.snapshot(SHARED);
   const std::string as_daemon = "setpriv --reuid=daemon --regid=daemon --clear-groups harbix ";
 
   const Outcome backup = device.shell(as_daemon + "-f /tmp/b.tar media");
@@ -244,22 +243,21 @@ TEST(Run, DoesNoHarmWhenNotRoot) {
 
   const Outcome restore = device.shell(as_daemon + "-r -f /tmp/a.tar media");
   EXPECT_EQ(restore.status, 1);
-  EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+  EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
 
   ASSERT_EQ(device.shell("chmod 755 /accounts/1000/shared").status, 0);
   const Outcome switched = device.shell(as_daemon + "-f /tmp/c.tar media");
   EXPECT_EQ(switched.status, 1);
   EXPECT_EQ(switched.errors, "Error: Could not set effective uid: Operation not permitted\n");
-  EXPECT_THAT(device.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device.logged(LOG_PRIORITY_ERROR),
               ElementsAre("Could not set effective uid 0: Operation not permitted",
                           "ERROR: Could not set effective uid: Operation not permitted"));
 }
 
 TEST(Usage, StandsInASectionOfTheProgram) {
-  const Outcome usage =
-      test::run_program({"objcopy", "-O", "binary", "--only-section=.usage", "--set-section-flags",
-                         ".usage=alloc", HARBIX_PROGRAM, "/dev/stdout"});
-  const Outcome record = test::run_program({"cat", HARBIX_USAGE_RECORD});
+  const Outcome usage = run_program({"objcopy", "-O", "binary", "--only-section=.usage",
+                                     "--set-section-flags", ".usage=alloc", HARBIX_PROGRAM, "/dev/stdout"});
+  const Outcome record = run_program({"cat", HARBIX_USAGE_RECORD});
   EXPECT_EQ(usage.output, record.output);
   EXPECT_THAT(record.output,
               testing::StartsWith(
@@ -267,3 +265,4 @@ TEST(Usage, StandsInASectionOfTheProgram) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,13 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "base/file_descriptor.h"
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
 
 using base::FileDescriptor;
-using test::Device;
-using test::Outcome;
 
 constexpr char TOP[] = "/accounts/1000/shared/Deep";
 constexpr int DEPTH = 2200;  // longer than any path may be, even with names of one character
@@ -28,7 +27,7 @@ class DeepTree : public testing::Test {
   DeepTree() { device_.make_folder(TOP); }
   ~DeepTree() override {
     // The device's own way of removing what is left keeps all folders open.
-    static_cast<void>(test::run_program({"rm", "-rf", device_.outside(TOP)}));
+    static_cast<void>(run_program({"rm", "-rf", device_.outside(TOP)}));
   }
   DeepTree(const DeepTree&) = delete;
   DeepTree& operator=(const DeepTree&) = delete;
@@ -80,7 +79,7 @@ TEST_F(DeepTree, IsBackedUpWipedAndRestored) {
   EXPECT_EQ(backup.status, 0);
   EXPECT_EQ(backup.errors, "");
   for (const char* tar : {"tar", "bsdtar"}) {
-    const Outcome list = test::run_program({tar, "-Ptf", device_.outside("/tmp/a.tar")});
+    const Outcome list = run_program({tar, "-Ptf", device_.outside("/tmp/a.tar")});
     EXPECT_EQ(list.status, 0) << list.errors;
     // The manifest, the top, the chain and the file.
     EXPECT_EQ(std::ranges::count(list.output, '\n'), DEPTH + 3) << tar;
@@ -97,3 +96,4 @@ TEST_F(DeepTree, IsBackedUpWipedAndRestored) {
 }
 
 }  // namespace
+}  // namespace harbix::test

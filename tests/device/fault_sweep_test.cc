@@ -5,14 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
+#include "tests/support/application_device.h"
 
+namespace harbix::test {
 namespace {
-
-using test::ApplicationDevice;
-using test::Device;
-using test::Outcome;
-using test::Snapshot;
 
 constexpr int MOST_CALLS = 500;
 /// So many runs without a failure in a row that no call can be left.
@@ -32,7 +28,7 @@ Outcome run_with_failure(Device& device, const char* call, int nth, int error, c
 /// Whether standard error or the log names this path.
 bool is_told(const Device& device, const Outcome& outcome, const std::string& path) {
   std::string told = outcome.errors;
-  for (const test::LogLine& line : device.log()) told += line.text + "\n";
+  for (const LogLine& line : device.log()) told += line.text + "\n";
   return told.find(path) != std::string::npos;
 }
 
@@ -55,14 +51,14 @@ void expect_told(const Device& device, const Outcome& outcome, const Snapshot& w
 class MediaFaultSweep : public testing::TestWithParam<const char*> {
  protected:
   MediaFaultSweep() {
-    device_.write(std::string(test::SHARED) + "/Music/a.mp3", std::string(40000, 'a'));
-    device_.write(std::string(test::SHARED) + "/Music/sub/b.mp3", "b");
-    device_.link(std::string(test::SHARED) + "/Music/link", "a.mp3");
-    device_.write(std::string(test::DTM) + "/folder/file", "dtm");
+    device_.write(std::string(SHARED) + "/Music/a.mp3", std::string(40000, 'a'));
+    device_.write(std::string(SHARED) + "/Music/sub/b.mp3", "b");
+    device_.link(std::string(SHARED) + "/Music/link", "a.mp3");
+    device_.write(std::string(DTM) + "/folder/file", "dtm");
     for (const char* item : {"/folder", "/folder/file"})
-      device_.own(test::DTM + std::string(item), "root", "1000_sys");
+      device_.own(DTM + std::string(item), "root", "1000_sys");
     // Its mode is settled at the end of a restore.
-    device_.make_folder(std::string(test::SHARED) + "/Music/closed", 0550);
+    device_.make_folder(std::string(SHARED) + "/Music/closed", 0550);
   }
 
   Outcome run(const std::string& arguments, int nth, int error) {
@@ -86,7 +82,7 @@ TEST_P(MediaBackupFaultSweep, LeavesNoBrokenArchiveUntold) {
     std::filesystem::remove(device_.outside("/tmp/a.tar"));
     const Outcome outcome = run("-f /tmp/a.tar media", nth, EIO);
     ASSERT_LT(outcome.status, 128) << nth << ": " << outcome.errors;
-    const bool is_silent = outcome.errors.empty() && device_.logged(test::LOG_PRIORITY_WARNING).empty();
+    const bool is_silent = outcome.errors.empty() && device_.logged(LOG_PRIORITY_WARNING).empty();
     if (outcome.status == 0 && is_silent) {
       EXPECT_EQ(device_.shell(list).output, whole) << nth;
       if (met_failure) break;
@@ -142,7 +138,7 @@ class ApplicationFaultSweep : public testing::TestWithParam<const char*> {
     device_.install(bought_);
     device_.add_file(bought_, "native/main", "program", 0750);
     device_.install(loaded_);
-    for (const test::InstalledApplication& each : {bought_, loaded_}) {
+    for (const InstalledApplication& each : {bought_, loaded_}) {
       device_.add_data(each, "data/folder/state", "state");
       device_.make_owned_link(each.data() + "/data/link", "folder", each.data_user(), each.group);
     }
@@ -150,15 +146,15 @@ class ApplicationFaultSweep : public testing::TestWithParam<const char*> {
 
   Snapshot restored() {
     Snapshot all;
-    for (const char* folder : {"/apps", test::APPLICATION_DATA}) {
+    for (const char* folder : {"/apps", APPLICATION_DATA}) {
       for (auto& [path, item] : device_.snapshot(folder)) all.emplace(folder + ("/" + path), std::move(item));
     }
     return all;
   }
 
   ApplicationDevice device_;
-  test::InstalledApplication bought_ = test::bought_application();
-  test::InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
 };
 
 TEST_P(ApplicationFaultSweep, TellsOfWhatIsMissingOrBelongsToTheWrongUser) {
@@ -194,3 +190,4 @@ INSTANTIATE_TEST_SUITE_P(Calls, ApplicationFaultSweep,
                          name_of);
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,19 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::Item;
-using test::lines_of;
-using test::Outcome;
-using test::Snapshot;
-using test::TarBuilder;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -104,7 +97,7 @@ TEST_F(HomeScreen, IsRestoredWithoutTheProgramsThatStopIt) {
       lines_of(missing.errors),
       AllOf(Contains("Error slaying navigator No such file or directory").Times(1),
             Contains("Error executing /base/bin/sh launcher stop ('No such file or directory')").Times(1)));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               ElementsAre("Could not kill navigator", "Could not stop launcher"));
   EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "new");
 
@@ -256,7 +249,7 @@ TEST_F(HomeScreen, OfTheSystemTrayOnlyTheClockDatabaseComesBack) {
 
 TEST_F(HomeScreen, StaysInsideItsComponents) {
   device_.write("/tmp/victim/file", "untouched", 0666);
-  const test::InstalledApplication other{
+  const InstalledApplication other{
       .id = "other", .package = "other.pkg", .group = 10200, .extras = "source::sideload"};
   device_.install(other);
   device_.add_data(other, "data/state", "old", 0666);
@@ -331,3 +324,4 @@ TEST_F(HomeScreen, RemovesNothingBehindLinksThatTheArchiveBrings) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -5,12 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -28,8 +27,8 @@ std::vector<std::string> lines(const std::string& text) {
 
 class MediaBackup : public testing::Test {
  protected:
-  static std::string shared(const std::string& path) { return std::string(test::SHARED) + "/" + path; }
-  static std::string dtm(const std::string& path) { return std::string(test::DTM) + "/" + path; }
+  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
+  static std::string dtm(const std::string& path) { return std::string(DTM) + "/" + path; }
 
   Outcome back_up(std::vector<std::string> options = {}) {
     options.insert(options.end(), {"-f", ARCHIVE, "media"});
@@ -38,15 +37,14 @@ class MediaBackup : public testing::Test {
 
   /// The archive's names, as another tar reads them.
   std::vector<std::string> names(const std::string& tar = "tar --quoting-style=literal -Ptf") {
-    const Outcome outcome =
-        test::run_program({"bash", "-c", tar + " \"$1\"", "bash", device_.outside(ARCHIVE)});
+    const Outcome outcome = run_program({"bash", "-c", tar + " \"$1\"", "bash", device_.outside(ARCHIVE)});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(outcome.errors, "");
     return lines(outcome.output);
   }
 
   std::string content(const std::string& name) {
-    return test::run_program({"tar", "-PxOf", device_.outside(ARCHIVE), name}).output;
+    return run_program({"tar", "-PxOf", device_.outside(ARCHIVE), name}).output;
   }
 
   static constexpr char ARCHIVE[] = "/tmp/a.tar";
@@ -89,7 +87,7 @@ TEST_F(MediaBackup, BeginsEachPackageWithItsManifest) {
   ASSERT_EQ(::lstat(device_.outside(shared("Music")).c_str(), &folder), 0);
   EXPECT_EQ(content("/media/Music/.backup.metadata"),
             "File: " + std::to_string(folder.st_size) + "\nMusic\nFile: 5\nMusic/a.mp3\n\n");
-  const Outcome listing = test::run_program(
+  const Outcome listing = run_program(
       {"tar", "--numeric-owner", "-Ptvf", device_.outside(ARCHIVE), "/media/Music/.backup.metadata"});
   EXPECT_THAT(listing.output, testing::StartsWith("-rwx------ 0/0 "));
 }
@@ -129,10 +127,10 @@ TEST_F(MediaBackup, KeepsNamesByteForByte) {
   for (const std::string& name : odd) device_.write(shared("Odd/" + name), name);
   ASSERT_EQ(back_up().status, 0);
   const Outcome listing =
-      test::run_program({"bash", "-c", "bsdtar -xPOf \"$1\" | wc -c", "bash", device_.outside(ARCHIVE)});
+      run_program({"bash", "-c", "bsdtar -xPOf \"$1\" | wc -c", "bash", device_.outside(ARCHIVE)});
   EXPECT_EQ(listing.status, 0);
   for (const std::string& name : odd) {
-    const Outcome found = test::run_program(
+    const Outcome found = run_program(
         {"tar", "--no-wildcards", "--no-unquote", "-PxOf", device_.outside(ARCHIVE), "/media/Odd/" + name});
     EXPECT_EQ(found.output, name) << found.errors;
   }
@@ -143,8 +141,8 @@ TEST_F(MediaBackup, TakesTopLevelFoldersOfAnyName) {
   for (const std::string& name : odd) device_.write(shared(name + "/file"), name);
   ASSERT_EQ(back_up().status, 0);
   for (const std::string& name : odd) {
-    const Outcome found = test::run_program({"tar", "--no-wildcards", "--no-unquote", "-PxOf",
-                                             device_.outside(ARCHIVE), "/media/" + name + "/file"});
+    const Outcome found = run_program({"tar", "--no-wildcards", "--no-unquote", "-PxOf",
+                                       device_.outside(ARCHIVE), "/media/" + name + "/file"});
     EXPECT_EQ(found.output, name) << found.errors;
   }
 }
@@ -204,7 +202,7 @@ TEST_F(MediaBackup, SkipsUnreadableItemsAtAnyDepth) {
   EXPECT_THAT(names(), UnorderedElementsAre("/media/Music/.backup.metadata", "/media/Music/",
                                             "/media/Music/sub/", "/media/Music/sub/ordinary"));
   EXPECT_THAT(
-      device_.logged(test::LOG_PRIORITY_WARNING),
+      device_.logged(LOG_PRIORITY_WARNING),
       UnorderedElementsAre("can't access: 'Closed'; skipping.", "can't access: 'Music/locked'; skipping.",
                            "can't access: 'Music/sub/locked'; skipping.",
                            "can't access: 'Music/sub/closed'; skipping."));
@@ -279,7 +277,7 @@ TEST_F(MediaBackup, TellsNamesWhenVerbose) {
             "Filename: /tmp/a.tar\nKeywords: \nmedia\nArchiving\nMedia\nArchive: Music to /media/Music\n"
             "Archive: Music/a.mp3 to /media/Music/a.mp3\n");
   EXPECT_THAT(
-      device_.logged(test::LOG_PRIORITY_INFO),
+      device_.logged(LOG_PRIORITY_INFO),
       ElementsAre(testing::StartsWith("Debug level 3"), "Archiving", "archiving media sizeonly is false",
                   "Current dir: /accounts/1000/shared", "Storing manifest to '/media/Music'",
                   "Archive: Music to /media/Music", "Archive: Music/a.mp3 to /media/Music/a.mp3",
@@ -287,21 +285,21 @@ TEST_F(MediaBackup, TellsNamesWhenVerbose) {
 }
 
 TEST_F(MediaBackup, NeedsItsRootFolders) {
-  for (const char* root : {test::DTM, test::SHARED}) {
+  for (const char* root : {DTM, SHARED}) {
     std::filesystem::remove_all(device_.outside(root));
     const Outcome outcome = back_up();
     EXPECT_EQ(outcome.status, 1);
     const std::string reason =
         "Failed to chdir to '" + std::string(root) + "' [errno:2 'No such file or directory']";
     EXPECT_EQ(outcome.errors, "Error: " + reason + "\n");
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + reason));
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), ElementsAre("ERROR: " + reason));
   }
 }
 
 TEST_F(MediaBackup, RefusesARootThatIsALinkElsewhere) {
   device_.write("/tmp/elsewhere/Music/a", "a");
-  std::filesystem::remove_all(device_.outside(test::SHARED));
-  device_.link(test::SHARED, "/tmp/elsewhere");
+  std::filesystem::remove_all(device_.outside(SHARED));
+  device_.link(SHARED, "/tmp/elsewhere");
   const Outcome outcome = back_up();
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors,
@@ -313,7 +311,7 @@ TEST_F(MediaBackup, GoesDeeperThanAProcessMayOpenFiles) {
   for (int i = 0; i < 300; ++i) path += "/d";
   device_.write(path + "/leaf", "leaf");
   EXPECT_EQ(device_.shell("ulimit -n 32; harbix -f /tmp/a.tar media").status, 0);
-  EXPECT_EQ(content("/media" + path.substr(std::string(test::SHARED).size()) + "/leaf"), "leaf");
+  EXPECT_EQ(content("/media" + path.substr(std::string(SHARED).size()) + "/leaf"), "leaf");
 }
 
 TEST_F(MediaBackup, ReadsAsTheMediaUserOnly) {
@@ -325,3 +323,4 @@ TEST_F(MediaBackup, ReadsAsTheMediaUserOnly) {
 }
 
 }  // namespace
+}  // namespace harbix::test

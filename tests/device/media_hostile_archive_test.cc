@@ -5,14 +5,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/tar_builder.h"
+#include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
-using test::TarBuilder;
 using testing::HasSubstr;
 
 /// Restores crafted archives, and holds the whole device outside of the two media places against what it was.
@@ -23,23 +21,22 @@ class HostileArchive : public testing::Test {
     device_.write(shared("Old/photo"), "old");
   }
 
-  static std::string shared(const std::string& path) { return std::string(test::SHARED) + "/" + path; }
+  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
   Outcome restore(const std::string& archive) {
-    const test::Snapshot before = rest_of_device();
+    const Snapshot before = rest_of_device();
     Outcome outcome = device_.harbix({"-r", "media"}, archive);
     EXPECT_EQ(difference(before, rest_of_device()), "");
     EXPECT_LT(outcome.status, 128) << outcome.errors;
     return outcome;
   }
 
-  test::Snapshot rest_of_device() {
-    test::Snapshot rest;
+  Snapshot rest_of_device() {
+    Snapshot rest;
     for (const char* folder : {"/accounts", "/apps", "/base", "/etc", "/root", "/tmp", "/var"}) {
       for (auto& [path, item] : device_.snapshot(folder)) {
         const std::string full = std::string(folder) + "/" + path;
-        if (!full.starts_with(test::SHARED) && !full.starts_with(test::DTM))
-          rest.emplace(full, std::move(item));
+        if (!full.starts_with(SHARED) && !full.starts_with(DTM)) rest.emplace(full, std::move(item));
       }
     }
     return rest;
@@ -86,7 +83,7 @@ TEST_F(HostileArchive, CannotGoThroughItsOwnLinks) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(device_.read("/tmp/victim/file"), "untouched");
   EXPECT_EQ(device_.read(shared("M/last")), "last");
-  EXPECT_EQ(device_.snapshot(test::SHARED).at("M/out").content, "/tmp/victim");
+  EXPECT_EQ(device_.snapshot(SHARED).at("M/out").content, "/tmp/victim");
 }
 
 TEST_F(HostileArchive, CannotGoThroughLinksThatWereThere) {
@@ -119,9 +116,9 @@ TEST_F(HostileArchive, BringsNoHardLinksDevicesOrFifos) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");
   std::vector<std::string> media;
-  for (const auto& [path, item] : device_.snapshot(test::SHARED)) media.push_back(path);
+  for (const auto& [path, item] : device_.snapshot(SHARED)) media.push_back(path);
   EXPECT_THAT(media, testing::ElementsAre("M", "M/last", "Old"));
-  EXPECT_THAT(device_.snapshot(test::DTM), testing::IsEmpty());
+  EXPECT_THAT(device_.snapshot(DTM), testing::IsEmpty());
 }
 
 TEST_F(HostileArchive, BringsNoSetIdBits) {
@@ -132,9 +129,9 @@ TEST_F(HostileArchive, BringsNoSetIdBits) {
                         .text())
                 .status,
             0);
-  EXPECT_EQ(device_.snapshot(test::SHARED).at("M/s").mode, S_IFREG | 0770U);
-  EXPECT_EQ(device_.snapshot(test::DTM).at("s").mode, S_IFREG | 0770U);
-  EXPECT_EQ(device_.snapshot(test::DTM).at("d").mode, S_IFDIR | 0770U);
+  EXPECT_EQ(device_.snapshot(SHARED).at("M/s").mode, S_IFREG | 0770U);
+  EXPECT_EQ(device_.snapshot(DTM).at("s").mode, S_IFREG | 0770U);
+  EXPECT_EQ(device_.snapshot(DTM).at("d").mode, S_IFDIR | 0770U);
 }
 
 TEST_F(HostileArchive, MayClaimSizesBeyondItsEnd) {
@@ -145,7 +142,7 @@ TEST_F(HostileArchive, MayClaimSizesBeyondItsEnd) {
                                       .text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Error: Extracting data for './M/huge' failed ('%s')\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               testing::Contains("Failed restoring './M/huge' due to 'Truncated tar archive'"));
   EXPECT_EQ(device_.read(shared("M/first")), "first");
 }
@@ -168,7 +165,7 @@ TEST_F(HostileArchive, MayHaveNamesThatCannotBeConverted) {
               "cd /tmp/in && LC_ALL=C.UTF-8 bsdtar --format 7zip -s ,^media,/media, -P -cf /tmp/x.7z media")
           .status,
       0);
-  const test::Snapshot before = rest_of_device();
+  const Snapshot before = rest_of_device();
   const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/x.7z", "media"});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Error: Malformed archive: an entry has no name\n");
@@ -231,3 +228,4 @@ TEST_F(HostileArchive, WithFlippedBitsStaysInItsPlaces) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,14 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/tar_builder.h"
+#include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
-using test::TarBuilder;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -18,8 +16,8 @@ using testing::IsEmpty;
 
 class MediaRestore : public testing::Test {
  protected:
-  static std::string shared(const std::string& path) { return std::string(test::SHARED) + "/" + path; }
-  static std::string dtm(const std::string& path) { return std::string(test::DTM) + "/" + path; }
+  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
+  static std::string dtm(const std::string& path) { return std::string(DTM) + "/" + path; }
 
   Outcome restore(const std::string& archive, std::vector<std::string> options = {}) {
     options.insert(options.end(), {"-r", "media"});
@@ -47,13 +45,13 @@ TEST_F(MediaRestore, PutsFilesInTheirPlaces) {
   EXPECT_EQ(device_.read(dtm("x/a")), "prefix");
   EXPECT_FALSE(device_.exists(shared("Music/.backup.metadata")));
 
-  const test::Snapshot media = device_.snapshot(test::SHARED);
+  const Snapshot media = device_.snapshot(SHARED);
   EXPECT_EQ(media.at("Music/a.mp3").mode, S_IFREG | 0660U);
   EXPECT_EQ(media.at("Music/a.mp3").owner, device_.user("media"));
   EXPECT_EQ(media.at("Music/a.mp3").group, device_.group("1000_shared"));
   EXPECT_EQ(media.at("misc").mode, S_IFDIR | 0770U);
   EXPECT_EQ(media.at("misc").owner, device_.user("media"));
-  const test::Snapshot share = device_.snapshot(test::DTM);
+  const Snapshot share = device_.snapshot(DTM);
   EXPECT_EQ(share.at("f/y").owner, 0U);
   EXPECT_EQ(share.at("f/y").group, device_.group("1000_sys"));
 }
@@ -79,14 +77,14 @@ TEST_F(MediaRestore, EmptiesTheSharedFoldersFirst) {
   const Outcome outcome = restore(TarBuilder().file("/media/Photos/b.jpg", "photo").text(), {"-d", "4"});
   EXPECT_EQ(outcome.status, 0);
   std::vector<std::string> left;
-  for (const auto& [path, item] : device_.snapshot(test::SHARED)) left.push_back(path);
+  for (const auto& [path, item] : device_.snapshot(SHARED)) left.push_back(path);
   EXPECT_THAT(left, ElementsAre("Empty", "Music", "Photos", "Photos/b.jpg", "top.mp3"));
   EXPECT_TRUE(device_.exists("/etc/passwd"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_DEBUG), Contains("harbix_media_wipe"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_INFO),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_DEBUG), Contains("harbix_media_wipe"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_INFO),
               testing::IsSupersetOf({"Unlinking content of '" + shared("Music") + "'",
                                      "Unlinking '" + shared("Music/old/deep/a.mp3") + "'"}));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               ElementsAre("Error while unlinking content: " + shared("top.mp3")));
 }
 
@@ -125,8 +123,8 @@ TEST_F(MediaRestore, SparesProtectedAndUnreadableItems) {
   EXPECT_EQ(device_.read(shared("Music/fresh")), "new");
   EXPECT_THAT(outcome.errors, HasSubstr("Restoring: ./Music/locked\nSkipping ./Music/locked\n"));
   EXPECT_THAT(outcome.errors, HasSubstr("Restoring: ./Music/fresh\n"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_DEBUG), Contains("Skipping ./Music/locked"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_DEBUG), Contains("Skipping ./Music/locked"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               testing::IsSupersetOf({"can't access: '" + shared("Music/locked") + "'; skipping.",
                                      "Failed to rmdir '" + shared("Music/sub") + "' (Directory not empty)",
                                      "Skipped '" + shared("Music/sub") + "'"}));
@@ -143,7 +141,7 @@ TEST_F(MediaRestore, EndsAtAnEntryOfAnotherKind) {
       restore(TarBuilder().file("/media/M/a", "a").file("/other/b", "b").file("/media/M/c", "c").text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Error: Path '/other/b' is not subdirectory of '/media'\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("Error occured: 'Path '/other/b' is not subdirectory of '/media''"));
   EXPECT_TRUE(device_.exists(shared("M/a")));
   EXPECT_FALSE(device_.exists(shared("M/c")));
@@ -202,7 +200,7 @@ TEST_F(MediaRestore, SettlesTheModesOfFolders) {
                         .text())
                 .status,
             0);
-  const test::Snapshot media = device_.snapshot(test::SHARED);
+  const Snapshot media = device_.snapshot(SHARED);
   EXPECT_EQ(media.at("M/readonly").mode, S_IFDIR | 0550U);
   EXPECT_EQ(media.at("M/readonly/inside").content, "inside");
   EXPECT_EQ(media.at("M/readonly/inside").mode, S_IFREG | 0440U);
@@ -210,7 +208,7 @@ TEST_F(MediaRestore, SettlesTheModesOfFolders) {
 }
 
 TEST_F(MediaRestore, NeedsItsFolders) {
-  std::filesystem::remove_all(device_.outside(test::SHARED));
+  std::filesystem::remove_all(device_.outside(SHARED));
   const Outcome outcome = restore(TarBuilder().file("/media/M/a", "a").text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors,
@@ -221,8 +219,9 @@ TEST_F(MediaRestore, LeavesTheProcessAsItWas) {
   // What the shell finds after the run is what it had before; inside, the last log line is sent by root in
   // "/".
   EXPECT_EQ(restore(TarBuilder().file("/media/M/a", "a").file("/dtm/b", "b").text(), {"-d", "2"}).status, 0);
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_NOTICE), Contains("Restoring media finished. Return:0"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR), IsEmpty());
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_NOTICE), Contains("Restoring media finished. Return:0"));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), IsEmpty());
 }
 
 }  // namespace
+}  // namespace harbix::test

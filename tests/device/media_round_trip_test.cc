@@ -6,11 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
-
-using test::Device;
 
 unsigned chosen_seed() {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): tests have one thread
@@ -76,21 +75,21 @@ TEST(MediaRoundTrip, BringsBackEveryNameByteLinkOwnerAndMode) {
     Device device;
     RandomTree tree(device, seed);
     for (int i = 0; i < 4; ++i) {
-      const std::string folder = std::string(test::SHARED) + "/" + "T" + tree.name();
+      const std::string folder = std::string(SHARED) + "/" + "T" + tree.name();
       device.make_folder(folder);
       tree.fill(folder, 4);
     }
-    const test::Snapshot before = device.snapshot(test::SHARED);
+    const Snapshot before = device.snapshot(SHARED);
     ASSERT_EQ(device.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
 
     // As it is, with the shared folders still there.
     ASSERT_EQ(device.harbix({"-r", "-f", "/tmp/a.tar", "media"}).status, 0);
-    EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+    EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
 
     // On a device that has lost everything, from standard input.
     ASSERT_EQ(device.shell("rm -rf /accounts/1000/shared/*").status, 0);
     ASSERT_EQ(device.harbix({"-r", "media"}, device.read("/tmp/a.tar")).status, 0);
-    EXPECT_EQ(difference(before, device.snapshot(test::SHARED)), "");
+    EXPECT_EQ(difference(before, device.snapshot(SHARED)), "");
 
     // The archive of what came back lists the same.
     ASSERT_EQ(device.harbix({"-f", "/tmp/b.tar", "media"}).status, 0);
@@ -101,7 +100,7 @@ TEST(MediaRoundTrip, BringsBackEveryNameByteLinkOwnerAndMode) {
 
 TEST(MediaRoundTrip, TellsNamesApartThatDifferInTheirAccentsOnly) {
   Device device;
-  const std::string folder = std::string(test::SHARED) + "/Photos/";
+  const std::string folder = std::string(SHARED) + "/Photos/";
   device.write(folder + "caf\xc3\xa9.jpg", "composed");
   device.write(folder + "cafe\xcc\x81.jpg", "decomposed");
   ASSERT_EQ(device.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
@@ -111,3 +110,4 @@ TEST(MediaRoundTrip, TellsNamesApartThatDifferInTheirAccentsOnly) {
 }
 
 }  // namespace
+}  // namespace harbix::test

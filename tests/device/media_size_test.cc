@@ -1,12 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
 using testing::Contains;
 using testing::ElementsAre;
 
@@ -23,11 +22,11 @@ class MediaSize : public testing::Test {
   MediaSize() { std::filesystem::remove(device_.outside(LIBRARY)); }
 
   void make_library(const std::string& sql) {
-    const Outcome outcome = test::run_program({"sqlite3", device_.outside(LIBRARY)}, sql);
+    const Outcome outcome = run_program({"sqlite3", device_.outside(LIBRARY)}, sql);
     ASSERT_EQ(outcome.status, 0) << outcome.errors;
   }
 
-  void add_one_small_file() { device_.write(std::string(test::SHARED) + "/M/a", "1"); }
+  void add_one_small_file() { device_.write(std::string(SHARED) + "/M/a", "1"); }
 
   // Folder "M" and its one byte: two headers and a block; a header and a block for the manifest.
   static constexpr long ONE_SMALL_FILE = 512 + 512 + 512 + 512 + 512;
@@ -44,16 +43,16 @@ TEST_F(MediaSize, ComesFromTheLibrary) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + 4000000123, 4));
   EXPECT_EQ(outcome.errors, "");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("The number of files is: 4  Their total size is 4000000123"));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_INFO),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_INFO),
               testing::IsSupersetOf({std::string("archiving media sizeonly is true"),
                                      "DB " + std::string(LIBRARY) + " opened successfully"}));
 }
 
 TEST_F(MediaSize, LeavesTheLibraryAsItWas) {
   make_library("create table files(ftype integer, size integer); insert into files values(1,100);");
-  const test::Snapshot before = device_.snapshot("/accounts/1000/db");
+  const Snapshot before = device_.snapshot("/accounts/1000/db");
   ASSERT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 100, 1));
   EXPECT_EQ(difference(before, device_.snapshot("/accounts/1000/db")), "");
 }
@@ -62,7 +61,7 @@ TEST_F(MediaSize, LeavesAWriteAheadLibraryAsItWas) {
   make_library(
       "pragma journal_mode=wal; create table files(ftype integer, size integer); insert into files "
       "values(1,100);");
-  const test::Snapshot before = device_.snapshot("/accounts/1000/db");
+  const Snapshot before = device_.snapshot("/accounts/1000/db");
   EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 100, 1));
   EXPECT_EQ(difference(before, device_.snapshot("/accounts/1000/db")), "");
 }
@@ -83,7 +82,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsMissing) {
   const Outcome outcome = device_.harbix({"-s", "media"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("Problem opening DB to read Media " + std::string(LIBRARY) +
                           " reason: unable to open database file"));
   EXPECT_FALSE(device_.exists(LIBRARY));
@@ -117,7 +116,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsDamaged) {
   device_.write(LIBRARY, std::string(5000, 'x'));
   EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2));
   EXPECT_THAT(
-      device_.logged(test::LOG_PRIORITY_ERROR),
+      device_.logged(LOG_PRIORITY_ERROR),
       ElementsAre("Error executing select count(*), sum(size) from files where ftype in (6,4,2,1); reason: "
                   "file is not a database"));
 }
@@ -139,7 +138,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsLocked) {
                     "echo > /tmp/hold; wait");
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
   EXPECT_THAT(
-      device_.logged(test::LOG_PRIORITY_ERROR),
+      device_.logged(LOG_PRIORITY_ERROR),
       ElementsAre("Error executing select count(*), sum(size) from files where ftype in (6,4,2,1); reason: "
                   "database is locked"));
 }
@@ -151,7 +150,7 @@ TEST_F(MediaSize, CountsHeadersAndFullBlocks) {
   };
   for (const Row& row :
        {Row{"", 512}, Row{"1", 1024}, Row{std::string(512, 'x'), 1024}, Row{std::string(513, 'x'), 1536}}) {
-    device_.write(std::string(test::SHARED) + "/M/a", row.content);
+    device_.write(std::string(SHARED) + "/M/a", row.content);
     // The folder's header, the manifest's header and its one block come on top.
     EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L + row.bytes, 2))
         << row.content.size();
@@ -159,21 +158,21 @@ TEST_F(MediaSize, CountsHeadersAndFullBlocks) {
 }
 
 TEST_F(MediaSize, CountsEmptyFoldersAndLinks) {
-  device_.make_folder(std::string(test::SHARED) + "/Empty");
+  device_.make_folder(std::string(SHARED) + "/Empty");
   EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L, 1));
-  device_.link(std::string(test::SHARED) + "/Empty/link", "/nowhere");
+  device_.link(std::string(SHARED) + "/Empty/link", "/nowhere");
   EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 4 * 512L, 2));
 }
 
 TEST_F(MediaSize, LeavesOutTopLevelFilesAndTheDtmShare) {
-  device_.write(std::string(test::SHARED) + "/top.mp3", "top");
-  device_.write(std::string(test::DTM) + "/folder/file", "dtm");
+  device_.write(std::string(SHARED) + "/top.mp3", "top");
+  device_.write(std::string(DTM) + "/folder/file", "dtm");
   EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT, 0));
 }
 
 TEST_F(MediaSize, OfTheWalkIsTheSizeOfTheArchive) {
   for (int i = 0; i < 40; ++i) {
-    device_.write(std::string(test::SHARED) + "/Folder" + std::to_string(i % 4) + "/file" + std::to_string(i),
+    device_.write(std::string(SHARED) + "/Folder" + std::to_string(i % 4) + "/file" + std::to_string(i),
                   std::string(static_cast<std::size_t>(i) * 100, 'x'));
   }
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
@@ -185,7 +184,7 @@ TEST_F(MediaSize, ListsItsItemsWhenVerbose) {
   add_one_small_file();
   const Outcome outcome = device_.harbix({"-v", "-d", "3", "-s", "media"});
   EXPECT_EQ(outcome.errors, "Filename: \nKeywords: \nmedia\nArchiving\nMedia\nItem: M\nItem: M/a\n");
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_INFO), testing::IsSupersetOf({"Item: M", "Item: M/a"}));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_INFO), testing::IsSupersetOf({"Item: M", "Item: M/a"}));
 }
 
 TEST_F(MediaSize, GoesToTheNamedFile) {
@@ -194,8 +193,7 @@ TEST_F(MediaSize, GoesToTheNamedFile) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(device_.read("/tmp/report"), report(EMPTY_REPORT, 0));
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_DEBUG),
-              Contains(testing::StartsWith("Response: 'bytesize=2048")));
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_DEBUG), Contains(testing::StartsWith("Response: 'bytesize=2048")));
 }
 
 TEST_F(MediaSize, ThatCannotBeOpenedAnywhereIsNoError) {
@@ -211,3 +209,4 @@ TEST_F(MediaSize, ThatCannotBeWrittenIsAnError) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -1,12 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
 using testing::AnyOf;
 using testing::HasSubstr;
 
@@ -14,7 +13,7 @@ class OutputFailure : public testing::Test {
  protected:
   OutputFailure() {
     for (int i = 0; i < 8; ++i) {
-      device_.write(std::string(test::SHARED) + "/Music/f" + std::to_string(i), std::string(300000, 'x'));
+      device_.write(std::string(SHARED) + "/Music/f" + std::to_string(i), std::string(300000, 'x'));
     }
   }
 
@@ -66,7 +65,7 @@ TEST_F(OutputFailure, AtTheVeryEndIsNoSuccessEither) {
 }
 
 TEST_F(OutputFailure, OfAnEmptyShareIsReportedToo) {
-  std::filesystem::remove_all(device_.outside(std::string(test::SHARED) + "/Music"));
+  std::filesystem::remove_all(device_.outside(std::string(SHARED) + "/Music"));
   const Outcome outcome = device_.harbix({"-f", "/dev/full", "media"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.errors, "ERROR: Archive error: Write error: No space left on device\n");
@@ -81,3 +80,4 @@ TEST_F(OutputFailure, LeavesAKilledBackupsArchiveRecognisablyCut) {
 }
 
 }  // namespace
+}  // namespace harbix::test

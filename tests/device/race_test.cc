@@ -3,18 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device/application_device.h"
-#include "device/crafted_package.h"
+#include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 
+namespace harbix::test {
 namespace {
 
-using test::ApplicationDevice;
-using test::archive_of;
-using test::CraftedPackage;
-using test::InstalledApplication;
-using test::Outcome;
-using test::Snapshot;
-using test::TarBuilder;
 using testing::HasSubstr;
 
 constexpr char SECRET[] = "only root may read this";
@@ -50,7 +44,7 @@ class Race : public testing::TestWithParam<Kernel> {
   }
 
   static std::string file_in_vault() { return std::string(VAULT) + "/file"; }
-  static std::string shared(const std::string& path) { return std::string(test::SHARED) + "/" + path; }
+  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
   static std::string swap_for_link(const std::string& folder) {
     return "mv " + folder + " " + folder + ".aside && ln -s " + VAULT + " " + folder;
@@ -88,14 +82,14 @@ class Race : public testing::TestWithParam<Kernel> {
   static constexpr char ARCHIVE[] = "/tmp/a.tar";
 
   ApplicationDevice device_;
-  InstalledApplication bought_ = test::bought_application();
-  InstalledApplication loaded_ = test::loaded_application();
+  InstalledApplication bought_ = bought_application();
+  InstalledApplication loaded_ = loaded_application();
 };
 
 TEST_P(Race, PutsNoStrangersFileIntoABackupOfMedia) {
   device_.write(shared("Music/sub/file"), "music");
-  const Outcome outcome = race({"closed", "Music/sub"}, swap_for_link(shared("Music/sub")), {test::SHARED},
-                               "-f /tmp/a.tar media");
+  const Outcome outcome =
+      race({"closed", "Music/sub"}, swap_for_link(shared("Music/sub")), {SHARED}, "-f /tmp/a.tar media");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "Error: Error opening: Music/sub\nError: Error opening: Music/sub/file\n");
   EXPECT_FALSE(is_in_archive(SECRET));
@@ -149,7 +143,7 @@ TEST_P(Race, WritesNoStrangersMedia) {
   const std::string archive =
       TarBuilder().file("/media/M/sub/first", "1").file("/media/M/sub/second", "2").text();
   const Outcome outcome =
-      race({"open", "sub/second"}, swap_for_link(shared("M/sub")), {test::SHARED}, "-r media", archive);
+      race({"open", "sub/second"}, swap_for_link(shared("M/sub")), {SHARED}, "-r media", archive);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");
   EXPECT_EQ(device_.read(shared("M/sub.aside/second")), "2");
@@ -163,7 +157,7 @@ TEST_P(Race, SaysThatAFolderOfMediaBecameALink) {
                                   .file("/media/M/sub/file", "3")
                                   .text();
   const Outcome outcome =
-      race({"open", "other/between"}, swap_for_link(shared("M/sub")), {test::SHARED}, "-r media", archive);
+      race({"open", "other/between"}, swap_for_link(shared("M/sub")), {SHARED}, "-r media", archive);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Warning: " + shared("M/sub/file") + ": Not a directory\n");
 }
@@ -184,8 +178,8 @@ TEST_P(Race, WritesNoStrangersApplicationData) {
 TEST_P(Race, RemovesNoStrangersFileWithTheMedia) {
   lock_vault("media");
   device_.write(shared("Music/sub/file"), "music");
-  const Outcome outcome = race({"listed", "Music/sub/file"}, swap_for_link(shared("Music/sub")),
-                               {test::SHARED}, "-r media", TarBuilder().text());
+  const Outcome outcome = race({"listed", "Music/sub/file"}, swap_for_link(shared("Music/sub")), {SHARED},
+                               "-r media", TarBuilder().text());
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");
 }
@@ -250,3 +244,4 @@ INSTANTIATE_TEST_SUITE_P(Kernels, SettingsRace, testing::Values(Kernel::NEW, Ker
                          name_of);
 
 }  // namespace
+}  // namespace harbix::test

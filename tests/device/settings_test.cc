@@ -3,14 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/tar_builder.h"
+#include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
-using test::TarBuilder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
@@ -70,7 +68,7 @@ TEST_F(Settings, ComeBackIntoTheLiveObjectAndTheFiles) {
   EXPECT_THAT(restore.errors, HasSubstr("Restore: /settings/accounts/1000/settings/a.conf\n"));
   EXPECT_THAT(object("/pps/services/display/mode"), HasSubstr("brightness::70\n"));
   EXPECT_EQ(device_.read("/accounts/1000/settings/a.conf"), "colour=red");
-  const test::Item file = device_.snapshot("/accounts/1000/settings").at("a.conf");
+  const Item file = device_.snapshot("/accounts/1000/settings").at("a.conf");
   EXPECT_EQ(file.mode, S_IFREG | 0640U);
   EXPECT_EQ(file.owner, device_.user("media"));
   EXPECT_EQ(file.group, 0U);
@@ -183,7 +181,7 @@ TEST_F(Settings, RoundTripByTheHundredsWithAwkwardNames) {
   for (int i = 0; i < 100; ++i)
     publishing += publish("/pps/services/s" + std::to_string(i), "value::" + std::to_string(i) + "\\n");
   ASSERT_EQ(device_.shell(publishing + "harbix -f /tmp/a.tar settings").status, 0);
-  test::Snapshot before = device_.snapshot("/accounts/1000/settings");
+  Snapshot before = device_.snapshot("/accounts/1000/settings");
   for (auto& [path, item] : before) {
     if (S_ISREG(item.mode)) item.group = 0;
   }
@@ -195,7 +193,7 @@ TEST_F(Settings, RoundTripByTheHundredsWithAwkwardNames) {
   const Outcome restore = device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"});
   EXPECT_EQ(restore.status, 0);
   EXPECT_THAT(restore.errors, Not(HasSubstr("WARNING")));
-  test::Snapshot after = device_.snapshot("/accounts/1000/settings");
+  Snapshot after = device_.snapshot("/accounts/1000/settings");
   EXPECT_EQ(difference(before, after), "");
   for (const int i : {0, 50, 99}) {
     EXPECT_THAT(object("/pps/services/s" + std::to_string(i)),
@@ -298,21 +296,21 @@ TEST_F(Settings, EndAsTheArchiveDoes) {
 }
 
 TEST_F(Settings, FindTheirPartInAnArchiveThatHoldsMore) {
-  device_.write(std::string(test::SHARED) + "/Music/a.mp3", "music");
+  device_.write(std::string(SHARED) + "/Music/a.mp3", "music");
   device_.write("/accounts/1000/settings/a", "a");
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings_media"}).status, 0);
   EXPECT_EQ(names().front(), "/media/Music/.backup.metadata");
 
   device_.write("/accounts/1000/settings/a", "changed");
-  device_.write(std::string(test::SHARED) + "/Music/a.mp3", "changed");
+  device_.write(std::string(SHARED) + "/Music/a.mp3", "changed");
   ASSERT_EQ(device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"}).status, 0);
   EXPECT_EQ(device_.read("/accounts/1000/settings/a"), "a");
-  EXPECT_EQ(device_.read(std::string(test::SHARED) + "/Music/a.mp3"), "changed");
+  EXPECT_EQ(device_.read(std::string(SHARED) + "/Music/a.mp3"), "changed");
 
   device_.write("/accounts/1000/settings/a", "changed");
   ASSERT_EQ(device_.harbix({"-r", "media_settings"}, device_.read("/tmp/a.tar")).status, 0);
   EXPECT_EQ(device_.read("/accounts/1000/settings/a"), "a");
-  EXPECT_EQ(device_.read(std::string(test::SHARED) + "/Music/a.mp3"), "music");
+  EXPECT_EQ(device_.read(std::string(SHARED) + "/Music/a.mp3"), "music");
 }
 
 TEST_F(Settings, ReportTheSpaceTheyNeedWhenVerbose) {
@@ -352,3 +350,4 @@ TEST_F(Settings, OnAFullDiskAreNeverASuccess) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -1,16 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
-using test::Snapshot;
 using testing::HasSubstr;
 
-const std::string SHARE = test::SHARED;
+const std::string SHARE = SHARED;
 
 /// A share with something in it that a backup tells of on standard error.
 class StandardStreams : public testing::Test {
@@ -64,3 +62,4 @@ TEST_F(StandardStreams, AreNotReadByScriptsWhileTheArchiveComesThere) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
+namespace harbix::test {
 namespace {
-
-using test::Device;
-using test::Outcome;
 
 constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore";
 
@@ -80,7 +78,7 @@ TEST_F(Subscribers, MayBeMissingAltogether) {
 
 TEST_F(Subscribers, LeaveNoLineOfAnExitInTheLog) {
   ASSERT_EQ(device_.harbix({"-d", "2", "-i"}).status, 0);
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_NOTICE),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_NOTICE),
               testing::ElementsAre(testing::StartsWith("Debug level 2"), "Harbix running"));
 }
 
@@ -93,3 +91,4 @@ TEST_F(Subscribers, FindTheUsualSignalsWhenTheyWrite) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,14 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/tar_builder.h"
+#include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::Device;
-using test::Outcome;
-using test::TarBuilder;
 using testing::Contains;
 using testing::HasSubstr;
 
@@ -18,14 +16,14 @@ constexpr int MOST_CALLS = 120;
 constexpr char SETTINGS[] = "/accounts/1000/settings";
 constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
 
-std::string shared(const std::string& path) { return std::string(test::SHARED) + "/" + path; }
+std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
 /// A device with media, a PPS object and a whitelisted folder of settings.
 class UnlistableFolder : public testing::Test {
  protected:
   UnlistableFolder() {
     for (const char* path : {"Music/a", "Music/sub/b", "Photos/c"}) device_.write(shared(path), path);
-    device_.write(std::string(test::DTM) + "/f/d", "d");
+    device_.write(std::string(DTM) + "/f/d", "d");
     device_.write(std::string(SCRIPTS) + "/lists",
                   "#!/bin/bash\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
     device_.write(std::string(SETTINGS) + "/sub/one", "1");
@@ -57,7 +55,7 @@ TEST_P(UnlistableFolderSweep, FailsTheBackupAndTheSizeReportByNameAndReason) {
   int failures = 0;
   for (int nth = 1; nth < MOST_CALLS; ++nth) {
     const Outcome backup = run_with_failure("readdir", nth, "-f /tmp/a.tar " + keyword);
-    const std::vector<std::string> logged = device_.logged(test::LOG_PRIORITY_ERROR);
+    const std::vector<std::string> logged = device_.logged(LOG_PRIORITY_ERROR);
     if (backup.errors.empty()) {
       EXPECT_EQ(backup.status, 0) << nth;
       EXPECT_EQ(names(), whole) << nth;
@@ -121,7 +119,7 @@ TEST_F(UnlistableFolder, OfTheObjectStoreThatVanishesHasVanished) {
 }
 
 TEST_F(UnlistableFolder, IsTheWholeShareWhereTheMediaUserMayNotSearchIt) {
-  std::filesystem::permissions(device_.outside(test::SHARED), std::filesystem::perms::owner_read);
+  std::filesystem::permissions(device_.outside(SHARED), std::filesystem::perms::owner_read);
   for (const char* arguments : {"-f /tmp/a.tar media", "-s media"}) {
     const Outcome outcome = device_.shell("harbix " + std::string(arguments));
     EXPECT_EQ(outcome.status, 1) << arguments;
@@ -152,3 +150,4 @@ TEST_F(UnlistableFolder, IsNoReasonToWipeTheShareAndRestoreNothing) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -2,14 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "support/device.h"
-#include "support/tar_builder.h"
+#include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
+namespace harbix::test {
 namespace {
-
-using test::Device;
-using test::Outcome;
-using test::TarBuilder;
 
 constexpr char SETTINGS[] = "/accounts/1000/settings";
 constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
@@ -44,7 +41,7 @@ class UnwritableStorage : public testing::Test {
 TEST_F(UnwritableStorage, FailsARestoreOfMediaThatDoesNotFit) {
   device_.make_folder("/accounts/1000/media");
   const Outcome outcome =
-      restore(mount(test::SHARED, "size=64k"), "media",
+      restore(mount(SHARED, "size=64k"), "media",
               TarBuilder().file("/media/M/large", std::string(TOO_LARGE, 'x')).file("/media/M/small", "fits"),
               "cd /accounts/1000/shared; find . -type f -printf '%P %s\\n'");
   EXPECT_EQ(outcome.status, 1);
@@ -55,7 +52,7 @@ TEST_F(UnwritableStorage, FailsARestoreOfMediaThatDoesNotFit) {
 TEST_F(UnwritableStorage, FailsARestoreOfTheDtmShareThatDoesNotFitAndKeepsWhatWasThere) {
   device_.make_folder("/accounts/1000/media");
   const Outcome outcome =
-      restore(mount(test::DTM, "size=64k") + "; echo -n old > /accounts/1000/sys/dtm/large", "media",
+      restore(mount(DTM, "size=64k") + "; echo -n old > /accounts/1000/sys/dtm/large", "media",
               TarBuilder().file("/dtm/large", std::string(TOO_LARGE, 'x')).file("/dtm/small", "fits"),
               "cat /accounts/1000/sys/dtm/*");
   EXPECT_EQ(outcome.status, 1);
@@ -65,7 +62,7 @@ TEST_F(UnwritableStorage, FailsARestoreOfTheDtmShareThatDoesNotFitAndKeepsWhatWa
 
 TEST_F(UnwritableStorage, FailsARestoreOfMediaWhereNoMoreFilesCanBeMade) {
   device_.make_folder("/accounts/1000/media");
-  const Outcome outcome = restore(mount(test::SHARED, "nr_inodes=3"), "media",
+  const Outcome outcome = restore(mount(SHARED, "nr_inodes=3"), "media",
                                   TarBuilder().file("/media/M/a", "a").file("/media/M/b", "b"));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Warning: /accounts/1000/shared/M/b: No space left on device\n");
@@ -73,21 +70,20 @@ TEST_F(UnwritableStorage, FailsARestoreOfMediaWhereNoMoreFilesCanBeMade) {
 
 TEST_F(UnwritableStorage, FailsARestoreOfMediaOntoAReadOnlyDisk) {
   device_.make_folder("/accounts/1000/media");
-  const Outcome outcome =
-      restore(mount(test::SHARED, "size=64k") + "; mount -o remount,ro /accounts/1000/shared", "media",
-              TarBuilder().file("/media/M/a", "a"));
+  const Outcome outcome = restore(mount(SHARED, "size=64k") + "; mount -o remount,ro /accounts/1000/shared",
+                                  "media", TarBuilder().file("/media/M/a", "a"));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Warning: /accounts/1000/shared/M/a: Read-only file system\n");
 }
 
 TEST_F(UnwritableStorage, FailsARestoreOfMediaIntoAFolderThatTheirUserMayNotWrite) {
-  device_.make_folder(std::string(test::SHARED) + "/M", 0755);
-  device_.own(std::string(test::SHARED) + "/M", "root", "root");
+  device_.make_folder(std::string(SHARED) + "/M", 0755);
+  device_.own(std::string(SHARED) + "/M", "root", "root");
   const Outcome outcome =
       restore("true", "media", TarBuilder().file("/media/M/a", "a").file("/media/N/b", "b"));
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Warning: /accounts/1000/shared/M/a: Permission denied\n");
-  EXPECT_EQ(device_.read(std::string(test::SHARED) + "/N/b"), "b");
+  EXPECT_EQ(device_.read(std::string(SHARED) + "/N/b"), "b");
 }
 
 TEST_F(UnwritableStorage, FailsARestoreOfASettingThatDoesNotFitAndKeepsTheOldOne) {
@@ -107,7 +103,7 @@ TEST_F(UnwritableStorage, FailsARestoreOfASettingThatDoesNotFitAndKeepsTheOldOne
 }
 
 TEST_F(UnwritableStorage, KeepsExistingMediaWhoseStatusCannotBeTaken) {
-  const std::string photo = std::string(test::SHARED) + "/M/photo";
+  const std::string photo = std::string(SHARED) + "/M/photo";
   constexpr int MOST_CALLS = 60;
   bool was_unknown = false;
   for (int nth = 1; nth < MOST_CALLS; ++nth) {
@@ -127,3 +123,4 @@ TEST_F(UnwritableStorage, KeepsExistingMediaWhoseStatusCannotBeTaken) {
 }
 
 }  // namespace
+}  // namespace harbix::test

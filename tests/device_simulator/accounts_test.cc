@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 std::vector<std::vector<std::string>> records(const std::string& text) {
@@ -59,3 +60,4 @@ TEST(DeviceAccounts, KeepTheMediaUserOutOfTheSharedGroup) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,17 +9,16 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "content_test.h"
 #include "device/accounts.h"
 #include "device/content/applications.h"
 #include "device/content/home_screen.h"
 #include "device/content/settings_objects.h"
 #include "device/well_known_folders.h"
-#include "device_process.h"
+#include "tests/device_simulator/content_test.h"
+#include "tests/support/device_process.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::run_device;
 
 const std::string READER = "com.example.reader.r_eader1a2b3c4d";
 const std::string ATLAS = "com.example.atlas.a_tlas5e6f7081";
@@ -32,7 +31,7 @@ class RunningApplicationContent : public testing::Test {
 };
 
 /// The content as it is put into a tree.
-class ApplicationContent : public device_test::ContentTest {
+class ApplicationContent : public ContentTest {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
@@ -112,7 +111,7 @@ TEST_F(ApplicationContent, IsOfManyKinds) {
     EXPECT_TRUE(reader.contains(std::string("assets/odd names/") + name)) << name;
   }
   EXPECT_TRUE(S_ISLNK(reader.at("native/lib/libpages.so").st_mode));
-  EXPECT_EQ(device_test::content_of(on_host("/apps/" + READER + "/META-INF/MANIFEST.MF")),
+  EXPECT_EQ(read_file(on_host("/apps/" + READER + "/META-INF/MANIFEST.MF")),
             "Manifest-Version: 1.0\nPackage-Name: com.example.reader.M3xqVd7TnKc2LwZ\n"
             "Package-Version: 1.0.0.1\n");
   const auto atlas = items_below("/apps/" + ATLAS);
@@ -197,3 +196,4 @@ TEST_F(RunningApplicationContent, IsNotOnABareDevice) {
 }
 
 }  // namespace
+}  // namespace harbix::test

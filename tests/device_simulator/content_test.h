@@ -4,9 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include "private_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
-namespace device_test {
+namespace harbix::test {
 
 /// Sample content in a folder of the host's that stands for a device's root.
 class ContentTest : public testing::Test {
@@ -14,7 +15,7 @@ class ContentTest : public testing::Test {
   /// Where the host finds an absolute path of the device's.
   [[nodiscard]] std::string on_host(const std::string& path) const { return folder_ / path.substr(1); }
 
-  PrivateFolder folder_;
+  TemporaryFolder folder_;
 };
 
-}  // namespace device_test
+}  // namespace harbix::test

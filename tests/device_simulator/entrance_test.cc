@@ -7,16 +7,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::DeviceProcess;
-using device_test::listing;
-using device_test::Result;
-using device_test::run_device;
-using device_test::run_on_host;
 using testing::HasSubstr;
 
 class DeviceEntrance : public testing::Test {
@@ -35,7 +32,7 @@ class DeviceEntrance : public testing::Test {
     return {"--state", state_, "--enter", "sh", "-c", script};
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string state_ = folder_ / "state";
   std::unique_ptr<DeviceProcess> device_;
 };
@@ -144,7 +141,7 @@ TEST_F(DeviceEntrance, RefusesWhereNoDeviceRuns) {
 
 TEST_F(DeviceEntrance, RefusesADeviceOfAnotherLayout) {
   EXPECT_EQ(run_device({"--bare", "--state", state_, "true"}).status, 0);
-  device_test::write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
+  write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
   const Result result = run_device({"--state", state_, "--enter", "true"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors,
@@ -152,7 +149,7 @@ TEST_F(DeviceEntrance, RefusesADeviceOfAnotherLayout) {
 }
 
 TEST_F(DeviceEntrance, NeedsRoot) {
-  const device_test::PrivateFolder folder;
+  const TemporaryFolder folder;
   const Result result = run_on_host(
       "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
       "--clear-groups "
@@ -167,3 +164,4 @@ TEST_F(DeviceEntrance, NeedsRoot) {
 }
 
 }  // namespace
+}  // namespace harbix::test

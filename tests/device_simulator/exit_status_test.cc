@@ -6,14 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "device/content/random.h"
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::Result;
-using device_test::run_device;
-using device_test::run_on_host;
 
 class DeviceExit : public testing::Test {
  protected:
@@ -53,7 +51,7 @@ TEST_F(DeviceExit, Is64ForAWrongCommandLine) {
 
 TEST_F(DeviceExit, Is77ForOthersThanRoot) {
   // A copy where everybody can reach it.
-  const device_test::PrivateFolder folder;
+  const TemporaryFolder folder;
   const Result result = run_on_host(
       "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
       "--clear-groups "
@@ -66,7 +64,7 @@ TEST_F(DeviceExit, Is77ForOthersThanRoot) {
 /// Runs the device in a chroot, which has what is needed of the host. `before` is run when all but that is
 /// mounted.
 Result run_in_chroot(const std::string& before) {
-  const device_test::PrivateFolder folder;
+  const TemporaryFolder folder;
   return run_on_host(
       "cd \"$folder\" && mkdir usr etc dev proc tmp programs && ln -s usr/bin usr/sbin usr/lib usr/lib64 . "
       "&& "
@@ -104,8 +102,8 @@ TEST_F(DeviceExit, Is70WithOneLineWhenTheLogCannotBeOpened) {
 }
 
 TEST_F(DeviceExit, LeavesInputAndOutputAsTheyAre) {
-  const device_test::PrivateFolder folder;
-  device_test::write_file(folder / "in", device::Random("binary").bytes(3000000));
+  const TemporaryFolder folder;
+  write_file(folder / "in", device::Random("binary").bytes(3000000));
   const Result result = run_on_host(
       "cat \"$folder/in\" | \"$device\" --bare cat | cat > \"$folder/out\"; cmp \"$folder/in\" "
       "\"$folder/out\"",
@@ -114,3 +112,4 @@ TEST_F(DeviceExit, LeavesInputAndOutputAsTheyAre) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,14 +9,13 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::Result;
-using device_test::run_device;
-using device_test::run_on_host;
 using testing::HasSubstr;
 
 /// What SQLite says to a question that a library answers.
@@ -37,7 +36,7 @@ class DeviceFault : public testing::Test {
     return run_device({"--fault", fault, "sh", "-c", script});
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
 };
 
 TEST_F(DeviceFault, FullShareTakesNothingMoreAndHasWhatItHad) {
@@ -80,7 +79,7 @@ TEST_F(DeviceFault, CorruptLibraryIsOneUntilItIsRead) {
                                     "/accounts/1000/db/mmlibrary.db >&2"});
   EXPECT_EQ(result.errors, "644 root:1000_sys\n");
   EXPECT_THAT(result.output, testing::StartsWith("SQLite format 3"));
-  device_test::write_file(folder_ / "library", result.output);
+  write_file(folder_ / "library", result.output);
   EXPECT_EQ(query_result(folder_ / "library"), SQLITE_CORRUPT);
   // What is kept is sound.
   EXPECT_EQ(query_result(state + "/accounts/1000/db/mmlibrary.db"), SQLITE_OK);
@@ -102,7 +101,7 @@ TEST_F(DeviceFault, HangingObjectsHoldTheirReadersAndNoOthers) {
 }
 
 TEST_F(DeviceFault, HangingObjectDoesNotHoldUpTheEnd) {
-  EXPECT_TRUE(device_test::can_end_within(std::chrono::seconds(4), [] {
+  EXPECT_TRUE(can_end_within(std::chrono::seconds(4), [] {
     const Result result = run_device({"--bare", "--fault", "hanging-object=/pps/x", "sh", "-c",
                                       "echo v::1 >/pps/x; cat /pps/x & sleep 0.2; kill -KILL $$"});
     EXPECT_EQ(result.status, 128 + 9);
@@ -153,8 +152,8 @@ TEST_F(DevicePowerLoss, LeavesTheRestOfTheDeviceAsItWas) {
 }
 
 TEST_F(DevicePowerLoss, IsNoneWhenTheDeviceIsKilled) {
-  device_test::DeviceProcess device({"--state", state_, "--fault", "power-loss", "sh", "-c",
-                                     "echo new >/tmp/old; sync; echo up; sleep 60"});
+  DeviceProcess device({"--state", state_, "--fault", "power-loss", "sh", "-c",
+                        "echo new >/tmp/old; sync; echo up; sleep 60"});
   ASSERT_EQ(device.read_line(), "up");
   EXPECT_EQ(run_device({"--state", state_, "--enter", "cat", "/tmp/old"}).output, "new\n");
   ::kill(device.pid(), SIGKILL);
@@ -192,3 +191,4 @@ TEST_F(DeviceFault, DyingInstallerDiesOnceAndComesBack) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -5,12 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
+#include "tests/support/device_process.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::Result;
-using device_test::run_device;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -31,11 +30,11 @@ TEST_F(Device, RunsTheCommandAsPlainRoot) {
 }
 
 TEST_F(Device, KeepsTheRestOfTheEnvironment) {
-  EXPECT_EQ(device_test::run_on_host("KEPT='a b' \"$device\" --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
+  EXPECT_EQ(run_on_host("KEPT='a b' \"$device\" --bare sh -c 'echo \"$KEPT\"'").output, "a b\n");
 }
 
 TEST_F(Device, MakesTemporaryFilesWhereverTheHostDoes) {
-  EXPECT_THAT(device_test::run_on_host("TMPDIR=/only/on/the/host \"$device\" --bare mktemp --dry-run").output,
+  EXPECT_THAT(run_on_host("TMPDIR=/only/on/the/host \"$device\" --bare mktemp --dry-run").output,
               StartsWith("/tmp/"));
 }
 
@@ -92,8 +91,7 @@ TEST_F(Device, SeesNeitherTheHostsProcessesNorItsFiles) {
 
 TEST_F(Device, HasAHostNameOfItsOwn) {
   EXPECT_EQ(output_of("hostname; hostname other; hostname"), "tablet\nother\n");
-  EXPECT_THAT(device_test::run_on_host("hostname").output,
-              testing::Not(testing::AnyOf("tablet\n", "other\n")));
+  EXPECT_THAT(run_on_host("hostname").output, testing::Not(testing::AnyOf("tablet\n", "other\n")));
 }
 
 TEST_F(Device, StartsALoginShellWithoutACommand) {
@@ -103,7 +101,7 @@ TEST_F(Device, StartsALoginShellWithoutACommand) {
 }
 
 TEST_F(Device, HasTheManualPages) {
-  const std::string program = device_test::run_on_host("command -v man").output;
+  const std::string program = run_on_host("command -v man").output;
   if (program.empty()) GTEST_SKIP() << "no man on this machine";
   for (const char* page : {"harbix", "harbix-device"}) {
     const Result result = run_device({"--bare", "man", page});
@@ -123,3 +121,4 @@ TEST_F(Device, CanHoldAnotherDevice) {
 }
 
 }  // namespace
+}  // namespace harbix::test

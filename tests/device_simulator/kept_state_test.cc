@@ -11,17 +11,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::content_of;
-using device_test::DeviceProcess;
-using device_test::listing;
-using device_test::Result;
-using device_test::run_device;
-using device_test::run_on_host;
 
 class DeviceKeptState : public testing::Test {
  protected:
@@ -55,7 +50,7 @@ class DeviceKeptState : public testing::Test {
     EXPECT_EQ(listing(folder_ / ""), before);
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string state_ = folder_ / "state";
 };
 
@@ -147,7 +142,7 @@ TEST_F(DeviceKeptState, RefusesARunningDevice) {
 }
 
 TEST_F(DeviceKeptState, RefusesWhatIsNoDeviceOfThisLayout) {
-  device_test::write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
+  write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
   for (const std::vector<std::string>& action :
        std::vector<std::vector<std::string>>{{"--reset"}, {"--snapshot", "one"}, {"--rollback", "one"}}) {
     expect_refused(action, "'" + state_ + "' holds a device of another layout; nothing was changed in it");
@@ -230,3 +225,4 @@ TEST_F(DeviceKeptState, IsMadeByAProgramThatIsIgnoringHangups) {
 }
 
 }  // namespace
+}  // namespace harbix::test

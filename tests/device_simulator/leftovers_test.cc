@@ -18,13 +18,12 @@
 #include <gtest/gtest.h>
 
 #include "device/content/random.h"
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::content_of;
-using device_test::DeviceProcess;
 
 constexpr const char* MARK = "HARBIX_TEST_DEVICE";
 // What COMMAND becomes in the device that start() starts.
@@ -50,7 +49,7 @@ class DeviceLeftovers : public testing::Test {
     ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
     ASSERT_EQ(::mount(nullptr, "/", nullptr, MS_REC | MS_SHARED, nullptr), 0);
     ASSERT_EQ(::setenv(MARK, (folder_ / "").c_str(), 1), 0);
-    mounts_ = content_of("/proc/mounts");
+    mounts_ = read_file("/proc/mounts");
   }
 
   /// Starts a device that has processes in several places: COMMAND, children, a session of its own, a
@@ -102,11 +101,11 @@ class DeviceLeftovers : public testing::Test {
     }
     EXPECT_THAT(inhabitants(), testing::IsEmpty());
     // What the device has mounted goes with its last process, unless it was mounted here.
-    EXPECT_EQ(content_of("/proc/mounts"), mounts_);
-    EXPECT_TRUE(std::filesystem::is_empty(folder_ / "")) << device_test::listing(folder_ / "");
+    EXPECT_EQ(read_file("/proc/mounts"), mounts_);
+    EXPECT_TRUE(std::filesystem::is_empty(folder_ / "")) << listing(folder_ / "");
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::unique_ptr<DeviceProcess> device_;
 
  private:
@@ -115,7 +114,7 @@ class DeviceLeftovers : public testing::Test {
 
 TEST_F(DeviceLeftovers, NoneAfterSuccessAndFailure) {
   for (const int status : {0, 1, 127}) {
-    const auto result = device_test::run_on_host(
+    const auto result = run_on_host(
         "cd \"$folder\" && \"$device\" sh -c 'echo x > /pps/x; xargs -0 -n 1 < /proc/self/environ; exit " +
             std::to_string(status) + "'",
         folder_ / "");
@@ -147,7 +146,7 @@ TEST_F(DeviceLeftovers, NoneAfterTheProgramIsKilled) {
 TEST_F(DeviceLeftovers, NoneAfterTheFirstProcessIsKilled) {
   DeviceProcess& device = start({"--bare"});
   ASSERT_EQ(::kill(device.first_process(), SIGKILL), 0);
-  const device_test::Result result = device.wait();
+  const Result result = device.wait();
   EXPECT_EQ(result.status, 128 + SIGKILL);
   EXPECT_EQ(result.errors, "harbix-device: the device was killed by signal 9\n");
   expect_nothing_left();
@@ -172,7 +171,7 @@ TEST_F(DeviceLeftovers, NoneAfterAServiceIsKilled) {
 }
 
 TEST_F(DeviceLeftovers, NoneInAKeptFolderAfterAKill) {
-  const device_test::PrivateFolder other;
+  const TemporaryFolder other;
   DeviceProcess& device = start({"--bare", "--state", other / "state"});
   ASSERT_EQ(::kill(device.pid(), SIGKILL), 0);
   EXPECT_EQ(device.wait().status, -SIGKILL);
@@ -182,15 +181,15 @@ TEST_F(DeviceLeftovers, NoneInAKeptFolderAfterAKill) {
 
 TEST_F(DeviceLeftovers, NoneHoweverEarlyTheKill) {
   // Kills at different moments of the set-up, and of the filling of a kept folder.
-  const device_test::PrivateFolder other;
+  const TemporaryFolder other;
   for (int step = 0; step < 60; ++step) {
     DeviceProcess device({"--state", other / "state", "sleep", "60"});
     ::usleep(static_cast<useconds_t>(step) * 1500);
     ASSERT_EQ(::kill(device.pid(), SIGKILL), 0);
-    const device_test::Result result = device.wait();
+    const Result result = device.wait();
     EXPECT_EQ(result.status, -SIGKILL) << result.errors;
   }
-  EXPECT_EQ(device_test::run_device({"--state", other / "state", "echo", "works"}).output, "works\n");
+  EXPECT_EQ(run_device({"--state", other / "state", "echo", "works"}).output, "works\n");
 }
 
 TEST_F(DeviceLeftovers, NoneHoweverEarlyTheSignal) {
@@ -204,7 +203,7 @@ TEST_F(DeviceLeftovers, NoneHoweverEarlyTheSignal) {
     ::usleep(moment);
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(::kill(device.pid(), signal), 0);
-    const device_test::Result result = device.wait();
+    const Result result = device.wait();
     // Killed itself before it could hold the signal back, it has made nothing yet.
     EXPECT_THAT(result.status, testing::AnyOf(128 + signal, -signal)) << moment << result.errors;
     // A device whose program was killed says so when it was not under way yet.
@@ -219,3 +218,4 @@ TEST_F(DeviceLeftovers, NoneHoweverEarlyTheSignal) {
 }
 
 }  // namespace
+}  // namespace harbix::test

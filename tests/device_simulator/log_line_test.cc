@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 TEST(LogLine, KeepsPriorityAndEscapesControlCharacters) {
@@ -21,3 +22,4 @@ TEST(LogLine, KeepsPriorityAndEscapesControlCharacters) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,14 +6,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::content_of;
-using device_test::Result;
-using device_test::run_device;
 using testing::HasSubstr;
 
 class DeviceLog : public testing::Test {
@@ -24,10 +23,10 @@ class DeviceLog : public testing::Test {
   std::string log_of(const std::string& script) {
     const Result result = run_device({"--bare", "--log", log_, "sh", "-c", script});
     EXPECT_EQ(result.status, 0) << result.errors;
-    return content_of(log_);
+    return read_file(log_);
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string log_ = folder_ / "log";
 };
 
@@ -60,15 +59,15 @@ TEST_F(DeviceLog, IsOpenToEverybody) {
 }
 
 TEST_F(DeviceLog, IsEmptiedAtTheStart) {
-  device_test::write_file(log_, "old\n");
+  write_file(log_, "old\n");
   EXPECT_EQ(log_of("true"), "");
 }
 
 TEST_F(DeviceLog, IsRelativeToTheCallersFolder) {
-  const Result result = device_test::run_on_host(
-      "cd \"$folder\" && \"$device\" --bare --log here.log logger -u /dev/log hi", folder_ / "");
+  const Result result =
+      run_on_host("cd \"$folder\" && \"$device\" --bare --log here.log logger -u /dev/log hi", folder_ / "");
   EXPECT_EQ(result.status, 0) << result.errors;
-  EXPECT_THAT(content_of(folder_ / "here.log"), HasSubstr("hi\n"));
+  EXPECT_THAT(read_file(folder_ / "here.log"), HasSubstr("hi\n"));
 }
 
 TEST_F(DeviceLog, GoesToTheDeviceWithoutTheOption) {
@@ -76,7 +75,7 @@ TEST_F(DeviceLog, GoesToTheDeviceWithoutTheOption) {
   for (const char* word : {"first", "second"}) {
     EXPECT_EQ(run_device({"--bare", "--state", state, "logger", "-u", "/dev/log", word}).status, 0);
   }
-  EXPECT_THAT(content_of(state + "/var/log/messages"), testing::ContainsRegex("first\n.*second\n"));
+  EXPECT_THAT(read_file(state + "/var/log/messages"), testing::ContainsRegex("first\n.*second\n"));
 }
 
 TEST_F(DeviceLog, ReportsThatItCannotBeWritten) {
@@ -87,3 +86,4 @@ TEST_F(DeviceLog, ReportsThatItCannotBeWritten) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "device/options.h"
-#include "private_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 /// The word of small letters and dashes that follows `start` in each line that begins with it.
@@ -24,8 +26,7 @@ std::set<std::string> words_after(const std::string& start, const std::string& t
 
 TEST(DeviceManual, HasTheOptionsOfTheHelpText) {
   const std::set<std::string> help = words_after("  --", device::help_text());
-  const std::set<std::string> manual =
-      words_after(".It Fl Fl ", device_test::content_of(HARBIX_DEVICE_MANUAL));
+  const std::set<std::string> manual = words_after(".It Fl Fl ", read_file(HARBIX_DEVICE_MANUAL));
   EXPECT_EQ(help, manual);
   EXPECT_GE(help.size(), 9U);
 }
@@ -44,7 +45,7 @@ std::set<std::string> paths_after(const std::string& start, const std::string& t
 
 TEST(DeviceManual, HasTheFilesOfTheHelpText) {
   const std::set<std::string> help = paths_after("  ", device::help_text());
-  EXPECT_EQ(help, paths_after(".It Pa ", device_test::content_of(HARBIX_DEVICE_MANUAL)));
+  EXPECT_EQ(help, paths_after(".It Pa ", read_file(HARBIX_DEVICE_MANUAL)));
   EXPECT_GE(help.size(), 18U);
 }
 
@@ -52,7 +53,7 @@ TEST(DeviceManual, HasTheFaultsOfTheHelpText) {
   std::set<std::string> help = words_after("    ", device::help_text());
   // Lines of the other parts are indented more or less, or begin with another sign.
   help.erase("");
-  const std::set<std::string> manual = words_after(".It Cm ", device_test::content_of(HARBIX_DEVICE_MANUAL));
+  const std::set<std::string> manual = words_after(".It Cm ", read_file(HARBIX_DEVICE_MANUAL));
   EXPECT_EQ(help, manual);
   EXPECT_EQ(manual.size(), 6U);
 }
@@ -64,3 +65,4 @@ TEST(DeviceManual, NamesThePrograms) {
 }
 
 }  // namespace
+}  // namespace harbix::test

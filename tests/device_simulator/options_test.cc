@@ -6,8 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "device/failure.h"
-#include "device_process.h"
+#include "tests/support/device_process.h"
 
+namespace harbix::test {
 namespace {
 
 using device::parse_options;
@@ -92,7 +93,7 @@ TEST(DeviceOptions, SayWhatIsWrong) {
 }
 
 TEST(DeviceHelp, NamesEveryOptionAndEveryStatus) {
-  const device_test::Result result = device_test::run_device({"--help"});
+  const Result result = run_device({"--help"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.output, device::help_text());
@@ -102,7 +103,7 @@ TEST(DeviceHelp, NamesEveryOptionAndEveryStatus) {
   }
 }
 
-TEST(DeviceHelp, HasAShortOption) { EXPECT_EQ(device_test::run_device({"-h"}).output, device::help_text()); }
+TEST(DeviceHelp, HasAShortOption) { EXPECT_EQ(run_device({"-h"}).output, device::help_text()); }
 
 TEST(DeviceHelp, FitsOnATerminal) {
   std::istringstream lines(device::help_text());
@@ -110,11 +111,11 @@ TEST(DeviceHelp, FitsOnATerminal) {
 }
 
 TEST(DeviceHelp, FailsWhereItCannotBeWritten) {
-  EXPECT_EQ(device_test::run_on_host("\"$device\" --help > /dev/full").status, 70);
+  EXPECT_EQ(run_on_host("\"$device\" --help > /dev/full").status, 70);
 }
 
 TEST(ServiceOptions, SayWhatIsWrong) {
-  const device_test::Result pps = device_test::run_on_host(
+  const Result pps = run_on_host(
       "cd \"${device%/*}\"; ./harbix-pps --nope /x; echo $?; ./harbix-pps --ready-fd=x /y; echo $?; "
       "./harbix-pps "
       "/x /y; "
@@ -125,7 +126,7 @@ TEST(ServiceOptions, SayWhatIsWrong) {
   EXPECT_EQ(pps.errors, std::string("harbix-pps: unknown option '--nope'") + PPS_USAGE +
                             "harbix-pps: 'x' is no file descriptor" + PPS_USAGE +
                             "harbix-pps: more than one mount point given" + PPS_USAGE);
-  const device_test::Result installer = device_test::run_on_host(
+  const Result installer = run_on_host(
       "cd \"${device%/*}\"; ./harbix-installer --ready-fd; echo $?; ./harbix-installer x; echo $?");
   EXPECT_EQ(installer.output, "2\n2\n");
   EXPECT_EQ(installer.errors,
@@ -134,8 +135,8 @@ TEST(ServiceOptions, SayWhatIsWrong) {
 }
 
 TEST(DeviceVersion, IsOneLine) {
-  EXPECT_THAT(device_test::run_device({"--version"}).output,
-              testing::MatchesRegex("harbix-device [0-9.]+\n"));
+  EXPECT_THAT(run_device({"--version"}).output, testing::MatchesRegex("harbix-device [0-9.]+\n"));
 }
 
 }  // namespace
+}  // namespace harbix::test

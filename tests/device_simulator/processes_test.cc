@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 using testing::ElementsAre;
@@ -15,3 +16,4 @@ TEST(ProcessIds, AreReadAsTheKernelWritesThem) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -17,16 +17,16 @@
 #include "device/content/random.h"
 #include "device/content/sample.h"
 #include "device/well_known_folders.h"
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::listing;
-using device_test::PrivateFolder;
 using testing::HasSubstr;
 
-void write_device(const PrivateFolder& folder) {
+void write_device(const TemporaryFolder& folder) {
   device::TreeWriter tree(folder / "");
   device::write_well_known_folders(tree);
   device::write_sample_content(tree);
@@ -55,12 +55,12 @@ class SampleContent : public testing::Test {
     return std::count_if(media_.begin(), media_.end(), matches);
   }
 
-  PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::vector<Item> media_;
 };
 
 TEST_F(SampleContent, IsTheSameEveryTime) {
-  const PrivateFolder other;
+  const TemporaryFolder other;
   write_device(other);
   EXPECT_EQ(listing(folder_ / ""), listing(other / ""));
 }
@@ -153,7 +153,7 @@ TEST_F(SampleContent, HasADtmShareOfRootAndTheSystemGroup) {
 }
 
 TEST_F(SampleContent, HasSubscriberScriptsThatNoteTheirArgument) {
-  const device_test::Result result = device_test::run_device(
+  const Result result = run_device(
       {"sh", "-c",
        "cd /base/scripts/backup_and_restore; ./media-server backup_start; settings/display restore_end;"
        "cat /var/log/subscribers.log"});
@@ -162,11 +162,10 @@ TEST_F(SampleContent, HasSubscriberScriptsThatNoteTheirArgument) {
 
 TEST(BareDevice, HasNoSampleContent) {
   REQUIRE_ROOT();
-  EXPECT_EQ(
-      device_test::run_device({"--bare", "find", "/accounts/1000/shared", "/accounts/1000/sys/dtm",
-                               "/accounts/1000/db", "/base/scripts/backup_and_restore", "-mindepth", "1"})
-          .output,
-      "/base/scripts/backup_and_restore/settings\n");
+  EXPECT_EQ(run_device({"--bare", "find", "/accounts/1000/shared", "/accounts/1000/sys/dtm",
+                        "/accounts/1000/db", "/base/scripts/backup_and_restore", "-mindepth", "1"})
+                .output,
+            "/base/scripts/backup_and_restore/settings\n");
 }
 
 TEST(MediaType, GoesByTheExtension) {
@@ -190,3 +189,4 @@ TEST(Random, IsTheSameOnEveryMachine) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,14 +9,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::content_of;
-using device_test::Result;
-using device_test::run_device;
 
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
@@ -46,38 +44,38 @@ class DeviceServices : public testing::Test {
       write_script("harbix-pps", service);
       write_script("harbix-installer", installer);
     }
-    return device_test::run_on_host(
-        "cp \"$device\" \"$folder/harbix-device\"; copy=$folder/harbix-device; " + command, folder_ / "");
+    return run_on_host("cp \"$device\" \"$folder/harbix-device\"; copy=$folder/harbix-device; " + command,
+                       folder_ / "");
   }
 
   void write_script(const std::string& name, const std::string& commands) {
-    device_test::write_file(folder_ / name, "#!/bin/sh\n" + commands + "\n");
+    write_file(folder_ / name, "#!/bin/sh\n" + commands + "\n");
     EXPECT_EQ(::chmod((folder_ / name).c_str(), 0755), 0);
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string state_ = folder_ / "state";
 };
 
 TEST_F(DeviceServices, KeepWhatIsPublishedInAKeptDevice) {
   EXPECT_EQ(run_kept("mkdir /pps/s; echo 'a::1\n[n]b::2' > /pps/s/o; cat /pps/s/o").output,
             "@o\na::1\n[n]b::2\n");
-  EXPECT_EQ(content_of(state_ + "/var/pps/s/o"), "@o\na::1\n");
+  EXPECT_EQ(read_file(state_ + "/var/pps/s/o"), "@o\na::1\n");
   EXPECT_EQ(run_kept("cat /pps/s/o; ls /var/pps").output, "@o\na::1\ns\nsystem\n");
 }
 
 TEST_F(DeviceServices, SaveWhatWasStillOpen) {
   EXPECT_EQ(run_kept("exec 5>/pps/o; echo a::1 >&5; kill -KILL $$").status, 128 + SIGKILL);
-  EXPECT_EQ(content_of(state_ + "/var/pps/o"), "@o\na::1\n");
+  EXPECT_EQ(read_file(state_ + "/var/pps/o"), "@o\na::1\n");
   // In a session of its own until it is ended with the device.
   EXPECT_EQ(
       run_kept("setsid sh -c 'exec 5>/pps/p; echo b::2 >&5; sleep 60' & sleep 0.3; kill -KILL $$").status,
       128 + SIGKILL);
-  EXPECT_EQ(content_of(state_ + "/var/pps/p"), "@p\nb::2\n");
+  EXPECT_EQ(read_file(state_ + "/var/pps/p"), "@p\nb::2\n");
 }
 
 TEST_F(DeviceServices, AreNotWaitedForAsTheBackgroundIs) {
-  EXPECT_TRUE(device_test::can_end_within(std::chrono::seconds(4), [] {
+  EXPECT_TRUE(can_end_within(std::chrono::seconds(4), [] {
     const Result result = run("exit 4");
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.errors, "");
@@ -135,7 +133,7 @@ TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
   EXPECT_EQ(result.status, 128 + SIGKILL);
   // One that had to be killed would be told.
   EXPECT_EQ(result.errors, "");
-  EXPECT_EQ(content_of(state_ + "/var/pps/o"), "@o\na::1\n");
+  EXPECT_EQ(read_file(state_ + "/var/pps/o"), "@o\na::1\n");
 }
 
 TEST_F(DeviceServices, AreKilledWhenTheyDoNotEnd) {
@@ -175,8 +173,8 @@ TEST_F(DeviceServices, LetASignalPassThatTheCallerIgnores) {
 }
 
 TEST_F(DeviceServices, NeedFuse) {
-  const Result result = device_test::run_on_host(
-      "unshare -m sh -c 'mount -t tmpfs none /dev && \"$device\" --bare echo never'");
+  const Result result =
+      run_on_host("unshare -m sh -c 'mount -t tmpfs none /dev && \"$device\" --bare echo never'");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors,
@@ -185,3 +183,4 @@ TEST_F(DeviceServices, NeedFuse) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -11,18 +11,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "content_test.h"
 #include "device/accounts.h"
 #include "device/content/live_state.h"
 #include "device/content/settings_files.h"
 #include "device/content/settings_objects.h"
 #include "device/content/settings_scripts.h"
 #include "device/well_known_folders.h"
-#include "device_process.h"
+#include "tests/device_simulator/content_test.h"
+#include "tests/support/device_process.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::run_device;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
@@ -38,7 +38,7 @@ std::vector<std::string> items_below(const std::string& folder) {
   return found;
 }
 
-class SettingsContent : public device_test::ContentTest {
+class SettingsContent : public ContentTest {
  protected:
   void SetUp() override {
     REQUIRE_ROOT();
@@ -134,7 +134,7 @@ TEST_F(SettingsContent, PublishesWhatIsNotPersistentAtEachStart) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.errors, "");
     EXPECT_THAT(result.output, HasSubstr("\n[n]charge:n:87\n[n]charging:b:true\n")) << start;
-    EXPECT_THAT(device_test::content_of(state + "/var/pps/services/power/status"), Not(HasSubstr("charg")));
+    EXPECT_THAT(read_file(state + "/var/pps/services/power/status"), Not(HasSubstr("charg")));
   }
   const auto gone = run_device({"--state", state, "rm", "-r", "/pps/services"});
   EXPECT_EQ(gone.status, 0) << gone.errors;
@@ -169,3 +169,4 @@ TEST_F(SettingsContent, HasScriptsThatNoteAllOtherWords) {
 }
 
 }  // namespace
+}  // namespace harbix::test

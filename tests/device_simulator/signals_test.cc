@@ -7,12 +7,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
+#include "tests/support/device_process.h"
 
+namespace harbix::test {
 namespace {
 
-using device_test::DeviceProcess;
-using device_test::Result;
 using std::chrono::steady_clock;
 
 class DeviceSignals : public testing::Test {
@@ -76,7 +75,7 @@ TEST_F(DeviceSignals, ToTheCallersGroupArriveOnce) {
 }
 
 TEST_F(DeviceSignals, LeaveNoTimeToTheBackground) {
-  EXPECT_TRUE(device_test::can_end_within(std::chrono::seconds(3), [] {
+  EXPECT_TRUE(can_end_within(std::chrono::seconds(3), [] {
     DeviceProcess device(shell("sleep 60 & echo up; sleep 60"));
     ASSERT_EQ(device.read_line(), "up");
     ASSERT_EQ(::kill(device.pid(), SIGTERM), 0);
@@ -85,7 +84,7 @@ TEST_F(DeviceSignals, LeaveNoTimeToTheBackground) {
 }
 
 TEST_F(DeviceSignals, EndTheWaitForTheBackground) {
-  EXPECT_TRUE(device_test::can_end_within(std::chrono::seconds(3), [] {
+  EXPECT_TRUE(can_end_within(std::chrono::seconds(3), [] {
     DeviceProcess device(shell("sleep 60 & echo up; exit 9"));
     ASSERT_EQ(device.read_line(), "up");
     ::usleep(200000);
@@ -105,15 +104,15 @@ TEST_F(DeviceBackground, HasTimeToEnd) {
 }
 
 TEST_F(DeviceBackground, HasTimeAlsoInASessionOfItsOwn) {
-  EXPECT_EQ(device_test::run_device(shell("setsid sh -c 'sleep 0.5; echo finished' & exit 0")).output,
-            "finished\n");
+  EXPECT_EQ(run_device(shell("setsid sh -c 'sleep 0.5; echo finished' & exit 0")).output, "finished\n");
 }
 
 TEST_F(DeviceBackground, IsKilledAfterFiveSeconds) {
   const auto start = steady_clock::now();
-  EXPECT_EQ(device_test::run_device(shell("sleep 60 & exit 3")).status, 3);
+  EXPECT_EQ(run_device(shell("sleep 60 & exit 3")).status, 3);
   EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(4900));
   EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(30));
 }
 
 }  // namespace
+}  // namespace harbix::test

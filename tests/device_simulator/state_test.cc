@@ -7,17 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using device_test::content_of;
-using device_test::DeviceProcess;
-using device_test::listing;
-using device_test::Result;
-using device_test::run_device;
-using device_test::write_file;
 
 class DeviceState : public testing::Test {
  protected:
@@ -27,7 +22,7 @@ class DeviceState : public testing::Test {
     return run_device({"--bare", "--state", state_, "sh", "-c", script});
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string state_ = folder_ / "state";
 };
 
@@ -35,7 +30,7 @@ TEST_F(DeviceState, IsTheDevicesRoot) {
   const Result result =
       run("echo kept > /accounts/1000/shared/a; chown media:1000_shared /accounts/1000/shared/a");
   EXPECT_EQ(result.status, 0) << result.errors;
-  EXPECT_EQ(content_of(state_ + "/accounts/1000/shared/a"), "kept\n");
+  EXPECT_EQ(read_file(state_ + "/accounts/1000/shared/a"), "kept\n");
   struct stat status = {};
   ASSERT_EQ(::stat((state_ + "/accounts/1000/shared/a").c_str(), &status), 0);
   EXPECT_EQ(status.st_uid, 10113U);
@@ -108,7 +103,7 @@ TEST_F(DeviceState, IsFilledAnewWhenItsFillingWasCutShort) {
   write_file(state_ + "/half", "done");
   const Result result = run("test -e /half || echo fresh");
   EXPECT_EQ(result.output, "fresh\n") << result.errors;
-  EXPECT_EQ(content_of(state_ + "/.harbix-device"), "harbix-device layout 1\n");
+  EXPECT_EQ(read_file(state_ + "/.harbix-device"), "harbix-device layout 1\n");
 }
 
 TEST_F(DeviceState, RefusesAPathThatIsNoFolder) {
@@ -116,7 +111,7 @@ TEST_F(DeviceState, RefusesAPathThatIsNoFolder) {
   const Result result = run("true");
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors, "harbix-device: cannot open the folder '" + state_ + "': Not a directory\n");
-  EXPECT_EQ(content_of(state_), "text");
+  EXPECT_EQ(read_file(state_), "text");
 }
 
 TEST_F(DeviceState, RefusesAFolderThatCannotBeMade) {
@@ -128,7 +123,7 @@ TEST_F(DeviceState, RefusesAFolderThatCannotBeMade) {
 
 TEST_F(DeviceState, LeavesNothingWhenTheDiskIsFull) {
   // The mount is in a namespace of the shell's own, and goes with it.
-  const Result result = device_test::run_on_host(
+  const Result result = run_on_host(
       "unshare -m sh -c 'mount -t tmpfs -o size=1m none \"$folder\" && mkdir \"$folder/there\" && "
       "{ \"$device\" --state \"$folder/new\" true; echo $?; \"$device\" --state \"$folder/there\" true; echo "
       "$?; find "
@@ -139,3 +134,4 @@ TEST_F(DeviceState, LeavesNothingWhenTheDiskIsFull) {
 }
 
 }  // namespace
+}  // namespace harbix::test

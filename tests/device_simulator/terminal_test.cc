@@ -12,9 +12,11 @@
 #include <gtest/gtest.h>
 
 #include "base/file_descriptor.h"
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 /// A program on a terminal of its own, with somebody who types.
@@ -164,7 +166,7 @@ class DeviceJob : public DeviceTerminal {
     session_.expect("ready> ");
   }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   TypedSession session_{{"env", "PS1=ready> ", "bash", "--norc", "-i"}};
 };
 
@@ -236,11 +238,10 @@ TEST_F(DeviceJob, StopsAndWakesItsCommandWhenItIsToldTo) {
 }
 
 TEST_F(DeviceJob, WakesAStoppedCommandForASignalAlsoInAScript) {
-  device_test::write_file(
-      folder_ / "script",
-      "\"$1\" --bare sh -c 'trap \"exit 8\" TERM; echo up; kill -STOP $$; sleep 60' >\"$2/up\" &\n"
-      "until [ -s \"$2/up\" ]; do sleep 0.1; done\n"
-      "sleep 0.5; kill -TERM $!; wait $!; echo status $?\n");
+  write_file(folder_ / "script",
+             "\"$1\" --bare sh -c 'trap \"exit 8\" TERM; echo up; kill -STOP $$; sleep 60' >\"$2/up\" &\n"
+             "until [ -s \"$2/up\" ]; do sleep 0.1; done\n"
+             "sleep 0.5; kill -TERM $!; wait $!; echo status $?\n");
   session_.type("bash \"$folder/script\" \"$device\" \"$folder\"\n");
   session_.expect("status 8");
 }
@@ -345,3 +346,4 @@ TEST_F(DeviceJob, StopsAndGoesOnAsAVisitorOfADevice) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,9 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "device/failure.h"
-#include "device_process.h"
-#include "private_folder.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using device::TreeWriter;
@@ -26,7 +28,7 @@ class TreeWriterTest : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_ROOT(); }
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   TreeWriter tree_{folder_ / ""};
 };
 
@@ -43,7 +45,7 @@ TEST_F(TreeWriterTest, GivesOwnerAndModeWhateverTheMask) {
   const struct stat file = status_of(folder_ / "f/a");
   EXPECT_EQ(file.st_mode, S_IFREG | 04711U);
   EXPECT_EQ(file.st_uid, 13U);
-  EXPECT_EQ(device_test::content_of(folder_ / "f/a"), "text");
+  EXPECT_EQ(read_file(folder_ / "f/a"), "text");
   EXPECT_EQ(status_of(folder_ / "f/l").st_gid, 16U);
 }
 
@@ -51,7 +53,7 @@ TEST_F(TreeWriterTest, GivesTimesThatDependOnNamesAlone) {
   tree_.folder("/f", {}, 0755);
   tree_.file("/f/a", {}, 0644, "one");
   tree_.finish();
-  const device_test::PrivateFolder other;
+  const TemporaryFolder other;
   TreeWriter again(other / "");
   again.folder("/f", {}, 0755);
   again.file("/f/a", {}, 0644, "two");
@@ -88,3 +90,4 @@ TEST_F(TreeWriterTest, QuotesThePathThatCouldNotBeMade) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 using harbix::Keyword;
@@ -35,12 +36,12 @@ TEST(Keywords, StandInTheOrderOfARunWithLabelsAndPrefixes) {
   const std::vector<Row> rows{{"app", "app", {"/app"}},
                               {"media", "Media", {"/media", "/dtm"}},
                               {"settings", "Settings", {"/settings"}}};
-  ASSERT_EQ(rows.size(), harbix::all_keywords().size());
+  ASSERT_EQ(harbix::all_keywords().size(), rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Keyword& each = harbix::all_keywords()[i];
-    EXPECT_EQ(rows[i].name, each.name);
-    EXPECT_EQ(rows[i].label, each.label);
-    EXPECT_EQ(rows[i].prefixes, texts(each.prefixes));
+    EXPECT_EQ(each.name, rows[i].name);
+    EXPECT_EQ(each.label, rows[i].label);
+    EXPECT_EQ(texts(each.prefixes), rows[i].prefixes);
   }
 }
 
@@ -51,9 +52,9 @@ TEST(Keywords, AreKnownToTheLetter) {
 }
 
 TEST(SectionOfAKeyword, PassesOverTheKeywordsBeforeWhetherSelectedOrNot) {
-  EXPECT_EQ(Texts{}, texts(section_of(keyword("app"), {}).earlier));
-  EXPECT_EQ(Texts{"/app"}, texts(section_of(keyword("media"), {}).earlier));
-  EXPECT_EQ((Texts{"/app", "/media", "/dtm"}), texts(section_of(keyword("settings"), {}).earlier));
+  EXPECT_EQ(texts(section_of(keyword("app"), {}).earlier), Texts{});
+  EXPECT_EQ(texts(section_of(keyword("media"), {}).earlier), Texts{"/app"});
+  EXPECT_EQ(texts(section_of(keyword("settings"), {}).earlier), (Texts{"/app", "/media", "/dtm"}));
 }
 
 TEST(SectionOfAKeyword, EndsAtKeywordsThatThisRunRestoresLater) {
@@ -69,11 +70,12 @@ TEST(SectionOfAKeyword, EndsAtKeywordsThatThisRunRestoresLater) {
         }
         is_later = is_later || other.name == name;
       }
-      EXPECT_EQ(expected, texts(section_of(keyword(name), selected).later)) << name;
+      EXPECT_EQ(texts(section_of(keyword(name), selected).later), expected) << name;
     }
   }
-  EXPECT_EQ((Texts{"/media", "/dtm"}), texts(section_of(keyword("app"), Texts{"app", "media"}).later));
-  EXPECT_EQ(Texts{}, texts(section_of(keyword("media"), Texts{"app", "media"}).later));
+  EXPECT_EQ(texts(section_of(keyword("app"), Texts{"app", "media"}).later), (Texts{"/media", "/dtm"}));
+  EXPECT_EQ(texts(section_of(keyword("media"), Texts{"app", "media"}).later), Texts{});
 }
 
 }  // namespace
+}  // namespace harbix::test

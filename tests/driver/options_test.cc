@@ -9,14 +9,13 @@
 
 #include "base/flags.h"
 #include "base/log.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::parse_options;
-using test::CapturedOutput;
-using test::RecordedLog;
 
 using Words = std::vector<std::string>;
 
@@ -38,16 +37,16 @@ class CommandLine : public ::testing::Test {
   RecordedLog log_;
 };
 
-TEST_F(CommandLine, HasItsLetters) { EXPECT_STREQ("d:f:jrsvwpzit", harbix::OPTION_LETTERS); }
+TEST_F(CommandLine, HasItsLetters) { EXPECT_STREQ(harbix::OPTION_LETTERS, "d:f:jrsvwpzit"); }
 
 TEST_F(CommandLine, WithoutOptionsAsksForABackupToStandardOutput) {
   const auto options = parse({"media"});
   ASSERT_TRUE(options);
-  EXPECT_EQ("-", options->file_name);
+  EXPECT_EQ(options->file_name, "-");
   EXPECT_FALSE(options->restore || options->size_only || options->wipe || options->initiation ||
                options->termination);
-  EXPECT_EQ(Words{"media"}, options->keywords);
-  EXPECT_EQ(Words{"media"}, options->operands);
+  EXPECT_EQ(options->keywords, Words{"media"});
+  EXPECT_EQ(options->operands, Words{"media"});
   EXPECT_TRUE(options->needs_keyword());
   EXPECT_FALSE(harbix::verbose || harbix::pretend);
 }
@@ -66,13 +65,13 @@ TEST_F(CommandLine, SetsOneThingAnOption) {
     harbix::verbose = false;
     const auto options = parse({row.option});
     ASSERT_TRUE(options) << row.option;
-    EXPECT_EQ(row.restore, options->restore) << row.option;
-    EXPECT_EQ(row.size_only, options->size_only) << row.option;
-    EXPECT_EQ(row.wipe, options->wipe) << row.option;
-    EXPECT_EQ(row.initiation, options->initiation) << row.option;
-    EXPECT_EQ(row.termination, options->termination) << row.option;
-    EXPECT_EQ(row.verbose, harbix::verbose) << row.option;
-    EXPECT_EQ(row.needs_keyword, options->needs_keyword()) << row.option;
+    EXPECT_EQ(options->restore, row.restore) << row.option;
+    EXPECT_EQ(options->size_only, row.size_only) << row.option;
+    EXPECT_EQ(options->wipe, row.wipe) << row.option;
+    EXPECT_EQ(options->initiation, row.initiation) << row.option;
+    EXPECT_EQ(options->termination, row.termination) << row.option;
+    EXPECT_EQ(harbix::verbose, row.verbose) << row.option;
+    EXPECT_EQ(options->needs_keyword(), row.needs_keyword) << row.option;
   }
 }
 
@@ -80,8 +79,8 @@ TEST_F(CommandLine, CombinesLettersAndJoinedArguments) {
   const auto options = parse({"-rsvf/tmp/a.tar", "-d3", "media"});
   ASSERT_TRUE(options);
   EXPECT_TRUE(options->restore && options->size_only && harbix::verbose);
-  EXPECT_EQ("/tmp/a.tar", options->file_name);
-  EXPECT_EQ(3, diagnostics::level());
+  EXPECT_EQ(options->file_name, "/tmp/a.tar");
+  EXPECT_EQ(diagnostics::level(), 3);
 }
 
 TEST_F(CommandLine, ForgetsTheOneBefore) {
@@ -91,8 +90,8 @@ TEST_F(CommandLine, ForgetsTheOneBefore) {
   ASSERT_TRUE(options);
   EXPECT_FALSE(options->restore);
   EXPECT_TRUE(options->size_only);
-  EXPECT_EQ("-", options->file_name);
-  EXPECT_EQ(Words{"settings"}, options->keywords);
+  EXPECT_EQ(options->file_name, "-");
+  EXPECT_EQ(options->keywords, Words{"settings"});
 }
 
 TEST_F(CommandLine, EndsAtThePretendOption) {
@@ -116,8 +115,8 @@ TEST_F(CommandLine, EndsAtWhatItDoesNotKnowWithoutAWordOfItsOwn) {
     const CapturedOutput output(STDOUT_FILENO);
     const CapturedOutput errors(STDERR_FILENO);
     EXPECT_FALSE(parse(row.words)) << row.words[0];
-    EXPECT_EQ("", output.text()) << row.words[0];
-    EXPECT_EQ(row.said, errors.text()) << row.words[0];
+    EXPECT_EQ(output.text(), "") << row.words[0];
+    EXPECT_EQ(errors.text(), row.said) << row.words[0];
     EXPECT_FALSE(harbix::pretend) << row.words[0];
   }
 }
@@ -125,20 +124,20 @@ TEST_F(CommandLine, EndsAtWhatItDoesNotKnowWithoutAWordOfItsOwn) {
 TEST_F(CommandLine, TakesTheNextWordForAnArgumentWhateverItIs) {
   const auto options = parse({"-f", "-r", "media"});
   ASSERT_TRUE(options);
-  EXPECT_EQ("-r", options->file_name);
+  EXPECT_EQ(options->file_name, "-r");
   EXPECT_FALSE(options->restore);
-  EXPECT_EQ("", parse({"-f", "", "media"})->file_name);
-  EXPECT_EQ("b", parse({"-f", "a", "-f", "b"})->file_name);
+  EXPECT_EQ(parse({"-f", "", "media"})->file_name, "");
+  EXPECT_EQ(parse({"-f", "a", "-f", "b"})->file_name, "b");
 }
 
 TEST_F(CommandLine, StopsAtTheFirstOperand) {
   const auto options = parse({"media", "-r", "-p", "x"});
   ASSERT_TRUE(options);
   EXPECT_FALSE(options->restore);
-  EXPECT_EQ((Words{"media", "-r", "-p", "x"}), options->operands);
-  EXPECT_EQ(Words{"media"}, parse({"-r", "--", "media"})->keywords);
-  EXPECT_EQ(Words{"-r"}, parse({"--", "-r"})->operands);
-  EXPECT_EQ(Words{"-"}, parse({"-"})->operands);
+  EXPECT_EQ(options->operands, (Words{"media", "-r", "-p", "x"}));
+  EXPECT_EQ(parse({"-r", "--", "media"})->keywords, Words{"media"});
+  EXPECT_EQ(parse({"--", "-r"})->operands, Words{"-r"});
+  EXPECT_EQ(parse({"-"})->operands, Words{"-"});
 }
 
 TEST_F(CommandLine, ChoosesTheDebugLevelFromZeroToFive) {
@@ -150,16 +149,16 @@ TEST_F(CommandLine, ChoosesTheDebugLevelFromZeroToFive) {
                          Row{" 4", 4}, Row{"6", 2}, Row{"7", 2}, Row{"-1", 2}, Row{"100", 2}}) {
     diagnostics::set_level(2);
     ASSERT_TRUE(parse({"-d", row.text, "media"})) << row.text;
-    EXPECT_EQ(row.level, diagnostics::level()) << row.text;
+    EXPECT_EQ(diagnostics::level(), row.level) << row.text;
   }
 }
 
 TEST_F(CommandLine, LogsTheChosenLevelAndThatItRuns) {
   ASSERT_TRUE(parse({"-d", "3", "media"}));
-  EXPECT_EQ((Words{"5 Debug level 3 enabled\n", "4 Harbix running"}), log_.messages());
+  EXPECT_EQ(log_.messages(), (Words{"5 Debug level 3 enabled\n", "4 Harbix running"}));
   log_.clear();
   ASSERT_TRUE(parse({"-d", "1", "media"}));
-  EXPECT_EQ(Words{"3 Debug level 1 enabled\n"}, log_.messages());
+  EXPECT_EQ(log_.messages(), Words{"3 Debug level 1 enabled\n"});
   log_.clear();
   ASSERT_TRUE(parse({"-d", "7", "media"}));
   EXPECT_TRUE(log_.lines().empty());
@@ -184,21 +183,21 @@ TEST_F(CommandLine, SelectsKeywordsFromTheFirstOperand) {
   for (const Row& row : rows) {
     const auto options = parse({row.operand});
     ASSERT_TRUE(options) << row.operand;
-    EXPECT_EQ(row.keywords, options->keywords) << row.operand;
-    EXPECT_EQ(Words{row.operand}, options->operands) << row.operand;
+    EXPECT_EQ(options->keywords, row.keywords) << row.operand;
+    EXPECT_EQ(options->operands, Words{row.operand}) << row.operand;
   }
-  EXPECT_EQ(Words{"app"}, parse({"app", "media"})->keywords);
+  EXPECT_EQ(parse({"app", "media"})->keywords, Words{"app"});
   EXPECT_TRUE(parse({})->keywords.empty());
 }
 
 TEST_F(CommandLine, SplitsTheKeywordsInEveryMode) {
   for (const char* mode : {"-r", "-s", "-w", "-i", "-t"}) {
-    EXPECT_EQ((Words{"app", "media"}), parse({mode, "app_media"})->keywords) << mode;
+    EXPECT_EQ(parse({mode, "app_media"})->keywords, (Words{"app", "media"})) << mode;
   }
 }
 
 TEST_F(CommandLine, KeepsTheKeywordOperandBeforeThePackageIds) {
-  EXPECT_EQ((Words{"app", "sample_pkg"}), parse({"app", "sample_pkg"})->operands);
+  EXPECT_EQ(parse({"app", "sample_pkg"})->operands, (Words{"app", "sample_pkg"}));
 }
 
 struct RequestRow {
@@ -225,8 +224,8 @@ TEST_F(CommandLine, IsRefusedForAReasonInAFixedOrder) {
     ASSERT_TRUE(options);
     const auto refusal = harbix::check_request(*options);
     ASSERT_TRUE(refusal) << row.message;
-    EXPECT_EQ(row.output, refusal->output);
-    EXPECT_EQ(row.message, refusal->message);
+    EXPECT_EQ(refusal->output, row.output);
+    EXPECT_EQ(refusal->message, row.message);
   }
 }
 
@@ -239,3 +238,4 @@ TEST_F(CommandLine, CanBeCarriedOut) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -13,66 +13,68 @@
 #include <gtest/gtest.h>
 
 #include "base/file_descriptor.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 TEST(Signals, LetAWriteToAClosedPipeFail) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     harbix::let_writes_fail();
     std::array<int, 2> ends{};
-    ASSERT_EQ(0, ::pipe(ends.data()));
+    ASSERT_EQ(::pipe(ends.data()), 0);
     ::close(ends[0]);
-    EXPECT_EQ(-1, ::write(ends[1], "x", 1));
-    EXPECT_EQ(EPIPE, errno);
+    EXPECT_EQ(::write(ends[1], "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
   }));
 }
 
 TEST(Signals, LetAWriteBeyondTheFileSizeLimitFail) {
-  const test::TemporaryFolder folder;
-  EXPECT_TRUE(test::passes_in_child([&folder] {
+  const TemporaryFolder folder;
+  EXPECT_TRUE(passes_in_child([&folder] {
     harbix::let_writes_fail();
     const struct ::rlimit none { .rlim_cur = 0, .rlim_max = 0 };
     const base::FileDescriptor file(::open((folder / "f").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &none));
-    EXPECT_EQ(-1, ::write(file.get(), "x", 1));
-    EXPECT_EQ(EFBIG, errno);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+    EXPECT_EQ(::write(file.get(), "x", 1), -1);
+    EXPECT_EQ(errno, EFBIG);
   }));
 }
 
 TEST(Signals, KeepTheirUsualMeaningInProgramsThatAreStarted) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     harbix::let_writes_fail();
     // The shell dies of a signal that it did not inherit as ignored.
-    EXPECT_EQ(128 + SIGPIPE, WEXITSTATUS(std::system("sh -c 'kill -PIPE $$; exit 0'")));  // NOLINT
+    EXPECT_EQ(WEXITSTATUS(std::system("sh -c 'kill -PIPE $$; exit 0'")), 128 + SIGPIPE);  // NOLINT
   }));
 }
 
 TEST(StandardStreams, AreOccupiedWhereTheyAreClosed) {
   for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    EXPECT_TRUE(test::passes_in_child([closed] {
+    EXPECT_TRUE(passes_in_child([closed] {
       ::close(closed);
       harbix::occupy_closed_streams();
       EXPECT_NE(closed, ::open("/dev/null", O_RDWR | O_CLOEXEC));
       char byte = 'x';
-      EXPECT_EQ(-1, ::write(closed, &byte, 1));
-      EXPECT_EQ(EBADF, errno);
-      EXPECT_EQ(-1, ::read(closed, &byte, 1));
-      EXPECT_EQ(EBADF, errno);
-      EXPECT_EQ(FD_CLOEXEC, ::fcntl(closed, F_GETFD));
+      EXPECT_EQ(::write(closed, &byte, 1), -1);
+      EXPECT_EQ(errno, EBADF);
+      EXPECT_EQ(::read(closed, &byte, 1), -1);
+      EXPECT_EQ(errno, EBADF);
+      EXPECT_EQ(::fcntl(closed, F_GETFD), FD_CLOEXEC);
     })) << closed;
   }
 }
 
 TEST(StandardStreams, StayAsTheyAreWhereTheyAreOpen) {
-  EXPECT_TRUE(test::passes_in_child([] {
+  EXPECT_TRUE(passes_in_child([] {
     const int next = ::dup(STDIN_FILENO);
-    ASSERT_EQ(0, ::close(next));
+    ASSERT_EQ(::close(next), 0);
     harbix::occupy_closed_streams();
-    EXPECT_EQ(next, ::dup(STDIN_FILENO));
+    EXPECT_EQ(::dup(STDIN_FILENO), next);
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -13,21 +13,16 @@
 
 #include "base/flags.h"
 #include "fs/working_directory.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/device_accounts.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/root.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using test::CapturedOutput;
-using test::passes_in_child;
-using test::passes_with_device_accounts;
-using test::RecordedLog;
-using test::TemporaryFolder;
 
 using Words = std::vector<std::string>;
 
@@ -56,10 +51,10 @@ TEST(Run, RefusesOnStandardOutputAndInTheLog) {
       const RecordedLog log(0);
       const CapturedOutput output(STDOUT_FILENO);
       const CapturedOutput errors(STDERR_FILENO);
-      EXPECT_EQ(1, run(row.words));
-      EXPECT_EQ(row.output, output.text());
-      EXPECT_EQ("", errors.text());
-      EXPECT_EQ(Words{row.logged}, log.messages());
+      EXPECT_EQ(run(row.words), 1);
+      EXPECT_EQ(output.text(), row.output);
+      EXPECT_EQ(errors.text(), "");
+      EXPECT_EQ(log.messages(), Words{row.logged});
     }));
   }
 }
@@ -70,8 +65,8 @@ TEST(Run, EndsAtOnceWithStatusOne) {
       const RecordedLog log(5);
       const CapturedOutput output(STDOUT_FILENO);
       const CapturedOutput errors(STDERR_FILENO);
-      EXPECT_EQ(1, run(words));
-      EXPECT_EQ("", output.text());
+      EXPECT_EQ(run(words), 1);
+      EXPECT_EQ(output.text(), "");
       EXPECT_TRUE(log.lines().empty());
     }));
   }
@@ -82,8 +77,8 @@ TEST(Run, NotifiesWithoutAKeywordAndEndsWithStatusZero) {
        {Words{"-i"}, Words{"-t"}, Words{"-r", "-i"}, Words{"-s", "-i"}, Words{"-r", "-t", "foo"}}) {
     EXPECT_TRUE(passes_in_child([&words] {
       const RecordedLog log(5);
-      EXPECT_EQ(0, run(words));
-      EXPECT_EQ(Words{"4 Harbix running"}, log.messages());
+      EXPECT_EQ(run(words), 0);
+      EXPECT_EQ(log.messages(), Words{"4 Harbix running"});
     }));
   }
 }
@@ -94,7 +89,7 @@ TEST(Run, LetsTheMissingSystemGroupEscape) {
       run({"-w", "media"});
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ("Group '1000_sys' does not exist", error.what());
+      EXPECT_STREQ(error.what(), "Group '1000_sys' does not exist");
     }
   }));
 }
@@ -102,35 +97,35 @@ TEST(Run, LetsTheMissingSystemGroupEscape) {
 TEST(Run, WipesNothingWithStatusOne) {
   EXPECT_TRUE(passes_with_device_accounts([] {
     const RecordedLog log(4);
-    EXPECT_EQ(1, run({"-w", "media"}));
-    EXPECT_EQ((Words{"4 Harbix running", "6 Filename: ", "4 Harbix exiting"}), log.messages());
+    EXPECT_EQ(run({"-w", "media"}), 1);
+    EXPECT_EQ(log.messages(), (Words{"4 Harbix running", "6 Filename: ", "4 Harbix exiting"}));
   }));
 }
 
 TEST(Run, StandsInTheRootWithTheTwoGroups) {
   EXPECT_TRUE(passes_with_device_accounts([] {
-    EXPECT_EQ(1, run({"-w"}));
-    EXPECT_EQ("/", fs::current_directory().text());
+    EXPECT_EQ(run({"-w"}), 1);
+    EXPECT_EQ(fs::current_directory().text(), "/");
     std::array<gid_t, 8> groups{};
-    ASSERT_EQ(2, ::getgroups(static_cast<int>(groups.size()), groups.data()));
-    EXPECT_EQ(1000U, groups[0]);
-    EXPECT_EQ(test::SYSTEM_GROUP, groups[1]);
+    ASSERT_EQ(::getgroups(static_cast<int>(groups.size()), groups.data()), 2);
+    EXPECT_EQ(groups[0], 1000U);
+    EXPECT_EQ(groups[1], SYSTEM_GROUP);
   }));
 }
 
 TEST(Run, TellsOfFileAndKeywordsWhenVerbose) {
   EXPECT_TRUE(passes_with_device_accounts([] {
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(1, run({"-w", "-v", "-f", "/tmp/a.tar", "settings_media"}));
-    EXPECT_EQ("Filename: /tmp/a.tar\nKeywords: \nsettings\nmedia\n", errors.text());
+    EXPECT_EQ(run({"-w", "-v", "-f", "/tmp/a.tar", "settings_media"}), 1);
+    EXPECT_EQ(errors.text(), "Filename: /tmp/a.tar\nKeywords: \nsettings\nmedia\n");
   }));
 }
 
 TEST(Run, TriesRestoreBeforeWipe) {
   const TemporaryFolder folder;
-  test::write_file(folder / "a.tar", test::TarBuilder().text());
+  write_file(folder / "a.tar", TarBuilder().text());
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
-    EXPECT_EQ(0, run({"-r", "-w", "-f", folder / "a.tar"}));
+    EXPECT_EQ(run({"-r", "-w", "-f", folder / "a.tar"}), 0);
   }));
 }
 
@@ -139,12 +134,12 @@ TEST(Run, TurnsAnExceptionOfTheArchiveStageIntoStatusTwo) {
     const RecordedLog log(2);
     const CapturedOutput output(STDOUT_FILENO);
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(2, run({"-r", "-f", "/nonexistent/a.tar", "media"}));
+    EXPECT_EQ(run({"-r", "-f", "/nonexistent/a.tar", "media"}), 2);
     const std::string reason =
         "Archive error: Failed to open '/nonexistent/a.tar': No such file or directory";
-    EXPECT_EQ("ERROR: " + reason + "\n", errors.text());
-    EXPECT_EQ("", output.text());
-    EXPECT_EQ((Words{"4 Harbix running", "2 ERROR: " + reason, "4 Harbix exiting"}), log.messages());
+    EXPECT_EQ(errors.text(), "ERROR: " + reason + "\n");
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(log.messages(), (Words{"4 Harbix running", "2 ERROR: " + reason, "4 Harbix exiting"}));
   }));
 }
 
@@ -154,33 +149,33 @@ TEST(Run, EndsTheArchiveOfAnOperationThatFailsAndAnswersItsStatus) {
   const TemporaryFolder folder;
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
     const RecordedLog log(3);
-    EXPECT_EQ(1, run({"-f", folder / "a.tar", "app"}));
-    EXPECT_EQ(
-        (Words{"4 Harbix running", "5 Archiving", "4 app",
-               "2 ERROR: Failed to open /pps/system/installer/registeredapps/.all", "4 Harbix exiting"}),
-        log.messages());
+    EXPECT_EQ(run({"-f", folder / "a.tar", "app"}), 1);
+    EXPECT_EQ(log.messages(), (Words{"4 Harbix running", "5 Archiving", "4 app",
+                                     "2 ERROR: Failed to open /pps/system/installer/registeredapps/.all",
+                                     "4 Harbix exiting"}));
   }));
-  EXPECT_EQ(std::string(1024, '\0'), test::read_file(folder / "a.tar"));
+  EXPECT_EQ(read_file(folder / "a.tar"), std::string(1024, '\0'));
 }
 
 TEST(Run, ReportsTheSizeOfNothing) {
   const TemporaryFolder folder;
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
-    EXPECT_EQ(1, run({"-s", "-f", folder / "out.txt", "app"}));
+    EXPECT_EQ(run({"-s", "-f", folder / "out.txt", "app"}), 1);
   }));
-  EXPECT_EQ("bytesize=2048\ncount=0\n", test::read_file(folder / "out.txt"));
+  EXPECT_EQ(read_file(folder / "out.txt"), "bytesize=2048\ncount=0\n");
 }
 
 TEST(Run, SetsUtf8NamesOnlyToWrite) {
   const TemporaryFolder folder;
-  test::write_file(folder / "a.tar", test::TarBuilder().text());
+  write_file(folder / "a.tar", TarBuilder().text());
   EXPECT_TRUE(passes_with_device_accounts([&folder] {
-    EXPECT_EQ(1, run({"-r", "-f", folder / "a.tar", "app"}));
-    EXPECT_STREQ("C", std::setlocale(LC_CTYPE, nullptr));
-    EXPECT_EQ(1, run({"-f", folder / "b.tar", "app"}));
-    EXPECT_STREQ("C.UTF-8", std::setlocale(LC_CTYPE, nullptr));
-    EXPECT_STREQ("C", std::setlocale(LC_NUMERIC, nullptr));
+    EXPECT_EQ(run({"-r", "-f", folder / "a.tar", "app"}), 1);
+    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C");
+    EXPECT_EQ(run({"-f", folder / "b.tar", "app"}), 1);
+    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C.UTF-8");
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

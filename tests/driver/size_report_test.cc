@@ -9,22 +9,21 @@
 
 #include <gtest/gtest.h>
 
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::size_report_text;
 using harbix::write_size_report;
-using test::RecordedLog;
-using test::TemporaryFolder;
 
 TEST(SizeReport, IsTwoLines) {
-  EXPECT_EQ("bytesize=2048\ncount=0\n", size_report_text({}, 1024));
-  EXPECT_EQ("bytesize=10000000001047\ncount=2147483647\n",
-            size_report_text({.bytes = 10000000000000, .files = 2147483647}, 23));
+  EXPECT_EQ(size_report_text({}, 1024), "bytesize=2048\ncount=0\n");
+  EXPECT_EQ(size_report_text({.bytes = 10000000000000, .files = 2147483647}, 23),
+            "bytesize=10000000001047\ncount=2147483647\n");
 }
 
 TEST(SizeReport, IsWrittenToTheNamedFileOfMode0666LessTheMask) {
@@ -32,26 +31,26 @@ TEST(SizeReport, IsWrittenToTheNamedFileOfMode0666LessTheMask) {
   const mode_t before = ::umask(027);
   write_size_report(folder / "out.txt", "bytesize=1\ncount=2\n");
   ::umask(before);
-  EXPECT_TRUE((test::Tree{test::file("out.txt", "bytesize=1\ncount=2\n", 0640)}.matches(folder.path())));
+  EXPECT_TRUE((Tree{file("out.txt", "bytesize=1\ncount=2\n", 0640)}.matches(folder.path())));
 }
 
 TEST(SizeReport, TruncatesWhatWasThere) {
   const TemporaryFolder folder;
-  test::write_file(folder / "out.txt", std::string(1000, 'x'));
+  write_file(folder / "out.txt", std::string(1000, 'x'));
   write_size_report(folder / "out.txt", "bytesize=1\ncount=2\n");
-  EXPECT_EQ("bytesize=1\ncount=2\n", test::read_file(folder / "out.txt"));
+  EXPECT_EQ(read_file(folder / "out.txt"), "bytesize=1\ncount=2\n");
 }
 
 TEST(SizeReport, GoesToStandardOutputForAnEmptyName) {
-  const test::CapturedOutput output(STDOUT_FILENO);
+  const CapturedOutput output(STDOUT_FILENO);
   write_size_report("", "bytesize=1\ncount=2\n");
-  EXPECT_EQ("bytesize=1\ncount=2\n", output.text());
+  EXPECT_EQ(output.text(), "bytesize=1\ncount=2\n");
 }
 
 TEST(SizeReport, IsLoggedAtLevelFour) {
   const RecordedLog log(4);
   write_size_report("/dev/null", "bytesize=1\ncount=2\n");
-  EXPECT_EQ((std::vector<std::string>{"6 Response: 'bytesize=1\ncount=2\n'"}), log.messages());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"6 Response: 'bytesize=1\ncount=2\n'"}));
 }
 
 TEST(SizeReport, ThatCannotBeOpenedIsNoError) {
@@ -65,8 +64,9 @@ TEST(SizeReport, ThatCannotBeWrittenInFullIsOne) {
     write_size_report("/dev/full", "text");
     ADD_FAILURE();
   } catch (const std::runtime_error& error) {
-    EXPECT_STREQ("Size report could not be written: No space left on device", error.what());
+    EXPECT_STREQ(error.what(), "Size report could not be written: No space left on device");
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,18 +7,19 @@
 
 #include <gtest/gtest.h>
 
-#include "support/private_root.h"
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/root.h"
 
+namespace harbix::test {
 namespace {
 
 TEST(Accounts, AreLookedUpByName) {
-  EXPECT_EQ(0U, fs::user_id("root"));
-  EXPECT_EQ(1U, fs::user_id("daemon"));
-  EXPECT_EQ(65534U, fs::user_id("nobody"));
-  EXPECT_EQ(0U, fs::group_id("root"));
-  EXPECT_EQ(1U, fs::group_id("daemon"));
-  EXPECT_EQ(65534U, fs::group_id("nogroup"));
+  EXPECT_EQ(fs::user_id("root"), 0U);
+  EXPECT_EQ(fs::user_id("daemon"), 1U);
+  EXPECT_EQ(fs::user_id("nobody"), 65534U);
+  EXPECT_EQ(fs::group_id("root"), 0U);
+  EXPECT_EQ(fs::group_id("daemon"), 1U);
+  EXPECT_EQ(fs::group_id("nogroup"), 65534U);
 }
 
 template <typename Lookup>
@@ -32,14 +33,14 @@ std::string refusal(const Lookup& lookup) {
 }
 
 TEST(Accounts, ThatDoNotExistAreNamed) {
-  EXPECT_EQ("User 'nosuch' does not exist", refusal([] { return fs::user_id("nosuch"); }));
-  EXPECT_EQ("User '' does not exist", refusal([] { return fs::user_id(""); }));
-  EXPECT_EQ("Group 'nosuch' does not exist", refusal([] { return fs::group_id("nosuch"); }));
-  EXPECT_EQ("Group '' does not exist", refusal([] { return fs::group_id(""); }));
+  EXPECT_EQ(refusal([] { return fs::user_id("nosuch"); }), "User 'nosuch' does not exist");
+  EXPECT_EQ(refusal([] { return fs::user_id(""); }), "User '' does not exist");
+  EXPECT_EQ(refusal([] { return fs::group_id("nosuch"); }), "Group 'nosuch' does not exist");
+  EXPECT_EQ(refusal([] { return fs::group_id(""); }), "Group '' does not exist");
 }
 
 TEST(Accounts, WithALineOfManyMembersAreFoundAmongThem) {
-  const test::TemporaryFolder root;
+  const TemporaryFolder root;
   std::filesystem::create_directory(root / "etc");
   {
     std::ofstream groups(root / "etc/group");
@@ -47,10 +48,11 @@ TEST(Accounts, WithALineOfManyMembersAreFoundAmongThem) {
     for (int number = 0; number < 5000; ++number) groups << "member" << number << ',';
     groups << "last\nfew:x:4712:\n";
   }
-  EXPECT_TRUE(test::passes_in_root(root.path(), [] {
-    EXPECT_EQ(4711U, fs::group_id("many"));
-    EXPECT_EQ(4712U, fs::group_id("few"));
+  EXPECT_TRUE(passes_in_root(root.path(), [] {
+    EXPECT_EQ(fs::group_id("many"), 4711U);
+    EXPECT_EQ(fs::group_id("few"), 4712U);
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::is_record_path_below;
@@ -84,16 +85,15 @@ class LinksOnDisk : public testing::Test {
     return leads_inside(root_, Path(folder_ / "own/sub/link"), target, Path(folder_ / "own"));
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   fs::Folder root_{"/"};
 };
 
 TEST_F(LinksOnDisk, AreFollowedToWhereTheyLead) {
-  test::Tree{
-      test::dir("own", {test::dir("sub", {test::link("here", "."), test::link("up", "..")}),
-                        test::link("out", "../others"), test::link("root", "/"), test::link("inside", "sub"),
-                        test::link("round", "round"), test::link("dangling", "none"), test::file("file")}),
-      test::dir("others", {test::link("back", "../own")})}
+  Tree{dir("own",
+           {dir("sub", {link("here", "."), link("up", "..")}), link("out", "../others"), link("root", "/"),
+            link("inside", "sub"), link("round", "round"), link("dangling", "none"), file("file")}),
+       dir("others", {link("back", "../own")})}
       .build(folder_.path());
   for (const char* target : {"here", "here/x", "up", "up/x", "../inside/x", "../dangling", "../file",
                              "../sub/up/sub", "none", "none/x", "../inside/here/up/file"}) {
@@ -135,8 +135,8 @@ TEST(PlainComponent, IsOneNameAndNothingElse) {
 }
 
 TEST(NameBelow, IsWhatFollowsThePrefix) {
-  EXPECT_EQ(Path("Music/a"), fs::name_below("/media/Music/a", "/media"));
-  EXPECT_EQ(Path(""), fs::name_below("/media", "/media"));
+  EXPECT_EQ(fs::name_below("/media/Music/a", "/media"), Path("Music/a"));
+  EXPECT_EQ(fs::name_below("/media", "/media"), Path(""));
 }
 
 TEST(NameBelow, IsRefusedToWhatOnlyBeginsWithTheSameCharacters) {
@@ -144,9 +144,10 @@ TEST(NameBelow, IsRefusedToWhatOnlyBeginsWithTheSameCharacters) {
     try {
       ADD_FAILURE() << fs::name_below(name, "/media");
     } catch (const fs::Exception& refused) {
-      EXPECT_EQ("Path '" + std::string(name) + "' is not subdirectory of '/media'", refused.what());
+      EXPECT_EQ(refused.what(), "Path '" + std::string(name) + "' is not subdirectory of '/media'");
     }
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

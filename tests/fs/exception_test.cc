@@ -7,14 +7,15 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 TEST(FsException, IsARuntimeError) { EXPECT_TRUE((std::is_base_of_v<std::runtime_error, fs::Exception>)); }
 
 TEST(FsException, OfAMessageAloneHasNoErrorNumber) {
   const fs::Exception error("Text.");
-  EXPECT_STREQ("Text.", error.what());
-  EXPECT_EQ(-1, error.error());
+  EXPECT_STREQ(error.what(), "Text.");
+  EXPECT_EQ(error.error(), -1);
 }
 
 TEST(FsException, AppendsTheSystemsTextOfTheErrorNumber) {
@@ -28,9 +29,10 @@ TEST(FsException, AppendsTheSystemsTextOfTheErrorNumber) {
         Row{123456, "Text. [errno:123456 'Unknown error 123456']"},
         Row{fs::Exception::NO_ERROR_NUMBER, "Text."}}) {
     const fs::Exception error(row.error, "Text.");
-    EXPECT_STREQ(row.text, error.what());
-    EXPECT_EQ(row.error, error.error());
+    EXPECT_STREQ(error.what(), row.text);
+    EXPECT_EQ(error.error(), row.error);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

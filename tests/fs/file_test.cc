@@ -12,20 +12,15 @@
 
 #include "fs/exception.h"
 #include "fs/identity.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
 using fs::Path;
-using test::dir;
-using test::file;
-using test::link;
-using test::RecordedLog;
-using test::TemporaryFolder;
-using test::Tree;
 
 struct ::stat record_of(mode_t mode, uid_t user = 0, gid_t group = 0) {
   struct ::stat record {};
@@ -44,11 +39,11 @@ class FileTest : public ::testing::Test {
 TEST_F(FileTest, TakesItsStatusAtOnce) {
   Tree{file("f", "12345", 0640).owned_by(1, 2)}.build(folder_.path());
   const File item(path("f"));
-  EXPECT_EQ(path("f"), item.path());
-  EXPECT_EQ(5, item.record().st_size);
-  EXPECT_EQ(S_IFREG | 0640U, item.record().st_mode);
-  EXPECT_EQ(1U, item.record().st_uid);
-  EXPECT_EQ(2U, item.record().st_gid);
+  EXPECT_EQ(item.path(), path("f"));
+  EXPECT_EQ(item.record().st_size, 5);
+  EXPECT_EQ(item.record().st_mode, S_IFREG | 0640U);
+  EXPECT_EQ(item.record().st_uid, 1U);
+  EXPECT_EQ(item.record().st_gid, 2U);
   EXPECT_TRUE(item.is_regular());
   EXPECT_FALSE(item.is_directory());
   EXPECT_FALSE(item.is_symbolic_link());
@@ -67,19 +62,19 @@ TEST_F(FileTest, DescribesLinksInsteadOfFollowingThem) {
 TEST_F(FileTest, IsZeroedUntilExamined) {
   const File nothing;
   EXPECT_TRUE(nothing.path().empty());
-  EXPECT_EQ(0U, nothing.record().st_mode);
-  EXPECT_EQ(0, nothing.record().st_size);
+  EXPECT_EQ(nothing.record().st_mode, 0U);
+  EXPECT_EQ(nothing.record().st_size, 0);
   const File unexamined(path("missing"), {});
-  EXPECT_EQ(path("missing"), unexamined.path());
-  EXPECT_EQ(0U, unexamined.record().st_mode);
+  EXPECT_EQ(unexamined.path(), path("missing"));
+  EXPECT_EQ(unexamined.record().st_mode, 0U);
 }
 
 TEST_F(FileTest, CopiesItsPathAndStatus) {
   Tree{file("f", "12")}.build(folder_.path());
   const File item(path("f"));
   const File copy = item;  // NOLINT(performance-unnecessary-copy-initialization): the copy is the claim
-  EXPECT_EQ(item.path(), copy.path());
-  EXPECT_EQ(2, copy.record().st_size);
+  EXPECT_EQ(copy.path(), item.path());
+  EXPECT_EQ(copy.record().st_size, 2);
 }
 
 TEST_F(FileTest, StatFailureQuotesThePathAndTheSystem) {
@@ -87,32 +82,32 @@ TEST_F(FileTest, StatFailureQuotesThePathAndTheSystem) {
     const File item(path("missing"));
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_EQ("Path '" + (folder_ / "missing") + "' stat failed. [errno:2 'No such file or directory']",
-              error.what());
-    EXPECT_EQ(ENOENT, error.error());
+    EXPECT_EQ(error.what(),
+              "Path '" + (folder_ / "missing") + "' stat failed. [errno:2 'No such file or directory']");
+    EXPECT_EQ(error.error(), ENOENT);
   }
 }
 
 TEST_F(FileTest, KeepsItsRecordWhenANewLookFails) {
   Tree{file("f", "123")}.build(folder_.path());
   File item(path("f"));
-  ASSERT_EQ(0, ::unlink(item.path().c_str()));
+  ASSERT_EQ(::unlink(item.path().c_str()), 0);
   EXPECT_THROW(item.stat(), fs::Exception);
-  EXPECT_EQ(3, item.record().st_size);
+  EXPECT_EQ(item.record().st_size, 3);
 }
 
 TEST_F(FileTest, SeesChangesOnlyWhenItLooksAgain) {
   Tree{file("f", "123")}.build(folder_.path());
   File item(path("f"));
-  test::write_file(folder_ / "f", "12345");
-  EXPECT_EQ(3, item.record().st_size);
+  write_file(folder_ / "f", "12345");
+  EXPECT_EQ(item.record().st_size, 3);
   item.stat();
-  EXPECT_EQ(5, item.record().st_size);
+  EXPECT_EQ(item.record().st_size, 5);
 }
 
 TEST_F(FileTest, KnowsTheSameObjectByDeviceAndInode) {
   Tree{file("f"), file("g")}.build(folder_.path());
-  ASSERT_EQ(0, ::link((folder_ / "f").c_str(), (folder_ / "hard").c_str()));
+  ASSERT_EQ(::link((folder_ / "f").c_str(), (folder_ / "hard").c_str()), 0);
   EXPECT_TRUE(File(path("f")).is_same_object(File(path("hard")).record()));
   EXPECT_FALSE(File(path("f")).is_same_object(File(path("g")).record()));
 }
@@ -131,8 +126,8 @@ TEST_F(FileTest, MkdirFailureQuotesThePathAndTheSystem) {
     File(path("f"), record_of(0755)).mkdir();
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_EQ("Mkdir '" + (folder_ / "f") + "' failed. [errno:17 'File exists']", error.what());
-    EXPECT_EQ(EEXIST, error.error());
+    EXPECT_EQ(error.what(), "Mkdir '" + (folder_ / "f") + "' failed. [errno:17 'File exists']");
+    EXPECT_EQ(error.error(), EEXIST);
   }
 }
 
@@ -144,23 +139,21 @@ TEST_F(FileTest, RenamesAndTellsBothNamesOnFailure) {
     fs::rename(path("a"), path("c"));
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_EQ("Rename '" + (folder_ / "a") + "' to '" + (folder_ / "c") +
-                  "' failed [errno:2 'No such file or directory']",
-              error.what());
-    EXPECT_EQ(ENOENT, error.error());
+    EXPECT_EQ(error.what(), "Rename '" + (folder_ / "a") + "' to '" + (folder_ / "c") +
+                                "' failed [errno:2 'No such file or directory']");
+    EXPECT_EQ(error.error(), ENOENT);
   }
 }
 
 TEST_F(FileTest, RmdirReturnsItsResultAndLogsAFailure) {
   Tree{dir("empty"), dir("full", {file("f")})}.build(folder_.path());
   const RecordedLog log;
-  EXPECT_EQ(0, File(path("empty")).rmdir());
+  EXPECT_EQ(File(path("empty")).rmdir(), 0);
   EXPECT_TRUE(log.lines().empty());
-  EXPECT_EQ(-1, File(path("full")).rmdir());
-  EXPECT_EQ(ENOTEMPTY, errno);
-  EXPECT_EQ(
-      (std::vector<std::string>{"3 Failed to rmdir '" + (folder_ / "full") + "' (Directory not empty)"}),
-      log.messages());
+  EXPECT_EQ(File(path("full")).rmdir(), -1);
+  EXPECT_EQ(errno, ENOTEMPTY);
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"3 Failed to rmdir '" + (folder_ / "full") +
+                                                      "' (Directory not empty)"}));
 }
 
 TEST_F(FileTest, UnlinkRemovesFilesAndLinksInSilence) {
@@ -176,24 +169,23 @@ TEST_F(FileTest, UnlinkLogsItsFailureAndThrowsNothing) {
   const RecordedLog log;
   File(path("d")).unlink();
   File(path("missing"), record_of(S_IFREG)).unlink();
-  EXPECT_EQ((std::vector<std::string>{
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{
                 "3 Failed to unlink '" + (folder_ / "d") + "' (Is a directory)",
-                "3 Failed to unlink '" + (folder_ / "missing") + "' (No such file or directory)"}),
-            log.messages());
+                "3 Failed to unlink '" + (folder_ / "missing") + "' (No such file or directory)"}));
 }
 
 TEST_F(FileTest, UnlinkOfALinkTellsTheFirstFailureNotThePathManagers) {
   const RecordedLog log;
   File(path("missing"), record_of(S_IFLNK | 0777)).unlink();
-  EXPECT_EQ((std::vector<std::string>{"3 Failed to unlink '" + (folder_ / "missing") +
-                                      "' (No such file or directory)"}),
-            log.messages());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"3 Failed to unlink '" + (folder_ / "missing") +
+                                                      "' (No such file or directory)"}));
 }
 
 TEST_F(FileTest, CleaningUpIsSilentBelowLevelOne) {
   Tree{dir("full", {file("f")})}.build(folder_.path());
   const RecordedLog log(0);
-  EXPECT_EQ(-1, File(path("full")).rmdir());
+  EXPECT_EQ(File(path("full")).rmdir(), -1);
   File(path("full")).unlink();
   EXPECT_TRUE(log.lines().empty());
 }
@@ -223,7 +215,7 @@ TEST(FileAccess, GrantsTheSuperuserAllButRunningWhatNobodyMayRun) {
         AccessRow{S_IFREG | 0010, 7, true}, AccessRow{S_IFDIR | 0000, 7, true},
         AccessRow{S_IFDIR | 0644, fs::EXECUTE, true}, AccessRow{S_IFREG | 0644, 0, true},
         AccessRow{S_IFREG | 0777, 8, false}, AccessRow{S_IFREG | 0777, 15, false}}) {
-    EXPECT_EQ(row.granted, File(Path("f"), record_of(row.mode, 1, 1)).allows(row.wanted))
+    EXPECT_EQ(File(Path("f"), record_of(row.mode, 1, 1)).allows(row.wanted), row.granted)
         << std::oct << row.mode << " for " << row.wanted;
   }
 }
@@ -257,8 +249,9 @@ TEST(TotalSize, AddsTheRecordedSizesIn64Bits) {
   struct ::stat small {};
   small.st_size = 7;
   const std::vector<File> files{File(Path("a"), large), File(Path("b"), small), File(Path("c"), large)};
-  EXPECT_EQ((std::uint64_t{10} << 40) + 7, fs::total_size(files));
-  EXPECT_EQ(0U, fs::total_size({}));
+  EXPECT_EQ(fs::total_size(files), (std::uint64_t{10} << 40) + 7);
+  EXPECT_EQ(fs::total_size({}), 0U);
 }
 
 }  // namespace
+}  // namespace harbix::test

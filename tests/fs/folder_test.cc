@@ -10,17 +10,14 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Folder;
 using fs::Path;
-using test::dir;
-using test::file;
-using test::link;
-using test::Tree;
 
 class FolderTest : public ::testing::Test {
  protected:
@@ -39,7 +36,7 @@ class FolderTest : public ::testing::Test {
     return "";
   }
 
-  test::TemporaryFolder temporary_;
+  TemporaryFolder temporary_;
   std::string path_ = temporary_.path();
 };
 
@@ -52,8 +49,8 @@ TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
   for (const Row& row : {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3},
                          Row{"a/f", 2}, Row{"top", 1}}) {
     const fs::File found = folder.file(row.relative);
-    EXPECT_EQ(row.size, found.record().st_size) << row.relative;
-    EXPECT_EQ(path_ + "/" + row.relative, found.path().text());
+    EXPECT_EQ(found.record().st_size, row.size) << row.relative;
+    EXPECT_EQ(found.path().text(), path_ + "/" + row.relative);
     EXPECT_TRUE(folder.holds(row.relative)) << row.relative;
   }
   EXPECT_TRUE(folder.file("a/b/l").is_symbolic_link());
@@ -62,12 +59,12 @@ TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
 
 TEST_F(FolderTest, NamesWhatItCannotReach) {
   Folder folder{Path(path_)};
-  EXPECT_EQ("Path '" + path_ + "/none' stat failed. [errno:2 'No such file or directory']",
-            failure_of(folder, "none"));
-  EXPECT_EQ("Directory '" + path_ + "/none' could not be opened. [errno:2 'No such file or directory']",
-            failure_of(folder, "none/x"));
-  EXPECT_EQ("Directory '" + path_ + "/top' could not be opened. [errno:20 'Not a directory']",
-            failure_of(folder, "top/x"));
+  EXPECT_EQ(failure_of(folder, "none"),
+            "Path '" + path_ + "/none' stat failed. [errno:2 'No such file or directory']");
+  EXPECT_EQ(failure_of(folder, "none/x"),
+            "Directory '" + path_ + "/none' could not be opened. [errno:2 'No such file or directory']");
+  EXPECT_EQ(failure_of(folder, "top/x"),
+            "Directory '" + path_ + "/top' could not be opened. [errno:20 'Not a directory']");
   for (const char* relative : {"none", "none/x", "top/x", "out/f", "../x", "a/../top"}) {
     EXPECT_FALSE(folder.holds(relative)) << relative;
   }
@@ -75,28 +72,28 @@ TEST_F(FolderTest, NamesWhatItCannotReach) {
 
 TEST_F(FolderTest, FollowsNoLinkOnTheWay) {
   Folder folder{Path(path_)};
-  EXPECT_EQ("Directory '" + path_ + "/out' could not be opened. [errno:20 'Not a directory']",
-            failure_of(folder, "out/f"));
+  EXPECT_EQ(failure_of(folder, "out/f"),
+            "Directory '" + path_ + "/out' could not be opened. [errno:20 'Not a directory']");
   EXPECT_TRUE(folder.file("out").is_symbolic_link());
 }
 
 TEST_F(FolderTest, IsNotLedElsewhereByWhatIsPutInTheWayOfALaterStep) {
   Folder folder{Path(path_)};
-  ASSERT_EQ(2, folder.file("a/f").record().st_size);
+  ASSERT_EQ(folder.file("a/f").record().st_size, 2);
   std::filesystem::rename(path_ + "/a", path_ + "/moved");
   std::filesystem::create_symlink("ab", path_ + "/a");
   // The folder that was reached is still the same, and a new way there is refused.
-  EXPECT_EQ(2, folder.file("a/f").record().st_size);
-  EXPECT_EQ(1, folder.file("top").record().st_size);
-  EXPECT_EQ(4, folder.file("ab/f").record().st_size);
+  EXPECT_EQ(folder.file("a/f").record().st_size, 2);
+  EXPECT_EQ(folder.file("top").record().st_size, 1);
+  EXPECT_EQ(folder.file("ab/f").record().st_size, 4);
   EXPECT_FALSE(folder.holds("a/f"));
 }
 
 TEST_F(FolderTest, TakesPathsThatAreItsOwnApart) {
   const Folder folder{Path(path_)};
-  EXPECT_EQ("a/f", folder.relative(Path(path_ + "/a/f")).text());
-  EXPECT_EQ("a/f", folder.relative("a/f").text());
-  EXPECT_EQ("", folder.relative(Path(path_)).text());
+  EXPECT_EQ(folder.relative(Path(path_ + "/a/f")).text(), "a/f");
+  EXPECT_EQ(folder.relative("a/f").text(), "a/f");
+  EXPECT_EQ(folder.relative(Path(path_)).text(), "");
   EXPECT_THROW(static_cast<void>(folder.relative("/elsewhere")), fs::Exception);
 }
 
@@ -113,3 +110,4 @@ TEST_F(FolderTest, NeedsAFolder) {
 }
 
 }  // namespace
+}  // namespace harbix::test

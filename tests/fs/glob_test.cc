@@ -10,16 +10,13 @@
 
 #include "fs/exception.h"
 #include "fs/identity.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
-using test::dir;
-using test::file;
-using test::TemporaryFolder;
-using test::Tree;
 
 constexpr uid_t NOBODY = 65534;
 
@@ -33,23 +30,23 @@ TEST(Glob, ThatMatchesNothingIsEmptyAndNoError) {
 TEST(Glob, KeepsTheOrderOfTheFacility) {
   const TemporaryFolder folder;
   Tree{file("b"), file("a"), dir("c", {file("d")})}.build(folder.path());
-  EXPECT_EQ((std::vector<Path>{Path(folder / "a"), Path(folder / "b"), Path(folder / "c")}),
-            fs::glob(Path(folder / "*")));
-  EXPECT_EQ((std::vector<Path>{Path(folder / "a"), Path(folder / "b")}), fs::glob(Path(folder / "[ab]")));
+  EXPECT_EQ(fs::glob(Path(folder / "*")),
+            (std::vector<Path>{Path(folder / "a"), Path(folder / "b"), Path(folder / "c")}));
+  EXPECT_EQ(fs::glob(Path(folder / "[ab]")), (std::vector<Path>{Path(folder / "a"), Path(folder / "b")}));
 }
 
 TEST(Glob, MatchesRelativeToTheWorkingDirectory) {
   const TemporaryFolder folder;
   Tree{file("b"), file("a")}.build(folder.path());
-  const test::InsideFolder inside(folder.path());
-  EXPECT_EQ((std::vector<Path>{Path("a"), Path("b")}), fs::glob(Path("*")));
+  const InsideFolder inside(folder.path());
+  EXPECT_EQ(fs::glob(Path("*")), (std::vector<Path>{Path("a"), Path("b")}));
 }
 
 TEST(Glob, OfAFolderYieldsNoHiddenNames) {
   const TemporaryFolder folder;
   Tree{file(".hidden"), file("seen")}.build(folder.path());
-  EXPECT_EQ((std::vector<Path>{Path(folder / "seen")}), fs::list_by_glob(Path(folder.path())));
-  EXPECT_EQ((std::vector<Path>{Path(folder / "seen")}), fs::list_by_glob(Path(folder / "")));
+  EXPECT_EQ(fs::list_by_glob(Path(folder.path())), (std::vector<Path>{Path(folder / "seen")}));
+  EXPECT_EQ(fs::list_by_glob(Path(folder / "")), (std::vector<Path>{Path(folder / "seen")}));
 }
 
 TEST(Glob, FailureQuotesThePatternAndTheSystem) {
@@ -60,10 +57,11 @@ TEST(Glob, FailureQuotesThePatternAndTheSystem) {
     static_cast<void>(fs::list_by_glob(Path(folder / "closed")));
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_EQ("Glob pattern '" + (folder / "closed/*") + "' failed. [errno:13 'Permission denied']",
-              error.what());
-    EXPECT_EQ(EACCES, error.error());
+    EXPECT_EQ(error.what(),
+              "Glob pattern '" + (folder / "closed/*") + "' failed. [errno:13 'Permission denied']");
+    EXPECT_EQ(error.error(), EACCES);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -13,13 +13,11 @@
 #include <gtest/gtest.h>
 
 #include "fs/accounts.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
 
+namespace harbix::test {
 namespace {
-
-using test::passes_in_child;
-using test::RecordedLog;
 
 constexpr uid_t USER = 4001;
 constexpr gid_t GROUP = 4002;
@@ -29,36 +27,36 @@ constexpr uid_t INVALID = static_cast<uid_t>(-1);
 void drop_capability(unsigned capability) {
   ::__user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
   std::array<::__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
-  ASSERT_EQ(0, ::syscall(SYS_capget, &header, sets.data()));
+  ASSERT_EQ(::syscall(SYS_capget, &header, sets.data()), 0);
   sets[0].effective &= ~(1U << capability);
   sets[0].permitted &= ~(1U << capability);
-  ASSERT_EQ(0, ::syscall(SYS_capset, &header, sets.data()));
+  ASSERT_EQ(::syscall(SYS_capset, &header, sets.data()), 0);
 }
 
 TEST(EffectiveUserGuard, SwitchesByIdAndComesBack) {
   {
     const fs::EffectiveUser user(USER);
-    EXPECT_EQ(USER, ::geteuid());
-    EXPECT_EQ(0U, ::getuid());
+    EXPECT_EQ(::geteuid(), USER);
+    EXPECT_EQ(::getuid(), 0U);
   }
-  EXPECT_EQ(0U, ::geteuid());
+  EXPECT_EQ(::geteuid(), 0U);
 }
 
 TEST(EffectiveUserGuard, SwitchesByNameAndComesBack) {
   {
     const fs::EffectiveUser user{std::string("daemon")};
-    EXPECT_EQ(1U, ::geteuid());
+    EXPECT_EQ(::geteuid(), 1U);
   }
-  EXPECT_EQ(0U, ::geteuid());
+  EXPECT_EQ(::geteuid(), 0U);
 }
 
 TEST(EffectiveUserGuard, NestsAndComesBackStepByStep) {
   const fs::EffectiveUser outer(USER);
   {
     const fs::EffectiveUser inner(0);
-    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(::geteuid(), 0U);
   }
-  EXPECT_EQ(USER, ::geteuid());
+  EXPECT_EQ(::geteuid(), USER);
 }
 
 TEST(EffectiveUserGuard, ComesBackAfterThrow) {
@@ -66,7 +64,7 @@ TEST(EffectiveUserGuard, ComesBackAfterThrow) {
     const fs::EffectiveUser user(USER);
     throw std::runtime_error("on the way");
   } catch (const std::runtime_error&) {
-    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(::geteuid(), 0U);
   }
 }
 
@@ -75,31 +73,31 @@ TEST(EffectiveUserGuard, ChangesNothingForAnUnknownName) {
     const fs::EffectiveUser user{std::string("nosuch")};
     ADD_FAILURE();
   } catch (const std::runtime_error& error) {
-    EXPECT_STREQ("User 'nosuch' does not exist", error.what());
+    EXPECT_STREQ(error.what(), "User 'nosuch' does not exist");
   }
-  EXPECT_EQ(0U, ::geteuid());
+  EXPECT_EQ(::geteuid(), 0U);
 }
 
 TEST(EffectiveUserGuard, TellsAndLogsWhatTheSystemRefuses) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(0, ::setresuid(USER, USER, USER));
+    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
     const RecordedLog log(0);
     try {
       const fs::EffectiveUser user(0);
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ("Could not set effective uid: Operation not permitted", error.what());
+      EXPECT_STREQ(error.what(), "Could not set effective uid: Operation not permitted");
     }
-    EXPECT_EQ((std::vector<std::string>{"2 Could not set effective uid 0: Operation not permitted"}),
-              log.messages());
-    EXPECT_EQ(USER, ::geteuid());
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"2 Could not set effective uid 0: Operation not permitted"}));
+    EXPECT_EQ(::geteuid(), USER);
   }));
 }
 
 TEST(EffectiveUserGuard, LeavesTheEffectiveUserWhereItIsForTheUnchangedId) {
   // setreuid takes this number for "do not change".
   const fs::EffectiveUser user(INVALID);
-  EXPECT_EQ(0U, ::geteuid());
+  EXPECT_EQ(::geteuid(), 0U);
 }
 
 TEST(EffectiveUserGuard, KeepsRealAndSavedUserSoThatTheOtherOneCannotSignal) {
@@ -107,10 +105,10 @@ TEST(EffectiveUserGuard, KeepsRealAndSavedUserSoThatTheOtherOneCannotSignal) {
   uid_t real = INVALID;
   uid_t effective = INVALID;
   uid_t saved = INVALID;
-  ASSERT_EQ(0, ::getresuid(&real, &effective, &saved));
-  EXPECT_EQ(0U, real);
-  EXPECT_EQ(USER, effective);
-  EXPECT_EQ(0U, saved);
+  ASSERT_EQ(::getresuid(&real, &effective, &saved), 0);
+  EXPECT_EQ(real, 0U);
+  EXPECT_EQ(effective, USER);
+  EXPECT_EQ(saved, 0U);
 }
 
 TEST(EffectiveUserGuard, EndsTheProcessWhenItCannotComeBack) {
@@ -138,53 +136,53 @@ TEST(EffectiveGroupGuard, ComesBackUnderAnotherUserThatWasTakenMeanwhile) {
       const fs::EffectiveGroup group(GROUP);
       fs::set_effective_user(USER);
     }
-    EXPECT_EQ(0U, ::getegid());
-    EXPECT_EQ(USER, ::geteuid());
+    EXPECT_EQ(::getegid(), 0U);
+    EXPECT_EQ(::geteuid(), USER);
   }));
 }
 
 TEST(BecomeSuperuser, OpensTheWayBackForAProgramStartedWithTheSetUserIdBit) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(0, ::setresuid(USER, 0, 0));
+    ASSERT_EQ(::setresuid(USER, 0, 0), 0);
     fs::become_superuser();
     {
       const fs::EffectiveUser media(USER + 1);
-      EXPECT_EQ(USER + 1, ::geteuid());
+      EXPECT_EQ(::geteuid(), USER + 1);
     }
-    EXPECT_EQ(0U, ::geteuid());
-    EXPECT_EQ(0U, ::getuid());
+    EXPECT_EQ(::geteuid(), 0U);
+    EXPECT_EQ(::getuid(), 0U);
   }));
 }
 
 TEST(BecomeSuperuser, LeavesAnotherUserAsHeIs) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(0, ::setresuid(USER, USER, USER));
+    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
     fs::become_superuser();
-    EXPECT_EQ(USER, ::geteuid());
+    EXPECT_EQ(::geteuid(), USER);
   }));
 }
 
 TEST(EffectiveGroupGuard, SwitchesByIdAndComesBackToTheGroupItFound) {
   {
     const fs::EffectiveGroup outer(GROUP);
-    EXPECT_EQ(GROUP, ::getegid());
+    EXPECT_EQ(::getegid(), GROUP);
     {
       const fs::EffectiveGroup inner(1);
-      EXPECT_EQ(1U, ::getegid());
+      EXPECT_EQ(::getegid(), 1U);
     }
-    EXPECT_EQ(GROUP, ::getegid());
+    EXPECT_EQ(::getegid(), GROUP);
   }
-  EXPECT_EQ(0U, ::getegid());
+  EXPECT_EQ(::getegid(), 0U);
 }
 
 TEST(EffectiveGroupGuard, ByNameLeavesTheThreadsIdAsGroup) {
   EXPECT_TRUE(passes_in_child([] {
     {
       const fs::EffectiveGroup group{std::string("daemon")};
-      EXPECT_EQ(1U, ::getegid());
+      EXPECT_EQ(::getegid(), 1U);
     }
-    EXPECT_EQ(static_cast<gid_t>(::gettid()), ::getegid());
-    EXPECT_NE(0U, ::getegid());
+    EXPECT_EQ(::getegid(), static_cast<gid_t>(::gettid()));
+    EXPECT_NE(::getegid(), 0U);
   }));
 }
 
@@ -193,34 +191,34 @@ TEST(EffectiveGroupGuard, ChangesNothingForAnUnknownName) {
     const fs::EffectiveGroup group{std::string("nosuch")};
     ADD_FAILURE();
   } catch (const std::runtime_error& error) {
-    EXPECT_STREQ("Group 'nosuch' does not exist", error.what());
+    EXPECT_STREQ(error.what(), "Group 'nosuch' does not exist");
   }
-  EXPECT_EQ(0U, ::getegid());
+  EXPECT_EQ(::getegid(), 0U);
 }
 
 TEST(EffectiveGroupGuard, WorksUnderAnEffectiveUserWithoutPrivilege) {
   const fs::EffectiveUser user(USER);
   {
     fs::set_effective_group(GROUP);
-    EXPECT_EQ(GROUP, ::getegid());
-    EXPECT_EQ(USER, ::geteuid());
+    EXPECT_EQ(::getegid(), GROUP);
+    EXPECT_EQ(::geteuid(), USER);
     fs::set_effective_group(0);
   }
-  EXPECT_EQ(0U, ::getegid());
+  EXPECT_EQ(::getegid(), 0U);
 }
 
 TEST(EffectiveGroupGuard, TellsThatTheUserCouldNotBeRaised) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(0, ::setresuid(USER, USER, USER));
+    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
     const RecordedLog log;
     try {
       fs::set_effective_group(GROUP);
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ("Could not set effective uid: Operation not permitted", error.what());
+      EXPECT_STREQ(error.what(), "Could not set effective uid: Operation not permitted");
     }
-    EXPECT_EQ((std::vector<std::string>{"2 Could not set effective uid 0: Operation not permitted"}),
-              log.messages());
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"2 Could not set effective uid 0: Operation not permitted"}));
   }));
 }
 
@@ -233,12 +231,12 @@ TEST(EffectiveGroupGuard, TellsAndLogsWhatTheSystemRefusesAndKeepsTheUser) {
       const fs::EffectiveGroup group(4003);
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
-      EXPECT_STREQ("Could not set effective gid: Operation not permitted", error.what());
+      EXPECT_STREQ(error.what(), "Could not set effective gid: Operation not permitted");
     }
-    EXPECT_EQ((std::vector<std::string>{"2 Could not set effective gid 4003: Operation not permitted"}),
-              log.messages());
-    EXPECT_EQ(0U, ::getegid());
-    EXPECT_EQ(0U, ::geteuid());
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"2 Could not set effective gid 4003: Operation not permitted"}));
+    EXPECT_EQ(::getegid(), 0U);
+    EXPECT_EQ(::geteuid(), 0U);
   }));
 }
 
@@ -248,11 +246,11 @@ TEST(FileMaskGuard, SetsTheMaskAndComesBack) {
     const fs::FileMask outer(0117);
     {
       const fs::FileMask inner(007);
-      EXPECT_EQ(007U, ::umask(007));
+      EXPECT_EQ(::umask(007), 007U);
     }
-    EXPECT_EQ(0117U, ::umask(0117));
+    EXPECT_EQ(::umask(0117), 0117U);
   }
-  EXPECT_EQ(022U, ::umask(before));
+  EXPECT_EQ(::umask(before), 022U);
 }
 
 TEST(FileMaskGuard, ComesBackAfterThrow) {
@@ -261,8 +259,9 @@ TEST(FileMaskGuard, ComesBackAfterThrow) {
     const fs::FileMask mask(0777);
     throw std::runtime_error("on the way");
   } catch (const std::runtime_error&) {
-    EXPECT_EQ(022U, ::umask(before));
+    EXPECT_EQ(::umask(before), 022U);
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -13,18 +13,14 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
-using test::dir;
-using test::file;
-using test::link;
-using test::TemporaryFolder;
-using test::Tree;
 
 /// One operation that makes a path of a path.
 struct Row {
@@ -33,9 +29,9 @@ struct Row {
 
 TEST(Path, KeepsTheTextAsGiven) {
   for (const char* text : {"", "/", "a//b/", "./a", "a/../b", "\xFF\n"}) {
-    EXPECT_EQ(text, Path(text).text());
-    EXPECT_STREQ(text, Path(std::string(text)).c_str());
-    EXPECT_EQ(*text == '\0', Path(std::string_view(text)).empty());
+    EXPECT_EQ(Path(text).text(), text);
+    EXPECT_STREQ(Path(std::string(text)).c_str(), text);
+    EXPECT_EQ(Path(std::string_view(text)).empty(), *text == '\0');
   }
 }
 
@@ -50,9 +46,9 @@ TEST(PathJoin, PutsOneSeparatorBetween) {
         JoinRow{"a//", "b", "a//b"}, JoinRow{"a", "//b", "a//b"}, JoinRow{"a", "b/", "a/b/"},
         JoinRow{"./", "/x", "./x"}}) {
     Path path{row.base};
-    EXPECT_EQ((path /= row.component).text(), row.joined) << row.base << " + " << row.component;
-    EXPECT_EQ((Path(row.base) / row.component).text(), row.joined) << row.base << " / " << row.component;
-    EXPECT_EQ((Path(row.base) / Path(row.component)).text(), row.joined) << row.base << " / path";
+    EXPECT_EQ(row.joined, (path /= row.component).text()) << row.base << " + " << row.component;
+    EXPECT_EQ(row.joined, (Path(row.base) / row.component).text()) << row.base << " / " << row.component;
+    EXPECT_EQ(row.joined, (Path(row.base) / Path(row.component)).text()) << row.base << " / path";
   }
 }
 
@@ -60,14 +56,14 @@ TEST(PathStrip, RemovesEveryLeadingDotSlash) {
   for (const Row& row :
        {Row{"./a", "a"}, Row{"././a", "a"}, Row{"./", ""}, Row{".", "."}, Row{"../a", "../a"},
         Row{".//a", "/a"}, Row{"a/./b", "a/./b"}, Row{"", ""}, Row{"/./a", "/./a"}}) {
-    EXPECT_EQ(row.result, Path(row.given).strip_leading_dots().text()) << row.given;
+    EXPECT_EQ(Path(row.given).strip_leading_dots().text(), row.result) << row.given;
   }
 }
 
 TEST(PathFirstComponent, EndsAtTheFirstSeparatorBehindTheBeginning) {
   for (const Row& row : {Row{"", ""}, Row{"/a/b", "/a"}, Row{"a/b/c", "a"}, Row{"a", "a"}, Row{"/a", "/a"},
                          Row{"/", "/"}, Row{"//a", "/"}, Row{"a/", "a"}}) {
-    EXPECT_EQ(row.result, Path(row.given).first_component().text()) << row.given;
+    EXPECT_EQ(Path(row.given).first_component().text(), row.result) << row.given;
   }
 }
 
@@ -98,22 +94,22 @@ TEST(PathLexicallyNormal, LeavesOutWhatLeadsNowhereByTheTextAlone) {
                          Row{"/.a/b.", "/.a/b."},
                          Row{"/a b/\xFF/../c", "/a b/c"},
                          Row{"/a/b/../../c/./d", "/c/d"}}) {
-    EXPECT_EQ(row.result, Path(row.given).lexically_normal().text()) << row.given;
+    EXPECT_EQ(Path(row.given).lexically_normal().text(), row.result) << row.given;
   }
 }
 
 TEST(PathLastSeparator, IsFoundFromTheEnd) {
   EXPECT_FALSE(Path("").last_separator());
   EXPECT_FALSE(Path("abc").last_separator());
-  EXPECT_EQ(0U, Path("/").last_separator());
-  EXPECT_EQ(2U, Path("/a/b").last_separator());
-  EXPECT_EQ(4U, Path("/a/b/").last_separator());
+  EXPECT_EQ(Path("/").last_separator(), 0U);
+  EXPECT_EQ(Path("/a/b").last_separator(), 2U);
+  EXPECT_EQ(Path("/a/b/").last_separator(), 4U);
 }
 
 TEST(PathBasename, FollowsTheLastSeparator) {
   for (const Row& row :
        {Row{"a/b/", ""}, Row{"a/b", "b"}, Row{"/a", "a"}, Row{"a", "a"}, Row{"", ""}, Row{"/", ""}}) {
-    EXPECT_EQ(row.result, Path(row.given).basename().text()) << row.given;
+    EXPECT_EQ(Path(row.given).basename().text(), row.result) << row.given;
   }
 }
 
@@ -121,7 +117,7 @@ TEST(PathDirname, ComesBeforeTheLastComponent) {
   for (const Row& row : {Row{"/", "/"}, Row{"//", "//"}, Row{"/a", ""}, Row{"a", ""}, Row{"a/", ""},
                          Row{"", ""}, Row{"a/b", "a"}, Row{"a/b/", "a"}, Row{"a/b//", "a"}, Row{"/a/b", "/a"},
                          Row{"/a/b/c/", "/a/b"}, Row{"a//b", "a/"}, Row{"/a/", ""}}) {
-    EXPECT_EQ(row.result, Path(row.given).dirname().text()) << row.given;
+    EXPECT_EQ(Path(row.given).dirname().text(), row.result) << row.given;
   }
 }
 
@@ -139,7 +135,7 @@ TEST(PathComponents, GoFromTheRootToTheLeaf) {
                                         {"a//b", {Path("b")}},
                                         {"a//", {}},
                                         {"./a", {Path("."), Path("a")}}};
-  for (const ComponentsRow& row : rows) EXPECT_EQ(row.names, Path(row.given).components()) << row.given;
+  for (const ComponentsRow& row : rows) EXPECT_EQ(Path(row.given).components(), row.names) << row.given;
 }
 
 TEST(PathRelative, IsTheRestBehindTheBase) {
@@ -154,7 +150,7 @@ TEST(PathRelative, IsTheRestBehindTheBase) {
         RelativeRow{"a/b", "", "a/b"}, RelativeRow{"/a/b", "", "a/b"}, RelativeRow{"", "", ""},
         RelativeRow{"./a", "./", "a"}, RelativeRow{"apps/x", "apps/", "x"}, RelativeRow{"apps", "./apps", ""},
         RelativeRow{"x", "././x", ""}}) {
-    EXPECT_EQ(row.rest, Path(row.path).relative_to(Path(row.base)).text()) << row.path << " to " << row.base;
+    EXPECT_EQ(Path(row.path).relative_to(Path(row.base)).text(), row.rest) << row.path << " to " << row.base;
     EXPECT_TRUE(Path(row.path).is_subdirectory_of(Path(row.base))) << row.path << " to " << row.base;
   }
 }
@@ -171,9 +167,9 @@ TEST(PathRelative, ThrowsWhereThePathDoesNotBeginWithTheBase) {
       static_cast<void>(Path(row.path).relative_to(Path(row.base)));
       ADD_FAILURE() << row.path << " to " << row.base;
     } catch (const fs::Exception& error) {
-      EXPECT_EQ(std::string("Path '") + row.path + "' is not subdirectory of '" + row.base + "'",
-                error.what());
-      EXPECT_EQ(-1, error.error());
+      EXPECT_EQ(error.what(),
+                std::string("Path '") + row.path + "' is not subdirectory of '" + row.base + "'");
+      EXPECT_EQ(error.error(), -1);
     }
   }
 }
@@ -187,13 +183,13 @@ TEST(PathInside, EndsTheBaseOnAComponentBoundary) {
                                InsideRow{"/appsx", "/apps", false}, InsideRow{"/apps/x", "/apps/", true},
                                InsideRow{"/app", "/apps", false}, InsideRow{"/x", "/", true},
                                InsideRow{"apps/x", "/apps", false}, InsideRow{"/apps/", "/apps", true}}) {
-    EXPECT_EQ(row.inside, Path(row.path).is_inside(Path(row.base))) << row.path << " in " << row.base;
+    EXPECT_EQ(Path(row.path).is_inside(Path(row.base)), row.inside) << row.path << " in " << row.base;
   }
 }
 
 TEST(Path, HasOneCurrentAndOneParent) {
-  EXPECT_EQ(".", Path::current().text());
-  EXPECT_EQ("..", Path::parent().text());
+  EXPECT_EQ(Path::current().text(), ".");
+  EXPECT_EQ(Path::parent().text(), "..");
   EXPECT_EQ(&Path::current(), &Path::current());
   EXPECT_EQ(&Path::parent(), &Path::parent());
 }
@@ -204,7 +200,7 @@ TEST(Path, ComparesAndPrintsItsBytes) {
   EXPECT_LT(Path("a"), Path("b"));
   std::ostringstream stream;
   stream << Path("a/\xFF");
-  EXPECT_EQ("a/\xFF", stream.str());
+  EXPECT_EQ(stream.str(), "a/\xFF");
 }
 
 class PathRealpath : public ::testing::Test {
@@ -226,7 +222,7 @@ class PathRealpath : public ::testing::Test {
 };
 
 TEST_F(PathRealpath, ResolvesLinksAndDots) {
-  const test::InsideFolder inside(folder_.path());
+  const InsideFolder inside(folder_.path());
   struct ResolveRow {
     const char* given;
     std::string resolved;
@@ -235,13 +231,13 @@ TEST_F(PathRealpath, ResolvesLinksAndDots) {
        {ResolveRow{"data", folder_ / "data"}, ResolveRow{"", folder_.path()}, ResolveRow{".", folder_.path()},
         ResolveRow{"./to_data/../data/f", folder_ / "data/f"}, ResolveRow{"to_data", folder_ / "data"},
         ResolveRow{".hidden", folder_ / ".hidden"}, ResolveRow{"/", "/"}, ResolveRow{"//", "/"}}) {
-    EXPECT_EQ(row.resolved, Path(row.given).realpath().text()) << row.given;
+    EXPECT_EQ(Path(row.given).realpath().text(), row.resolved) << row.given;
   }
-  EXPECT_EQ(folder_ / "data", Path(folder_ / "to_data").realpath().text());
+  EXPECT_EQ(Path(folder_ / "to_data").realpath().text(), folder_ / "data");
 }
 
 TEST_F(PathRealpath, TellsWhatWasAskedWhereItStoppedAndWhy) {
-  const test::InsideFolder inside(folder_.path());
+  const InsideFolder inside(folder_.path());
   struct FailRow {
     std::string given, reached, suffix;
     int error;
@@ -259,23 +255,23 @@ TEST_F(PathRealpath, TellsWhatWasAskedWhereItStoppedAndWhy) {
       static_cast<void>(Path(row.given).realpath());
       ADD_FAILURE() << row.given;
     } catch (const fs::Exception& error) {
-      EXPECT_EQ(row.error, error.error()) << row.given;
-      EXPECT_EQ(message(row.given, row.reached, PATH_MAX, row.suffix), error.what());
+      EXPECT_EQ(error.error(), row.error) << row.given;
+      EXPECT_EQ(error.what(), message(row.given, row.reached, PATH_MAX, row.suffix));
     }
   }
 }
 
 TEST_F(PathRealpath, TellsTheSmallestBufferWhereTheLimitCannotBeAsked) {
-  EXPECT_TRUE(test::passes_in_child([this] {
-    ASSERT_EQ(0, ::chdir((folder_ / "data").c_str()));
-    ASSERT_EQ(0, ::unlink("f"));
-    ASSERT_EQ(0, ::rmdir((folder_ / "data").c_str()));
+  EXPECT_TRUE(passes_in_child([this] {
+    ASSERT_EQ(::chdir((folder_ / "data").c_str()), 0);
+    ASSERT_EQ(::unlink("f"), 0);
+    ASSERT_EQ(::rmdir((folder_ / "data").c_str()), 0);
     // No limit applies to the empty name, and the folder in its place is gone.
     try {
       static_cast<void>(Path("").realpath());
       ADD_FAILURE();
     } catch (const fs::Exception& error) {
-      EXPECT_EQ(message("", "", 1024, " [errno:2 'No such file or directory']"), error.what());
+      EXPECT_EQ(error.what(), message("", "", 1024, " [errno:2 'No such file or directory']"));
     }
   }));
 }
@@ -285,9 +281,10 @@ TEST_F(PathRealpath, ResolvesPathsLongerThanTheSmallestBuffer) {
   std::string path = folder_.path();
   for (int depth = 0; depth < 6; ++depth) {
     path += "/" + std::string(200, 'd');
-    ASSERT_EQ(0, ::mkdir(path.c_str(), 0755));
+    ASSERT_EQ(::mkdir(path.c_str(), 0755), 0);
   }
-  EXPECT_EQ(path, Path(path).realpath().text());
+  EXPECT_EQ(Path(path).realpath().text(), path);
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -16,19 +16,16 @@
 #include "base/file_descriptor.h"
 #include "fs/identity.h"
 #include "fs/tree.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using fs::Walk;
 using fs::WalkItem;
-using test::dir;
-using test::file;
-using test::link;
-using test::Tree;
 using Texts = std::vector<std::string>;
 
 constexpr uid_t NOBODY = 65534;
@@ -56,8 +53,8 @@ class WalkTest : public ::testing::Test {
     return paths;
   }
 
-  test::TemporaryFolder folder_;
-  test::TemporaryFolder elsewhere_;
+  TemporaryFolder folder_;
+  TemporaryFolder elsewhere_;
   Texts failures_;
   bool moved_ = false;
 };
@@ -65,8 +62,8 @@ class WalkTest : public ::testing::Test {
 TEST_F(WalkTest, MeetsEverythingBelowHiddenNamesIncluded) {
   Tree{file(".hidden"), dir("d", {file("f"), dir("e", {link("l", "..")})}), link("to_d", "d")}.build(
       folder_.path());
-  EXPECT_EQ((Texts{".hidden", "d", "d/e", "d/e/l", "d/f", "to_d"}), sorted(met()));
-  EXPECT_EQ(Texts{}, failures_);
+  EXPECT_EQ(sorted(met()), (Texts{".hidden", "d", "d/e", "d/e/l", "d/f", "to_d"}));
+  EXPECT_EQ(failures_, Texts{});
 }
 
 TEST_F(WalkTest, NamesItsItemsAsItIsTold) {
@@ -79,8 +76,8 @@ TEST_F(WalkTest, NamesItsItemsAsItIsTold) {
                          Row{"d", "", "f"}, Row{"d", "d", "d/f"}, Row{"d", "/x/y", "/x/y/f"}}) {
     Walk walk(folder, row.start, row.shown);
     const WalkItem* item = walk.next();
-    ASSERT_NE(nullptr, item);
-    EXPECT_EQ(row.first, item->file.path().text()) << row.start << " as " << row.shown;
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->file.path().text(), row.first) << row.start << " as " << row.shown;
   }
 }
 
@@ -88,39 +85,41 @@ TEST_F(WalkTest, TellsWhereEachItemIs) {
   Tree{dir("d", {file("f", "12345")})}.build(folder_.path());
   met([](Walk& walk, const WalkItem& item) {
     struct ::stat record {};
-    ASSERT_EQ(0, fs::look_up(walk.place(), record));
+    ASSERT_EQ(fs::look_up(walk.place(), record), 0);
     EXPECT_TRUE(item.file.is_same_object(record)) << item.file.path();
   });
 }
 
 TEST_F(WalkTest, StaysOutOfWhatItIsToldToLeave) {
   Tree{dir("a", {file("1")}), dir("b", {file("2")})}.build(folder_.path());
-  EXPECT_EQ((Texts{"a", "b", "b/2"}), sorted(met([](Walk& walk, const WalkItem& item) {
+  EXPECT_EQ(sorted(met([](Walk& walk, const WalkItem& item) {
               if (item.file.path() == Path("a")) walk.stay_out();
-            })));
+            })),
+            (Texts{"a", "b", "b/2"}));
 }
 
 TEST_F(WalkTest, GoesOnBehindAFolderThatCannotBeOpened) {
   Tree{dir("closed", {}, 0700), dir("open", {file("f")})}.build(folder_.path());
   const fs::EffectiveUser user(NOBODY);
-  EXPECT_EQ((Texts{"closed", "open", "open/f"}), sorted(met()));
-  EXPECT_EQ((Texts{"Directory 'closed' could not be opened. [errno:13 'Permission denied']"}), failures_);
+  EXPECT_EQ(sorted(met()), (Texts{"closed", "open", "open/f"}));
+  EXPECT_EQ(failures_, (Texts{"Directory 'closed' could not be opened. [errno:13 'Permission denied']"}));
 }
 
 TEST_F(WalkTest, ReportsItemsWhoseStatusMayNotBeTaken) {
   // Readable without search permission: names can be listed, their status cannot.
   Tree{dir("listed", {file("f")}, 0744)}.build(folder_.path());
   const fs::EffectiveUser user(NOBODY);
-  EXPECT_EQ((Texts{"listed"}), met());
-  EXPECT_EQ((Texts{"Path 'listed/f' stat failed. [errno:13 'Permission denied']"}), failures_);
+  EXPECT_EQ(met(), (Texts{"listed"}));
+  EXPECT_EQ(failures_, (Texts{"Path 'listed/f' stat failed. [errno:13 'Permission denied']"}));
 }
 
 TEST_F(WalkTest, PassesOverWhatVanishesWhileItIsRead) {
   Tree{file("a"), file("b")}.build(folder_.path());
-  EXPECT_EQ(1U, met([this](Walk&, const WalkItem& item) {
-                  std::filesystem::remove(folder_ / (item.file.path() == Path("a") ? "b" : "a"));
-                }).size());
-  EXPECT_EQ(Texts{}, failures_);
+  EXPECT_EQ(met([this](Walk&, const WalkItem& item) {
+              std::filesystem::remove(folder_ / (item.file.path() == Path("a") ? "b" : "a"));
+            }).size(),
+            1U);
+  EXPECT_EQ(failures_, Texts{});
 }
 
 TEST_F(WalkTest, EntersNoLinkThatTakesAFoldersPlace) {
@@ -131,8 +130,8 @@ TEST_F(WalkTest, EntersNoLinkThatTakesAFoldersPlace) {
     std::filesystem::rename(folder_ / "d", elsewhere_ / "away");
     std::filesystem::create_symlink("others", folder_ / "d");
   });
-  EXPECT_EQ(paths.end(), std::ranges::find(paths, "d/secret"));
-  ASSERT_EQ(1U, failures_.size());
+  EXPECT_EQ(std::ranges::find(paths, "d/secret"), paths.end());
+  ASSERT_EQ(failures_.size(), 1U);
   EXPECT_TRUE(failures_[0].starts_with("Directory 'd' could not be opened.")) << failures_[0];
 }
 
@@ -145,8 +144,8 @@ TEST_F(WalkTest, EntersNoOtherFolderThatTakesAFoldersPlace) {
     std::filesystem::rename(folder_ / "d", elsewhere_ / "away");
     std::filesystem::rename(elsewhere_ / "others", folder_ / "d");
   });
-  EXPECT_EQ(paths.end(), std::ranges::find(paths, "d/secret"));
-  EXPECT_EQ((Texts{"Directory 'd' could not be opened. [errno:2 'No such file or directory']"}), failures_);
+  EXPECT_EQ(std::ranges::find(paths, "d/secret"), paths.end());
+  EXPECT_EQ(failures_, (Texts{"Directory 'd' could not be opened. [errno:2 'No such file or directory']"}));
 }
 
 TEST_F(WalkTest, EntersNoLinkOnTheWayToAFolder) {
@@ -158,24 +157,25 @@ TEST_F(WalkTest, EntersNoLinkOnTheWayToAFolder) {
     std::filesystem::rename(folder_ / "d", elsewhere_ / "away");
     std::filesystem::create_symlink("others", folder_ / "d");
   });
-  EXPECT_EQ(paths.end(), std::ranges::find(paths, "d/e/secret"));
+  EXPECT_EQ(std::ranges::find(paths, "d/e/secret"), paths.end());
 }
 
 TEST_F(WalkTest, HoldsFewDescriptorsAtAnyDepthAndLength) {
   constexpr int DEPTH = 1500;
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     base::FileDescriptor last(::open(folder_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     for (int depth = 0; depth < DEPTH; ++depth) {
-      ASSERT_EQ(0, ::mkdirat(last.get(), "folder", 0755));
+      ASSERT_EQ(::mkdirat(last.get(), "folder", 0755), 0);
       last = base::FileDescriptor(::openat(last.get(), "folder", O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
     const struct ::rlimit few { .rlim_cur = 24, .rlim_max = 24 };
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &few));
-    EXPECT_EQ(static_cast<std::size_t>(DEPTH), met().size());
-    EXPECT_EQ(Texts{}, failures_);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_EQ(met().size(), static_cast<std::size_t>(DEPTH));
+    EXPECT_EQ(failures_, Texts{});
   }));
   fs::Folder folder{Path(folder_.path())};
   fs::remove_tree(folder, "folder");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -10,19 +10,14 @@
 #include <gtest/gtest.h>
 
 #include "fs/exception.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
-using test::dir;
-using test::file;
-using test::InsideFolder;
-using test::link;
-using test::TemporaryFolder;
-using test::Tree;
 
 class WorkingDirectoryTest : public ::testing::Test {
  protected:
@@ -40,7 +35,7 @@ TEST_F(WorkingDirectoryTest, ChangesToAbsoluteRelativeAndLinkedPaths) {
         Row{"to_b", folder_ / "a/b"}, Row{"a/..", folder_.path()}, Row{".", folder_.path()}, Row{"/", "/"}}) {
     const InsideFolder start(folder_.path());
     fs::change_directory(Path(row.given));
-    EXPECT_EQ(row.reached, fs::current_directory().text()) << row.given;
+    EXPECT_EQ(fs::current_directory().text(), row.reached) << row.given;
   }
 }
 
@@ -57,24 +52,24 @@ TEST_F(WorkingDirectoryTest, FailureQuotesThePathAndTheSystemAndLeavesTheProcess
       fs::change_directory(Path(row.given));
       ADD_FAILURE() << row.given;
     } catch (const fs::Exception& error) {
-      EXPECT_EQ("Failed to chdir to '" + row.given + "'" + row.suffix, error.what());
-      EXPECT_EQ(row.error, error.error());
+      EXPECT_EQ(error.what(), "Failed to chdir to '" + row.given + "'" + row.suffix);
+      EXPECT_EQ(error.error(), row.error);
     }
-    EXPECT_EQ(folder_.path(), fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), folder_.path());
   }
 }
 
 TEST_F(WorkingDirectoryTest, GuardComesBackAtItsEnd) {
   {
     const fs::WorkingDirectory outer(Path("a"));
-    EXPECT_EQ(folder_ / "a", fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), folder_ / "a");
     {
       const fs::WorkingDirectory inner(Path("b"));
-      EXPECT_EQ(folder_ / "a/b", fs::current_directory().text());
+      EXPECT_EQ(fs::current_directory().text(), folder_ / "a/b");
     }
-    EXPECT_EQ(folder_ / "a", fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), folder_ / "a");
   }
-  EXPECT_EQ(folder_.path(), fs::current_directory().text());
+  EXPECT_EQ(fs::current_directory().text(), folder_.path());
 }
 
 TEST_F(WorkingDirectoryTest, GuardComesBackAfterAThrow) {
@@ -82,13 +77,13 @@ TEST_F(WorkingDirectoryTest, GuardComesBackAfterAThrow) {
     const fs::WorkingDirectory directory(Path("a/b"));
     throw std::runtime_error("on the way");
   } catch (const std::runtime_error&) {
-    EXPECT_EQ(folder_.path(), fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), folder_.path());
   }
 }
 
 TEST_F(WorkingDirectoryTest, GuardThatFailsChangesNothing) {
   EXPECT_THROW(const fs::WorkingDirectory directory(Path("missing")), fs::Exception);
-  EXPECT_EQ(folder_.path(), fs::current_directory().text());
+  EXPECT_EQ(fs::current_directory().text(), folder_.path());
 }
 
 TEST_F(WorkingDirectoryTest, GuardComesBackToAFolderThatWasRenamed) {
@@ -96,27 +91,27 @@ TEST_F(WorkingDirectoryTest, GuardComesBackToAFolderThatWasRenamed) {
     const fs::WorkingDirectory outer(Path("a"));
     {
       const fs::WorkingDirectory inner(Path("/"));
-      ASSERT_EQ(0, ::rename((folder_ / "a").c_str(), (folder_ / "renamed").c_str()));
+      ASSERT_EQ(::rename((folder_ / "a").c_str(), (folder_ / "renamed").c_str()), 0);
     }
-    EXPECT_EQ(folder_ / "renamed", fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), folder_ / "renamed");
   }
 }
 
 TEST_F(WorkingDirectoryTest, GuardSurvivesThatItsFolderIsGone) {
-  EXPECT_TRUE(test::passes_in_child([this] {
-    ASSERT_EQ(0, ::chdir((folder_ / "a/b").c_str()));
+  EXPECT_TRUE(passes_in_child([this] {
+    ASSERT_EQ(::chdir((folder_ / "a/b").c_str()), 0);
     {
       const fs::WorkingDirectory elsewhere(Path("/"));
-      ASSERT_EQ(0, ::rmdir((folder_ / "a/b").c_str()));
+      ASSERT_EQ(::rmdir((folder_ / "a/b").c_str()), 0);
     }
-    EXPECT_EQ("", fs::current_directory().text());
+    EXPECT_EQ(fs::current_directory().text(), "");
   }));
 }
 
 TEST_F(WorkingDirectoryTest, IsEmptyWhereTheSystemCannotTell) {
-  EXPECT_TRUE(test::passes_in_child([this] {
-    ASSERT_EQ(0, ::chdir((folder_ / "a/b").c_str()));
-    ASSERT_EQ(0, ::rmdir((folder_ / "a/b").c_str()));
+  EXPECT_TRUE(passes_in_child([this] {
+    ASSERT_EQ(::chdir((folder_ / "a/b").c_str()), 0);
+    ASSERT_EQ(::rmdir((folder_ / "a/b").c_str()), 0);
     EXPECT_TRUE(fs::current_directory().empty());
   }));
 }
@@ -127,11 +122,12 @@ TEST_F(WorkingDirectoryTest, CanBeRequiredToTheLetter) {
     fs::require_working_directory(Path(folder_ / "a"), "Could not chdir");
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_STREQ("Could not chdir", error.what());
-    EXPECT_EQ(-1, error.error());
+    EXPECT_STREQ(error.what(), "Could not chdir");
+    EXPECT_EQ(error.error(), -1);
   }
   const fs::WorkingDirectory directory(Path("to_b"));
   EXPECT_THROW(fs::require_working_directory(Path(folder_ / "to_b"), ""), fs::Exception);
 }
 
 }  // namespace
+}  // namespace harbix::test

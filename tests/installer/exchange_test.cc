@@ -11,9 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "installer/running_device.h"
+#include "tests/installer/running_device.h"
 
-namespace installer_test {
+namespace harbix::test {
 namespace {
 
 using testing::StartsWith;
@@ -150,7 +150,7 @@ TEST_F(InstallerExchange, AnswersFiveHundredInARowAndLeavesNothing) {
 
 TEST_F(InstallerExchange, AnswersManyClientsAtOnceEachItsOwn) {
   constexpr int CLIENTS = 8;
-  std::vector<std::unique_ptr<pps::Process>> clients;
+  std::vector<std::unique_ptr<Process>> clients;
   for (int i = 0; i < CLIENTS; ++i) make_application("D" + std::to_string(i), "P" + std::to_string(i));
   for (int i = 0; i < CLIENTS; ++i) {
     const std::string id = "D" + std::to_string(i);
@@ -184,4 +184,4 @@ TEST_F(InstallerExchange, LeavesLinesOfOthersInTheList) {
 }
 
 }  // namespace
-}  // namespace installer_test
+}  // namespace harbix::test

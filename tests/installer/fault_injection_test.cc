@@ -9,9 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "installer/running_device.h"
+#include "tests/installer/running_device.h"
 
-namespace installer_test {
+namespace harbix::test {
 namespace {
 
 using std::chrono::steady_clock;
@@ -72,7 +72,7 @@ TEST_F(InstallerFault, NoiseIsInOneTextWithTheAnswerForALateReader) {
   control("noise::1\n");
   const std::string answer = inside([] {
     const Exchange late(QUERY_D);
-    const auto text = [&] { return pps::read_text(pps::open_object(late.path(), O_RDONLY)); };
+    const auto text = [&] { return read_text(open_object(late.path(), O_RDONLY)); };
     while (text().find("\nresult:") == std::string::npos) ::usleep(5000);
     return late.answer();
   });
@@ -131,4 +131,4 @@ TEST_F(InstallerFault, AServiceThatIsKilledWhileClientsWaitIsReplaced) {
 }
 
 }  // namespace
-}  // namespace installer_test
+}  // namespace harbix::test

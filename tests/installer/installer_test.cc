@@ -13,7 +13,8 @@
 #include "device/accounts.h"
 #include "device/installer/ledger_file.h"
 #include "device/installer/refusal.h"
-#include "device_simulator/private_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
 namespace installer {
 namespace {
@@ -37,8 +38,8 @@ class InstallerWork : public testing::Test {
   void make_application(const std::string& id, const std::string& package) const {
     const std::string folder = folder_ / ("apps/" + id);
     std::filesystem::create_directories(folder + "/META-INF");
-    device_test::write_file(folder + "/META-INF/MANIFEST.MF",
-                            "Package-Name: " + package + "\nPackage-Version: 1.2\n");
+    harbix::test::write_file(folder + "/META-INF/MANIFEST.MF",
+                             "Package-Name: " + package + "\nPackage-Version: 1.2\n");
   }
 
   std::string answer(const Request& request) {
@@ -64,7 +65,7 @@ class InstallerWork : public testing::Test {
 
   [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(folder_ / name); }
 
-  device_test::PrivateFolder folder_;
+  harbix::test::TemporaryFolder folder_;
   std::unique_ptr<Installer> installer_;
   std::string published_;
 };
@@ -81,7 +82,7 @@ TEST_F(InstallerWork, RegistersAFolderUnderItsPackagesName) {
 
 TEST_F(InstallerWork, RegistersOnlyFolders) {
   EXPECT_EQ(enroll("none"), "there is no folder '" + (folder_ / "apps/none") + "'");
-  device_test::write_file(folder_ / "apps/file", "");
+  harbix::test::write_file(folder_ / "apps/file", "");
   EXPECT_EQ(enroll("file"), "there is no folder '" + (folder_ / "apps/file") + "'");
   ASSERT_EQ(::symlink("/etc", (folder_ / "apps/link").c_str()), 0);
   EXPECT_EQ(enroll("link"), "there is no folder '" + (folder_ / "apps/link") + "'");
@@ -104,10 +105,10 @@ TEST_F(InstallerWork, MakesTheDataFolderForTheApplication) {
 TEST_F(InstallerWork, LeavesTheDataThatIsThere) {
   make_application("D", "P");
   std::filesystem::create_directories(folder_ / "data/D/data");
-  device_test::write_file(folder_ / "data/D/data/a", "old");
+  harbix::test::write_file(folder_ / "data/D/data/a", "old");
   ASSERT_EQ(::chmod((folder_ / "data/D/data").c_str(), 0700), 0);
   enroll("D");
-  EXPECT_EQ(device_test::content_of(folder_ / "data/D/data/a"), "old");
+  EXPECT_EQ(harbix::test::read_file(folder_ / "data/D/data/a"), "old");
   struct stat status = {};
   ASSERT_EQ(::lstat((folder_ / "data/D/data").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0700U);
@@ -116,7 +117,7 @@ TEST_F(InstallerWork, LeavesTheDataThatIsThere) {
 
 TEST_F(InstallerWork, RefusesAnApplicationWhoseDataFolderCannotBeMade) {
   make_application("D", "P");
-  device_test::write_file(folder_ / "data/D", "in the way");
+  harbix::test::write_file(folder_ / "data/D", "in the way");
   EXPECT_EQ(enroll("D"), "cannot create the folder '" + (folder_ / "data/D") + "': File exists");
   EXPECT_EQ(query("D"), "'D' is not registered");
   EXPECT_EQ(published_, "");
@@ -128,7 +129,7 @@ TEST_F(InstallerWork, UninstallsAPackageWithBothItsFolders) {
   enroll("D");
   enroll("E");
   ASSERT_EQ(::symlink((folder_ / "apps/E").c_str(), (folder_ / "apps/D/link").c_str()), 0);
-  device_test::write_file(folder_ / "data/D/data/new\nline", "");
+  harbix::test::write_file(folder_ / "data/D/data/new\nline", "");
   published_.clear();
   EXPECT_EQ(uninstall("D"), "no package 'D' is registered");
   EXPECT_EQ(uninstall("P"), "result::0\n");
@@ -198,7 +199,7 @@ TEST_F(InstallerWork, DoesNotRegisterWhatItCannotKeep) {
 
 TEST_F(InstallerWork, TakesNoLedgerThatIsDamaged) {
   std::filesystem::create_directories(folder_ / "own");
-  device_test::write_file(folder_ / (std::string("own/") + LEDGER_NAME), "nonsense\n");
+  harbix::test::write_file(folder_ / (std::string("own/") + LEDGER_NAME), "nonsense\n");
   EXPECT_THROW(restart(), std::runtime_error);
 }
 

@@ -8,7 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "device/installer/refusal.h"
-#include "device_simulator/private_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
 namespace installer {
 namespace {
@@ -44,12 +45,12 @@ TEST(PackageIdentity, IsRefusedWhenTheListCouldNotShowIt) {
 }
 
 TEST(PackageIdentity, IsReadFromAPlainFileOnly) {
-  const device_test::PrivateFolder folder;
+  const harbix::test::TemporaryFolder folder;
   const auto read = [&] { return read_package_identity(folder / "", "id").name; };
   EXPECT_EQ(read(), "id");
   ASSERT_EQ(::mkdir((folder / "META-INF").c_str(), 0755), 0);
   const std::string manifest = folder / "META-INF/MANIFEST.MF";
-  device_test::write_file(manifest, "Package-Name: P\n");
+  harbix::test::write_file(manifest, "Package-Name: P\n");
   EXPECT_EQ(read(), "P");
   ASSERT_EQ(::rename(manifest.c_str(), (folder / "elsewhere").c_str()), 0);
   ASSERT_EQ(::symlink("../elsewhere", manifest.c_str()), 0);
@@ -63,12 +64,12 @@ TEST(PackageIdentity, IsReadFromAPlainFileOnly) {
 }
 
 TEST(PackageIdentity, IsRefusedFromAManifestBeyondReason) {
-  const device_test::PrivateFolder folder;
+  const harbix::test::TemporaryFolder folder;
   ASSERT_EQ(::mkdir((folder / "META-INF").c_str(), 0755), 0);
   const std::string manifest = folder / "META-INF/MANIFEST.MF";
-  device_test::write_file(manifest, "Package-Name: P\n" + std::string((1 << 20) - 16, 'x'));
+  harbix::test::write_file(manifest, "Package-Name: P\n" + std::string((1 << 20) - 16, 'x'));
   EXPECT_EQ(read_package_identity(folder / "", "id").name, "P");
-  device_test::write_file(manifest, "Package-Name: P\n" + std::string((1 << 20) - 15, 'x'));
+  harbix::test::write_file(manifest, "Package-Name: P\n" + std::string((1 << 20) - 15, 'x'));
   EXPECT_THROW(static_cast<void>(read_package_identity(folder / "", "id")), Refusal);
 }
 

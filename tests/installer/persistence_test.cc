@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "installer/running_device.h"
+#include "tests/installer/running_device.h"
 
-namespace installer_test {
+namespace harbix::test {
 namespace {
 
 using testing::StartsWith;
@@ -61,4 +61,4 @@ TEST_F(InstallerPersistence, ForgetsRequestsFaultsAndLinesOfOthers) {
 }
 
 }  // namespace
-}  // namespace installer_test
+}  // namespace harbix::test

@@ -1,4 +1,4 @@
-#include "installer/running_device.h"
+#include "tests/installer/running_device.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -14,7 +14,7 @@
 #include <sstream>
 #include <system_error>
 
-namespace installer_test {
+namespace harbix::test {
 namespace {
 
 struct CommandCloser {
@@ -44,14 +44,14 @@ void RunningDevice::TearDown() {
 }
 
 void RunningDevice::start() {
-  device_ = std::make_unique<device_test::DeviceProcess>(
+  device_ = std::make_unique<DeviceProcess>(
       std::vector<std::string>{"--bare", "--state", state_, "sh", "-c", "echo up; exec sleep 300"});
   ASSERT_EQ(device_->read_line(), "up") << device_->wait().errors;
 }
 
 void RunningDevice::stop() {
   ASSERT_EQ(::kill(device_->pid(), SIGTERM), 0);
-  const device_test::Result result = device_->wait();
+  const Result result = device_->wait();
   EXPECT_EQ(result.status, 128 + SIGTERM);
   EXPECT_EQ(result.errors, expected_errors_);
   device_.reset();
@@ -62,7 +62,7 @@ void RunningDevice::enter() const {
   const std::string process = "/proc/" + std::to_string(device_->first_process()) + "/ns/";
   // The process namespace comes into force with the next child: a shell can then signal what it sees.
   for (const auto& [name, type] : {std::pair("pid", CLONE_NEWPID), std::pair("mnt", CLONE_NEWNS)}) {
-    const auto target = pps::open_object(process + name, O_RDONLY);
+    const auto target = open_object(process + name, O_RDONLY);
     if (::setns(target.get(), type) == -1) throw std::system_error(errno, std::generic_category(), name);
   }
 }
@@ -72,19 +72,18 @@ std::string RunningDevice::inside(const std::function<std::string()>& work) cons
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) throw std::system_error(errno, std::generic_category(), "pipe");
   const base::FileDescriptor output(ends[0]);
   base::FileDescriptor input(ends[1]);
-  const pps::Process process([&] {
+  const Process process([&] {
     try {
       enter();
-      pps::write_text(input, work());
+      write_text(input, work());
     } catch (const std::exception& error) {
-      pps::write_text(input, std::string("threw: ") + error.what());
+      write_text(input, std::string("threw: ") + error.what());
     }
     return 0;
   });
   input.close();
   std::string all;
-  for (std::string piece = pps::read_text(output); !piece.empty(); piece = pps::read_text(output))
-    all += piece;
+  for (std::string piece = read_text(output); !piece.empty(); piece = read_text(output)) all += piece;
   return all;
 }
 
@@ -92,8 +91,8 @@ std::string RunningDevice::shell(const std::string& script) const {
   return inside([&] { return run_here(script); });
 }
 
-std::unique_ptr<pps::Process> RunningDevice::beside(const std::function<void()>& work) const {
-  return std::make_unique<pps::Process>([&] {
+std::unique_ptr<Process> RunningDevice::beside(const std::function<void()>& work) const {
+  return std::make_unique<Process>([&] {
     enter();
     work();
     return 0;
@@ -107,13 +106,12 @@ std::string RunningDevice::exchange(const std::string& request) const {
 void RunningDevice::make_application(const std::string& id, const std::string& package) const {
   const std::string folder = outside("/apps/" + id);
   std::filesystem::create_directories(folder + "/META-INF");
-  device_test::write_file(folder + "/META-INF/MANIFEST.MF",
-                          "Package-Name: " + package + "\nPackage-Version: 1.0.0.1\n");
+  write_file(folder + "/META-INF/MANIFEST.MF", "Package-Name: " + package + "\nPackage-Version: 1.0.0.1\n");
 }
 
 void RunningDevice::control(const std::string& lines) const {
   ASSERT_EQ(inside([&] {
-              pps::write_text(pps::open_object("/pps/system/installer/control", O_WRONLY | O_CREAT), lines);
+              write_text(open_object("/pps/system/installer/control", O_WRONLY | O_CREAT), lines);
               return std::string("done");
             }),
             "done");
@@ -128,7 +126,7 @@ std::string enrollment(const std::string& id, const std::string& extras, const s
 Exchange::Exchange(const std::string& request) {
   static unsigned int counter = 0;
   path_ = std::string(REQUESTS) + "/test" + std::to_string(::getpid()) + "_" + std::to_string(counter++);
-  object_ = pps::open_object(path_ + "?wait,delta", O_RDWR | O_CREAT | O_EXCL, 0660);
+  object_ = open_object(path_ + "?wait,delta", O_RDWR | O_CREAT | O_EXCL, 0660);
   write(request);
 }
 
@@ -138,7 +136,7 @@ std::string Exchange::answer() const {
   std::string lines;
   std::string rest;
   for (;;) {
-    const std::string piece = pps::read_text(object_);
+    const std::string piece = read_text(object_);
     if (piece.empty()) return lines + "(end)\n";
     rest += piece;
     for (std::size_t end = 0; (end = rest.find('\n')) != std::string::npos;) {
@@ -164,4 +162,4 @@ std::map<std::string, std::string> values_of(const std::string& answer) {
   return values;
 }
 
-}  // namespace installer_test
+}  // namespace harbix::test

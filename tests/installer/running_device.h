@@ -7,11 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include "device_simulator/device_process.h"
-#include "device_simulator/private_folder.h"
-#include "pps/client.h"
+#include "tests/support/device_process.h"
+#include "tests/support/folder.h"
+#include "tests/support/pps_client.h"
+#include "tests/support/tree.h"
 
-namespace installer_test {
+namespace harbix::test {
 
 /// A bare device that runs until it is told to stop, and processes of this program on it. It is kept, so that
 /// it can be started again and its files be looked at from outside.
@@ -32,7 +33,7 @@ class RunningDevice : public testing::Test {
   [[nodiscard]] std::string shell(const std::string& script) const;
   /// Runs `work` on the device in a process that goes on beside this one. Its status is 0 when `work` is
   /// through, 99 when it threw.
-  [[nodiscard]] std::unique_ptr<pps::Process> beside(const std::function<void()>& work) const;
+  [[nodiscard]] std::unique_ptr<Process> beside(const std::function<void()>& work) const;
 
   /// One exchange in a process on the device: see exchange_here().
   [[nodiscard]] std::string exchange(const std::string& request) const;
@@ -48,9 +49,9 @@ class RunningDevice : public testing::Test {
  private:
   void enter() const;
 
-  device_test::PrivateFolder folder_;
+  TemporaryFolder folder_;
   std::string state_ = folder_ / "state";
-  std::unique_ptr<device_test::DeviceProcess> device_;
+  std::unique_ptr<DeviceProcess> device_;
   std::string expected_errors_;
 };
 
@@ -69,7 +70,7 @@ class Exchange {
   Exchange& operator=(const Exchange&) = delete;
 
   /// Writes more of the request.
-  void write(const std::string& text) const { pps::write_text(object_, text); }
+  void write(const std::string& text) const { write_text(object_, text); }
 
   /// Reads until the result, or the end of the stream.
   /// @return the lines without those that begin with "@"; with a last line "(end)" when there was no result.
@@ -88,4 +89,4 @@ class Exchange {
 /// The last value of each attribute in the lines of an answer.
 [[nodiscard]] std::map<std::string, std::string> values_of(const std::string& answer);
 
-}  // namespace installer_test
+}  // namespace harbix::test

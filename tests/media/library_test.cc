@@ -10,17 +10,15 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::query_library;
-using test::RecordedLog;
-using test::TemporaryFolder;
-using test::Tree;
 
 constexpr const char* QUERY = "select count(*), sum(size) from files where ftype in (6,4,2,1)";
 
@@ -31,12 +29,12 @@ using Database = std::unique_ptr<::sqlite3, DatabaseCloser>;
 
 Database open_database(const std::string& path) {
   ::sqlite3* handle = nullptr;
-  EXPECT_EQ(SQLITE_OK, ::sqlite3_open(path.c_str(), &handle));
+  EXPECT_EQ(::sqlite3_open(path.c_str(), &handle), SQLITE_OK);
   return Database(handle);
 }
 
 void execute(::sqlite3* database, const std::string& statements) {
-  EXPECT_EQ(SQLITE_OK, ::sqlite3_exec(database, statements.c_str(), nullptr, nullptr, nullptr))
+  EXPECT_EQ(::sqlite3_exec(database, statements.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
       << statements << ": " << ::sqlite3_errmsg(database);
 }
 
@@ -59,10 +57,10 @@ TEST_F(MediaLibrary, CountsTheFilesOfTheMediaTypes) {
   const RecordedLog log(5);
   const auto result = query_library(Path(path_));
   ASSERT_TRUE(result);
-  EXPECT_EQ(401023, result->bytes);
-  EXPECT_EQ(5, result->files);
-  EXPECT_EQ((std::vector<std::string>{opened(), "2 The number of files is: 5  Their total size is 401023"}),
-            log.messages());
+  EXPECT_EQ(result->bytes, 401023);
+  EXPECT_EQ(result->files, 5);
+  EXPECT_EQ(log.messages(),
+            (std::vector<std::string>{opened(), "2 The number of files is: 5  Their total size is 401023"}));
 }
 
 TEST_F(MediaLibrary, AddsSizesIn64Bits) {
@@ -71,7 +69,7 @@ TEST_F(MediaLibrary, AddsSizesIn64Bits) {
       "insert into files values (6, 5000000000000), (1, 5000000000000);");
   const auto result = query_library(Path(path_));
   ASSERT_TRUE(result);
-  EXPECT_EQ(10000000000000, result->bytes);
+  EXPECT_EQ(result->bytes, 10000000000000);
 }
 
 TEST_F(MediaLibrary, WithoutMediaCannotTell) {
@@ -80,18 +78,17 @@ TEST_F(MediaLibrary, WithoutMediaCannotTell) {
     create(std::string("create table files (ftype integer, size integer);") + rows);
     const RecordedLog log;
     EXPECT_FALSE(query_library(Path(path_)));
-    EXPECT_EQ((std::vector<std::string>{std::string("3 No rows found in 'files' table of 'mmlibrary.db': ") +
-                                        QUERY}),
-              log.messages());
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{std::string("3 No rows found in 'files' table of 'mmlibrary.db': ") +
+                                        QUERY}));
   }
 }
 
 TEST_F(MediaLibrary, ThatIsMissingIsToldAndNotCreated) {
   const RecordedLog log(5);
   EXPECT_FALSE(query_library(Path(path_)));
-  EXPECT_EQ((std::vector<std::string>{"2 Problem opening DB to read Media " + path_ +
-                                      " reason: unable to open database file"}),
-            log.messages());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"2 Problem opening DB to read Media " + path_ +
+                                                      " reason: unable to open database file"}));
   EXPECT_TRUE(Tree{}.matches(folder_.path()));
 }
 
@@ -106,9 +103,8 @@ TEST_F(MediaLibrary, OfAnotherSchemaIsTold) {
     create(row.statements);
     const RecordedLog log;
     EXPECT_FALSE(query_library(Path(path_)));
-    EXPECT_EQ(
-        (std::vector<std::string>{std::string("2 Error executing ") + QUERY + "; reason: " + row.reason}),
-        log.messages());
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
+                                                        "; reason: " + row.reason}));
   }
 }
 
@@ -117,37 +113,35 @@ TEST_F(MediaLibrary, ThatIsNoDatabaseIsTold) {
        {std::string(4096, 'x'), std::string("no database, but longer than a header, "
                                             "which is a hundred bytes, and then some "
                                             "more text to be well beyond all of it")}) {
-    test::write_file(path_, content);
+    write_file(path_, content);
     const RecordedLog log;
     EXPECT_FALSE(query_library(Path(path_)));
-    EXPECT_EQ((std::vector<std::string>{std::string("2 Error executing ") + QUERY +
-                                        "; reason: file is not a "
-                                        "database"}),
-              log.messages());
-    EXPECT_EQ(content, test::read_file(path_));
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
+                                                        "; reason: file is not a "
+                                                        "database"}));
+    EXPECT_EQ(read_file(path_), content);
   }
 }
 
 TEST_F(MediaLibrary, OfZeroBytesHasNoTable) {
-  test::write_file(path_, "");
+  write_file(path_, "");
   const RecordedLog log;
   EXPECT_FALSE(query_library(Path(path_)));
-  EXPECT_EQ((std::vector<std::string>{std::string("2 Error executing ") + QUERY +
-                                      "; reason: no such table: files"}),
-            log.messages());
-  EXPECT_EQ("", test::read_file(path_));
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
+                                                      "; reason: no such table: files"}));
+  EXPECT_EQ(read_file(path_), "");
 }
 
 TEST_F(MediaLibrary, ThatIsDamagedInsideCannotTell) {
   std::string rows = "create table files (ftype integer, size integer, name text); begin;";
   for (int i = 0; i < 500; ++i) rows += "insert into files values (6, 1, '" + std::string(100, 'n') + "');";
   create(rows + "commit;");
-  std::string content = test::read_file(path_);
+  std::string content = read_file(path_);
   ASSERT_LT(12288U, content.size());
   content.replace(4096, 8192, std::string(8192, '\xFF'));
-  test::write_file(path_, content);
+  write_file(path_, content);
   EXPECT_FALSE(query_library(Path(path_)));
-  EXPECT_EQ(content, test::read_file(path_));
+  EXPECT_EQ(read_file(path_), content);
 }
 
 TEST_F(MediaLibrary, ThatIsLockedCannotTell) {
@@ -156,9 +150,8 @@ TEST_F(MediaLibrary, ThatIsLockedCannotTell) {
   execute(other.get(), "begin exclusive;");
   const RecordedLog log;
   EXPECT_FALSE(query_library(Path(path_)));
-  EXPECT_EQ(
-      (std::vector<std::string>{std::string("2 Error executing ") + QUERY + "; reason: database is locked"}),
-      log.messages());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
+                                                      "; reason: database is locked"}));
   execute(other.get(), "rollback;");
   EXPECT_TRUE(query_library(Path(path_)));
 }
@@ -170,7 +163,7 @@ TEST_F(MediaLibrary, IsLeftAsItWasWithNothingBesideIt) {
            "; create table files (ftype integer, size integer); insert into files values (6, 1);");
     ::unlink((path_ + "-journal").c_str());
     const Tree before = Tree::read(folder_.path());
-    ASSERT_EQ(1U, before.items().size()) << mode;
+    ASSERT_EQ(before.items().size(), 1U) << mode;
     EXPECT_TRUE(query_library(Path(path_))) << mode;
     EXPECT_TRUE(before.matches(folder_.path())) << mode;
   }
@@ -181,14 +174,14 @@ TEST_F(MediaLibrary, InUseInWriteAheadModeTellsWhatWasCommitted) {
   execute(writer.get(),
           "pragma journal_mode=wal; create table files (ftype integer, size integer);"
           "insert into files values (6, 1); begin; insert into files values (6, 2);");
-  const std::string content = test::read_file(path_);
+  const std::string content = read_file(path_);
   const auto result = query_library(Path(path_));
   ASSERT_TRUE(result);
-  EXPECT_EQ(1, result->bytes);
-  EXPECT_EQ(1, result->files);
-  EXPECT_EQ(content, test::read_file(path_));
+  EXPECT_EQ(result->bytes, 1);
+  EXPECT_EQ(result->files, 1);
+  EXPECT_EQ(read_file(path_), content);
   // The writer's own two files stay; nothing joins them.
-  EXPECT_EQ(3U, Tree::read(folder_.path()).items().size());
+  EXPECT_EQ(Tree::read(folder_.path()).items().size(), 3U);
 }
 
 TEST_F(MediaLibrary, LeftByAKilledWriterIsNotTouched) {
@@ -198,14 +191,15 @@ TEST_F(MediaLibrary, LeftByAKilledWriterIsNotTouched) {
     execute(writer.get(),
             "pragma journal_mode=wal; create table files (ftype integer, size integer);"
             "insert into files values (6, 1);");
-    test::write_file(dead / "mmlibrary.db", test::read_file(path_));
-    test::write_file(dead / "mmlibrary.db-wal", test::read_file(path_ + "-wal"));
+    write_file(dead / "mmlibrary.db", read_file(path_));
+    write_file(dead / "mmlibrary.db-wal", read_file(path_ + "-wal"));
   }
   const Tree before = Tree::read(dead.path());
   const RecordedLog log;
   EXPECT_FALSE(query_library(Path(dead / "mmlibrary.db")));
-  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(log.lines().size(), 1U);
   EXPECT_TRUE(before.matches(dead.path()));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -11,18 +11,16 @@
 
 #include "base/flags.h"
 #include "fs/identity.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/device_accounts.h"
-#include "support/recorded_log.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/root.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::File;
 using fs::Path;
-using test::CapturedOutput;
-using test::passes_with_device_accounts;
-using test::RecordedLog;
 
 File item(mode_t mode, uid_t user, gid_t group) {
   struct ::stat record {};
@@ -34,8 +32,8 @@ File item(mode_t mode, uid_t user, gid_t group) {
 
 TEST(MediaGroups, AreLookedUpByName) {
   EXPECT_TRUE(passes_with_device_accounts([] {
-    EXPECT_EQ(test::SHARED_GROUP, harbix::media_groups().shared);
-    EXPECT_EQ(test::PROTECTED_GROUP, harbix::media_groups().protected_media);
+    EXPECT_EQ(harbix::media_groups().shared, SHARED_GROUP);
+    EXPECT_EQ(harbix::media_groups().protected_media, PROTECTED_GROUP);
   }));
 }
 
@@ -43,41 +41,42 @@ TEST(SkipTest, LeavesProtectedItemsAloneInSilence) {
   EXPECT_TRUE(passes_with_device_accounts([] {
     const RecordedLog log(5);
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0666, 0, test::PROTECTED_GROUP)));
+    EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0666, 0, PROTECTED_GROUP)));
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(errors.text(), "");
     harbix::verbose = true;
-    EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0666, 0, test::PROTECTED_GROUP)));
-    EXPECT_EQ("Skip: Music/a\n", errors.text());
+    EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0666, 0, PROTECTED_GROUP)));
+    EXPECT_EQ(errors.text(), "Skip: Music/a\n");
     EXPECT_TRUE(log.lines().empty());
   }));
 }
 
 TEST(SkipTest, LeavesUnreadableItemsAloneWithAMessage) {
   EXPECT_TRUE(passes_with_device_accounts([] {
-    const fs::EffectiveUser user(test::MEDIA_USER);
+    const fs::EffectiveUser user(MEDIA_USER);
     const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
     EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0600, 0, 0)));
-    EXPECT_EQ((std::vector<std::string>{"3 can't access: 'Music/a'; skipping."}), log.messages());
-    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{"3 can't access: 'Music/a'; skipping."}));
+    EXPECT_EQ(errors.text(), "");
     harbix::verbose = true;
     EXPECT_TRUE(harbix::is_skipped(item(S_IFREG | 0600, 0, 0)));
-    EXPECT_EQ("permission denied: Music/a skipping\n", errors.text());
+    EXPECT_EQ(errors.text(), "permission denied: Music/a skipping\n");
   }));
 }
 
 TEST(SkipTest, LetsPassWhatTheEffectiveIdsMayRead) {
   EXPECT_TRUE(passes_with_device_accounts([] {
-    const fs::EffectiveGroup group(test::SHARED_GROUP);
-    const fs::EffectiveUser user(test::MEDIA_USER);
+    const fs::EffectiveGroup group(SHARED_GROUP);
+    const fs::EffectiveUser user(MEDIA_USER);
     const RecordedLog log(5);
     harbix::verbose = true;
-    EXPECT_FALSE(harbix::is_skipped(item(S_IFREG | 0400, test::MEDIA_USER, 0)));
-    EXPECT_FALSE(harbix::is_skipped(item(S_IFREG | 0040, 0, test::SHARED_GROUP)));
+    EXPECT_FALSE(harbix::is_skipped(item(S_IFREG | 0400, MEDIA_USER, 0)));
+    EXPECT_FALSE(harbix::is_skipped(item(S_IFREG | 0040, 0, SHARED_GROUP)));
     EXPECT_FALSE(harbix::is_skipped(item(S_IFREG | 0004, 0, 0)));
     EXPECT_TRUE(log.lines().empty());
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,16 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using test::dir;
-using test::file;
-using test::TemporaryFolder;
-using test::Tree;
 
 constexpr uid_t NOBODY = 65534;
 
@@ -24,15 +20,15 @@ TEST(PlatformGlob, ListsMatchesInOrderAndLeavesHiddenNamesOut) {
   const TemporaryFolder folder;
   Tree{file("b"), file("a"), dir("c"), file(".hidden")}.build(folder.path());
   const platform::GlobResult result = platform::glob(folder / "*");
-  EXPECT_EQ(0, result.status);
-  EXPECT_EQ((std::vector<std::string>{folder / "a", folder / "b", folder / "c"}), result.paths);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.paths, (std::vector<std::string>{folder / "a", folder / "b", folder / "c"}));
 }
 
 TEST(PlatformGlob, TakesNoMatchForSuccess) {
   const TemporaryFolder folder;
   for (const char* pattern : {"*", "missing/*", "missing/deeper/*", "name"}) {
     const platform::GlobResult result = platform::glob(folder / pattern);
-    EXPECT_EQ(0, result.status) << pattern;
+    EXPECT_EQ(result.status, 0) << pattern;
     EXPECT_TRUE(result.paths.empty()) << pattern;
   }
 }
@@ -40,11 +36,11 @@ TEST(PlatformGlob, TakesNoMatchForSuccess) {
 TEST(PlatformGlob, StopsAtADirectoryThatMayNotBeRead) {
   const TemporaryFolder folder;
   Tree{dir("closed", {file("a")}, 0)}.build(folder.path());
-  EXPECT_TRUE(test::passes_in_child([&folder] {
-    ASSERT_EQ(0, ::setreuid(NOBODY, NOBODY));
+  EXPECT_TRUE(passes_in_child([&folder] {
+    ASSERT_EQ(::setreuid(NOBODY, NOBODY), 0);
     const platform::GlobResult result = platform::glob(folder / "closed/*");
-    EXPECT_EQ(EACCES, errno);
-    EXPECT_EQ(GLOB_ABORTED, result.status);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(result.status, GLOB_ABORTED);
     EXPECT_TRUE(result.paths.empty());
   }));
 }
@@ -52,14 +48,15 @@ TEST(PlatformGlob, StopsAtADirectoryThatMayNotBeRead) {
 TEST(PlatformGlob, FindsNothingBelowAFile) {
   const TemporaryFolder folder;
   Tree{file("plain")}.build(folder.path());
-  EXPECT_EQ(0, platform::glob(folder / "plain/*").status);
+  EXPECT_EQ(platform::glob(folder / "plain/*").status, 0);
 }
 
 TEST(PlatformGlob, ReturnsNamesAsBytes) {
   const TemporaryFolder folder;
   Tree{file("\xFF\xFE"), file("a b\n")}.build(folder.path());
-  EXPECT_EQ((std::vector<std::string>{folder / "a b\n", folder / "\xFF\xFE"}),
-            platform::glob(folder / "*").paths);
+  EXPECT_EQ(platform::glob(folder / "*").paths,
+            (std::vector<std::string>{folder / "a b\n", folder / "\xFF\xFE"}));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+namespace harbix::test {
 namespace {
 
 int last_priority = -1;
@@ -46,14 +47,15 @@ TEST(Logger, MapsEachSeverityToItsSyslogPriority) {
   };
   for (const Row& row : {Row{2, LOG_ERR}, Row{3, LOG_WARNING}, Row{4, LOG_NOTICE}, Row{5, LOG_INFO},
                          Row{6, LOG_DEBUG}, Row{7, LOG_DEBUG}}) {
-    EXPECT_EQ(0, platform::slogf(CODE, row.severity, "%s", "line")) << row.severity;
-    EXPECT_EQ(LOG_USER | row.priority, last_priority) << row.severity;
+    EXPECT_EQ(platform::slogf(CODE, row.severity, "%s", "line"), 0) << row.severity;
+    EXPECT_EQ(last_priority, LOG_USER | row.priority) << row.severity;
   }
 }
 
 TEST(Logger, SendsTheWholeLineAsItIs) {
   platform::slogf(CODE, platform::SEVERITY_ERROR, "%s", "harbix[1]:100%s of %d\n");
-  EXPECT_EQ("harbix[1]:100%s of %d\n", last_line);
+  EXPECT_EQ(last_line, "harbix[1]:100%s of %d\n");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -18,16 +18,14 @@
 #include <gtest/gtest.h>
 
 #include "base/file_descriptor.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using base::FileDescriptor;
-using test::dir;
-using test::file;
-using test::link;
 
 /// For the rest of the process's life the kernel answers as one that does not know openat2.
 void forget_openat2() {
@@ -38,27 +36,27 @@ void forget_openat2() {
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   }};
   ::sock_fprog filter{.len = program.size(), .filter = program.data()};
-  ASSERT_EQ(0, ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0));
-  ASSERT_EQ(0, ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter));
-  ASSERT_EQ(-1, ::syscall(SYS_openat2, AT_FDCWD, ".", nullptr, 0));
-  ASSERT_EQ(ENOSYS, errno);
+  ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+  ASSERT_EQ(::syscall(SYS_openat2, AT_FDCWD, ".", nullptr, 0), -1);
+  ASSERT_EQ(errno, ENOSYS);
 }
 
 /// Both ways must keep the same promises: "true" for a kernel that opens beneath a folder in one call.
 class OpenBeneath : public testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
-    test::Tree{file("top", "1"),
-               dir("a", {dir("b", {file("deep", "22")}), link("out", ".."), link("here", "."),
-                         link("file", "b/deep")}),
-               link("root", "/")}
+    Tree{file("top", "1"),
+         dir("a",
+             {dir("b", {file("deep", "22")}), link("out", ".."), link("here", "."), link("file", "b/deep")}),
+         link("root", "/")}
         .build(folder_.path());
   }
 
   /// Runs the body in a process whose kernel offers this way alone.
   template <typename Body>
   void check(const Body& body) {
-    EXPECT_TRUE(test::passes_in_child([&] {
+    EXPECT_TRUE(passes_in_child([&] {
       if (!GetParam()) forget_openat2();
       const FileDescriptor folder(::open(folder_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
       ASSERT_TRUE(folder);
@@ -66,7 +64,7 @@ class OpenBeneath : public testing::TestWithParam<bool> {
     }));
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
 };
 
 INSTANTIATE_TEST_SUITE_P(WithAndWithoutTheCall, OpenBeneath, testing::Bool());
@@ -84,8 +82,8 @@ TEST_P(OpenBeneath, ReachesWhatLiesBelow) {
     };
     for (const Row& row : {Row{"top", 1}, Row{"a/b/deep", 2}, Row{"./a//b/./deep", 2}}) {
       const FileDescriptor file(platform::open_beneath(folder, row.path, O_RDONLY));
-      EXPECT_EQ(row.size, size_of(file)) << row.path;
-      EXPECT_EQ(FD_CLOEXEC, ::fcntl(file.get(), F_GETFD)) << row.path;
+      EXPECT_EQ(size_of(file), row.size) << row.path;
+      EXPECT_EQ(::fcntl(file.get(), F_GETFD), FD_CLOEXEC) << row.path;
     }
     for (const char* path : {"", ".", "a", "a/", "a/b//"}) {
       EXPECT_TRUE(FileDescriptor(platform::open_beneath(folder, path, O_RDONLY | O_DIRECTORY))) << path;
@@ -98,8 +96,8 @@ TEST_P(OpenBeneath, CreatesWithTheModeLessTheMask) {
     ::umask(027);
     const FileDescriptor made(platform::open_beneath(folder, "a/b/new", O_WRONLY | O_CREAT | O_EXCL, 0666));
     struct ::stat record {};
-    ASSERT_EQ(0, ::fstat(made.get(), &record));
-    EXPECT_EQ(S_IFREG | 0640U, record.st_mode);
+    ASSERT_EQ(::fstat(made.get(), &record), 0);
+    EXPECT_EQ(record.st_mode, S_IFREG | 0640U);
   });
 }
 
@@ -119,16 +117,16 @@ TEST_P(OpenBeneath, FollowsNoLinkAndLeavesNoFolder) {
           Row{"a/b/..", is_way_out}, Row{"/", is_way_out}, Row{"/etc/passwd", is_way_out},
           Row{"a/none/x", is_missing}, Row{"none", is_missing}}) {
       errno = 0;
-      EXPECT_EQ(-1, platform::open_beneath(folder, row.path, O_RDONLY)) << row.path;
+      EXPECT_EQ(platform::open_beneath(folder, row.path, O_RDONLY), -1) << row.path;
       EXPECT_TRUE(row.expected(errno)) << row.path << ": " << std::strerror(errno);
     }
   });
 }
 
 TEST_P(OpenBeneath, NamesThatOnlyBeginWithTwoDotsAreNames) {
-  test::write_file(folder_ / "..odd", "333");
+  write_file(folder_ / "..odd", "333");
   check([](int folder) {
-    EXPECT_EQ(3, size_of(FileDescriptor(platform::open_beneath(folder, "..odd", O_RDONLY))));
+    EXPECT_EQ(size_of(FileDescriptor(platform::open_beneath(folder, "..odd", O_RDONLY))), 3);
   });
 }
 
@@ -139,7 +137,7 @@ TEST_P(OpenBeneath, ReachesWhatOneCallCannotName) {
     std::string path;
     FileDescriptor last(::dup(folder));
     for (int depth = 0; depth < DEPTH; ++depth) {
-      ASSERT_EQ(0, ::mkdirat(last.get(), name.c_str(), 0755));
+      ASSERT_EQ(::mkdirat(last.get(), name.c_str(), 0755), 0);
       last = FileDescriptor(::openat(last.get(), name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
       path += name + '/';
     }
@@ -147,9 +145,9 @@ TEST_P(OpenBeneath, ReachesWhatOneCallCannotName) {
         platform::open_beneath(folder, (path + "leaf").c_str(), O_WRONLY | O_CREAT, 0600));
     EXPECT_TRUE(made) << std::strerror(errno);
     struct ::stat record {};
-    EXPECT_EQ(0, ::fstatat(last.get(), "leaf", &record, 0));
-    EXPECT_EQ(-1, platform::open_beneath(folder, (path + std::string(5000, 'x')).c_str(), O_RDONLY));
-    EXPECT_EQ(ENAMETOOLONG, errno);
+    EXPECT_EQ(::fstatat(last.get(), "leaf", &record, 0), 0);
+    EXPECT_EQ(platform::open_beneath(folder, (path + std::string(5000, 'x')).c_str(), O_RDONLY), -1);
+    EXPECT_EQ(errno, ENAMETOOLONG);
   });
 }
 
@@ -158,11 +156,12 @@ TEST_P(OpenBeneath, LeavesNoDescriptorBehind) {
     const int before = ::dup(folder);
     ::close(before);
     { const FileDescriptor file(platform::open_beneath(folder, "a/b/deep", O_RDONLY)); }
-    EXPECT_EQ(-1, platform::open_beneath(folder, "a/b/none", O_RDONLY));
+    EXPECT_EQ(platform::open_beneath(folder, "a/b/none", O_RDONLY), -1);
     const int after = ::dup(folder);
     ::close(after);
-    EXPECT_EQ(before, after);
+    EXPECT_EQ(after, before);
   });
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -6,39 +6,41 @@
 #include "platform/directory.h"
 #include "platform/path_manager.h"
 #include "platform/streams.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 TEST(PathManager, HasNoLinksOnLinux) {
   errno = 0;
-  EXPECT_EQ(-1, platform::pathmgr_unlink("/tmp/link"));
-  EXPECT_EQ(ENOSYS, errno);
+  EXPECT_EQ(platform::pathmgr_unlink("/tmp/link"), -1);
+  EXPECT_EQ(errno, ENOSYS);
 }
 
 TEST(Directory, TakesTheRequestForStatusRecords) {
-  EXPECT_EQ(0, platform::dircntl(nullptr, platform::D_SETFLAG, platform::D_FLAG_STAT));
+  EXPECT_EQ(platform::dircntl(nullptr, platform::D_SETFLAG, platform::D_FLAG_STAT), 0);
 }
 
 TEST(Streams, FlushWritesOutWhatIsBuffered) {
-  const test::TemporaryFolder folder;
+  const TemporaryFolder folder;
   std::FILE* stream = std::fopen((folder / "file").c_str(), "we");
-  ASSERT_NE(nullptr, stream);
+  ASSERT_NE(stream, nullptr);
   std::fputs("text", stream);
-  EXPECT_EQ("", test::read_file(folder / "file"));
-  EXPECT_EQ(0, platform::flushall());
-  EXPECT_EQ("text", test::read_file(folder / "file"));
-  EXPECT_EQ(0, std::fclose(stream));
+  EXPECT_EQ(read_file(folder / "file"), "");
+  EXPECT_EQ(platform::flushall(), 0);
+  EXPECT_EQ(read_file(folder / "file"), "text");
+  EXPECT_EQ(std::fclose(stream), 0);
 }
 
 TEST(Streams, FlushTellsOfAStreamThatCannotBeWritten) {
   std::FILE* stream = std::fopen("/dev/full", "we");
-  ASSERT_NE(nullptr, stream);
+  ASSERT_NE(stream, nullptr);
   std::fputs("text", stream);
-  EXPECT_EQ(EOF, platform::flushall());
-  EXPECT_EQ(ENOSPC, errno);
+  EXPECT_EQ(platform::flushall(), EOF);
+  EXPECT_EQ(errno, ENOSPC);
   std::fclose(stream);
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <string>
 
-#include "rules.h"
+#include "tests/pps/rules.h"
 
 namespace pps {
 namespace {

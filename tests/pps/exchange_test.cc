@@ -7,10 +7,10 @@
 #include <map>
 #include <string>
 
-#include "mounted_pps.h"
-#include "toy_service.h"
+#include "tests/support/mounted_pps.h"
+#include "tests/support/toy_service.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 using Response = std::map<std::string, std::string>;
@@ -62,4 +62,4 @@ TEST_F(Exchange, LeavesTheServiceServingWhenAClientIsKilled) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class MountNames : public MountedPps {
@@ -129,4 +129,4 @@ TEST_F(MountNames, LiveOnAsOpenObjectsAfterTheirRemoval) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

@@ -7,9 +7,9 @@
 #include <csignal>
 #include <string>
 
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class MountPersistence : public MountedPps {
@@ -89,4 +89,4 @@ TEST_F(MountPersistence, TellsTheClientWhenTheStoreRefuses) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

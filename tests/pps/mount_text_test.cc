@@ -7,9 +7,9 @@
 #include <fstream>
 #include <string>
 
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class MountText : public MountedPps {};
@@ -109,4 +109,4 @@ TEST_F(MountText, ShowsADirectorysObjectsTogether) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

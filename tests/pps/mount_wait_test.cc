@@ -11,9 +11,9 @@
 #include <system_error>
 #include <vector>
 
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class MountWait : public MountedPps {
@@ -118,4 +118,4 @@ TEST_F(MountWait, EndsWithTheFileSystem) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class Program : public MountedPps {
@@ -65,4 +65,4 @@ TEST_F(Program, TakesADeadMountAway) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "rules.h"
+#include "tests/pps/rules.h"
 
 namespace pps {
 namespace {

@@ -1,4 +1,4 @@
-#include "rules.h"
+#include "tests/pps/rules.h"
 
 namespace pps {
 

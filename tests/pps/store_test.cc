@@ -12,7 +12,7 @@
 #include <string>
 
 #include "pps/store_loader.h"
-#include "rules.h"
+#include "tests/pps/rules.h"
 
 namespace pps {
 namespace {

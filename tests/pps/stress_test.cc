@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "mounted_pps.h"
-#include "toy_service.h"
+#include "tests/support/mounted_pps.h"
+#include "tests/support/toy_service.h"
 
-namespace pps {
+namespace harbix::test {
 namespace {
 
 class Stress : public MountedPps {
@@ -119,4 +119,4 @@ TEST_F(Stress, LosesNoChangeOfManyWriters) {
 }
 
 }  // namespace
-}  // namespace pps
+}  // namespace harbix::test

@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "rules.h"
+#include "tests/pps/rules.h"
 
 namespace pps {
 namespace {

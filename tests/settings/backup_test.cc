@@ -8,45 +8,37 @@
 #include <string>
 #include <vector>
 
-#include "archive/archive_test_support.h"
 #include "archive/error.h"
 #include "archive/metadata_entry.h"
 #include "base/flags.h"
 #include "fs/exception.h"
-#include "settings/settings_device.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tree.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using harbix::SizeResult;
-using test::CapturedOutput;
-using test::events_in_the_end;
-using test::message_of;
-using test::naming;
-using test::put;
-using test::put_object;
-using test::put_script;
-using test::Reader;
-using test::Writer;
 
 const std::string WALLPAPER = "/pps/services/navigator/wallpaper";
 const std::string ARCHIVE = "/a.tar";
 
-class SettingsBackup : public test::SettingsDevice {
+class SettingsBackup : public SettingsDevice {
  protected:
   static void back_up() {
-    const test::Utf8Names names;
+    const Utf8Names names;
     Writer writer(ARCHIVE);
-    EXPECT_EQ(0, harbix::settings::back_up(writer));
+    EXPECT_EQ(harbix::settings::back_up(writer), 0);
     writer.close();
   }
   static SizeResult measure() {
-    const test::Utf8Names names;
+    const Utf8Names names;
     SizeResult result{.bytes = 7, .files = 3};
     Writer writer(ARCHIVE);
-    EXPECT_EQ(0, harbix::settings::measure(writer, result));
+    EXPECT_EQ(harbix::settings::measure(writer, result), 0);
     writer.close();
     return result;
   }
@@ -56,7 +48,7 @@ class SettingsBackup : public test::SettingsDevice {
     std::optional<harbix::Package> package =
         find_manifest(reader, harbix::METADATA_NAME, harbix::OtherEntries::REFUSE);
     if (!package) return {};
-    EXPECT_EQ("/settings/.backup.metadata", package->entry_name);
+    EXPECT_EQ(package->entry_name, "/settings/.backup.metadata");
     return package->manifest;
   }
   /// What the archive holds behind the manifest, by name.
@@ -83,13 +75,12 @@ TEST_F(SettingsBackup, HoldsObjectsAndFilesBehindTheirManifest) {
     put_script("1", naming({"/w/folder", "/w/control", "/w/missing"}));
     const CapturedOutput errors(STDERR_FILENO);
     back_up();
-    EXPECT_EQ("", errors.text());
-    EXPECT_EQ((Contents{{"/settings/pps/services/x/obj", "live::1\n"},
-                        {"/settings/w/folder/file", "-text\n[n]stays\n"},
-                        {"/settings/w/folder/link", ""},
-                        {"/settings/w/control", "x"}}),
-              contents());
-    EXPECT_EQ("backup_start\nbackup_end\n", events_in_the_end("backup_start\nbackup_end\n"));
+    EXPECT_EQ(errors.text(), "");
+    EXPECT_EQ(contents(), (Contents{{"/settings/pps/services/x/obj", "live::1\n"},
+                                    {"/settings/w/folder/file", "-text\n[n]stays\n"},
+                                    {"/settings/w/folder/link", ""},
+                                    {"/settings/w/control", "x"}}));
+    EXPECT_EQ(events_in_the_end("backup_start\nbackup_end\n"), "backup_start\nbackup_end\n");
   }));
 }
 
@@ -101,21 +92,20 @@ TEST_F(SettingsBackup, BeginsWithARecordAnItemInTheirOrder) {
     put_script("1", naming({"/w/b", "/w/a", "/w/b"}));
     back_up();
     const std::string text = meta::to_text(manifest());
-    EXPECT_EQ("File: 9\n\n" + WALLPAPER + "\nFile: 9",
-              text.substr(0, text.find("\n" + WALLPAPER)) + "\n\n" + WALLPAPER + "\nFile: 9")
+    EXPECT_EQ(text.substr(0, text.find("\n" + WALLPAPER)) + "\n\n" + WALLPAPER + "\nFile: 9",
+              "File: 9\n\n" + WALLPAPER + "\nFile: 9")
         << text;
     std::vector<std::string> names = Reader(ARCHIVE).names();
-    EXPECT_EQ((std::vector<std::string>{"/settings/.backup.metadata", "/settings" + WALLPAPER,
-                                        "/settings" + WALLPAPER, "/settings/w/b", "/settings/w/a",
-                                        "/settings/w/b"}),
-              names);
+    EXPECT_EQ(names, (std::vector<std::string>{"/settings/.backup.metadata", "/settings" + WALLPAPER,
+                                               "/settings" + WALLPAPER, "/settings/w/b", "/settings/w/a",
+                                               "/settings/w/b"}));
   }));
 }
 
 TEST_F(SettingsBackup, OfNothingIsAManifestAlone) {
   EXPECT_TRUE(on_the_device([] {
     back_up();
-    EXPECT_EQ(std::vector<std::string>{"/settings/.backup.metadata"}, Reader(ARCHIVE).names());
+    EXPECT_EQ(Reader(ARCHIVE).names(), std::vector<std::string>{"/settings/.backup.metadata"});
     EXPECT_TRUE(manifest().empty());
   }));
 }
@@ -126,12 +116,11 @@ TEST_F(SettingsBackup, ThatOnlyMeasuresTellsNobodyAndWritesHeaders) {
     put("/w/b", "text");
     std::filesystem::create_symlink("b", "/w/link");
     put_script("1", naming({"/w"}));
-    EXPECT_EQ(3 + 3, measure().files);
-    EXPECT_EQ((Contents{{"/settings/pps/a", std::string(13, '\0')},
-                        {"/settings/w/b", std::string(4, '\0')},
-                        {"/settings/w/link", ""}}),
-              contents());
-    EXPECT_EQ("", test::read_file("/events"));
+    EXPECT_EQ(measure().files, 3 + 3);
+    EXPECT_EQ(contents(), (Contents{{"/settings/pps/a", std::string(13, '\0')},
+                                    {"/settings/w/b", std::string(4, '\0')},
+                                    {"/settings/w/link", ""}}));
+    EXPECT_EQ(read_file("/events"), "");
   }));
 }
 
@@ -143,31 +132,30 @@ TEST_F(SettingsBackup, GoesOnBehindAnItemThatCannotBeArchived) {
     // A folder below "/pps" is no object.
     std::filesystem::create_directories("/pps/white/inner");
     put_script("1", naming({"/w/a", "/pps/white", "/w/z"}));
-    const test::RecordedLog log;
+    const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
     back_up();
-    EXPECT_EQ("Error: Error reading pps object [errno:21 'Is a directory']\n", errors.text());
-    EXPECT_EQ((std::vector<std::string>{"2 ERROR: Error reading pps object [errno:21 'Is a directory']"}),
-              log.messages());
-    EXPECT_EQ((Contents{{"/settings/w/a", "a"}, {"/settings/w/z", "z"}}), contents());
+    EXPECT_EQ(errors.text(), "Error: Error reading pps object [errno:21 'Is a directory']\n");
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{"2 ERROR: Error reading pps object [errno:21 'Is a directory']"}));
+    EXPECT_EQ(contents(), (Contents{{"/settings/w/a", "a"}, {"/settings/w/z", "z"}}));
   }));
 }
 
 TEST_F(SettingsBackup, LeavesOutOtherKindsAndTheArchiveItselfFromManifestAndEntries) {
   EXPECT_TRUE(on_the_device([] {
     put("/w/a", "a");
-    ASSERT_EQ(0, ::mkfifo("/w/fifo", 0600));
-    ASSERT_EQ(0, ::mkfifo("/pps/fifo", 0600));
+    ASSERT_EQ(::mkfifo("/w/fifo", 0600), 0);
+    ASSERT_EQ(::mkfifo("/pps/fifo", 0600), 0);
     put("/var/pps/fifo");
     put_script("1", naming({"/w", ARCHIVE, "/dev/null"}));
     const CapturedOutput errors(STDERR_FILENO);
     back_up();
-    EXPECT_EQ((Contents{{"/settings/w/a", "a"}}), contents());
-    EXPECT_EQ(1U, manifest().size());
-    EXPECT_EQ(
-        "not a file, folder or link: /pps/fifo skipping\nnot a file, folder or link: /w/fifo skipping\n"
-        "is the archive itself: /a.tar skipping\nnot a file, folder or link: /dev/null skipping\n",
-        errors.text());
+    EXPECT_EQ(contents(), (Contents{{"/settings/w/a", "a"}}));
+    EXPECT_EQ(manifest().size(), 1U);
+    EXPECT_EQ(errors.text(),
+              "not a file, folder or link: /pps/fifo skipping\nnot a file, folder or link: /w/fifo skipping\n"
+              "is the archive itself: /a.tar skipping\nnot a file, folder or link: /dev/null skipping\n");
   }));
 }
 
@@ -177,7 +165,7 @@ TEST_F(SettingsBackup, EndsWhereTheArchiveCannotBeWritten) {
     put_script("1", naming({"/w/large"}));
     Writer writer("/dev/full");
     EXPECT_THROW(harbix::settings::back_up(writer), harbix::ArchiveError);
-    EXPECT_EQ("backup_start\nbackup_end\n", events_in_the_end("backup_start\nbackup_end\n"));
+    EXPECT_EQ(events_in_the_end("backup_start\nbackup_end\n"), "backup_start\nbackup_end\n");
   }));
 }
 
@@ -186,8 +174,8 @@ TEST_F(SettingsBackup, TellsOfItsEndWhereTheSettingsCannotBeListed) {
     put_script("1", naming({}));
     std::filesystem::remove_all("/var/pps");
     Writer writer(ARCHIVE);
-    EXPECT_NE("", message_of<fs::Exception>([&] { harbix::settings::back_up(writer); }));
-    EXPECT_EQ("backup_start\nbackup_end\n", events_in_the_end("backup_start\nbackup_end\n"));
+    EXPECT_NE(message_of<fs::Exception>([&] { harbix::settings::back_up(writer); }), "");
+    EXPECT_EQ(events_in_the_end("backup_start\nbackup_end\n"), "backup_start\nbackup_end\n");
   }));
 }
 
@@ -196,7 +184,7 @@ TEST_F(SettingsBackup, AsksForTheListsBeforeItTellsOfItsStart) {
     put_script("1", "echo $1 >> /events\n");
     back_up();
     const std::string expected = "whitelist\nblacklist\nbackup_start\nwhitelist\nblacklist\nbackup_end\n";
-    EXPECT_EQ(expected, events_in_the_end(expected));
+    EXPECT_EQ(events_in_the_end(expected), expected);
   }));
 }
 
@@ -212,3 +200,4 @@ TEST_F(SettingsBackup, ShowsItemsWithMuchOutput) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,21 +7,18 @@
 #include <string>
 #include <vector>
 
-#include "archive/archive_test_support.h"
 #include "base/flags.h"
 #include "fs/exception.h"
-#include "settings/settings_device.h"
-#include "support/captured_output.h"
-#include "support/tree.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::live_name;
-using test::naming;
-using test::put;
-using test::put_object;
-using test::put_script;
 
 const std::string WALLPAPER = "/pps/services/navigator/wallpaper";
 
@@ -31,7 +28,7 @@ std::string listed() {
   harbix::Completeness completeness;
   for (const Path& path : harbix::settings_path_list(completeness)) texts.push_back(path.text());
   EXPECT_TRUE(completeness.is_complete());
-  return test::sorted_lines(texts);
+  return sorted_lines(texts);
 }
 
 TEST(IsPpsPath, LooksAtTheFirstComponent) {
@@ -51,24 +48,24 @@ TEST(LiveName, CutsEveryComponentAtItsFirstAt) {
         Row{"/var/pps/a@", "/pps/a"}, Row{"/var/pps/a b@c d/\xFF@", "/pps/a b/\xFF"},
         Row{"/var/pps@x/a", "/pps/a"}, Row{"/var/pps/@", "/pps"}, Row{"/var/pps/@a/b", "/pps/b"},
         Row{"/var/pps", "/pps"}, Row{"/var/pps/", "/pps"}, Row{"/var", ""}, Row{"/var/", ""}}) {
-    EXPECT_EQ(row.live, live_name(Path(row.stored)).text()) << row.stored;
+    EXPECT_EQ(live_name(Path(row.stored)).text(), row.live) << row.stored;
   }
 }
 
 TEST(LiveName, IsThatOfTheStoreOnly) {
-  EXPECT_EQ("Path '/etc/x' is not subdirectory of '/var'",
-            test::message_of<fs::Exception>([] { static_cast<void>(live_name(Path("/etc/x"))); }));
+  EXPECT_EQ(message_of<fs::Exception>([] { static_cast<void>(live_name(Path("/etc/x"))); }),
+            "Path '/etc/x' is not subdirectory of '/var'");
 }
 
-class SettingsPathList : public test::SettingsDevice {};
+class SettingsPathList : public SettingsDevice {};
 
 TEST_F(SettingsPathList, HasAlwaysTheWallpaper) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ(WALLPAPER + "\n", listed());
+    EXPECT_EQ(listed(), WALLPAPER + "\n");
     put_object(WALLPAPER);
-    EXPECT_EQ(WALLPAPER + "\n" + WALLPAPER + "\n", listed());
+    EXPECT_EQ(listed(), WALLPAPER + "\n" + WALLPAPER + "\n");
     put_script("1", naming({}, {"/pps"}));
-    EXPECT_EQ(WALLPAPER + "\n", listed());
+    EXPECT_EQ(listed(), WALLPAPER + "\n");
   }));
 }
 
@@ -81,8 +78,8 @@ TEST_F(SettingsPathList, HasTheLiveNamesOfWhatIsStored) {
     put("/pps/services/x/obj");
     put("/pps/system/deep/other");
     // A name may be listed without a live object; objects that are not stored are not settings.
-    EXPECT_EQ(WALLPAPER + "\n/pps/services/x/obj\n/pps/services/x/obj\n/pps/system/deep/object\n/pps/top\n",
-              listed());
+    EXPECT_EQ(listed(),
+              WALLPAPER + "\n/pps/services/x/obj\n/pps/services/x/obj\n/pps/system/deep/object\n/pps/top\n");
   }));
 }
 
@@ -100,7 +97,7 @@ TEST_F(SettingsPathList, LeavesOutWhatIsLiveAFolderOrALink) {
     put("/pps/live_object");
     std::filesystem::create_symlink("nowhere", "/var/pps/stored_link");
     put("/pps/stored_link");
-    EXPECT_EQ("/pps/live_object\n/pps/object\n" + WALLPAPER + "\n/pps/stored_link\n", listed());
+    EXPECT_EQ(listed(), "/pps/live_object\n/pps/object\n" + WALLPAPER + "\n/pps/stored_link\n");
   }));
 }
 
@@ -112,7 +109,7 @@ TEST_F(SettingsPathList, LeavesOutControlObjects) {
     put_object("/pps/a/control2");
     put_object("/pps/a/Control");
     put("/var/pps/a/x@control");
-    EXPECT_EQ("/pps/a/Control\n/pps/a/control2\n/pps/a/x\n" + WALLPAPER + "\n", listed());
+    EXPECT_EQ(listed(), "/pps/a/Control\n/pps/a/control2\n/pps/a/x\n" + WALLPAPER + "\n");
   }));
 }
 
@@ -125,8 +122,8 @@ TEST_F(SettingsPathList, LeavesOutControlObjectsOfTheWhitelistBelowPpsOnly) {
     put("/accounts/control");
     put("/accounts/1000/control");
     put_script("1", naming({"/pps/a/control", "/pps/w", "/accounts/control", "/accounts/1000"}));
-    EXPECT_EQ("/accounts/1000/control\n/accounts/control\n/pps/a/control2\n" + WALLPAPER + "\n/pps/w/other\n",
-              listed());
+    EXPECT_EQ(listed(), "/accounts/1000/control\n/accounts/control\n/pps/a/control2\n" + WALLPAPER +
+                            "\n/pps/w/other\n");
   }));
 }
 
@@ -137,7 +134,7 @@ TEST_F(SettingsPathList, LeavesOutWhatBeginsWithTheTextOfTheBlacklist) {
     put_object("/pps/service");
     put_object("/pps/keep");
     put_script("1", naming({}, {"/pps/services", "/pps/keep/"}));
-    EXPECT_EQ("/pps/keep\n/pps/service\n" + WALLPAPER + "\n", listed());
+    EXPECT_EQ(listed(), "/pps/keep\n/pps/service\n" + WALLPAPER + "\n");
   }));
 }
 
@@ -153,10 +150,10 @@ TEST_F(SettingsPathList, HasWhatTheWhitelistNames) {
     std::filesystem::create_symlink("/w/folder", "/w/folder/inner_link");
     std::filesystem::create_symlink("nowhere", "/w/dangling");
     put_script("1", naming({"/w/file", "/w/missing", "/w/folder", "/w/link", "/w/dangling", "/w/file"}));
-    EXPECT_EQ(WALLPAPER +
+    EXPECT_EQ(listed(),
+              WALLPAPER +
                   "\n/w/dangling\n/w/file\n/w/file\n/w/folder/a\n/w/folder/empty\n/w/folder/inner_link\n"
-                  "/w/folder/sub\n/w/folder/sub/b\n/w/link\n",
-              listed());
+                  "/w/folder/sub\n/w/folder/sub/b\n/w/link\n");
   }));
 }
 
@@ -170,7 +167,7 @@ TEST_F(SettingsPathList, HoldsWhitelistedFoldersAgainstTheBlacklistButNotFiles) 
     put("/w/hidden/d");
     put_script("1", naming({"/w/file", "/w/folder", "/w/hidden"},
                            {"/w/file", "/w/folder/a", "/w/folder/sub/", "/w/hidden"}));
-    EXPECT_EQ(WALLPAPER + "\n/w/file\n/w/folder/b\n/w/folder/sub\n", listed());
+    EXPECT_EQ(listed(), WALLPAPER + "\n/w/file\n/w/folder/b\n/w/folder/sub\n");
   }));
 }
 
@@ -178,7 +175,7 @@ TEST_F(SettingsPathList, TakesTheNamesOfTheWhitelistAsTheyWerePrinted) {
   EXPECT_TRUE(on_the_device([] {
     put("/w/x");
     put_script("1", naming({"/w/", "/w/../w/x", "/w//x", "/w/x/"}));
-    EXPECT_EQ(WALLPAPER + "\n/w/../w/x\n/w//x\n/w/x\n", listed());
+    EXPECT_EQ(listed(), WALLPAPER + "\n/w/../w/x\n/w//x\n/w/x\n");
   }));
 }
 
@@ -187,7 +184,7 @@ TEST_F(SettingsPathList, HasWhitelistedObjectsBelowPps) {
     put("/pps/not_stored");
     put_object("/pps/stored");
     put_script("1", naming({"/pps/not_stored", "/pps/stored"}));
-    EXPECT_EQ("/pps/not_stored\n" + WALLPAPER + "\n/pps/stored\n/pps/stored\n", listed());
+    EXPECT_EQ(listed(), "/pps/not_stored\n" + WALLPAPER + "\n/pps/stored\n/pps/stored\n");
   }));
 }
 
@@ -197,25 +194,26 @@ TEST_F(SettingsPathList, IsShownWithMuchOutput) {
     put("/w/b");
     put_script("1", naming({"/w/b"}));
     static_cast<void>(listed());
-    std::filesystem::remove_all(test::SETTINGS_SCRIPTS);
+    std::filesystem::remove_all(SETTINGS_SCRIPTS);
     harbix::verbose = true;
-    const test::CapturedOutput errors(STDERR_FILENO);
+    const CapturedOutput errors(STDERR_FILENO);
     harbix::Completeness completeness;
     static_cast<void>(harbix::settings_path_list(completeness));
-    EXPECT_EQ("/pps/a\n" + WALLPAPER + "\n/w/b\n", errors.text());
+    EXPECT_EQ(errors.text(), "/pps/a\n" + WALLPAPER + "\n/w/b\n");
   }));
 }
 
 TEST_F(SettingsPathList, NeedsTheStoreAndComesBackToWhereItWas) {
   EXPECT_TRUE(on_the_device([] {
-    const test::InsideFolder inside("/pps");
+    const InsideFolder inside("/pps");
     put_object("/pps/a");
-    EXPECT_EQ("/pps/a\n" + WALLPAPER + "\n", listed());
-    EXPECT_EQ("/pps", std::filesystem::current_path().string());
+    EXPECT_EQ(listed(), "/pps/a\n" + WALLPAPER + "\n");
+    EXPECT_EQ(std::filesystem::current_path().string(), "/pps");
     std::filesystem::remove_all("/var/pps");
-    EXPECT_NE("", test::message_of<fs::Exception>([] { static_cast<void>(listed()); }));
-    EXPECT_EQ("/pps", std::filesystem::current_path().string());
+    EXPECT_NE(message_of<fs::Exception>([] { static_cast<void>(listed()); }), "");
+    EXPECT_EQ(std::filesystem::current_path().string(), "/pps");
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,21 +3,14 @@
 #include <filesystem>
 #include <string>
 
-#include "settings/restore_run.h"
-#include "settings/settings_device.h"
-#include "support/tree.h"
+#include "tests/settings/restore_run.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using test::naming;
-using test::package;
-using test::put;
-using test::put_script;
-using test::restore_settings;
-using test::Restored;
-using test::Tree;
-
-class SettingsRestoreLinks : public test::SettingsDevice {
+class SettingsRestoreLinks : public SettingsDevice {
  protected:
   static constexpr const char* NAME = "/settings/w/s/link";
 
@@ -26,10 +19,10 @@ class SettingsRestoreLinks : public test::SettingsDevice {
       put_script("1", naming({"/w"}));
       std::filesystem::create_directories("/w/s");
       const Restored restored = restore_settings(package(1).link(NAME, target).text());
-      EXPECT_EQ(0, restored.status);
-      EXPECT_EQ((comes_back ? "Restore: " : "Skip: ") + std::string(NAME) + "\n", restored.errors) << target;
+      EXPECT_EQ(restored.status, 0);
+      EXPECT_EQ(restored.errors, (comes_back ? "Restore: " : "Skip: ") + std::string(NAME) + "\n") << target;
       if (comes_back) {
-        EXPECT_TRUE((Tree{test::link("link", target)}).matches("/w/s")) << target;
+        EXPECT_TRUE((Tree{link("link", target)}).matches("/w/s")) << target;
       } else {
         EXPECT_TRUE(Tree{}.matches("/w/s")) << target;
       }
@@ -76,8 +69,8 @@ TEST_F(SettingsRestoreLinks, ReplaceNothingThatIsUnlisted) {
     put_script("1", naming({"/w"}));
     put("/w/s/file", "old");
     const Restored restored = restore_settings(package(1).link("/settings/w/s/file", "b").text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_TRUE((Tree{test::link("file", "b")}).matches("/w/s"));
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_TRUE((Tree{link("file", "b")}).matches("/w/s"));
   }));
 }
 
@@ -93,10 +86,9 @@ TEST_F(SettingsRestoreLinks, AreNotFollowedByTheEntriesBehindThem) {
                                                    .file("/settings/w/s/out/file", "new")
                                                    .file("/settings/w/s/out/other", "new")
                                                    .text());
-    EXPECT_EQ(1, restored.status);
-    EXPECT_TRUE((Tree{test::file("file", "old")}).matches("/etc"));
-    EXPECT_TRUE(
-        (Tree{test::dir("real"), test::link("in", "real"), test::link("out", "/etc")}).matches("/w/s"));
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_TRUE((Tree{file("file", "old")}).matches("/etc"));
+    EXPECT_TRUE((Tree{dir("real"), link("in", "real"), link("out", "/etc")}).matches("/w/s"));
     EXPECT_NE(std::string::npos, restored.errors.find("Restore: /settings/w/s/out/file\nWarning: "))
         << restored.errors;
   }));
@@ -109,9 +101,10 @@ TEST_F(SettingsRestoreLinks, ThatExistAreNotWrittenThrough) {
     std::filesystem::create_directories("/w/s");
     std::filesystem::create_symlink("/etc/file", "/w/s/listed");
     const Restored restored = restore_settings(package(1).file("/settings/w/s/listed", "new").text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ("old", test::read_file("/etc/file"));
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(read_file("/etc/file"), "old");
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "archive/archive_test_support.h"
 #include "settings/restore.h"
-#include "support/captured_output.h"
-#include "support/recorded_log.h"
-#include "support/tar_builder.h"
-#include "support/tree.h"
+#include "tests/support/archive.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 
 /// What a settings restore came to.
 struct Restored {
@@ -43,4 +43,4 @@ inline TarBuilder package(int records) {
   return archive;
 }
 
-}  // namespace test
+}  // namespace harbix::test

@@ -2,58 +2,49 @@
 #include <string>
 
 #include "base/flags.h"
-#include "settings/restore_run.h"
-#include "settings/settings_device.h"
-#include "support/tree.h"
+#include "tests/settings/restore_run.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using test::add_package;
-using test::file;
-using test::naming;
-using test::package;
-using test::put_script;
-using test::restore_settings;
-using test::Restored;
-using test::TarBuilder;
-using test::Tree;
-
 /// How a restore ends, whatever the archive's entries are worth.
-class SettingsRestoreStream : public test::SettingsDevice {
+class SettingsRestoreStream : public SettingsDevice {
  protected:
   [[nodiscard]] ::testing::AssertionResult on_the_whitelisting_device(
       const std::function<void()>& body) const {
     return on_the_device([&body] {
       put_script("1", naming({"/w"}));
       std::filesystem::create_directory("/w");
-      test::put_object("/pps/x", "old\n");
+      put_object("/pps/x", "old\n");
       body();
       // Whatever happened.
-      EXPECT_EQ("restore_start\nrestore_end\n", test::events_in_the_end("restore_start\nrestore_end\n"));
-      EXPECT_EQ(0U, ::geteuid());
+      EXPECT_EQ(events_in_the_end("restore_start\nrestore_end\n"), "restore_start\nrestore_end\n");
+      EXPECT_EQ(::geteuid(), 0U);
     });
   }
   static void expect_error(const Restored& restored, const std::string& message) {
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     EXPECT_TRUE(restored.errors.ends_with("Error: " + message + "\n")) << restored.errors;
     ASSERT_FALSE(restored.log.empty());
-    EXPECT_EQ("2 ERROR: " + message, restored.log.back());
+    EXPECT_EQ(restored.log.back(), "2 ERROR: " + message);
   }
 };
 
 TEST_F(SettingsRestoreStream, EndsNormallyWithoutAnyPackage) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
     const Restored restored = restore_settings(TarBuilder().text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ("", restored.errors);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors, "");
   }));
 }
 
 TEST_F(SettingsRestoreStream, EndsNormallyWhenEntriesAreFewerThanRecords) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
     const Restored restored = restore_settings(package(5).file("/settings/w/a", "a").text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ("Restore: /settings/w/a\n", restored.errors);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors, "Restore: /settings/w/a\n");
     EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
   }));
 }
@@ -85,7 +76,7 @@ TEST_F(SettingsRestoreStream, GoesThroughAllPackages) {
     add_package(archive, 0);
     add_package(archive, 1).file("/settings/w/a", "again");
     const Restored restored = restore_settings(archive.text());
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(restored.status, 0);
     EXPECT_TRUE((Tree{file("a", "again", 0660), file("b", "b", 0660), file("c", "c", 0660)}).matches("/w"));
     const std::string name = "************* /settings/.backup.metadata ******************\n";
     EXPECT_TRUE(restored.errors.ends_with(
@@ -105,7 +96,7 @@ TEST_F(SettingsRestoreStream, GoesOnBehindAWarningWithTheNextPackage) {
     TarBuilder archive = package(1).file("/settings/pps/x", "new");
     add_package(archive, 1).file("/settings/w/b", "b");
     const Restored restored = restore_settings(archive.text());
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     EXPECT_TRUE((Tree{file("b", "b", 0660)}).matches("/w"));
   }));
 }
@@ -128,7 +119,7 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheArchiveIsCut) {
   for (std::size_t size = 512; size + 1024 <= whole.size(); size += 512) {
     EXPECT_TRUE(on_the_whitelisting_device([&] {
       const Restored restored = restore_settings(whole.substr(0, size));
-      EXPECT_EQ(1, restored.status) << size << restored.errors;
+      EXPECT_EQ(restored.status, 1) << size << restored.errors;
       EXPECT_NE(std::string::npos, restored.errors.find("Error: ")) << size << restored.errors;
     })) << size;
   }
@@ -148,7 +139,7 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorInTheMiddleOfAnEntry) {
     EXPECT_TRUE(on_the_whitelisting_device([&] {
       const TarBuilder archive = package(1).add(TarBuilder::FILE, row.name, "abc", 0660, "", 5000);
       const Restored restored = restore_settings(archive.truncated_text());
-      EXPECT_EQ(1, restored.status);
+      EXPECT_EQ(restored.status, 1);
       EXPECT_TRUE(restored.errors.starts_with("Restore: " + row.name + "\n" + row.warning))
           << restored.errors;
       EXPECT_NE(std::string::npos, restored.errors.find("\nError: Failed to read archive header "))
@@ -161,7 +152,7 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheSettingsCannotBeListed) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
     std::filesystem::remove_all("/var/pps");
     const Restored restored = restore_settings(package(1).file("/settings/w/a", "a").text());
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     EXPECT_TRUE(restored.errors.starts_with("Error: ")) << restored.errors;
     EXPECT_NE(std::string::npos, restored.errors.find("'/var/pps'")) << restored.errors;
     EXPECT_TRUE(Tree{}.matches("/w"));
@@ -169,3 +160,4 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorWhereTheSettingsCannotBeListed) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -7,35 +7,24 @@
 #include <string>
 
 #include "base/flags.h"
-#include "settings/restore_run.h"
-#include "settings/settings_device.h"
-#include "support/tree.h"
+#include "tests/settings/restore_run.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using test::dir;
-using test::file;
-using test::naming;
-using test::package;
-using test::put;
-using test::put_object;
-using test::put_script;
-using test::restore_settings;
-using test::Restored;
-using test::TarBuilder;
-using test::Tree;
 
 constexpr unsigned OWNER = 4001;
 
 /// A device whose whitelist names "/w", a folder that an ordinary user owns, and that has one object.
-class SettingsRestore : public test::SettingsDevice {
+class SettingsRestore : public SettingsDevice {
  protected:
   [[nodiscard]] ::testing::AssertionResult on_the_whitelisting_device(
       const std::function<void()>& body) const {
     return on_the_device([&body] {
       put_script("1", naming({"/w"}, {"/w/black"}));
       std::filesystem::create_directory("/w");
-      ASSERT_EQ(0, ::chown("/w", OWNER, 100));
+      ASSERT_EQ(::chown("/w", OWNER, 100), 0);
       put_object("/pps/services/x", "old::1\n");
       body();
     });
@@ -51,26 +40,25 @@ TEST_F(SettingsRestore, BringsBackObjectsAndFiles) {
                                                    .file("/settings/w/d/f", "-text\n", 0604)
                                                    .file("/settings/w/g", "", 0777)
                                                    .text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(
-        "Restore: /settings/pps/services/x\nRestore: /settings/w/d\nRestore: /settings/w/d/f\n"
-        "Restore: /settings/w/g\n",
-        restored.errors);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors,
+              "Restore: /settings/pps/services/x\nRestore: /settings/w/d\nRestore: /settings/w/d/f\n"
+              "Restore: /settings/w/g\n");
     EXPECT_TRUE(restored.log.empty());
-    EXPECT_EQ("old::1\na::1\n", test::read_file("/pps/services/x"));
+    EXPECT_EQ(read_file("/pps/services/x"), "old::1\na::1\n");
     const Tree expected{dir("d", {file("f", "-text\n", 0604).owned_by(OWNER, 0)}, 0750).owned_by(OWNER, 0),
                         file("g", "", 0777).owned_by(OWNER, 0)};
     EXPECT_TRUE(expected.matches("/w"));
-    EXPECT_EQ("restore_start\nrestore_end\n", test::events_in_the_end("restore_start\nrestore_end\n"));
-    EXPECT_EQ(0U, ::geteuid());
-    EXPECT_EQ(0U, ::getegid());
+    EXPECT_EQ(events_in_the_end("restore_start\nrestore_end\n"), "restore_start\nrestore_end\n");
+    EXPECT_EQ(::geteuid(), 0U);
+    EXPECT_EQ(::getegid(), 0U);
   }));
 }
 
 TEST_F(SettingsRestore, ActsAsTheOwnerOfEachEntry) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
     put("/w/private/kept", "old");
-    ASSERT_EQ(0, ::chmod("/w/private", 0700));
+    ASSERT_EQ(::chmod("/w/private", 0700), 0);
     const Restored restored = restore_settings(package(4)
                                                    .owner(OWNER)
                                                    .file("/settings/w/a", "a")
@@ -81,7 +69,7 @@ TEST_F(SettingsRestore, ActsAsTheOwnerOfEachEntry) {
                                                    .owner(0)
                                                    .file("/settings/w/c", "c")
                                                    .text());
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     const Tree expected{file("a", "a", 0660).owned_by(OWNER, 0), file("c", "c", 0660).owned_by(0, 0),
                         dir("private", {file("kept", "old")}, 0700)};
     EXPECT_TRUE(expected.matches("/w"));
@@ -109,11 +97,11 @@ TEST_F(SettingsRestore, SkipsWhatTheDeviceDoesNotBackUp) {
     }
     archive.file("/settings/w/last", "last");
     const Restored restored = restore_settings(archive.text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(expected + "Restore: /settings/w/last\n", restored.errors);
-    EXPECT_EQ("old", test::read_file("/pps/not_stored"));
-    EXPECT_EQ("old", test::read_file("/pps/control"));
-    EXPECT_EQ("root", test::read_file("/etc/passwd"));
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors, expected + "Restore: /settings/w/last\n");
+    EXPECT_EQ(read_file("/pps/not_stored"), "old");
+    EXPECT_EQ(read_file("/pps/control"), "old");
+    EXPECT_EQ(read_file("/etc/passwd"), "root");
     EXPECT_FALSE(std::filesystem::exists("/pps/unknown"));
     const Tree tree{file("last", "last", 0660), dir("folder", {file("x", "x")})};
     EXPECT_TRUE(tree.matches("/w"));
@@ -131,10 +119,10 @@ TEST_F(SettingsRestore, RefusesTricksInPaths) {
     }
     archive.file("/settings/w/.../x", "fine");
     const Restored restored = restore_settings(archive.text());
-    EXPECT_EQ(expected + "Restore: /settings/w/.../x\n", restored.errors);
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(restored.errors, expected + "Restore: /settings/w/.../x\n");
+    EXPECT_EQ(restored.status, 0);
     EXPECT_FALSE(std::filesystem::exists("/etc"));
-    EXPECT_TRUE((Tree{dir("...", {file("x", "fine", 0660)}, test::ANY_MODE)}).matches("/w"));
+    EXPECT_TRUE((Tree{dir("...", {file("x", "fine", 0660)}, ANY_MODE)}).matches("/w"));
   }));
 }
 
@@ -148,16 +136,16 @@ TEST_F(SettingsRestore, WarnsOfOneEntryAndGoesOn) {
                                                    .file("/settingsX/w/x", "new")
                                                    .file("/settings/w/a", "a")
                                                    .text());
-    EXPECT_EQ(1, restored.status);
+    EXPECT_EQ(restored.status, 1);
     EXPECT_EQ(
+        restored.errors,
         "Restore: /settings/pps/gone\nWARNING: File /settings/pps/gone could not be restored due to "
         "restore_pps failed [errno:2 'No such file or directory']\n"
         "WARNING: File /media/x could not be restored due to Path '/media/x' is not subdirectory of "
         "'/settings'\n"
         "WARNING: File /settingsX/w/x could not be restored due to Path '/settingsX/w/x' is not subdirectory "
         "of '/settings'\n"
-        "Restore: /settings/w/a\n",
-        restored.errors);
+        "Restore: /settings/w/a\n");
     EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
   }));
 }
@@ -173,7 +161,7 @@ TEST_F(SettingsRestore, NeverMakesSetIdOrStickyFiles) {
                                                    .file("/settings/w/root", "r", 06711)
                                                    .file("/settings/w/old", "new", 04644)
                                                    .text());
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(restored.status, 0);
     const Tree expected{file("f", "f", 0755), dir("d", {}, 0750), file("root", "r", 0711),
                         file("old", "new", 0644)};
     EXPECT_TRUE(expected.matches("/w"));
@@ -192,15 +180,14 @@ TEST_F(SettingsRestore, SkipsHardLinksDevicesAndFifos) {
                              .add(TarBuilder::HARD_LINK, "/settings/pps/services/x", "", 0666, "/secret")
                              .file("/settings/w/a", "a")
                              .text());
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(
-        "Skip: /settings/w/hard\nSkip: /settings/w/character\nSkip: /settings/w/block\nSkip: "
-        "/settings/w/fifo\nSkip: /settings/pps/services/x\nRestore: /settings/w/a\n",
-        restored.errors);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors,
+              "Skip: /settings/w/hard\nSkip: /settings/w/character\nSkip: /settings/w/block\nSkip: "
+              "/settings/w/fifo\nSkip: /settings/pps/services/x\nRestore: /settings/w/a\n");
     EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
     struct ::stat record {};
-    ASSERT_EQ(0, ::stat("/secret", &record));
-    EXPECT_EQ(1U, record.st_nlink);
+    ASSERT_EQ(::stat("/secret", &record), 0);
+    EXPECT_EQ(record.st_nlink, 1U);
   }));
 }
 
@@ -208,7 +195,7 @@ TEST_F(SettingsRestore, ReportsWithMuchOutput) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
     harbix::verbose = true;
     const Restored restored = restore_settings(package(1).file("/settings/w/a", "a").text());
-    EXPECT_EQ(0, restored.status);
+    EXPECT_EQ(restored.status, 0);
     EXPECT_TRUE(
         restored.errors.ends_with("Required space on disk: 5 bytes, or 4096 real bytes or 1 blocks\n"
                                   "************* /settings/.backup.metadata ******************\nRestore: "
@@ -220,13 +207,14 @@ TEST_F(SettingsRestore, ReportsWithMuchOutput) {
 TEST_F(SettingsRestore, AsksForTheListsBeforeItTellsOfItsStart) {
   EXPECT_TRUE(on_the_device([] {
     put_script("1", "echo $1 >> /events\n");
-    EXPECT_EQ(0, restore_settings(package(0).text()).status);
-    const std::string events = test::events_in_the_end("");
+    EXPECT_EQ(restore_settings(package(0).text()).status, 0);
+    const std::string events = events_in_the_end("");
     EXPECT_TRUE(events.starts_with("whitelist\nblacklist\nrestore_start\nwhitelist\nblacklist\n")) << events;
     const std::string all =
         "whitelist\nblacklist\nrestore_start\nwhitelist\nblacklist\nwhitelist\nblacklist\nrestore_end\n";
-    EXPECT_EQ(all, test::events_in_the_end(all));
+    EXPECT_EQ(events_in_the_end(all), all);
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

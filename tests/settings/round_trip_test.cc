@@ -6,18 +6,14 @@
 #include <vector>
 
 #include "settings/backup.h"
-#include "settings/restore_run.h"
-#include "settings/settings_device.h"
-#include "support/tree.h"
+#include "tests/settings/restore_run.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using test::naming;
-using test::put;
-using test::put_script;
-using test::Tree;
-
-class SettingsRoundTrip : public test::SettingsDevice {};
+class SettingsRoundTrip : public SettingsDevice {};
 
 /// Names that a manifest could stumble over.
 std::vector<std::string> awkward_names() {
@@ -34,11 +30,11 @@ std::vector<std::string> awkward_names() {
 }
 
 std::string back_up() {
-  const test::Utf8Names names;
-  test::Writer writer("/a.tar");
-  EXPECT_EQ(0, harbix::settings::back_up(writer));
+  const Utf8Names names;
+  Writer writer("/a.tar");
+  EXPECT_EQ(harbix::settings::back_up(writer), 0);
   writer.close();
-  return test::read_file("/a.tar");
+  return read_file("/a.tar");
 }
 
 TEST_F(SettingsRoundTrip, BringsBackHundredsOfFilesWithAwkwardNames) {
@@ -50,10 +46,10 @@ TEST_F(SettingsRoundTrip, BringsBackHundredsOfFilesWithAwkwardNames) {
     const std::string archive = back_up();
     std::filesystem::remove_all("/w");
     std::filesystem::create_directory("/w");
-    const test::Restored restored = test::restore_settings(archive);
-    EXPECT_EQ(0, restored.status);
-    EXPECT_EQ(std::string::npos, restored.errors.find("Skip: "));
-    EXPECT_EQ(std::string::npos, restored.errors.find("WARNING"));
+    const Restored restored = restore_settings(archive);
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors.find("Skip: "), std::string::npos);
+    EXPECT_EQ(restored.errors.find("WARNING"), std::string::npos);
     EXPECT_TRUE(before.matches("/w"));
   }));
 }
@@ -67,11 +63,12 @@ TEST_F(SettingsRoundTrip, BringsBackHundredsOfObjectsWithAwkwardNames) {
       put(name, "a::1\n[n]b::1\n");
     }
     const std::string archive = back_up();
-    for (const std::string& name : names) test::write_file(name, "");
-    const test::Restored restored = test::restore_settings(archive);
-    EXPECT_EQ(0, restored.status);
-    for (const std::string& name : names) EXPECT_EQ("a::1\n", test::read_file(name)) << name;
+    for (const std::string& name : names) write_file(name, "");
+    const Restored restored = restore_settings(archive);
+    EXPECT_EQ(restored.status, 0);
+    for (const std::string& name : names) EXPECT_EQ(read_file(name), "a::1\n") << name;
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

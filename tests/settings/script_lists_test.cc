@@ -9,20 +9,19 @@
 #include <vector>
 
 #include "base/flags.h"
-#include "settings/settings_device.h"
-#include "support/captured_output.h"
-#include "support/tree.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::begins_with_any;
 using harbix::ScriptList;
 using harbix::settings_script_list;
-using test::CapturedOutput;
-using test::put_script;
 
-const std::string SCRIPT = std::string(test::SETTINGS_SCRIPTS) + "/1";
+const std::string SCRIPT = std::string(SETTINGS_SCRIPTS) + "/1";
 const std::string LOGGED = "script log: " + SCRIPT + ": ";
 
 std::vector<std::string> texts(const std::vector<Path>& paths) {
@@ -34,7 +33,7 @@ std::vector<std::string> texts(const std::vector<Path>& paths) {
 
 using Texts = std::vector<std::string>;
 
-class ScriptLists : public test::SettingsDevice {
+class ScriptLists : public SettingsDevice {
  protected:
   struct Answer {
     Texts paths;
@@ -50,28 +49,28 @@ class ScriptLists : public test::SettingsDevice {
     EXPECT_TRUE(on_the_device([&] {
       put_script("1", commands);
       const Answer answer = ask(ScriptList::WHITELIST);
-      EXPECT_EQ(paths, answer.paths) << commands;
-      EXPECT_EQ(errors, answer.errors) << commands;
+      EXPECT_EQ(answer.paths, paths) << commands;
+      EXPECT_EQ(answer.errors, errors) << commands;
     }));
   }
 };
 
 TEST_F(ScriptLists, AreWhatTheScriptsPrintForTheirTag) {
   EXPECT_TRUE(on_the_device([] {
-    put_script("1", test::naming({"/a", "/b c"}, {"/x"}));
-    put_script("2", test::naming({"/b c"}, {"/y", "/z"}));
-    EXPECT_EQ("/a\n/b c\n/b c\n", test::sorted_lines(ask(ScriptList::WHITELIST).paths));
-    EXPECT_EQ("/x\n/y\n/z\n", test::sorted_lines(ask(ScriptList::BLACKLIST).paths));
-    EXPECT_EQ("", test::read_file("/events"));
+    put_script("1", naming({"/a", "/b c"}, {"/x"}));
+    put_script("2", naming({"/b c"}, {"/y", "/z"}));
+    EXPECT_EQ(sorted_lines(ask(ScriptList::WHITELIST).paths), "/a\n/b c\n/b c\n");
+    EXPECT_EQ(sorted_lines(ask(ScriptList::BLACKLIST).paths), "/x\n/y\n/z\n");
+    EXPECT_EQ(read_file("/events"), "");
   }));
 }
 
 TEST_F(ScriptLists, ComeFromScriptsThatGetTheTagAsTheirOnlyArgument) {
   EXPECT_TRUE(on_the_device([] {
     put_script("1", "echo \"($#):$*\" >> /calls\n");
-    EXPECT_EQ("", ask(ScriptList::BLACKLIST).errors);
-    EXPECT_EQ("", ask(ScriptList::WHITELIST).errors);
-    EXPECT_EQ("(1):blacklist\n(1):whitelist\n", test::read_file("/calls"));
+    EXPECT_EQ(ask(ScriptList::BLACKLIST).errors, "");
+    EXPECT_EQ(ask(ScriptList::WHITELIST).errors, "");
+    EXPECT_EQ(read_file("/calls"), "(1):blacklist\n(1):whitelist\n");
   }));
 }
 
@@ -136,7 +135,7 @@ TEST_F(ScriptLists, DoNotDependOnHowAScriptEnds) {
   EXPECT_TRUE(on_the_device([] {
     put_script("1", "echo 'whitelist /a'\nkill -9 $$\n");
     put_script("2", "echo 'whitelist /b'\n");
-    EXPECT_EQ("/a\n/b\n", test::sorted_lines(ask(ScriptList::WHITELIST).paths));
+    EXPECT_EQ(sorted_lines(ask(ScriptList::WHITELIST).paths), "/a\n/b\n");
   }));
 }
 
@@ -159,10 +158,10 @@ TEST_F(ScriptLists, TakeAMegabyteOfOutput) {
                "i=0\nwhile [ $i -lt 1000 ]; do echo \"whitelist /p/$i\"; i=$((i+1)); done\n"
                "head -c 1000000 /dev/zero | tr '\\0' x\necho\necho 'whitelist /last'\n");
     const Answer answer = ask(ScriptList::WHITELIST);
-    ASSERT_EQ(1001U, answer.paths.size());
-    EXPECT_EQ("/p/999", answer.paths[999]);
-    EXPECT_EQ("/last", answer.paths.back());
-    EXPECT_EQ(1000000, std::ranges::count(answer.errors, 'x'));
+    ASSERT_EQ(answer.paths.size(), 1001U);
+    EXPECT_EQ(answer.paths[999], "/p/999");
+    EXPECT_EQ(answer.paths.back(), "/last");
+    EXPECT_EQ(std::ranges::count(answer.errors, 'x'), 1000000);
     EXPECT_TRUE(answer.errors.ends_with("x\n"));
   }));
 }
@@ -170,15 +169,15 @@ TEST_F(ScriptLists, TakeAMegabyteOfOutput) {
 TEST_F(ScriptLists, PassOverScriptsThatCannotRun) {
   EXPECT_TRUE(on_the_device([] {
     put_script("1", "echo 'whitelist /a'\n");
-    ASSERT_EQ(0, ::chmod(SCRIPT.c_str(), 0644));
+    ASSERT_EQ(::chmod(SCRIPT.c_str(), 0644), 0);
     put_script("2", "echo 'whitelist /b'\n");
-    ASSERT_EQ(0, ::symlink("nowhere", (std::string(test::SETTINGS_SCRIPTS) + "/3").c_str()));
+    ASSERT_EQ(::symlink("nowhere", (std::string(SETTINGS_SCRIPTS) + "/3").c_str()), 0);
     const Answer answer = ask(ScriptList::WHITELIST);
-    EXPECT_EQ(Texts{"/b"}, answer.paths);
+    EXPECT_EQ(answer.paths, Texts{"/b"});
     EXPECT_NE(std::string::npos, answer.errors.find(LOGGED)) << answer.errors;
     EXPECT_NE(std::string::npos, answer.errors.find("ermission denied\n")) << answer.errors;
     EXPECT_NE(std::string::npos, answer.errors.find("/3: not found\n")) << answer.errors;
-    EXPECT_EQ(2, std::ranges::count(answer.errors, '\n')) << answer.errors;
+    EXPECT_EQ(std::ranges::count(answer.errors, '\n'), 2) << answer.errors;
   }));
 }
 
@@ -187,35 +186,35 @@ TEST_F(ScriptLists, PassOverFoldersAndWhatTheyHold) {
     put_script("inner/1", "echo 'whitelist /a'\n");
     put_script("2", "echo 'whitelist /b'\n");
     const Answer answer = ask(ScriptList::WHITELIST);
-    EXPECT_EQ(Texts{"/b"}, answer.paths);
-    EXPECT_EQ("", answer.errors);
+    EXPECT_EQ(answer.paths, Texts{"/b"});
+    EXPECT_EQ(answer.errors, "");
   }));
 }
 
 TEST_F(ScriptLists, AreEmptyWithoutTheFolder) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::remove_all("/base");
-    EXPECT_EQ(Texts{}, ask(ScriptList::WHITELIST).paths);
-    EXPECT_EQ("", ask(ScriptList::BLACKLIST).errors);
+    EXPECT_EQ(ask(ScriptList::WHITELIST).paths, Texts{});
+    EXPECT_EQ(ask(ScriptList::BLACKLIST).errors, "");
   }));
 }
 
 TEST_F(ScriptLists, AreKeptOnceTheyAreNotEmptyAndAskedForAgainUntilThen) {
   EXPECT_TRUE(on_the_device([] {
     put_script("1", "echo $1 >> /calls\n[ $1 = blacklist ] || cat /list\n");
-    test::write_file("/list", "");
-    EXPECT_EQ(Texts{}, ask(ScriptList::WHITELIST).paths);
-    EXPECT_EQ(Texts{}, ask(ScriptList::WHITELIST).paths);
-    EXPECT_EQ("whitelist\nwhitelist\n", test::read_file("/calls"));
-    test::write_file("/list", "whitelist /a\n");
-    EXPECT_EQ(Texts{"/a"}, ask(ScriptList::WHITELIST).paths);
-    test::write_file("/list", "whitelist /b\n");
-    EXPECT_EQ(Texts{"/a"}, ask(ScriptList::WHITELIST).paths);
-    EXPECT_EQ("whitelist\nwhitelist\nwhitelist\n", test::read_file("/calls"));
+    write_file("/list", "");
+    EXPECT_EQ(ask(ScriptList::WHITELIST).paths, Texts{});
+    EXPECT_EQ(ask(ScriptList::WHITELIST).paths, Texts{});
+    EXPECT_EQ(read_file("/calls"), "whitelist\nwhitelist\n");
+    write_file("/list", "whitelist /a\n");
+    EXPECT_EQ(ask(ScriptList::WHITELIST).paths, Texts{"/a"});
+    write_file("/list", "whitelist /b\n");
+    EXPECT_EQ(ask(ScriptList::WHITELIST).paths, Texts{"/a"});
+    EXPECT_EQ(read_file("/calls"), "whitelist\nwhitelist\nwhitelist\n");
     // One list says nothing of the other.
-    EXPECT_EQ(Texts{}, ask(ScriptList::BLACKLIST).paths);
-    EXPECT_EQ(Texts{}, ask(ScriptList::BLACKLIST).paths);
-    EXPECT_EQ("whitelist\nwhitelist\nwhitelist\nblacklist\nblacklist\n", test::read_file("/calls"));
+    EXPECT_EQ(ask(ScriptList::BLACKLIST).paths, Texts{});
+    EXPECT_EQ(ask(ScriptList::BLACKLIST).paths, Texts{});
+    EXPECT_EQ(read_file("/calls"), "whitelist\nwhitelist\nwhitelist\nblacklist\nblacklist\n");
   }));
 }
 
@@ -224,13 +223,13 @@ TEST_F(ScriptLists, AreToldOfWithMuchOutput) {
     harbix::verbose = true;
     put_script("1", "echo \"$1 /a b \"\necho log\necho $1 b\n");
     const std::string client = "System client b&r settings script:  " + SCRIPT + "\n";
-    EXPECT_EQ(client + "Adding /a b  to the settings whitelist\n" + LOGGED +
-                  "log\nEmpty whitelist line or non-absolute path detected in " + SCRIPT + "\n",
-              ask(ScriptList::WHITELIST).errors);
-    EXPECT_EQ(client + "Adding /a b  to the settings blacklist\n" + LOGGED +
-                  "log\nEmpty blacklist line or non-absolute path detected in " + SCRIPT + "\n",
-              ask(ScriptList::BLACKLIST).errors);
-    EXPECT_EQ("", ask(ScriptList::WHITELIST).errors);
+    EXPECT_EQ(ask(ScriptList::WHITELIST).errors,
+              client + "Adding /a b  to the settings whitelist\n" + LOGGED +
+                  "log\nEmpty whitelist line or non-absolute path detected in " + SCRIPT + "\n");
+    EXPECT_EQ(ask(ScriptList::BLACKLIST).errors,
+              client + "Adding /a b  to the settings blacklist\n" + LOGGED +
+                  "log\nEmpty blacklist line or non-absolute path detected in " + SCRIPT + "\n");
+    EXPECT_EQ(ask(ScriptList::WHITELIST).errors, "");
   }));
 }
 
@@ -245,3 +244,4 @@ TEST(BeginsWithAny, ComparesCharacters) {
 }
 
 }  // namespace
+}  // namespace harbix::test

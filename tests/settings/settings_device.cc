@@ -1,4 +1,4 @@
-#include "settings/settings_device.h"
+#include "tests/settings/settings_device.h"
 
 #include <sys/stat.h>
 
@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <thread>
 
-#include "support/private_root.h"
-#include "support/tree.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 /// How often a text stands in another.
@@ -57,7 +57,7 @@ void put_script(const std::string& name, const std::string& commands) {
   // One of that name may still be running: it stays what it is.
   std::filesystem::remove(path);
   put(path, "#!/bin/sh\n" + commands);
-  ASSERT_EQ(0, ::chmod(path.c_str(), 0755));
+  ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
 }
 
 std::string naming(const std::vector<std::string>& whitelist, const std::vector<std::string>& blacklist) {
@@ -83,4 +83,4 @@ std::string sorted_lines(std::vector<std::string> texts) {
   return lines;
 }
 
-}  // namespace test
+}  // namespace harbix::test

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
 
-namespace test {
+namespace harbix::test {
 
 /// The fixed folder of the settings scripts.
 inline constexpr char SETTINGS_SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
@@ -44,4 +44,4 @@ void put_script(const std::string& name, const std::string& commands);
 /// The texts, sorted, each followed by a newline.
 [[nodiscard]] std::string sorted_lines(std::vector<std::string> texts);
 
-}  // namespace test
+}  // namespace harbix::test

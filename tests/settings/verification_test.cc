@@ -6,15 +6,14 @@
 #include <filesystem>
 #include <string>
 
-#include "settings/settings_device.h"
-#include "support/captured_output.h"
+#include "tests/settings/settings_device.h"
+#include "tests/support/captured_output.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::AllowedSettings;
-using test::CapturedOutput;
-using test::put;
 
 enum class Verdict { ACCEPTED, REFUSED_SILENTLY, REFUSED_WITH_MESSAGE };
 
@@ -24,7 +23,7 @@ Verdict verdict_of(const AllowedSettings& allowed, const std::string& candidate)
   const std::string told = errors.text();
   if (told.empty()) return accepted ? Verdict::ACCEPTED : Verdict::REFUSED_SILENTLY;
   EXPECT_FALSE(accepted) << candidate;
-  EXPECT_EQ("Path " + candidate + " failed verification for restore\n", told);
+  EXPECT_EQ(told, "Path " + candidate + " failed verification for restore\n");
   return Verdict::REFUSED_WITH_MESSAGE;
 }
 
@@ -97,8 +96,8 @@ TEST(RestorePathText, IsCheckedForTricks) {
       {"/a\n/./b", false},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(row.accepted ? Verdict::ACCEPTED : Verdict::REFUSED_WITH_MESSAGE,
-              verdict_of(listing(row.path), row.path))
+    EXPECT_EQ(verdict_of(listing(row.path), row.path),
+              row.accepted ? Verdict::ACCEPTED : Verdict::REFUSED_WITH_MESSAGE)
         << "'" << row.path << "'";
   }
 }
@@ -111,14 +110,14 @@ TEST(RestorePathList, IsSearchedInItsOrder) {
   }
   allowed.paths.emplace_back("/pps/\xFF");
   std::ranges::sort(allowed.paths, {}, &Path::text);
-  for (const Path& path : allowed.paths) EXPECT_EQ(Verdict::ACCEPTED, verdict_of(allowed, path.text()));
+  for (const Path& path : allowed.paths) EXPECT_EQ(verdict_of(allowed, path.text()), Verdict::ACCEPTED);
   for (const char* path : {"/pps/o", "/pps/o500", "/pps/o1/", "/pps/o1/x", "/pps", "/pps/", "/pps/O1", "/ppt",
                            "/a", "/zz", "", "/pps/o1\xFF"})
-    EXPECT_EQ(Verdict::REFUSED_SILENTLY, verdict_of(allowed, path)) << path;
-  EXPECT_EQ(Verdict::REFUSED_SILENTLY, verdict_of({}, "/pps/o1"));
+    EXPECT_EQ(verdict_of(allowed, path), Verdict::REFUSED_SILENTLY) << path;
+  EXPECT_EQ(verdict_of({}, "/pps/o1"), Verdict::REFUSED_SILENTLY);
 }
 
-class UnlistedRestorePath : public test::SettingsDevice {};
+class UnlistedRestorePath : public SettingsDevice {};
 
 TEST_F(UnlistedRestorePath, IsAcceptedOnlyWhereTheScriptsSayAndNothingStandsInItsWay) {
   EXPECT_TRUE(on_the_device([] {
@@ -184,15 +183,16 @@ TEST_F(UnlistedRestorePath, IsAcceptedOnlyWhereTheScriptsSayAndNothingStandsInIt
         {"/w/black/../x", REFUSED_SILENTLY},
         {"/other/../w/x", REFUSED_SILENTLY},
     };
-    for (const Row& row : rows) EXPECT_EQ(row.verdict, verdict_of(allowed, row.path)) << row.path;
+    for (const Row& row : rows) EXPECT_EQ(verdict_of(allowed, row.path), row.verdict) << row.path;
   }));
 }
 
 TEST_F(UnlistedRestorePath, IsNothingWhereTheWhitelistIsEmpty) {
   EXPECT_TRUE(on_the_device([] {
     for (const char* path : {"/w/x", "/", "", "/etc/passwd"})
-      EXPECT_EQ(Verdict::REFUSED_SILENTLY, verdict_of({}, path)) << path;
+      EXPECT_EQ(verdict_of({}, path), Verdict::REFUSED_SILENTLY) << path;
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

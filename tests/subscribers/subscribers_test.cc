@@ -15,24 +15,20 @@
 
 #include "fs/exception.h"
 #include "fs/glob.h"
-#include "support/captured_output.h"
-#include "support/child_process.h"
-#include "support/private_root.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
 using fs::Path;
 using subscribers::SubscriberManager;
 using subscribers::SubscriberNotice;
 using subscribers::Wait;
-using test::dir;
-using test::file;
-using test::link;
-using test::TemporaryFolder;
-using test::Tree;
 
 /// Appends its name and arguments to the file "seen" beside the scripts' folder, a line a run.
 std::string script(const std::string& more = "") {
@@ -41,15 +37,15 @@ std::string script(const std::string& more = "") {
 
 class Subscribers : public ::testing::Test {
  protected:
-  void build(const std::vector<test::TreeItem>& scripts) {
+  void build(const std::vector<TreeItem>& scripts) {
     Tree{dir("scripts", scripts), file("seen")}.build(folder_.path());
   }
   /// By a path without blanks, as on a device: a shell is to start them.
   void run(const std::string& event, Wait wait) {
-    const test::InsideFolder inside(folder_.path());
+    const InsideFolder inside(folder_.path());
     SubscriberManager::run(event, wait, fs::list_by_glob(Path("scripts")));
   }
-  [[nodiscard]] std::string seen() const { return test::read_file(folder_ / "seen"); }
+  [[nodiscard]] std::string seen() const { return read_file(folder_ / "seen"); }
 
   /// What was seen, once it is `expected`; or as it is when that has not come in ten seconds.
   [[nodiscard]] std::string seen_in_the_end(const std::string& expected) const {
@@ -62,95 +58,94 @@ class Subscribers : public ::testing::Test {
 };
 
 TEST_F(Subscribers, HaveTheirFixedNames) {
-  EXPECT_EQ("/base/scripts/backup_and_restore", SubscriberManager::FSSCRIPTROOT.text());
-  EXPECT_EQ("/base/scripts/backup_and_restore/settings", SubscriberManager::FSSETTINGSSCRIPTROOT.text());
-  EXPECT_EQ("whitelist", SubscriberManager::whitelist_tag);
-  EXPECT_EQ("blacklist", SubscriberManager::blacklist_tag);
-  EXPECT_EQ("backup_start", SubscriberManager::BACKUP_START);
-  EXPECT_EQ("backup_end", SubscriberManager::BACKUP_END);
-  EXPECT_EQ("restore_start", SubscriberManager::RESTORE_START);
-  EXPECT_EQ("restore_end", SubscriberManager::RESTORE_END);
+  EXPECT_EQ(SubscriberManager::FSSCRIPTROOT.text(), "/base/scripts/backup_and_restore");
+  EXPECT_EQ(SubscriberManager::FSSETTINGSSCRIPTROOT.text(), "/base/scripts/backup_and_restore/settings");
+  EXPECT_EQ(SubscriberManager::whitelist_tag, "whitelist");
+  EXPECT_EQ(SubscriberManager::blacklist_tag, "blacklist");
+  EXPECT_EQ(SubscriberManager::BACKUP_START, "backup_start");
+  EXPECT_EQ(SubscriberManager::BACKUP_END, "backup_end");
+  EXPECT_EQ(SubscriberManager::RESTORE_START, "restore_start");
+  EXPECT_EQ(SubscriberManager::RESTORE_END, "restore_end");
 }
 
 TEST_F(Subscribers, RunInOrderWithTheEventAsTheirOnlyArgument) {
   build({file("20_b", script(), 0755), file("10_a", script(), 0755)});
   run("backup_start", Wait::YES);
-  EXPECT_EQ("10_a(1):backup_start\n20_b(1):backup_start\n", seen());
+  EXPECT_EQ(seen(), "10_a(1):backup_start\n20_b(1):backup_start\n");
 }
 
 TEST_F(Subscribers, AreWaitedForOneByOne) {
   build({file("1", script("sleep 0.2\n"), 0755), file("2", script(), 0755)});
   run("restore_start", Wait::YES);
-  EXPECT_EQ("1(1):restore_start\n2(1):restore_start\n", seen());
+  EXPECT_EQ(seen(), "1(1):restore_start\n2(1):restore_start\n");
 }
 
 TEST_F(Subscribers, RunInTheBackgroundWhenNobodyWaits) {
   // The script goes on only when it is told to, which happens after run() has come back.
   build({file("1", script("while [ ! -e \"$(dirname \"$0\")/../go\" ]; do sleep 0.01; done\n"), 0755)});
   run("backup_end", Wait::NO);
-  EXPECT_EQ("", seen());
-  test::write_file(folder_ / "go", "");
-  EXPECT_EQ("1(1):backup_end\n", seen_in_the_end("1(1):backup_end\n"));
+  EXPECT_EQ(seen(), "");
+  write_file(folder_ / "go", "");
+  EXPECT_EQ(seen_in_the_end("1(1):backup_end\n"), "1(1):backup_end\n");
 }
 
 TEST_F(Subscribers, InSubfoldersAreNotRun) {
   build({dir("settings", {file("inner", script(), 0755)}), file("outer", script(), 0755)});
   run("backup_start", Wait::YES);
-  EXPECT_EQ("outer(1):backup_start\n", seen());
+  EXPECT_EQ(seen(), "outer(1):backup_start\n");
 }
 
 TEST_F(Subscribers, MayBeLinksEvenToFolders) {
   build({dir("d"), link("to_d", "d"), file("real", script(), 0755), link("to_real", "real")});
   run("backup_start", Wait::YES);
-  EXPECT_EQ("real(1):backup_start\nto_real(1):backup_start\n", seen());
+  EXPECT_EQ(seen(), "real(1):backup_start\nto_real(1):backup_start\n");
 }
 
 TEST_F(Subscribers, ThatFailChangeNothing) {
   build({file("1", "#!/bin/sh\nexit 3\n", 0755), file("2", "not executable", 0644), link("3", "nowhere"),
          file("4", script(), 0755)});
   run("backup_start", Wait::YES);
-  EXPECT_EQ("4(1):backup_start\n", seen());
+  EXPECT_EQ(seen(), "4(1):backup_start\n");
 }
 
 TEST_F(Subscribers, ThatCannotBeStartedAreLogged) {
   build({file("1", script(), 0755), file("2", script(), 0755)});
-  ASSERT_EQ(0, ::chmod(folder_.path().c_str(), 0755));
-  EXPECT_TRUE(test::passes_in_child([this] {
+  ASSERT_EQ(::chmod(folder_.path().c_str(), 0755), 0);
+  EXPECT_TRUE(passes_in_child([this] {
     const rlimit no_process{.rlim_cur = 0, .rlim_max = 0};
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NPROC, &no_process));
+    ASSERT_EQ(::setrlimit(RLIMIT_NPROC, &no_process), 0);
     // The limit is for users other than the superuser.
-    ASSERT_EQ(0, ::setresuid(4001, 4001, 4001));
-    const test::RecordedLog log;
+    ASSERT_EQ(::setresuid(4001, 4001, 4001), 0);
+    const RecordedLog log;
     run("backup_start", Wait::YES);
     const std::string reason = "' could not be run: Resource temporarily unavailable";
-    EXPECT_EQ((std::vector<std::string>{"3 Subscriber script 'scripts/1" + reason,
-                                        "3 Subscriber script 'scripts/2" + reason}),
-              log.messages());
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{"3 Subscriber script 'scripts/1" + reason,
+                                                        "3 Subscriber script 'scripts/2" + reason}));
   }));
-  EXPECT_EQ("", seen());
+  EXPECT_EQ(seen(), "");
 }
 
 TEST_F(Subscribers, ThatAreGoneEndTheRun) {
   build({file("1", script(), 0755), file("3", script(), 0755)});
   const std::vector<Path> scripts{Path("scripts/1"), Path("scripts/2"), Path("scripts/3")};
-  const test::InsideFolder inside(folder_.path());
+  const InsideFolder inside(folder_.path());
   try {
     SubscriberManager::run("backup_start", Wait::YES, scripts);
     ADD_FAILURE();
   } catch (const fs::Exception& error) {
-    EXPECT_STREQ("Path 'scripts/2' stat failed. [errno:2 'No such file or directory']", error.what());
-    EXPECT_EQ(ENOENT, error.error());
+    EXPECT_STREQ(error.what(), "Path 'scripts/2' stat failed. [errno:2 'No such file or directory']");
+    EXPECT_EQ(error.error(), ENOENT);
   }
-  EXPECT_EQ("1(1):backup_start\n", seen());
+  EXPECT_EQ(seen(), "1(1):backup_start\n");
 }
 
 TEST_F(Subscribers, AreHeardByNobody) {
   build({file("1", "#!/bin/sh\necho out\necho errors >&2\n", 0755)});
-  const test::CapturedOutput output(STDOUT_FILENO);
-  const test::CapturedOutput errors(STDERR_FILENO);
+  const CapturedOutput output(STDOUT_FILENO);
+  const CapturedOutput errors(STDERR_FILENO);
   run("backup_start", Wait::YES);
-  EXPECT_EQ("", output.text());
-  EXPECT_EQ("", errors.text());
+  EXPECT_EQ(output.text(), "");
+  EXPECT_EQ(errors.text(), "");
 }
 
 TEST_F(Subscribers, NoneAtAllIsNoError) {
@@ -174,10 +169,10 @@ class Notice : public ::testing::Test {
 
   /// Runs `body` there.
   ::testing::AssertionResult on_the_device(const std::function<void()>& body) {
-    return test::passes_in_root(root_.path(), body);
+    return passes_in_root(root_.path(), body);
   }
 
-  static std::string seen() { return test::read_file("/seen"); }
+  static std::string seen() { return read_file("/seen"); }
   static std::string seen_in_the_end(const std::string& expected) {
     for (int i = 0; i < 1000 && seen() != expected; ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -195,14 +190,14 @@ TEST_F(Notice, TellsOfTheBeginningAndTheEnd) {
   for (const Row& row : {Row{false, "backup_start\n", "backup_start\nbackup_end\n"},
                          Row{true, "restore_start\n", "restore_start\nrestore_end\n"}}) {
     EXPECT_TRUE(on_the_device([&row] {
-      test::write_file("/seen", "");
+      write_file("/seen", "");
       {
         SubscriberNotice notice(row.restore, SubscriberManager::NOTIFY_MODE);
-        EXPECT_EQ("", seen());
+        EXPECT_EQ(seen(), "");
         notice.start();
-        EXPECT_EQ(row.start, seen());
+        EXPECT_EQ(seen(), row.start);
       }
-      EXPECT_EQ(row.both, seen_in_the_end(row.both));
+      EXPECT_EQ(seen_in_the_end(row.both), row.both);
     }));
   }
 }
@@ -214,7 +209,7 @@ TEST_F(Notice, TellsOfTheEndAfterAThrow) {
       notice.start();
       throw std::runtime_error("on the way");
     } catch (const std::runtime_error&) {
-      EXPECT_EQ("backup_start\nbackup_end\n", seen_in_the_end("backup_start\nbackup_end\n"));
+      EXPECT_EQ(seen_in_the_end("backup_start\nbackup_end\n"), "backup_start\nbackup_end\n");
     }
   }));
 }
@@ -223,39 +218,39 @@ TEST_F(Notice, ThatWasNeverStartedTellsNoEnd) {
   EXPECT_TRUE(on_the_device([] {
     { const SubscriberNotice notice(false, SubscriberManager::NOTIFY_MODE); }
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ("", seen());
+    EXPECT_EQ(seen(), "");
   }));
 }
 
 TEST_F(Notice, WhoseStartThrewTellsNoEnd) {
   EXPECT_TRUE(on_the_device([] {
     // A folder that may not be read cannot be listed.
-    ASSERT_EQ(0, ::chmod("/base/scripts/backup_and_restore/settings", 0700));
-    ASSERT_EQ(0, ::setreuid(65534, 65534));
-    const test::RecordedLog log(5);
+    ASSERT_EQ(::chmod("/base/scripts/backup_and_restore/settings", 0700), 0);
+    ASSERT_EQ(::setreuid(65534, 65534), 0);
+    const RecordedLog log(5);
     {
       SubscriberNotice notice(false, SubscriberManager::NOTIFY_MODE);
       EXPECT_THROW(notice.start(), fs::Exception);
     }
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ("", seen());
+    EXPECT_EQ(seen(), "");
   }));
 }
 
 TEST_F(Notice, WhoseEndCannotBeToldIsLogged) {
   EXPECT_TRUE(on_the_device([] {
-    const test::RecordedLog log;
+    const RecordedLog log;
     {
       SubscriberNotice notice(false, SubscriberManager::NOTIFY_MODE);
       notice.start();
-      ASSERT_EQ(0, ::chmod("/base/scripts/backup_and_restore/settings", 0700));
-      ASSERT_EQ(0, ::setreuid(65534, 65534));
+      ASSERT_EQ(::chmod("/base/scripts/backup_and_restore/settings", 0700), 0);
+      ASSERT_EQ(::setreuid(65534, 65534), 0);
     }
-    EXPECT_EQ((std::vector<std::string>{
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{
                   "3 Subscribers were not told of the end: Glob pattern "
                   "'/base/scripts/backup_and_restore/settings/*' failed. [errno:13 'Permission "
-                  "denied']"}),
-              log.messages());
+                  "denied']"}));
   }));
 }
 
@@ -269,7 +264,7 @@ TEST_F(Notice, InAnotherModeTellsNothing) {
       SubscriberManager::notify("backup_start", mode, Wait::YES);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ("", seen());
+    EXPECT_EQ(seen(), "");
   }));
 }
 
@@ -281,3 +276,4 @@ TEST_F(Notice, TellsNobodyWhereTheFolderIsMissing) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -1,4 +1,4 @@
-#include "support/captured_output.h"
+#include "tests/support/captured_output.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -10,7 +10,7 @@
 #include <iostream>
 #include <system_error>
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 void flush_everything() {
@@ -49,4 +49,4 @@ std::string CapturedOutput::text() const {
   }
 }
 
-}  // namespace test
+}  // namespace harbix::test

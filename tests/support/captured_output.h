@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace test {
+namespace harbix::test {
 
 /// Keeps what the process writes to a descriptor, 1 or 2, until the end of the scope.
 class CapturedOutput {
@@ -24,4 +24,4 @@ class CapturedOutput {
   int kept_;
 };
 
-}  // namespace test
+}  // namespace harbix::test

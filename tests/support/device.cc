@@ -1,4 +1,4 @@
-#include "support/device.h"
+#include "tests/support/device.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 namespace stdfs = std::filesystem;
@@ -136,4 +136,4 @@ std::vector<std::string> Device::logged(int priority) const {
   return messages;
 }
 
-}  // namespace test
+}  // namespace harbix::test

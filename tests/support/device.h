@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "support/process.h"
-#include "support/snapshot.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 
 /// A line of the system log.
 struct LogLine {
@@ -71,4 +71,4 @@ inline constexpr int LOG_PRIORITY_NOTICE = 5;
 inline constexpr int LOG_PRIORITY_INFO = 6;
 inline constexpr int LOG_PRIORITY_DEBUG = 7;
 
-}  // namespace test
+}  // namespace harbix::test

@@ -4,11 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include "support/process.h"
+#include "tests/support/program.h"
 
+namespace harbix::test {
 namespace {
-
-using test::run_program;
 
 using Words = std::vector<std::string>;
 
@@ -16,11 +15,11 @@ using Words = std::vector<std::string>;
 std::string probe(const std::string& call, const std::string& nth, const std::string& error) {
   // By its name alone: a blank in a path of LD_PRELOAD would end the path.
   const std::filesystem::path library(HARBIX_FAILING_CALLS);
-  const test::Outcome outcome =
+  const Outcome outcome =
       run_program({"env", "LD_PRELOAD=" + library.filename().string(),
                    "LD_LIBRARY_PATH=" + library.parent_path().string(), "HARBIX_FAIL_CALL=" + call,
                    "HARBIX_FAIL_NTH=" + nth, "HARBIX_FAIL_ERRNO=" + error, HARBIX_FAILING_CALLS_PROBE});
-  EXPECT_EQ(0, outcome.status) << outcome.errors;
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
   return outcome.output;
 }
 
@@ -41,17 +40,18 @@ std::string report(const std::string& call, const std::string& line) {
 TEST(FailingCalls, FailTheCallThatIsNamedAndNoOther) {
   for (const std::string& call : PROBED) {
     if (call == "open") continue;
-    EXPECT_EQ(report(call, "28 0 0"), probe(call, "1", "28")) << call;
-    EXPECT_EQ(report(call, "0 5 0"), probe(call, "2", "5")) << call;
+    EXPECT_EQ(probe(call, "1", "28"), report(call, "28 0 0")) << call;
+    EXPECT_EQ(probe(call, "2", "5"), report(call, "0 5 0")) << call;
   }
   // The probe itself has opened one file before.
-  EXPECT_EQ(report("open", "0 13 0"), probe("open", "3", "13"));
+  EXPECT_EQ(probe("open", "3", "13"), report("open", "0 13 0"));
 }
 
 TEST(FailingCalls, PassWithoutAPlanOrBeyondItsCount) {
-  EXPECT_EQ(report("", ""), probe("read", "4", "5"));
-  EXPECT_EQ(report("", ""), probe("", "1", "5"));
-  EXPECT_EQ(report("", ""), probe("unlink", "1", "5"));
+  EXPECT_EQ(probe("read", "4", "5"), report("", ""));
+  EXPECT_EQ(probe("", "1", "5"), report("", ""));
+  EXPECT_EQ(probe("unlink", "1", "5"), report("", ""));
 }
 
 }  // namespace
+}  // namespace harbix::test

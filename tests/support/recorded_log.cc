@@ -1,4 +1,4 @@
-#include "support/recorded_log.h"
+#include "tests/support/recorded_log.h"
 
 #include <array>
 #include <cstdarg>
@@ -7,7 +7,7 @@
 #include "base/log.h"
 #include "platform/logger.h"
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 constexpr std::size_t LONGEST_LINE = 8192;
@@ -18,24 +18,24 @@ std::vector<LogLine>& recorded() {
 }
 
 }  // namespace
-}  // namespace test
+}  // namespace harbix::test
 
 namespace platform {
 
 // Stands in for the member of the platform library, which is then never pulled in.
 int slogf(int code, int severity, const char* format, ...) noexcept {
-  std::array<char, test::LONGEST_LINE> text{};
+  std::array<char, harbix::test::LONGEST_LINE> text{};
   va_list arguments;
   va_start(arguments, format);
   std::vsnprintf(text.data(), text.size(), format, arguments);
   va_end(arguments);
-  test::recorded().push_back({.code = code, .severity = severity, .text = text.data()});
+  harbix::test::recorded().push_back({.code = code, .severity = severity, .text = text.data()});
   return 0;
 }
 
 }  // namespace platform
 
-namespace test {
+namespace harbix::test {
 
 std::string LogLine::message() const { return text.substr(text.find(':') + 1); }
 
@@ -62,4 +62,4 @@ std::vector<std::string> RecordedLog::messages() const {
   return messages;
 }
 
-}  // namespace test
+}  // namespace harbix::test

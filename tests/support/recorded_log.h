@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace test {
+namespace harbix::test {
 
 /// One line as it was handed to the system's logger.
 struct LogLine {
@@ -32,4 +32,4 @@ class RecordedLog {
   void clear() noexcept;
 };
 
-}  // namespace test
+}  // namespace harbix::test

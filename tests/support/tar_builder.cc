@@ -1,10 +1,10 @@
-#include "support/tar_builder.h"
+#include "tests/support/tar_builder.h"
 
 #include <array>
 #include <cstdio>
 #include <numeric>
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 constexpr std::size_t BLOCK = 512;
@@ -56,4 +56,4 @@ TarBuilder& TarBuilder::add(char type, const std::string& name, const std::strin
 
 std::string TarBuilder::text() const { return text_ + std::string(2 * BLOCK, '\0'); }
 
-}  // namespace test
+}  // namespace harbix::test

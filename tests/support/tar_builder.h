@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-namespace test {
+namespace harbix::test {
 
 /// Makes tar archives that no sane program writes: any name, any type, any size, whatever the bytes.
 class TarBuilder {
@@ -46,4 +46,4 @@ class TarBuilder {
   unsigned owner_ = 0;
 };
 
-}  // namespace test
+}  // namespace harbix::test

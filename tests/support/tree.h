@@ -2,20 +2,19 @@
 
 #include <sys/types.h>
 
+#include <compare>
+#include <filesystem>
 #include <initializer_list>
+#include <map>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-/// File trees as data: one description builds the input of a test and checks its output.
-///
-///   const Tree tree{file("a", "text", 0640), link("b", "a"), dir("c", {file("d")})};
-///   tree.build(folder);
-///   EXPECT_TRUE(tree.matches(folder));
-namespace test {
+namespace harbix::test {
 
 struct Owner {
   uid_t user = 0;
@@ -83,4 +82,28 @@ class Tree {
 [[nodiscard]] std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
-}  // namespace test
+/// One object of a tree, as a person would compare it.
+struct Item {
+  mode_t mode = 0;  ///< with the type bits
+  uid_t owner = 0;
+  gid_t group = 0;
+  std::string content;  ///< of a file; the target of a link
+
+  friend bool operator==(const Item&, const Item&) = default;
+};
+
+/// One line for each item below `folder`, in the order of the names' bytes: name, type and mode, owner, time
+/// of change, and a file's size with a checksum of its content, or a link's target.
+[[nodiscard]] std::string listing(const std::string& folder);
+
+/// Everything below a folder, by its path relative to that.
+using Snapshot = std::map<std::string, Item>;
+
+[[nodiscard]] Snapshot take_snapshot(const std::filesystem::path& folder);
+
+std::ostream& operator<<(std::ostream& stream, const Item& item);
+
+/// What stands in only one of two trees or differs between them, a line an item; empty for equal trees.
+[[nodiscard]] std::string difference(const Snapshot& expected, const Snapshot& found);
+
+}  // namespace harbix::test

@@ -1,21 +1,14 @@
-#include "support/tree.h"
+#include "tests/support/tree.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
 
+namespace harbix::test {
 namespace {
-
-using test::ANY_MODE;
-using test::dir;
-using test::fifo;
-using test::file;
-using test::link;
-using test::TemporaryFolder;
-using test::Tree;
 
 const Tree& sample() {
   static const Tree tree{file("a", "text", 0640).owned_by(1, 2), link("b", "a"),
@@ -69,7 +62,7 @@ TEST(Tree, TellsEachDifferenceWithBothSides) {
   for (const Row& row : rows) {
     const auto result = expected.matches(row.actual);
     EXPECT_FALSE(result) << row.what;
-    EXPECT_EQ(std::string("the trees differ:\n") + row.told, result.message()) << row.what;
+    EXPECT_EQ(result.message(), std::string("the trees differ:\n") + row.told) << row.what;
   }
 }
 
@@ -79,8 +72,8 @@ TEST(Tree, ComparesOwnersOnlyWhereTheyAreStated) {
   EXPECT_TRUE(Tree{file("a")}.matches(folder.path()));
   const auto result = Tree{file("a").owned_by(1, 2)}.matches(folder.path());
   EXPECT_FALSE(result);
-  EXPECT_STREQ("the trees differ:\na\n  expected: file 0644 1:2 \"\"\n  actual:   file 0644 1:1 \"\"\n",
-               result.message());
+  EXPECT_STREQ(result.message(),
+               "the trees differ:\na\n  expected: file 0644 1:2 \"\"\n  actual:   file 0644 1:1 \"\"\n");
 }
 
 TEST(Tree, AcceptsAnyModeWhereItIsLeftOpen) {
@@ -95,14 +88,15 @@ TEST(TemporaryFolder, IsGoneWithItsContentAtTheEnd) {
     const TemporaryFolder folder;
     path = folder.path();
     Tree{dir("a", {file("b", "", 0)}, 0)}.build(path);
-    EXPECT_EQ(0, ::access((folder / "a/b").c_str(), F_OK));
+    EXPECT_EQ(::access((folder / "a/b").c_str(), F_OK), 0);
   }
-  EXPECT_EQ(-1, ::access(path.c_str(), F_OK));
+  EXPECT_EQ(::access(path.c_str(), F_OK), -1);
 }
 
 TEST(Printable, EscapesWhatATerminalWouldNotShow) {
-  EXPECT_EQ("a\\x5C\\x0A\\xFF", test::printable("a\\\n\xFF"));
-  EXPECT_EQ(std::string(120, 'x') + "... (121 bytes)", test::printable(std::string(121, 'x')));
+  EXPECT_EQ(printable("a\\\n\xFF"), "a\\x5C\\x0A\\xFF");
+  EXPECT_EQ(printable(std::string(121, 'x')), std::string(120, 'x') + "... (121 bytes)");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -14,15 +14,16 @@
 #include <vector>
 
 #include "fs/file.h"
-#include "pps/client.h"
-#include "pps/mounted_pps.h"
-#include "pps/toy_service.h"
-#include "support/private_root.h"
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/mounted_pps.h"
+#include "tests/support/pps_client.h"
+#include "tests/support/root.h"
+#include "tests/support/toy_service.h"
+#include "tests/updater/installer_folder.h"
 #include "updater/installer_client.h"
-#include "updater/installer_folder.h"
 #include "updater/registered_applications.h"
 
+namespace harbix::test {
 namespace {
 
 using updater::ActionQuery;
@@ -32,40 +33,40 @@ using updater::RegisteredApplication;
 constexpr char SERVED[] = "system/installer/upd/current";
 
 /// A root folder of its own, with mounted PPS objects at "/pps".
-class InstallerExchange : public pps::MountedPps {
+class InstallerExchange : public MountedPps {
  protected:
   void SetUp() override {
     MountedPps::SetUp();
     run("mkdir -p system/installer/upd/current system/installer/registeredapps");
     ASSERT_TRUE(std::filesystem::create_directory(root_ / "pps"));
-    ASSERT_EQ(0, ::mount(mount().c_str(), (root_ / "pps").c_str(), nullptr, MS_BIND, nullptr)) << errno;
+    ASSERT_EQ(::mount(mount().c_str(), (root_ / "pps").c_str(), nullptr, MS_BIND, nullptr), 0) << errno;
   }
 
   void TearDown() override {
-    EXPECT_EQ("", run("ls -A system/installer/upd/current")) << "an object was left behind";
-    EXPECT_EQ(0, ::umount((root_ / "pps").c_str())) << errno;
+    EXPECT_EQ(run("ls -A system/installer/upd/current"), "") << "an object was left behind";
+    EXPECT_EQ(::umount((root_ / "pps").c_str()), 0) << errno;
     MountedPps::TearDown();
   }
 
   [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
-    return test::passes_in_root(root_.path(), body);
+    return passes_in_root(root_.path(), body);
   }
 
-  test::TemporaryFolder root_;
+  TemporaryFolder root_;
 };
 
 TEST_F(InstallerExchange, ReadsWhatTheServiceAnswers) {
-  const pps::ToyService service(path(SERVED));
+  const ToyService service(path(SERVED));
   EXPECT_TRUE(on_the_device([] {
     for (int i = 0; i < 3; ++i) {
       ActionQuery query("/apps/a");
       query.exchange();
-      EXPECT_EQ("of /apps/a", query.get_attribute("actual_extras"));
-      EXPECT_EQ("1001", query.get_attribute("actual_gid"));
-      EXPECT_EQ("0", query.get_attribute("result"));
+      EXPECT_EQ(query.get_attribute("actual_extras"), "of /apps/a");
+      EXPECT_EQ(query.get_attribute("actual_gid"), "1001");
+      EXPECT_EQ(query.get_attribute("result"), "0");
       // The request comes through the same object, and is no part of the response.
       EXPECT_THROW(static_cast<void>(query.get_attribute("action")), std::runtime_error);
-      EXPECT_EQ(test::request_name(i), query.object_path().text());
+      EXPECT_EQ(query.object_path().text(), request_name(i));
     }
   }));
 }
@@ -74,10 +75,9 @@ TEST_F(InstallerExchange, ShowsTheServiceTheWholeRequest) {
   EXPECT_TRUE(on_the_device([] {
     updater::ActionRegister action("/apps/a", "e,f::g", "");
     action.write_request();
-    const base::FileDescriptor object = pps::open_object(action.object_path().text(), O_RDONLY);
-    EXPECT_EQ("@" + action.object_path().basename().text() +
-                  "\naction::register\npackage_path::/apps/a\nextras::e,f::g\ngid::\n",
-              pps::read_text(object));
+    const base::FileDescriptor object = open_object(action.object_path().text(), O_RDONLY);
+    EXPECT_EQ(read_text(object), "@" + action.object_path().basename().text() +
+                                     "\naction::register\npackage_path::/apps/a\nextras::e,f::g\ngid::\n");
   }));
 }
 
@@ -86,30 +86,29 @@ TEST_F(InstallerExchange, WaitsForAnAnswerInSeveralParts) {
     ActionUninstall action("a");
     action.write_request();
     const std::string name = action.object_path().text();
-    pps::Process reader([&action] {
+    Process reader([&action] {
       action.read_response();
       const bool is_complete =
           action.get_attribute("state") == "done" && action.get_attribute("result") == "7";
       return is_complete ? 0 : 1;
     });
-    const base::FileDescriptor service = pps::open_object(name, O_WRONLY | O_APPEND);
+    const base::FileDescriptor service = open_object(name, O_WRONLY | O_APPEND);
     for (const char* part : {"state::busy\n", "state::done\n", "", "result::7\nlater::1\n"}) {
       reader.wait_until_asleep();
-      if (*part != '\0') pps::write_text(service, part);
+      if (*part != '\0') write_text(service, part);
     }
-    EXPECT_EQ(0, reader.wait());
+    EXPECT_EQ(reader.wait(), 0);
   }));
 }
 
 TEST_F(InstallerExchange, TriesTheNextNameWhereAnObjectExists) {
   EXPECT_TRUE(on_the_device([] {
     {
-      const base::FileDescriptor taken =
-          pps::open_object(test::request_name(0), O_RDWR | O_CREAT | O_EXCL, 0660);
+      const base::FileDescriptor taken = open_object(request_name(0), O_RDWR | O_CREAT | O_EXCL, 0660);
       const ActionUninstall action("a");
-      EXPECT_EQ(test::request_name(1), action.object_path().text());
+      EXPECT_EQ(action.object_path().text(), request_name(1));
     }
-    ASSERT_EQ(0, ::unlink(test::request_name(0).c_str()));
+    ASSERT_EQ(::unlink(request_name(0).c_str()), 0);
   }));
 }
 
@@ -117,15 +116,15 @@ TEST_F(InstallerExchange, LeavesNoObjectWhenASignalEndsTheClient) {
   EXPECT_TRUE(on_the_device([] {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
       // Nobody serves: it sleeps in its read.
-      pps::Process client([] {
+      Process client([] {
         ActionQuery("/apps/a").exchange();
         return 0;
       });
-      const auto is_waiting = [] { return !std::filesystem::is_empty(test::REQUESTS); };
+      const auto is_waiting = [] { return !std::filesystem::is_empty(REQUESTS); };
       while (!is_waiting()) continue;
       client.wait_until_asleep();
-      ASSERT_EQ(0, ::kill(client.id(), signal));
-      EXPECT_EQ(128 + signal, client.wait());
+      ASSERT_EQ(::kill(client.id(), signal), 0);
+      EXPECT_EQ(client.wait(), 128 + signal);
       EXPECT_FALSE(is_waiting()) << signal;
     }
   }));
@@ -135,7 +134,7 @@ TEST_F(InstallerExchange, EndsWhenTheObjectIsTakenAway) {
   EXPECT_TRUE(on_the_device([] {
     const auto query = std::make_unique<ActionQuery>("/apps/a");
     query->write_request();
-    ASSERT_EQ(0, ::unlink(query->object_path().c_str()));
+    ASSERT_EQ(::unlink(query->object_path().c_str()), 0);
     query->read_response();
     EXPECT_THROW(static_cast<void>(query->get_attribute("result")), std::runtime_error);
   }));
@@ -144,16 +143,17 @@ TEST_F(InstallerExchange, EndsWhenTheObjectIsTakenAway) {
 TEST_F(InstallerExchange, FindsTheListThatTheInstallerPublishes) {
   EXPECT_TRUE(on_the_device([] {
     const std::string folder = "/pps/system/installer/registeredapps/";
-    const base::FileDescriptor object = pps::open_object(folder + "applications", O_RDWR | O_CREAT);
-    pps::write_text(object, "b::b.p,1.0,source::shopvale\na::a.p,2.0,x::,\nsys.android::c,1,\n");
+    const base::FileDescriptor object = open_object(folder + "applications", O_RDWR | O_CREAT);
+    write_text(object, "b::b.p,1.0,source::shopvale\na::a.p,2.0,x::,\nsys.android::c,1,\n");
     std::vector<RegisteredApplication> applications;
     EXPECT_TRUE(updater::read_registered_applications(applications));
-    ASSERT_EQ(2U, applications.size());
-    EXPECT_EQ((RegisteredApplication{"a", "a.p", "2.0", "websl"}),
-              updater::find_application(applications, "a.p", updater::MustExist::YES));
-    EXPECT_EQ((RegisteredApplication{"b", "b.p", "1.0", "shopvale"}),
-              updater::find_application(applications, "b.p", updater::MustExist::YES));
+    ASSERT_EQ(applications.size(), 2U);
+    EXPECT_EQ(updater::find_application(applications, "a.p", updater::MustExist::YES),
+              (RegisteredApplication{"a", "a.p", "2.0", "websl"}));
+    EXPECT_EQ(updater::find_application(applications, "b.p", updater::MustExist::YES),
+              (RegisteredApplication{"b", "b.p", "1.0", "shopvale"}));
   }));
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -14,13 +14,12 @@
 
 #include "base/flags.h"
 #include "fs/exception.h"
-#include "support/captured_output.h"
-#include "updater/installer_folder.h"
+#include "tests/support/captured_output.h"
+#include "tests/updater/installer_folder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::CapturedOutput;
-using test::text_file;
 using updater::ActionQuery;
 using updater::ActionRegister;
 using updater::ActionUninstall;
@@ -32,7 +31,7 @@ class Answered : public ActionUninstall {
  public:
   explicit Answered(const std::string& response) : ActionUninstall("a") {
     write_request();
-    std::ofstream object(test::text_file(object_path().text()), std::ios::app);
+    std::ofstream object(text_file(object_path().text()), std::ios::app);
     object << response << std::flush;
     if (!object) throw std::runtime_error("no response");
   }
@@ -42,7 +41,7 @@ class Answered : public ActionUninstall {
     try {
       return get_attribute(name);
     } catch (const std::runtime_error& error) {
-      EXPECT_EQ("Attribute " + name + " not found", std::string(error.what()));
+      EXPECT_EQ(std::string(error.what()), "Attribute " + name + " not found");
       return "(none)";
     }
   }
@@ -54,7 +53,7 @@ std::ptrdiff_t open_descriptors() {
   return std::distance(begin(descriptors), end(descriptors));
 }
 
-class InstallerResponse : public test::InstallerFolder {};
+class InstallerResponse : public InstallerFolder {};
 
 TEST_F(InstallerResponse, IsReadIntoItsAttributes) {
   EXPECT_TRUE(on_the_device([] {
@@ -95,7 +94,7 @@ TEST_F(InstallerResponse, IsReadIntoItsAttributes) {
       Answered action(row.response);
       action.read_response();
       for (const auto& [name, expected] : row.values)
-        EXPECT_EQ(expected, action.value(name)) << row.response << "attribute " << name;
+        EXPECT_EQ(action.value(name), expected) << row.response << "attribute " << name;
     }
   }));
 }
@@ -105,13 +104,13 @@ TEST_F(InstallerResponse, MayHaveALineOfAnyLength) {
     const std::string value(300'000, 'v');
     Answered action("a::" + value + "\nresult::0\n");
     action.read_response();
-    EXPECT_EQ(value, action.value("a"));
-    EXPECT_EQ("0", action.value("result"));
+    EXPECT_EQ(action.value("a"), value);
+    EXPECT_EQ(action.value("result"), "0");
   }));
 }
 
 TEST_F(InstallerResponse, HasNoAttributesBeforeItIsRead) {
-  EXPECT_TRUE(on_the_device([] { EXPECT_EQ("(none)", Answered("result::0\n").value("result")); }));
+  EXPECT_TRUE(on_the_device([] { EXPECT_EQ(Answered("result::0\n").value("result"), "(none)"); }));
 }
 
 TEST_F(InstallerResponse, IsReadThroughTheDescriptorThatStaysOpen) {
@@ -120,10 +119,10 @@ TEST_F(InstallerResponse, IsReadThroughTheDescriptorThatStaysOpen) {
     {
       Answered action("result::0\n");
       action.read_response();
-      EXPECT_EQ(before + 1, open_descriptors());
+      EXPECT_EQ(open_descriptors(), before + 1);
       EXPECT_NO_THROW(action.write_request());
     }
-    EXPECT_EQ(before, open_descriptors());
+    EXPECT_EQ(open_descriptors(), before);
   }));
 }
 
@@ -131,7 +130,7 @@ TEST_F(InstallerResponse, IsSilentUnlessVerbose) {
   EXPECT_TRUE(on_the_device([] {
     const CapturedOutput errors(STDERR_FILENO);
     Answered("a::1\nresult::0\n").read_response();
-    EXPECT_EQ("", errors.text());
+    EXPECT_EQ(errors.text(), "");
   }));
 }
 
@@ -140,25 +139,24 @@ TEST_F(InstallerResponse, IsToldLineByLineWhenVerbose) {
     harbix::verbose = true;
     const CapturedOutput errors(STDERR_FILENO);
     Answered("@object\n\nnoise\nb:n:2\na::x y:z\nb::3\nresult::0\nc::1\n").read_response();
-    EXPECT_EQ(
-        "Read line: @object\n"
-        "Read line: \n"
-        "Read line: noise\n"
-        "Attr: noise value: \n"
-        "Read line: b:n:2\n"
-        "Attr: b value: 2\n"
-        "Read line: a::x y:z\n"
-        "Attr: a value: x y:z\n"
-        "Read line: b::3\n"
-        "Attr: b value: 3\n"
-        "Read line: result::0\n"
-        "Attr: result value: 0\n"
-        "Result received\n"
-        "a => x y:z\n"
-        "b => 3\n"
-        "noise => \n"
-        "result => 0\n",
-        errors.text());
+    EXPECT_EQ(errors.text(),
+              "Read line: @object\n"
+              "Read line: \n"
+              "Read line: noise\n"
+              "Attr: noise value: \n"
+              "Read line: b:n:2\n"
+              "Attr: b value: 2\n"
+              "Read line: a::x y:z\n"
+              "Attr: a value: x y:z\n"
+              "Read line: b::3\n"
+              "Attr: b value: 3\n"
+              "Read line: result::0\n"
+              "Attr: result value: 0\n"
+              "Result received\n"
+              "a => x y:z\n"
+              "b => 3\n"
+              "noise => \n"
+              "result => 0\n");
   }));
 }
 
@@ -167,14 +165,14 @@ TEST_F(InstallerResponse, ThatBreaksOffIsToldWithoutAResultWhenVerbose) {
     harbix::verbose = true;
     const CapturedOutput errors(STDERR_FILENO);
     Answered("a::1").read_response();
-    EXPECT_EQ("Read line: a::1\nAttr: a value: 1\na => 1\n", errors.text());
+    EXPECT_EQ(errors.text(), "Read line: a::1\nAttr: a value: 1\na => 1\n");
   }));
 }
 
 /// The text that an action writes into its object.
 std::string request_of(UpdaterAction& action) {
   action.write_request();
-  return test::read_file(text_file(action.object_path().text()));
+  return read_file(text_file(action.object_path().text()));
 }
 
 std::string request_of(UpdaterAction&& action) { return request_of(action); }
@@ -183,7 +181,7 @@ std::string request_of(UpdaterAction&& action) { return request_of(action); }
 std::string failure_within(rlim_t limit, UpdaterAction& action) {
   const auto limit_files = [](rlim_t size) {
     const struct ::rlimit limits { .rlim_cur = size, .rlim_max = RLIM_INFINITY };
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limits));
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limits), 0);
   };
   std::string text;
   limit_files(limit);
@@ -197,24 +195,24 @@ std::string failure_within(rlim_t limit, UpdaterAction& action) {
   return text;
 }
 
-class InstallerRequests : public test::InstallerFolder {};
+class InstallerRequests : public InstallerFolder {};
 
 TEST_F(InstallerRequests, AreTheLinesOfTheirAction) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ("action::register\npackage_path::/apps/a\nextras::e\ngid::10001\n",
-              request_of(ActionRegister("/apps/a", "e", "10001")));
-    EXPECT_EQ("action::unregister\npackage_path::/apps/a\n", request_of(ActionUnregister("/apps/a")));
-    EXPECT_EQ("action::query\npackage_path::/apps/a\n", request_of(ActionQuery("/apps/a")));
-    EXPECT_EQ("action::uninstall\npackage_id::a.id\n", request_of(ActionUninstall("a.id")));
+    EXPECT_EQ(request_of(ActionRegister("/apps/a", "e", "10001")),
+              "action::register\npackage_path::/apps/a\nextras::e\ngid::10001\n");
+    EXPECT_EQ(request_of(ActionUnregister("/apps/a")), "action::unregister\npackage_path::/apps/a\n");
+    EXPECT_EQ(request_of(ActionQuery("/apps/a")), "action::query\npackage_path::/apps/a\n");
+    EXPECT_EQ(request_of(ActionUninstall("a.id")), "action::uninstall\npackage_id::a.id\n");
   }));
 }
 
 TEST_F(InstallerRequests, HaveTheirValuesAsTheyAre) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ("action::register\npackage_path::a/../b//c:d\nextras::x::y,z:\\\" ,\xFF \ngid::\n",
-              request_of(ActionRegister("a/../b//c:d", "x::y,z:\\\" ,\xFF ", "")));
-    EXPECT_EQ("action::unregister\npackage_path::./a b/\n", request_of(ActionUnregister("./a b/")));
-    EXPECT_EQ("action::uninstall\npackage_id::\n", request_of(ActionUninstall("")));
+    EXPECT_EQ(request_of(ActionRegister("a/../b//c:d", "x::y,z:\\\" ,\xFF ", "")),
+              "action::register\npackage_path::a/../b//c:d\nextras::x::y,z:\\\" ,\xFF \ngid::\n");
+    EXPECT_EQ(request_of(ActionUnregister("./a b/")), "action::unregister\npackage_path::./a b/\n");
+    EXPECT_EQ(request_of(ActionUninstall("")), "action::uninstall\npackage_id::\n");
   }));
 }
 
@@ -222,7 +220,7 @@ TEST_F(InstallerRequests, AskAboutAnAbsolutePathInNormalForm) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directories("/apps/there");
     std::filesystem::create_symlink("there", "/apps/link");
-    ASSERT_EQ(0, ::chdir("/apps"));
+    ASSERT_EQ(::chdir("/apps"), 0);
     struct Row {
       const char *path, *asked;
     };
@@ -239,8 +237,8 @@ TEST_F(InstallerRequests, AskAboutAnAbsolutePathInNormalForm) {
         {"../gone", "/gone"},
     };
     for (const Row& row : rows) {
-      EXPECT_EQ("action::query\npackage_path::" + std::string(row.asked) + "\n",
-                request_of(ActionQuery(row.path)))
+      EXPECT_EQ(request_of(ActionQuery(row.path)),
+                "action::query\npackage_path::" + std::string(row.asked) + "\n")
           << row.path;
     }
   }));
@@ -249,26 +247,26 @@ TEST_F(InstallerRequests, AskAboutAnAbsolutePathInNormalForm) {
 TEST_F(InstallerRequests, CreateTheirObjectBeforeAnythingIsWritten) {
   EXPECT_TRUE(on_the_device([] {
     const ActionUninstall action("a");
-    EXPECT_EQ(test::request_name(0), action.object_path().text());
-    EXPECT_EQ("", test::read_file(text_file(action.object_path().text())));
+    EXPECT_EQ(action.object_path().text(), request_name(0));
+    EXPECT_EQ(read_file(text_file(action.object_path().text())), "");
   }));
 }
 
 TEST_F(InstallerRequests, ThatAreNotTakenWholeFail) {
   EXPECT_TRUE(on_the_device([] {
-    ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_IGN));
+    ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     ActionUninstall unwritten("a");
     ActionUninstall half_written("a");
-    EXPECT_EQ("Failed to write file '" + test::request_name(0) + "'  [errno:27 'File too large']",
-              failure_within(0, unwritten));
-    EXPECT_EQ("Failed to write file '" + test::request_name(1) + "'  [errno:5 'Input/output error']",
-              failure_within(10, half_written));
+    EXPECT_EQ(failure_within(0, unwritten),
+              "Failed to write file '" + request_name(0) + "'  [errno:27 'File too large']");
+    EXPECT_EQ(failure_within(10, half_written),
+              "Failed to write file '" + request_name(1) + "'  [errno:5 'Input/output error']");
   }));
 }
 
 TEST_F(InstallerRequests, CannotBeMadeWithoutAnInstaller) {
   EXPECT_TRUE(on_the_device([] {
-    std::filesystem::remove(test::REQUESTS);
+    std::filesystem::remove(REQUESTS);
     EXPECT_THROW(ActionRegister("/apps/a", "", ""), fs::Exception);
     EXPECT_THROW(ActionUnregister("/apps/a"), fs::Exception);
     EXPECT_THROW(ActionQuery("/apps/a"), fs::Exception);
@@ -277,3 +275,4 @@ TEST_F(InstallerRequests, CannotBeMadeWithoutAnInstaller) {
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -9,11 +9,11 @@
 
 #include <gtest/gtest.h>
 
-#include "support/private_root.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 
 inline constexpr char REQUESTS[] = "/pps/system/installer/upd/current";
 
@@ -43,4 +43,4 @@ class InstallerFolder : public ::testing::Test {
   TemporaryFolder root_;
 };
 
-}  // namespace test
+}  // namespace harbix::test

@@ -11,14 +11,15 @@
 
 #include <gtest/gtest.h>
 
-#include "support/captured_output.h"
-#include "support/private_root.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/folder.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
+#include "tests/updater/printed_application.h"
 #include "updater/exception.h"
-#include "updater/printed_application.h"
 
+namespace harbix::test {
 namespace {
 
 using updater::find_application;
@@ -53,7 +54,7 @@ TEST(RegisteredApplicationLine, IsSplitIntoItsFields) {
       {"app1::dir\n,1.0,x::y\n,source::t", {"app1", "dir\n", "1.0", ""}},
       {"\xC3\xA4\xFF::\xFF,\xFE,source::\xFD", {"\xC3\xA4\xFF", "\xFF", "\xFE", "\xFD"}},
   };
-  for (const Row& row : rows) EXPECT_EQ(row.application, parse_registered_application(row.line)) << row.line;
+  for (const Row& row : rows) EXPECT_EQ(parse_registered_application(row.line), row.application) << row.line;
 }
 
 TEST(RegisteredApplicationLine, OfAnotherShapeIsQuotedInTheError) {
@@ -65,7 +66,7 @@ TEST(RegisteredApplicationLine, OfAnotherShapeIsQuotedInTheError) {
       static_cast<void>(parse_registered_application(line));
       ADD_FAILURE() << line;
     } catch (const updater::Exception& error) {
-      EXPECT_EQ("Malformed PPS attribute line: '" + line + "'", error.what());
+      EXPECT_EQ(error.what(), "Malformed PPS attribute line: '" + line + "'");
     }
   }
 }
@@ -75,7 +76,7 @@ TEST(RegisteredApplicationLine, ThatIsEmptyIsInvalidNotMalformed) {
     static_cast<void>(parse_registered_application(""));
     ADD_FAILURE();
   } catch (const updater::Exception& error) {
-    EXPECT_STREQ("Invalid PPS attribute entry", error.what());
+    EXPECT_STREQ(error.what(), "Invalid PPS attribute entry");
   }
 }
 
@@ -122,7 +123,7 @@ TEST(SourceOfRemainder, IsTheValueOfTheFirstItemOfThatNameUnlessAnEmptyValueStan
       {"a:b,source::s", ""},
       {" ", "websl"},
   };
-  for (const Row& row : rows) EXPECT_EQ(row.source, source_of(row.remainder)) << row.remainder;
+  for (const Row& row : rows) EXPECT_EQ(source_of(row.remainder), row.source) << row.remainder;
 }
 
 constexpr char FOLDER[] = "/pps/system/installer/registeredapps";
@@ -141,8 +142,8 @@ const std::vector<std::string> FAILURE_LOG{
 Read read() {
   Read result;
   std::vector<RegisteredApplication> applications;
-  const test::RecordedLog log;
-  const test::CapturedOutput errors(STDERR_FILENO);
+  const RecordedLog log;
+  const CapturedOutput errors(STDERR_FILENO);
   result.success = read_registered_applications(applications);
   result.errors = errors.text();
   result.log = log.messages();
@@ -155,14 +156,14 @@ class RegisteredApplicationList : public ::testing::Test {
  protected:
   /// Runs `body` where the folder of the list exists and the list does not.
   [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
-    return test::passes_in_root(root_.path(), [&body] {
+    return passes_in_root(root_.path(), [&body] {
       std::filesystem::create_directories(FOLDER);
       body();
     });
   }
 
  private:
-  test::TemporaryFolder root_;
+  TemporaryFolder root_;
 };
 
 TEST_F(RegisteredApplicationList, HasTheObjectsLinesInTheirOrder) {
@@ -195,11 +196,11 @@ TEST_F(RegisteredApplicationList, HasTheObjectsLinesInTheirOrder) {
          "Warning: Malformed PPS attribute line: 'b:n:1,2,3'\n"},
     };
     for (const Row& row : rows) {
-      test::write_file(REGISTERED_APPLICATIONS, row.text);
+      write_file(REGISTERED_APPLICATIONS, row.text);
       const Read result = read();
       EXPECT_TRUE(result.success) << row.text;
-      EXPECT_EQ(row.applications, result.applications) << row.text;
-      EXPECT_EQ(row.errors, result.errors) << row.text;
+      EXPECT_EQ(result.applications, row.applications) << row.text;
+      EXPECT_EQ(result.errors, row.errors) << row.text;
     }
   }));
 }
@@ -208,8 +209,8 @@ TEST_F(RegisteredApplicationList, ThatIsMissingIsAFailure) {
   EXPECT_TRUE(on_the_device([] {
     const Read result = read();
     EXPECT_FALSE(result.success);
-    EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\n", result.errors);
-    EXPECT_EQ(FAILURE_LOG, result.log);
+    EXPECT_EQ(result.errors, "Failed to open /pps/system/installer/registeredapps/.all\n");
+    EXPECT_EQ(result.log, FAILURE_LOG);
   }));
 }
 
@@ -219,9 +220,9 @@ TEST_F(RegisteredApplicationList, ThatCannotBeReadIsAFailure) {
     std::filesystem::create_directory(REGISTERED_APPLICATIONS);
     const Read result = read();
     EXPECT_FALSE(result.success);
-    EXPECT_EQ("", result.applications);
-    EXPECT_EQ("Failed to open /pps/system/installer/registeredapps/.all\n", result.errors);
-    EXPECT_EQ(FAILURE_LOG, result.log);
+    EXPECT_EQ(result.applications, "");
+    EXPECT_EQ(result.errors, "Failed to open /pps/system/installer/registeredapps/.all\n");
+    EXPECT_EQ(result.log, FAILURE_LOG);
   }));
 }
 
@@ -230,22 +231,23 @@ const std::vector<RegisteredApplication> APPLICATIONS{
 
 TEST(RegisteredApplicationLookup, FindsTheFirstOfThatPackage) {
   for (const MustExist must_exist : {MustExist::NO, MustExist::YES}) {
-    EXPECT_EQ(APPLICATIONS[0], find_application(APPLICATIONS, "a.dir", must_exist));
-    EXPECT_EQ(APPLICATIONS[1], find_application(APPLICATIONS, "same", must_exist));
-    EXPECT_EQ(APPLICATIONS[3], find_application(APPLICATIONS, "", must_exist));
+    EXPECT_EQ(find_application(APPLICATIONS, "a.dir", must_exist), APPLICATIONS[0]);
+    EXPECT_EQ(find_application(APPLICATIONS, "same", must_exist), APPLICATIONS[1]);
+    EXPECT_EQ(find_application(APPLICATIONS, "", must_exist), APPLICATIONS[3]);
   }
 }
 
 TEST(RegisteredApplicationLookup, ComparesTheWholeNameExactly) {
   for (const std::string name : {"a", "A.dir", "a.di", "a.dir ", " a.dir", "a.dir\n", "1", "s"}) {
-    EXPECT_EQ(RegisteredApplication{}, find_application(APPLICATIONS, name, MustExist::NO)) << name;
+    EXPECT_EQ(find_application(APPLICATIONS, name, MustExist::NO), RegisteredApplication{}) << name;
     try {
       static_cast<void>(find_application(APPLICATIONS, name, MustExist::YES));
       ADD_FAILURE() << name;
     } catch (const updater::Exception& error) {
-      EXPECT_EQ("Package '" + name + "' not found.", error.what());
+      EXPECT_EQ(error.what(), "Package '" + name + "' not found.");
     }
   }
 }
 
 }  // namespace
+}  // namespace harbix::test

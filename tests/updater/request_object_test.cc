@@ -16,17 +16,15 @@
 #include "fs/exception.h"
 #include "fs/file.h"
 #include "fs/identity.h"
-#include "support/child_process.h"
-#include "support/recorded_log.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
-#include "updater/installer_folder.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/recorded_log.h"
+#include "tests/support/tree.h"
+#include "tests/updater/installer_folder.h"
 
+namespace harbix::test {
 namespace {
 
-using test::request_name;
-using test::text_file;
-using test::write_file;
 using updater::InterruptedRequest;
 using updater::RequestObject;
 
@@ -34,7 +32,7 @@ class InterruptedRequestTest : public ::testing::Test {
  protected:
   void SetUp() override { test::write_file(object_.text(), ""); }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   fs::Path object_{folder_ / "object"};
 };
 
@@ -42,7 +40,7 @@ using Handler = void (*)(int);
 
 Handler handler_of(int signal) {
   struct ::sigaction action {};
-  EXPECT_EQ(0, ::sigaction(signal, nullptr, &action));
+  EXPECT_EQ(::sigaction(signal, nullptr, &action), 0);
   return action.sa_handler;
 }
 
@@ -80,30 +78,30 @@ TEST_F(InterruptedRequestTest, LeavesTheObjectToWhatComesAfterTheScope) {
 }
 
 TEST_F(InterruptedRequestTest, PutsTheActionsBackThatItFound) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     const Handler own = [](int /*signal*/) {};
-    ASSERT_NE(SIG_ERR, std::signal(SIGHUP, SIG_IGN));
-    ASSERT_NE(SIG_ERR, std::signal(SIGINT, own));
-    ASSERT_NE(SIG_ERR, std::signal(SIGTERM, SIG_DFL));
+    ASSERT_NE(std::signal(SIGHUP, SIG_IGN), SIG_ERR);
+    ASSERT_NE(std::signal(SIGINT, own), SIG_ERR);
+    ASSERT_NE(std::signal(SIGTERM, SIG_DFL), SIG_ERR);
     {
       const InterruptedRequest scope(object_);
-      EXPECT_NE(SIG_DFL, handler_of(SIGTERM));
+      EXPECT_NE(handler_of(SIGTERM), SIG_DFL);
     }
-    EXPECT_EQ(SIG_IGN, handler_of(SIGHUP));
-    EXPECT_EQ(own, handler_of(SIGINT));
-    EXPECT_EQ(SIG_DFL, handler_of(SIGTERM));
+    EXPECT_EQ(handler_of(SIGHUP), SIG_IGN);
+    EXPECT_EQ(handler_of(SIGINT), own);
+    EXPECT_EQ(handler_of(SIGTERM), SIG_DFL);
   }));
 }
 
 TEST_F(InterruptedRequestTest, LeavesSignalsAloneThatAreIgnoredOrHandled) {
-  EXPECT_TRUE(test::passes_in_child([this] {
+  EXPECT_TRUE(passes_in_child([this] {
     static volatile std::sig_atomic_t handled = 0;
-    ASSERT_NE(SIG_ERR, std::signal(SIGHUP, SIG_IGN));
-    ASSERT_NE(SIG_ERR, std::signal(SIGINT, [](int /*signal*/) { handled = 1; }));
+    ASSERT_NE(std::signal(SIGHUP, SIG_IGN), SIG_ERR);
+    ASSERT_NE(std::signal(SIGINT, [](int /*signal*/) { handled = 1; }), SIG_ERR);
     const InterruptedRequest scope(object_);
     ::raise(SIGHUP);
     ::raise(SIGINT);
-    EXPECT_EQ(1, handled);
+    EXPECT_EQ(handled, 1);
     EXPECT_TRUE(fs::exists(object_));
   }));
 }
@@ -120,18 +118,18 @@ std::string failure() {
   return "";
 }
 
-class RequestObjectTest : public test::InstallerFolder {};
+class RequestObjectTest : public InstallerFolder {};
 
 TEST_F(RequestObjectTest, IsNamedAfterProcessThreadAndACounter) {
   EXPECT_TRUE(on_the_device([] {
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(request_name(i), RequestObject().path().text());
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(RequestObject().path().text(), request_name(i));
     std::string name;
     {
       const RequestObject object;
       name = object.path().text();
       EXPECT_TRUE(exists(text_file(name)));
     }
-    EXPECT_EQ(request_name(3), name);
+    EXPECT_EQ(name, request_name(3));
   }));
 }
 
@@ -140,10 +138,10 @@ TEST_F(RequestObjectTest, IsOpenForReadingAndWritingAndNotForPrograms) {
     const fs::FileMask mask(0);
     const RequestObject object;
     struct ::stat record {};
-    ASSERT_EQ(0, ::fstat(object.descriptor(), &record));
-    EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0660), record.st_mode);
-    EXPECT_EQ(O_RDWR, ::fcntl(object.descriptor(), F_GETFL) & O_ACCMODE);
-    EXPECT_EQ(FD_CLOEXEC, ::fcntl(object.descriptor(), F_GETFD));
+    ASSERT_EQ(::fstat(object.descriptor(), &record), 0);
+    EXPECT_EQ(record.st_mode, static_cast<mode_t>(S_IFREG | 0660));
+    EXPECT_EQ(::fcntl(object.descriptor(), F_GETFL) & O_ACCMODE, O_RDWR);
+    EXPECT_EQ(::fcntl(object.descriptor(), F_GETFD), FD_CLOEXEC);
   }));
 }
 
@@ -153,44 +151,44 @@ TEST_F(RequestObjectTest, TriesTheNextNumberWhereANameIsTaken) {
     std::filesystem::create_directory(text_file(request_name(1)));
     std::filesystem::create_symlink("nowhere", text_file(request_name(2)));
     const RequestObject object;
-    EXPECT_EQ(request_name(3), object.path().text());
-    EXPECT_EQ("another's", test::read_file(text_file(request_name(0))));
+    EXPECT_EQ(object.path().text(), request_name(3));
+    EXPECT_EQ(read_file(text_file(request_name(0))), "another's");
   }));
 }
 
 TEST_F(RequestObjectTest, CannotBeMadeWhereTheFolderIsMissing) {
   EXPECT_TRUE(on_the_device([] {
-    std::filesystem::remove(test::REQUESTS);
-    EXPECT_EQ("Failed to create file '" + request_name(0) + "'  [errno:2 'No such file or directory']",
-              failure());
-    write_file(test::REQUESTS, "");
-    EXPECT_EQ("Failed to create file '" + request_name(1) + "'  [errno:20 'Not a directory']", failure());
+    std::filesystem::remove(REQUESTS);
+    EXPECT_EQ(failure(),
+              "Failed to create file '" + request_name(0) + "'  [errno:2 'No such file or directory']");
+    write_file(REQUESTS, "");
+    EXPECT_EQ(failure(), "Failed to create file '" + request_name(1) + "'  [errno:20 'Not a directory']");
   }));
 }
 
 TEST_F(RequestObjectTest, IsGoneAndClosedAfterwards) {
   EXPECT_TRUE(on_the_device([] {
-    const test::RecordedLog log;
+    const RecordedLog log;
     std::optional<RequestObject> object(std::in_place);
     const int descriptor = object->descriptor();
     // What the service's own file system makes of the name.
     write_file(object->path().text(), "");
     object.reset();
     EXPECT_FALSE(exists(request_name(0)));
-    EXPECT_EQ(-1, ::fcntl(descriptor, F_GETFD));
-    EXPECT_EQ(EBADF, errno);
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
+    EXPECT_EQ(errno, EBADF);
     EXPECT_TRUE(log.messages().empty());
   }));
 }
 
 TEST_F(RequestObjectTest, MayBeTakenAwayByTheInstaller) {
   EXPECT_TRUE(on_the_device([] {
-    const test::RecordedLog log(5);
+    const RecordedLog log(5);
     {
       const RequestObject object;
       ASSERT_FALSE(exists(object.path().text()));
     }
-    EXPECT_EQ(std::vector<std::string>{}, log.messages());
+    EXPECT_EQ(log.messages(), std::vector<std::string>{});
   }));
 }
 
@@ -205,7 +203,7 @@ TEST_F(RequestObjectTest, IsGoneWhenASignalEndsTheProcess) {
             ::raise(signal);
           },
           testing::KilledBySignal(signal), "");
-      const std::string name = test::read_file("/name");
+      const std::string name = read_file("/name");
       EXPECT_TRUE(exists(text_file(name))) << "no object was made";
       EXPECT_FALSE(exists(name)) << signal;
     }
@@ -213,3 +211,4 @@ TEST_F(RequestObjectTest, IsGoneWhenASignalEndsTheProcess) {
 }
 
 }  // namespace
+}  // namespace harbix::test

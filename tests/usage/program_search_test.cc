@@ -5,51 +5,51 @@
 
 #include <gtest/gtest.h>
 
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
 
-using test::dir;
-using test::file;
 using usage::find_program;
 
 class ProgramSearch : public ::testing::Test {
  protected:
   ProgramSearch() {
-    test::Tree{dir("a", {file("plain", "", 0644), dir("both")}),
-               dir("b", {file("plain", "", 0755), file("both", "", 0755), file("first", "", 0755)}),
-               dir("c", {file("first", "", 0755)})}
+    Tree{dir("a", {file("plain", "", 0644), dir("both")}),
+         dir("b", {file("plain", "", 0755), file("both", "", 0755), file("first", "", 0755)}),
+         dir("c", {file("first", "", 0755)})}
         .build(folder_.path());
   }
 
-  test::TemporaryFolder folder_;
+  TemporaryFolder folder_;
   std::string path_ = (folder_ / "a") + ":" + (folder_ / "b") + ":" + (folder_ / "c");
 };
 
 TEST_F(ProgramSearch, TakesTheFirstFolderThatHasIt) {
-  EXPECT_EQ(folder_ / "b/first", find_program("first", path_));
+  EXPECT_EQ(find_program("first", path_), folder_ / "b/first");
 }
 
 TEST_F(ProgramSearch, PassesOverWhatCannotBeRun) {
-  EXPECT_EQ(folder_ / "b/plain", find_program("plain", path_));
-  EXPECT_EQ(folder_ / "b/both", find_program("both", path_));
+  EXPECT_EQ(find_program("plain", path_), folder_ / "b/plain");
+  EXPECT_EQ(find_program("both", path_), folder_ / "b/both");
 }
 
 TEST_F(ProgramSearch, FindsNothingWhereThereIsNothing) {
-  EXPECT_EQ(std::nullopt, find_program("none", path_));
-  EXPECT_EQ(std::nullopt, find_program("first", folder_ / "a"));
+  EXPECT_EQ(find_program("none", path_), std::nullopt);
+  EXPECT_EQ(find_program("first", folder_ / "a"), std::nullopt);
 }
 
 TEST_F(ProgramSearch, TakesANameWithASlashAsItIs) {
-  EXPECT_EQ("./first", find_program("./first", path_));
-  EXPECT_EQ("/none/at/all", find_program("/none/at/all", path_));
+  EXPECT_EQ(find_program("./first", path_), "./first");
+  EXPECT_EQ(find_program("/none/at/all", path_), "/none/at/all");
 }
 
 TEST_F(ProgramSearch, TakesAnEmptyFolderForTheWorkingDirectory) {
-  const test::InsideFolder inside(folder_ / "c");
-  EXPECT_EQ("./first", find_program("first", (folder_ / "a") + ":"));
-  EXPECT_EQ("./first", find_program("first", ""));
+  const InsideFolder inside(folder_ / "c");
+  EXPECT_EQ(find_program("first", (folder_ / "a") + ":"), "./first");
+  EXPECT_EQ(find_program("first", ""), "./first");
 }
 
 }  // namespace
+}  // namespace harbix::test

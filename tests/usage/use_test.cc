@@ -3,29 +3,27 @@
 
 #include <gtest/gtest.h>
 
-#include "support/process.h"
-#include "support/temporary_folder.h"
-#include "support/tree.h"
+#include "tests/support/folder.h"
+#include "tests/support/program.h"
+#include "tests/support/tree.h"
 
+namespace harbix::test {
 namespace {
-
-using test::Outcome;
-using test::run_program;
 
 void expect_line(const std::vector<std::string>& arguments, int status, const std::string& line) {
   std::vector<std::string> command{HARBIX_USE};
   command.insert(command.end(), arguments.begin(), arguments.end());
   const Outcome outcome = run_program(command);
-  EXPECT_EQ(status, outcome.status);
-  EXPECT_EQ("", outcome.output);
-  EXPECT_EQ(line + "\n", outcome.errors);
+  EXPECT_EQ(outcome.status, status);
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.errors, line + "\n");
 }
 
 TEST(Use, PrintsTheRecordOfAProgram) {
   const Outcome outcome = run_program({HARBIX_USE, HARBIX_PROGRAM});
-  EXPECT_EQ(0, outcome.status);
-  EXPECT_EQ(test::read_file(HARBIX_USAGE_RECORD), outcome.output);
-  EXPECT_EQ("", outcome.errors);
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output, read_file(HARBIX_USAGE_RECORD));
+  EXPECT_EQ(outcome.errors, "");
 }
 
 TEST(Use, ReportsInOneLineWhatIsMissing) {
@@ -43,8 +41,9 @@ TEST(Use, RefusesAnotherCommandLine) {
 TEST(Use, FailsWhenItsOutputCannotBeWritten) {
   const Outcome outcome =
       run_program({"sh", "-c", "exec \"$0\" \"$1\" >/dev/full", HARBIX_USE, HARBIX_PROGRAM});
-  EXPECT_EQ(1, outcome.status);
-  EXPECT_EQ("use: the usage record could not be written\n", outcome.errors);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.errors, "use: the usage record could not be written\n");
 }
 
 }  // namespace
+}  // namespace harbix::test

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace test {
+namespace harbix::test {
 
 /// A private folder below $TMPDIR (or /tmp) that every user may enter; removed with its content at the end of
 /// the scope.
@@ -19,7 +19,7 @@ class TemporaryFolder {
 
   /// Absolute and canonical, without a '/' at its end.
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
-  /// "FOLDER/NAME"
+  /// "FOLDER/NAME"; the folder itself for an empty name.
   [[nodiscard]] std::string operator/(std::string_view name) const;
 
  private:
@@ -42,4 +42,4 @@ class InsideFolder {
   int saved_;
 };
 
-}  // namespace test
+}  // namespace harbix::test

@@ -1,4 +1,4 @@
-#include "mounted_pps.h"
+#include "tests/support/mounted_pps.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -17,8 +17,7 @@
 #include <memory>
 #include <system_error>
 
-namespace pps {
-
+namespace harbix::test {
 namespace {
 
 constexpr int CANNOT_RUN = 127;
@@ -154,4 +153,4 @@ int MountedPps::write_error(const std::string& name, int flags, const std::strin
   }
 }
 
-}  // namespace pps
+}  // namespace harbix::test

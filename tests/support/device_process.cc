@@ -1,4 +1,4 @@
-#include "device_process.h"
+#include "tests/support/device_process.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-namespace device_test {
+namespace harbix::test {
 namespace {
 
 base::FileDescriptor memory_file(std::string_view content) {
@@ -59,7 +59,7 @@ void reset_signals() {
 
 Result result_of(pid_t process, const std::string& output, const base::FileDescriptor& errors) {
   int status = 0;
-  EXPECT_EQ(::waitpid(process, &status, 0), process);
+  EXPECT_EQ(process, ::waitpid(process, &status, 0));
   EXPECT_EQ(::lseek(errors.get(), 0, SEEK_SET), 0);
   return {.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status),
           .output = output,
@@ -147,4 +147,4 @@ bool can_end_within(std::chrono::seconds limit, const std::function<void()>& att
   return false;
 }
 
-}  // namespace device_test
+}  // namespace harbix::test

@@ -3,10 +3,17 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <string>
 
 #include <gtest/gtest.h>
 
-namespace test {
+namespace harbix::test {
+
+/// Runs part of a test in a process of its own whose root folder is `root`, for code that works on fixed
+/// absolute paths. The system's programs, libraries and devices are there as well; everything else is what
+/// the test put below `root`. Starts in "/", as the superuser.
+[[nodiscard]] ::testing::AssertionResult passes_in_root(const std::string& root,
+                                                        const std::function<void()>& body);
 
 /// The ids that the device's accounts have in passes_with_device_accounts().
 inline constexpr gid_t SHARED_GROUP = 5001;
@@ -18,4 +25,4 @@ inline constexpr uid_t MEDIA_USER = 5004;
 /// and /etc/group are replaced there, and nowhere else.
 [[nodiscard]] ::testing::AssertionResult passes_with_device_accounts(const std::function<void()>& body);
 
-}  // namespace test
+}  // namespace harbix::test

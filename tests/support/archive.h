@@ -5,12 +5,16 @@
 #include <vector>
 
 #include <archive.h>
+#include <gtest/gtest.h>
 
 #include "archive/reader.h"
 #include "archive/source.h"
 #include "archive/writer.h"
+#include "tests/support/folder.h"
+#include "tests/support/tar_builder.h"
+#include "tests/support/tree.h"
 
-namespace test {
+namespace harbix::test {
 
 /// Names are written as in a real run, until the end of the scope.
 class Utf8Names {
@@ -71,4 +75,24 @@ std::string message_of(const Body& body) {
   return "";
 }
 
-}  // namespace test
+/// A folder with one archive in it.
+class ArchiveReaderTest : public ::testing::Test {
+ protected:
+  /// The path of an archive of these bytes.
+  std::string archive(const std::string& bytes) {
+    write_file(archive_, bytes);
+    return archive_;
+  }
+
+  TemporaryFolder folder_;
+  std::string archive_ = folder_ / "a.tar";
+};
+
+/// Three entries, the one in the middle with data of two records.
+inline TarBuilder three_entries() {
+  TarBuilder tar;
+  tar.file("/media/a", "text").file("/media/b", std::string(600, 'b')).folder("/media/c");
+  return tar;
+}
+
+}  // namespace harbix::test

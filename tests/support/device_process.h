@@ -9,7 +9,7 @@
 
 #include "base/file_descriptor.h"
 
-namespace device_test {
+namespace harbix::test {
 
 /// How a program ended and what it wrote.
 struct Result {
@@ -62,4 +62,4 @@ bool can_end_within(std::chrono::seconds limit, const std::function<void()>& att
 #define REQUIRE_ROOT() \
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a device"
 
-}  // namespace device_test
+}  // namespace harbix::test

@@ -1,4 +1,4 @@
-#include "toy_service.h"
+#include "tests/support/toy_service.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,8 +12,7 @@
 #include <optional>
 #include <system_error>
 
-namespace pps {
-
+namespace harbix::test {
 namespace {
 
 [[noreturn]] void refuse(const std::string& what) {
@@ -117,4 +116,4 @@ std::map<std::string, std::string> exchange(const std::string& object, const std
   return response;
 }
 
-}  // namespace pps
+}  // namespace harbix::test

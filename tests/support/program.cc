@@ -1,4 +1,4 @@
-#include "support/process.h"
+#include "tests/support/program.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -9,12 +9,15 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
 #include <stdexcept>
 #include <system_error>
 
 #include "base/file_descriptor.h"
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 using base::FileDescriptor;
@@ -107,6 +110,15 @@ int wait_for(pid_t child) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+int run_body(const std::function<void()>& body) {
+  try {
+    body();
+  } catch (const std::exception& error) {
+    ADD_FAILURE() << "left by an exception: " << error.what();
+  }
+  return ::testing::Test::HasFailure() ? 1 : 0;
+}
+
 }  // namespace
 
 Outcome run_program(const std::vector<std::string>& command, const std::string& input) {
@@ -125,4 +137,24 @@ Outcome run_program(const std::vector<std::string>& command, const std::string& 
   return outcome;
 }
 
-}  // namespace test
+::testing::AssertionResult passes_in_child(const std::function<void()>& body) {
+  std::cout << std::flush;
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  if (child == -1) return ::testing::AssertionFailure() << "fork failed, errno " << errno;
+  if (child == 0) {
+    const int status = run_body(body);
+    std::cout << std::flush;
+    std::fflush(nullptr);
+    // Without the parent's clean-up: its folders are not this process's to remove.
+    ::_exit(status);
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) == -1) {
+    if (errno != EINTR) return ::testing::AssertionFailure() << "waitpid failed, errno " << errno;
+  }
+  if (status == 0) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "the child ended with wait status " << status;
+}
+
+}  // namespace harbix::test

@@ -1,4 +1,4 @@
-#include "support/temporary_folder.h"
+#include "tests/support/folder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,9 @@
 #include <filesystem>
 #include <system_error>
 
-namespace test {
+#include <gtest/gtest.h>
+
+namespace harbix::test {
 namespace {
 
 [[noreturn]] void throw_system_error(const std::string& what) {
@@ -26,13 +28,13 @@ TemporaryFolder::TemporaryFolder() {
 }
 
 TemporaryFolder::~TemporaryFolder() {
-  // What cannot be removed is left behind: a test that has failed says so already.
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  std::error_code error;
+  std::filesystem::remove_all(path_, error);
+  EXPECT_FALSE(error) << path_ << ": " << error.message();
 }
 
 std::string TemporaryFolder::operator/(std::string_view name) const {
-  return path_ + "/" + std::string(name);
+  return name.empty() ? path_ : path_ + "/" + std::string(name);
 }
 
 InsideFolder::InsideFolder(const std::string& folder)
@@ -51,4 +53,4 @@ InsideFolder::~InsideFolder() {
   ::close(saved_);
 }
 
-}  // namespace test
+}  // namespace harbix::test

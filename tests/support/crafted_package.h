@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/tar_builder.h"
+#include "tests/support/tar_builder.h"
 
-namespace test {
+namespace harbix::test {
 
 /// A package of an application archive, as a backup writes it or as only an attacker would.
 class CraftedPackage {
@@ -49,4 +49,4 @@ class CraftedPackage {
 [[nodiscard]] std::string archive_of(const std::vector<CraftedPackage>& packages);
 [[nodiscard]] std::string cut_archive_of(const std::vector<CraftedPackage>& packages);
 
-}  // namespace test
+}  // namespace harbix::test

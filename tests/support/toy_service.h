@@ -4,9 +4,9 @@
 #include <map>
 #include <string>
 
-#include "client.h"
+#include "tests/support/pps_client.h"
 
-namespace pps {
+namespace harbix::test {
 
 /// Serves every request that clients put into objects of `directory`, as a device's service does: waits at
 /// the directory's
@@ -27,4 +27,4 @@ class ToyService {
 /// @return the answer's attributes, name to value. @throws std::system_error.
 std::map<std::string, std::string> exchange(const std::string& object, const std::string& package_path);
 
-}  // namespace pps
+}  // namespace harbix::test

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
-namespace test {
+#include <gtest/gtest.h>
+
+namespace harbix::test {
 
 /// How a program ended, and what it said.
 struct Outcome {
@@ -15,4 +18,8 @@ struct Outcome {
 /// Runs a program, found on PATH, to its end with `input` as its standard input.
 [[nodiscard]] Outcome run_program(const std::vector<std::string>& command, const std::string& input = "");
 
-}  // namespace test
+/// Runs part of a test in a process of its own, which may ruin its identity, limits or locale. What fails
+/// there is printed there.
+[[nodiscard]] ::testing::AssertionResult passes_in_child(const std::function<void()>& body);
+
+}  // namespace harbix::test

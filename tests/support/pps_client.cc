@@ -1,4 +1,4 @@
-#include "client.h"
+#include "tests/support/pps_client.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -13,8 +13,7 @@
 #include <system_error>
 #include <utility>
 
-namespace pps {
-
+namespace harbix::test {
 namespace {
 
 constexpr int THREW_STATUS = 99;
@@ -119,4 +118,4 @@ std::string WaitingReader::text() {
   return all;
 }
 
-}  // namespace pps
+}  // namespace harbix::test

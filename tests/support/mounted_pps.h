@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "client.h"
+#include "tests/support/pps_client.h"
 
-namespace pps {
+namespace harbix::test {
 
 /// How a command of the shell ended, and what it wrote to both outputs.
 struct Outcome {
@@ -62,4 +62,4 @@ class MountedPps : public testing::Test {
   pid_t server_ = -1;
 };
 
-}  // namespace pps
+}  // namespace harbix::test

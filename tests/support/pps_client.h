@@ -9,7 +9,7 @@
 
 #include "base/file_descriptor.h"
 
-namespace pps {
+namespace harbix::test {
 
 /// Opens an object through the mount. @throws std::system_error with open(2)'s error.
 [[nodiscard]] base::FileDescriptor open_object(const std::string& path, int flags, mode_t mode = 0666);
@@ -61,4 +61,4 @@ class WaitingReader {
   std::optional<Process> process_;
 };
 
-}  // namespace pps
+}  // namespace harbix::test

@@ -1,11 +1,11 @@
-#include "device/crafted_package.h"
+#include "tests/support/crafted_package.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <sstream>
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 /// As an application's backup writes them: size, mode, owners, time and path.
@@ -93,4 +93,4 @@ std::string cut_archive_of(const std::vector<CraftedPackage>& packages) {
   return text;
 }
 
-}  // namespace test
+}  // namespace harbix::test

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "support/device.h"
+#include "tests/support/device.h"
 
-namespace test {
+namespace harbix::test {
 
 /// An application as the installer knows it.
 struct InstalledApplication {
@@ -78,4 +78,4 @@ class ApplicationDevice : public Device {
 
 inline constexpr char APPLICATION_DATA[] = "/accounts/1000/appdata";
 
-}  // namespace test
+}  // namespace harbix::test

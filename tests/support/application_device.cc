@@ -1,4 +1,4 @@
-#include "device/application_device.h"
+#include "tests/support/application_device.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-namespace test {
+namespace harbix::test {
 namespace {
 
 namespace stdfs = std::filesystem;
@@ -179,4 +179,4 @@ std::string ApplicationDevice::content(const std::string& archive, const std::st
   return outcome.output;
 }
 
-}  // namespace test
+}  // namespace harbix::test
