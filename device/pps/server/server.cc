@@ -47,7 +47,7 @@ bool Server::is_hanging(const Node& node) const {
   if (hanging_objects.empty() || node.parent == nullptr) return false;
   std::string path = node.name;
   for (const Node* above = node.parent; above->parent != nullptr; above = above->parent) {
-    path = above->name + "/" + path;
+    path.insert(0, above->name + "/");
   }
   return hanging_objects.contains(path);
 }
