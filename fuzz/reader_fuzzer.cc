@@ -52,7 +52,7 @@ std::size_t step_through(const Input& input) {
   int status = ARCHIVE_OK;
   while ((status = reader.advance()) == ARCHIVE_OK && ++headers < MOST_HEADERS) {
     const harbix::EntryView entry = reader.entry();
-    if (const std::optional<fs::Path> name = entry.name()) packages += harbix::is_metadata_name(name->text());
+    if (entry.begins_package()) ++packages;
     if (entry.is_restorable() && entry.is_hard_link()) std::abort();
     read_some_data(reader);
   }

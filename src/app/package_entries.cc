@@ -37,8 +37,7 @@ std::optional<EntryView> PackageEntries::entry_of(std::size_t position) {
     const std::optional<fs::Path> path = path_of(entry);
     if (path && *path == wanted) return entry;
     const std::optional<fs::Path> name = entry.name();
-    const bool is_next_package = name && is_metadata_name(name->text());
-    if (is_next_package || (path && is_of_later_record(*path, position))) {
+    if (entry.begins_package() || (path && is_of_later_record(*path, position))) {
       reader_.hold_back();
       warn_of_missing_entry(wanted);
       return std::nullopt;

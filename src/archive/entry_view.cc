@@ -4,6 +4,8 @@
 
 #include <archive_entry.h>
 
+#include "archive/package_name.h"
+
 namespace harbix {
 
 std::optional<fs::Path> EntryView::name() const {
@@ -11,7 +13,7 @@ std::optional<fs::Path> EntryView::name() const {
   if (text == nullptr) return std::nullopt;
   std::string_view name(text);
   if (name.size() > 1 && name.ends_with('/')) name.remove_suffix(1);
-  return fs::Path(name);
+  return fs::Path(rooted_name(name));
 }
 
 std::optional<std::string_view> EntryView::link_target() const {
@@ -31,6 +33,17 @@ bool EntryView::is_restorable() const {
     default:
       return false;
   }
+}
+
+bool EntryView::begins_package() const {
+  const char* text = ::archive_entry_pathname(entry_);
+  // Few names end so: no other needs to be copied.
+  if (text == nullptr || !std::string_view(text).ends_with(METADATA_NAME)) return false;
+  return is_plain_file() && harbix::begins_package(rooted_name(text));
+}
+
+bool EntryView::is_plain_file() const {
+  return !is_hard_link() && ::archive_entry_filetype(entry_) == AE_IFREG;
 }
 
 bool EntryView::is_hard_link() const { return ::archive_entry_hardlink(entry_) != nullptr; }

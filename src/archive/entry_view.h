@@ -17,8 +17,8 @@ class EntryView {
  public:
   explicit EntryView(::archive_entry* entry) noexcept : entry_(entry) {}
 
-  /// The name as the writer was given it, without the '/' that tar adds to directories. Nothing for an entry
-  /// of a malformed archive that has none.
+  /// The name as the writer was given it: without the '/' that tar adds to directories, and with the leading
+  /// '/' that a repacking tar took away. Nothing for an entry of a malformed archive that has none.
   [[nodiscard]] std::optional<fs::Path> name() const;
 
   /// What a symbolic link points to; nothing for other entries, and for a link of a malformed archive that
@@ -29,6 +29,10 @@ class EntryView {
   /// written; hard links, devices, fifos and sockets are left out on restore.
   [[nodiscard]] bool is_restorable() const;
 
+  /// Whether it is the metadata entry of a package.
+  [[nodiscard]] bool begins_package() const;
+
+  [[nodiscard]] bool is_plain_file() const;
   [[nodiscard]] bool is_hard_link() const;
   [[nodiscard]] std::int64_t size() const;
 

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "archive/error.h"
 
@@ -17,7 +19,7 @@ constexpr std::size_t BLOCK_SIZE = std::size_t{256} << 10;
 int take_standard_input() {
   const int input = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
   const base::FileDescriptor nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  // Where that fails, a script that reads damages the archive, which is told.
+  // Where that fails, a script that reads damages the archive, which is reported.
   if (input != -1 && nothing) static_cast<void>(::dup2(nothing.get(), STDIN_FILENO));
   return input;
 }
@@ -26,36 +28,86 @@ int open_input(const std::string& name) {
   return name.empty() ? take_standard_input() : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
+[[noreturn]] void throw_unopened(const std::string& name) {
+  throw ArchiveError("Failed to open '" + name + "': " + std::strerror(errno));
+}
+
 }  // namespace
 
 InputFile::InputFile(const std::string& name) : file_(open_input(name)), block_(BLOCK_SIZE) {
-  if (!file_ || ::fstat(file_.get(), &record_) == -1) {
-    throw ArchiveError("Failed to open '" + name + "': " + std::strerror(errno));
-  }
+  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened(name);
+  if (is_regular() && (begin_ = ::lseek(file_.get(), 0, SEEK_CUR)) == -1) throw_unopened(name);
+}
+
+InputFile::InputFile(base::FileDescriptor file, std::int64_t begin)
+    : file_(std::move(file)), block_(BLOCK_SIZE), begin_(begin) {
+  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened("");
+}
+
+std::optional<InputFile> InputFile::again() const {
+  if (!is_regular()) return std::nullopt;
+  return InputFile(base::FileDescriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0)), begin_);
 }
 
 std::optional<std::span<const std::byte>> InputFile::read_block() {
   for (;;) {
-    const ssize_t count = ::read(file_.get(), block_.data(), block_.size());
+    const ssize_t count = is_regular()
+                              ? ::pread(file_.get(), block_.data(), block_.size(), begin_ + position_)
+                              : ::read(file_.get(), block_.data(), block_.size());
     if (count >= 0) {
-      is_empty_ = count == 0 && !has_content_;
-      has_content_ = has_content_ || count > 0;
+      is_empty_ = count == 0 && position_ == 0;
+      position_ += count;
       return std::span<const std::byte>(block_).first(static_cast<std::size_t>(count));
     }
     if (errno != EINTR) return std::nullopt;
   }
 }
 
-std::int64_t InputFile::skip(std::int64_t count) {
-  if (!is_regular()) return 0;
-  const std::int64_t before = seek(0, SEEK_CUR);
-  if (before == -1) return 0;
-  // Not past the end: a truncated archive must be found out by a read that comes up short.
-  const std::int64_t possible = std::min<std::int64_t>(count, record_.st_size - before);
-  if (possible <= 0 || seek(possible, SEEK_CUR) == -1) return 0;
-  return possible;
+std::int64_t InputFile::read_at(std::int64_t offset, std::span<char> buffer) const {
+  std::size_t done = 0;
+  while (done < buffer.size()) {
+    const std::span<char> rest = buffer.subspan(done);
+    const ssize_t count =
+        ::pread(file_.get(), rest.data(), rest.size(), begin_ + offset + static_cast<std::int64_t>(done));
+    if (count == -1 && errno == EINTR) continue;
+    if (count <= 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  return static_cast<std::int64_t>(done);
 }
 
-std::int64_t InputFile::seek(std::int64_t offset, int whence) { return ::lseek(file_.get(), offset, whence); }
+void InputFile::begin_at(std::int64_t offset) noexcept {
+  begin_ += offset;
+  position_ = 0;
+}
+
+std::int64_t InputFile::skip(std::int64_t count) {
+  if (!is_regular()) return 0;
+  // Not past the end: a truncated archive must be found out by a read that comes up short.
+  const std::int64_t rest = std::max<std::int64_t>(record_.st_size - begin_ - position_, 0);
+  const std::int64_t passed = std::min(std::max<std::int64_t>(count, 0), rest);
+  position_ += passed;
+  return passed;
+}
+
+std::int64_t InputFile::seek(std::int64_t offset, int whence) {
+  std::int64_t target = offset;
+  if (whence == SEEK_CUR) target += position_;
+  if (whence == SEEK_END) target += record_.st_size - begin_;
+  if (target < 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  return position_ = target;
+}
+
+bool InputFile::is_longer_than(std::int64_t count) {
+  if (is_regular()) return record_.st_size - begin_ > count;
+  while (position_ <= count) {
+    const std::optional<std::span<const std::byte>> block = read_block();
+    if (!block || block->empty()) return false;
+  }
+  return true;
+}
 
 }  // namespace harbix

@@ -13,36 +13,56 @@
 
 namespace harbix {
 
-/// The file that an archive is read from, in large blocks.
+/// The file that an archive is read from, in large blocks. Offsets count from where the archive begins: the
+/// beginning of a named file, and where the caller's reading of standard input stood.
 class InputFile {
  public:
   /// Opens `name`; an empty name is standard input.
   /// @throws ArchiveError "Archive error: Failed to open 'NAME': TEXT"
   explicit InputFile(const std::string& name);
 
+  /// The same archive from its beginning, to be read independently of this object. Nothing where it can be
+  /// read only once: where it is no regular file.
+  /// @throws ArchiveError as the constructor does.
+  [[nodiscard]] std::optional<InputFile> again() const;
+
   /// The next block, valid until the next call; empty at the end of the file; nothing after a failure, with
   /// errno set.
   [[nodiscard]] std::optional<std::span<const std::byte>> read_block();
+
+  /// Reads at an offset of a regular file, whatever is read next.
+  /// @return how many bytes were read: fewer than asked for at the end of the file and after a failure.
+  [[nodiscard]] std::int64_t read_at(std::int64_t offset, std::span<char> buffer) const;
+
+  /// Makes the archive begin at this offset of a regular file.
+  void begin_at(std::int64_t offset) noexcept;
 
   /// Passes over up to `count` bytes without reading them.
   /// @return how many were passed over: 0 where the file can only be read on.
   [[nodiscard]] std::int64_t skip(std::int64_t count);
 
-  /// lseek(2) on the file.
+  /// As lseek(2), for a regular file.
   /// @return the new offset, or -1 with errno set.
   [[nodiscard]] std::int64_t seek(std::int64_t offset, int whence);
 
+  /// Whether there are more than `count` bytes up to the end of the file. What has to be read to know that is
+  /// lost.
+  [[nodiscard]] bool is_longer_than(std::int64_t count);
+
   /// Whether reading met the end of the file before any byte.
   [[nodiscard]] bool is_empty() const noexcept { return is_empty_; }
-  /// Only regular files can be skipped and searched in.
+  /// Only regular files can be skipped and searched in, and read twice.
   [[nodiscard]] bool is_regular() const noexcept { return S_ISREG(record_.st_mode); }
   [[nodiscard]] const struct ::stat& record() const noexcept { return record_; }
 
  private:
+  InputFile(base::FileDescriptor file, std::int64_t begin);
+
   base::FileDescriptor file_;
   struct ::stat record_ {};
   std::vector<std::byte> block_;
-  bool has_content_ = false;
+  std::int64_t begin_ = 0;     ///< of the archive in a regular file
+  std::int64_t position_ = 0;  ///< of what is read next, from there on
   bool is_empty_ = false;
 };
 

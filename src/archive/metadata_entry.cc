@@ -76,7 +76,7 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
 
     const std::optional<fs::Path> name = reader.entry().name();
     if (!name) throw std::runtime_error("Error pathname");
-    if (last_component(name->text()) == entry_name) {
+    if (last_component(name->text()) == entry_name && reader.entry().begins_package()) {
       Package package{name->text(), read_manifest(reader)};
       // Half a manifest describes another package.
       require_no_error(reader);

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "archive/manifest.h"
+#include "archive/package_name.h"
 #include "archive/reader.h"
 #include "archive/writer.h"
 

@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "archive/entry_view.h"
-#include "archive/input_file.h"
+#include "archive/read_handle.h"
+#include "archive/survey.h"
 
 struct archive;
 
@@ -35,15 +36,20 @@ class ArchiveReader {
   /// Opens the archive; an empty name is standard input. Whatever the library can read is read.
   /// @throws ArchiveError when the file cannot be opened or is no archive.
   explicit ArchiveReader(const std::string& file_name);
-  ~ArchiveReader();
+  ~ArchiveReader() = default;
   ArchiveReader(const ArchiveReader&) = delete;
   ArchiveReader& operator=(const ArchiveReader&) = delete;
   ArchiveReader(ArchiveReader&&) = delete;
   ArchiveReader& operator=(ArchiveReader&&) = delete;
 
   /// Starts the work of the next operation; what is left of the one before is judged by the new section.
-  /// @throws ArchiveError when the archive holds not a single byte.
+  /// @throws ArchiveError when the archive holds not a single byte, or no entry in more than 64 KiB.
   void begin_section(Section section);
+
+  /// What the whole archive holds, all sections together; reading goes on where it is. The first call reads
+  /// all headers; it costs little where contents can be passed over.
+  /// @return nullptr for an archive that can be read only once, like one from a pipe.
+  [[nodiscard]] const Survey* survey();
 
   /// Reads the first header of the section ahead of its turn, so that damage shows before anything is
   /// removed.
@@ -57,7 +63,7 @@ class ArchiveReader {
   /// As next_header, with the library's status code instead of exceptions: ARCHIVE_OK with entry() set,
   /// ARCHIVE_EOF, or the code of a damaged archive, explained by error_text().
   [[nodiscard]] int advance();
-  [[nodiscard]] EntryView entry() const { return EntryView(entry_); }
+  [[nodiscard]] EntryView entry() const { return EntryView(handle_.entry()); }
 
   /// Lets the next call hand over the current entry again: it belongs to whoever asks then.
   void hold_back() noexcept { held_back_ = true; }
@@ -75,7 +81,8 @@ class ArchiveReader {
   /// @throws DataError when the archive is damaged there.
   [[nodiscard]] std::optional<DataBlock> read_block();
 
-  /// The library's last error number and text; 0 and "" when there is none.
+  /// The library's last error number and text; 0 and "" when there is none. The number does not show the
+  /// damage of a header that still waits to be handed on.
   [[nodiscard]] int error_number() const;
   [[nodiscard]] std::string error_text() const;
   /// Forgets the last error, once it has been told.
@@ -88,23 +95,17 @@ class ArchiveReader {
   void close();
 
  private:
-  struct Closer {
-    void operator()(::archive* handle) const noexcept;
-  };
-
-  int read_raw_header();
-  int refuse_missing_end_mark();
-
+  void refuse_zeros();
   void note_package();
   [[nodiscard]] bool in_package_of(const std::vector<fs::Path>& prefixes) const;
 
-  InputFile input_;
-  std::unique_ptr<::archive, Closer> handle_;
-  ::archive_entry* entry_ = nullptr;
+  ReadHandle handle_;
+  std::optional<Survey> survey_;  ///< once it was asked for
   Section section_;
   fs::Path package_;        ///< directory of the last metadata entry met
   int status_ = 0;          ///< of the last header
   bool held_back_ = false;  ///< the last header still waits to be handed on
+  bool is_begun_ = false;
 };
 
 }  // namespace harbix

@@ -70,7 +70,7 @@ class MediaRestore {
   enum class Place { NONE, SHARED, DTM };
 
   void restore(const EntryView& entry, const fs::Path& name) {
-    if (is_metadata_name(name.text())) {
+    if (entry.begins_package()) {
       reader_.skip(entry);
     } else if (name.text().starts_with(places::DTM_PREFIX)) {
       restore_dtm(entry, name);

@@ -71,7 +71,7 @@ class SettingsRestore {
         completeness_.note_missing();
         report::error("Malformed archive: an entry has no name");
         reader_.skip(*entry);
-      } else if (is_metadata_name(name->text())) {
+      } else if (entry->begins_package()) {
         // The package ends here, whatever its records promised; the entry begins the next one.
         reader_.hold_back();
         return true;

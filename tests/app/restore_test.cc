@@ -97,7 +97,7 @@ TEST_F(AppRestoreTest, OfAnArchiveWithoutPackagesDoesNothing) {
 
 TEST_F(AppRestoreTest, StopsAtAPackageOfAnotherKind) {
   EXPECT_TRUE(with_empty_list([] {
-    for (const std::string name : {"/app/p/pps", "/app/p", "/apps/p/bin", "/media/p/bin", "/settings"}) {
+    for (const std::string name : {"/app/p/pps", "/media/p", "/settings"}) {
       TarBuilder archive;
       add_metadata(archive, name, described("p", "a"));
       add_data(archive, "q", "b");

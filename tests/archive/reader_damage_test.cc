@@ -3,6 +3,7 @@
 #include <array>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -78,6 +79,71 @@ TEST_F(ArchiveReaderTest, NeverTakesAnArchiveThatIsCutInTheMiddleForAWholeOne) {
   }
 }
 
+TEST_F(ArchiveReaderTest, RefusesAStreamOfZerosThatIsLongerThanAnEndMark) {
+  constexpr std::size_t LONGEST = std::size_t{64} << 10;
+  const std::string text = "Archive error: The archive holds nothing but zeros";
+  for (const std::size_t size : {LONGEST + 1, std::size_t{21} << 20}) {
+    Reader reader(archive(std::string(size, '\0')));
+    EXPECT_EQ(message_of<ArchiveError>([&reader] { reader.begin_section({}); }), text) << size;
+  }
+  for (const std::size_t size : {2 * RECORD, LONGEST}) {
+    Reader reader(archive(std::string(size, '\0')));
+    reader.begin_section({});
+    EXPECT_EQ(reader.names(), Names{}) << size;
+  }
+}
+
+TEST_F(ArchiveReaderTest, RefusesZerosOutOfAPipe) {
+  EXPECT_TRUE(passes_in_child([] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const std::string zeros((std::size_t{64} << 10) + 1, '\0');
+    std::thread feeder([&] {
+      ASSERT_EQ(::write(ends[1], zeros.data(), zeros.size()), static_cast<ssize_t>(zeros.size()));
+      ::close(ends[1]);
+    });
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    Reader reader("");
+    EXPECT_EQ(message_of<ArchiveError>([&reader] { reader.begin_section({}); }),
+              "Archive error: The archive holds nothing but zeros");
+    feeder.join();
+  }));
+}
+
+TEST_F(ArchiveReaderTest, RefusesAnArchiveThatIsCutBehindTheExtensionsOfAHeader) {
+  const std::string record = "30 path=/media/pax/of/a/name\n\n";
+  const TarBuilder extended = TarBuilder().add('x', "PaxHeader", record);
+  ASSERT_EQ(extended.truncated_text().size(), 2 * RECORD);
+  for (const std::string& first : {std::string(), three_entries().truncated_text()}) {
+    EXPECT_EQ(message_of<std::runtime_error>([&] {
+                Reader reader(archive(first + extended.truncated_text()));
+                reader.names();
+              }),
+              UNREADABLE);
+  }
+}
+
+TEST_F(ArchiveReaderTest, EndsInDamageAtAHeaderWithAWrongChecksum) {
+  std::string bytes = three_entries().text();
+  bytes[2 * RECORD + 8] = static_cast<char>(bytes[2 * RECORD + 8] ^ 1);
+  Reader reader(archive(bytes));
+  const RecordedLog log;
+  ASSERT_TRUE(reader.next_header());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }), UNREADABLE);
+  EXPECT_EQ(log.messages(),
+            (Names{"3 Archive header: Damaged tar archive", "3 Archive header: Damaged tar archive"}));
+}
+
+TEST_F(ArchiveReaderTest, EndsInDamageAtAnExtensionThatCannotBeRead) {
+  std::string record = "29 path=/media/pax/of/a/name\n";
+  EXPECT_EQ(Reader(archive(TarBuilder().add('x', "PaxHeader", record).file("/media/n", "").text())).names(),
+            (Names{"/media/pax/of/a/name"}));
+  record[0] = '3';
+  Reader reader(archive(TarBuilder().add('x', "PaxHeader", record).file("/media/n", "").text()));
+  EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(reader.next_header()); }), UNREADABLE);
+}
+
 TEST_F(ArchiveReaderTest, HandsOverEverythingBeforeTheDamage) {
   Reader reader(archive(three_entries().truncated_text()));
   const RecordedLog log;
@@ -126,7 +192,7 @@ TEST_F(ArchiveReaderTest, TellsAndLogsThatSkippingMetTheEnd) {
     ASSERT_TRUE(entry);
     const RecordedLog log(0);
     const std::string text = message_of<std::runtime_error>([&] { reader.skip(*entry); });
-    EXPECT_EQ(text, "Truncated input file (needed 1024 bytes, only 512 available)");
+    EXPECT_EQ("Truncated input file (needed 1024 bytes, only 512 available)", text);
     EXPECT_EQ(log.messages(), (Names{"2 Skip data failed '" + text + "'"}));
   }));
 }

@@ -22,7 +22,7 @@ class ArchiveSections : public ArchiveReaderTest {
  protected:
   static TarBuilder all() {
     TarBuilder tar;
-    tar.file("/app/x/.backup.metadata", "Package: x\n\n").file("/app/x/bin", "1");
+    tar.file("/app/x/bin/.backup.metadata", "Package: x\n\n").file("/app/x/bin/f", "1");
     tar.file("/media/m/.backup.metadata", "File: 1\n/m/a\n\n").file("/media/m/a", "2");
     tar.file("/dtm/d/.backup.metadata", "File: 1\n/d/b\n\n").file("/dtm/d/b", "3");
     tar.file("/settings/.backup.metadata", "Settings: 1\n\n").file("/settings/s", "4");
@@ -43,7 +43,7 @@ class ArchiveSections : public ArchiveReaderTest {
   static Section settings() { return {.earlier = {Path("/app"), Path("/media"), Path("/dtm")}, .later = {}}; }
 };
 
-const Names APP{"/app/x/.backup.metadata", "/app/x/bin"};
+const Names APP{"/app/x/bin/.backup.metadata", "/app/x/bin/f"};
 const Names MEDIA{"/media/m/.backup.metadata", "/media/m/a", "/dtm/d/.backup.metadata", "/dtm/d/b"};
 const Names SETTINGS{"/settings/.backup.metadata", "/settings/s"};
 
@@ -108,6 +108,26 @@ TEST_F(ArchiveSections, EndPrefixesOnAComponentBoundary) {
   Reader reader(archive(tar.text()));
   reader.begin_section(media(true));
   EXPECT_EQ(reader.names(), (Names{"/settingsx/.backup.metadata", "/settingsx/s"}));
+}
+
+TEST_F(ArchiveSections, TakeNamesWithoutTheLeadingSeparatorForTheSameNames) {
+  TarBuilder tar;
+  tar.file("app/x/bin/.backup.metadata", "Package: x\n\n").file("app/x/bin/f", "1");
+  tar.file("./settings/.backup.metadata", "Settings: 1\n\n").file("./settings/s", "4");
+  Reader reader(archive(tar.text()));
+  reader.begin_section(app(true, true));
+  EXPECT_EQ(reader.names(), APP);
+  reader.begin_section(settings());
+  EXPECT_EQ(reader.names(), SETTINGS);
+}
+
+TEST_F(ArchiveSections, AreNotEndedByAFileOfTheNameOfAMetadataEntry) {
+  TarBuilder tar;
+  tar.file("/media/m/.backup.metadata", "").file("/media/m/settings/.backup.metadata", "");
+  tar.file("/settings/x/.backup.metadata", "").folder("/settings/.backup.metadata");
+  Reader reader(archive(tar.text()));
+  reader.begin_section(media(true));
+  EXPECT_EQ(reader.names().size(), 4U);
 }
 
 TEST_F(ArchiveSections, FindDamageThroughTheSectionsBefore) {

@@ -92,7 +92,8 @@ TEST_F(SettingsRestore, SkipsWhatTheDeviceDoesNotBackUp) {
          {"/settings/pps/unknown", "/settings/pps/not_stored", "/settings/pps/services/x/y", "/settings/pps",
           "/settings/pps/control", "/settings/etc/passwd", "/settings/other", "/settings/w/black",
           "/settings/w/black2/x", "/settings/", "/settings", "/settings/v/w", "/settings/w"}) {
-      archive.file(name, "new");
+      // A name that ends in a separator is a folder's, which has no data.
+      archive.file(name, std::string(name).ends_with('/') ? "" : "new");
       expected += "Skip: " + std::string(name == std::string("/settings/") ? "/settings" : name) + "\n";
     }
     archive.file("/settings/w/last", "last");

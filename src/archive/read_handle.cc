@@ -1,0 +1,120 @@
+#include "archive/read_handle.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <archive.h>
+
+#include "archive/error.h"
+
+namespace harbix {
+namespace {
+
+constexpr std::int64_t END_MARK_SIZE = 1024;
+// No error number of the system's or the library's.
+constexpr int INPUT_ENDED = 1 << 20;
+
+/// Everything the library reads but listings of files (mtree): nearly every text passes for one, and it could
+/// name files of this device as the contents of its entries.
+void support_formats(::archive* handle) {
+  constexpr std::array FORMATS{::archive_read_support_format_7zip,    ::archive_read_support_format_ar,
+                               ::archive_read_support_format_cab,     ::archive_read_support_format_cpio,
+                               ::archive_read_support_format_iso9660, ::archive_read_support_format_lha,
+                               ::archive_read_support_format_rar,     ::archive_read_support_format_rar5,
+                               ::archive_read_support_format_tar,     ::archive_read_support_format_warc,
+                               ::archive_read_support_format_xar,     ::archive_read_support_format_zip};
+  // A format that this build of the library lacks is then unrecognized, like any other.
+  for (const auto support : FORMATS) static_cast<void>(support(handle));
+}
+
+}  // namespace
+
+void ReadHandle::Closer::operator()(::archive* handle) const noexcept {
+  // What was only read has nothing left to report.
+  ::archive_read_free(handle);
+}
+
+ReadHandle::ReadHandle(InputFile input) : input_(std::move(input)), handle_(::archive_read_new()) {
+  if (handle_ == nullptr) throw std::bad_alloc();
+  support_formats(get());
+  // Filters that need an outside program are answered by ARCHIVE_WARN; they are available all the same.
+  ::archive_read_support_filter_all(get());
+  if (open() != ARCHIVE_OK && !input_.is_empty()) throw ArchiveError(error_text(get()));
+  // Formats that would have to seek in a pipe have said so, and lost the bid; that is no error.
+  ::archive_clear_error(get());
+}
+
+int ReadHandle::open() {
+  ::archive_read_set_callback_data(get(), this);
+  ::archive_read_set_read_callback(get(), read);
+  ::archive_read_set_skip_callback(get(), skip);
+  if (input_.is_regular()) ::archive_read_set_seek_callback(get(), seek);
+  return ::archive_read_open1(get());
+}
+
+int ReadHandle::next_header() {
+  // Asked once more after its end, the library calls it an internal error. After damage it would look for
+  // another header, and could find one in the middle of somebody's data.
+  if (status_ != ARCHIVE_OK) return status_;
+  is_in_header_ = true;
+  const int status = ::archive_read_next_header(get(), &entry_);
+  is_in_header_ = false;
+  if (status == ARCHIVE_EOF) return status_ = judge_end();
+  if (status == ARCHIVE_WARN) return status_ = judge_warning();
+  if (status == ARCHIVE_OK) ::archive_clear_error(get());
+  return status_ = status;
+}
+
+int ReadHandle::judge_end() {
+  const bool is_tar = (::archive_format(get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
+  // A whole archive ends in two records of zeros, which stand where the library looked for another header.
+  // Where it met the end of the input instead, also behind records of extensions, it keeps the error set in
+  // read(); records of zeros clear that.
+  const std::int64_t read_for_end = ::archive_filter_bytes(get(), 0) - ::archive_read_header_position(get());
+  const bool has_mark = read_for_end >= END_MARK_SIZE && ::archive_errno(get()) != INPUT_ENDED;
+  if (!is_tar || has_mark) return ARCHIVE_EOF;
+  ::archive_set_error(get(), EINVAL, "Truncated archive: the end mark is missing");
+  return ARCHIVE_FATAL;
+}
+
+int ReadHandle::judge_warning() {
+  // In the "C" locale every name beyond ASCII is warned of, and handed over as it was stored. A record that
+  // the library could not read is passed over with a warning: the name may be another one.
+  if (::archive_errno(get()) != EILSEQ) return ARCHIVE_FATAL;
+  ::archive_clear_error(get());
+  return ARCHIVE_OK;
+}
+
+void ReadHandle::close() {
+  status_ = ARCHIVE_EOF;
+  // What is left unread cannot fail any more in a way that matters.
+  ::archive_read_close(get());
+}
+
+std::ptrdiff_t ReadHandle::read(::archive* handle, void* self, const void** data) {
+  auto* const own = static_cast<ReadHandle*>(self);
+  const std::optional<std::span<const std::byte>> block = own->input_.read_block();
+  if (!block) {
+    ::archive_set_error(handle, errno, "Read error: %s", std::strerror(errno));
+    return -1;
+  }
+  if (block->empty() && own->is_in_header_) ::archive_set_error(handle, INPUT_ENDED, "The input ended");
+  *data = block->data();
+  return static_cast<std::ptrdiff_t>(block->size());
+}
+
+std::int64_t ReadHandle::skip(::archive* /*handle*/, void* self, std::int64_t count) {
+  return static_cast<ReadHandle*>(self)->input_.skip(count);
+}
+
+std::int64_t ReadHandle::seek(::archive* handle, void* self, std::int64_t offset, int whence) {
+  const std::int64_t position = static_cast<ReadHandle*>(self)->input_.seek(offset, whence);
+  if (position >= 0) return position;
+  ::archive_set_error(handle, errno, "Seek error: %s", std::strerror(errno));
+  return ARCHIVE_FATAL;
+}
+
+}  // namespace harbix

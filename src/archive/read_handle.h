@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+
+#include "archive/input_file.h"
+
+struct archive;
+struct archive_entry;
+
+namespace harbix {
+
+/// A handle of the library that reads an archive of any kind that a restore takes.
+class ReadHandle {
+ public:
+  /// @throws ArchiveError with the library's reason when the input is no archive. An input of zero bytes is
+  /// taken for an archive without entries.
+  explicit ReadHandle(InputFile input);
+  ~ReadHandle() = default;
+  ReadHandle(const ReadHandle&) = delete;
+  ReadHandle& operator=(const ReadHandle&) = delete;
+  ReadHandle(ReadHandle&&) = delete;
+  ReadHandle& operator=(ReadHandle&&) = delete;
+
+  [[nodiscard]] ::archive* get() const noexcept { return handle_.get(); }
+  [[nodiscard]] InputFile& input() noexcept { return input_; }
+  [[nodiscard]] const InputFile& input() const noexcept { return input_; }
+
+  /// Reads the next header.
+  /// @return ARCHIVE_OK with entry() set; ARCHIVE_EOF at the end and ever after; any other code for a damaged
+  /// archive and ever after, with the reason in error_text().
+  [[nodiscard]] int next_header();
+  [[nodiscard]] ::archive_entry* entry() const noexcept { return entry_; }
+
+  /// Stops reading. Further headers answer the end of the archive.
+  void close();
+
+ private:
+  struct Closer {
+    void operator()(::archive* handle) const noexcept;
+  };
+  // What the library calls back.
+  static std::ptrdiff_t read(::archive* handle, void* self, const void** data);
+  static std::int64_t skip(::archive* handle, void* self, std::int64_t count);
+  static std::int64_t seek(::archive* handle, void* self, std::int64_t offset, int whence);
+
+  int open();
+  int judge_end();
+  int judge_warning();
+
+  InputFile input_;
+  std::unique_ptr<::archive, Closer> handle_;
+  ::archive_entry* entry_ = nullptr;
+  bool is_in_header_ = false;
+  int status_ = 0;  ///< of the last header
+};
+
+}  // namespace harbix
