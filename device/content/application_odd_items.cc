@@ -1,8 +1,8 @@
-#include "device/content/application_odd_items.h"
-
 #include <array>
 #include <string>
 #include <string_view>
+
+#include "device/content/contents.h"
 
 namespace device {
 namespace {

@@ -1,9 +1,7 @@
-#include "device/content/applications.h"
-
 #include <string>
 
 #include "device/content/application_folders.h"
-#include "device/content/application_odd_items.h"
+#include "device/content/contents.h"
 #include "device/installer/ledger.h"
 #include "device/installer/ledger_file.h"
 

@@ -1,9 +1,8 @@
-#include "device/content/clock_database.h"
-
 #include <memory>
 
 #include <sqlite3.h>
 
+#include "device/content/contents.h"
 #include "device/failure.h"
 
 namespace device {

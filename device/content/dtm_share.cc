@@ -1,7 +1,6 @@
-#include "device/content/dtm_share.h"
-
 #include <string>
 
+#include "device/content/contents.h"
 #include "device/content/random.h"
 
 namespace device {

@@ -1,9 +1,7 @@
-#include "device/content/home_screen.h"
-
 #include <string>
 #include <string_view>
 
-#include "device/content/clock_database.h"
+#include "device/content/contents.h"
 #include "device/content/random.h"
 
 namespace device {

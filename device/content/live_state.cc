@@ -1,6 +1,6 @@
-#include "device/content/live_state.h"
-
 #include <string_view>
+
+#include "device/content/contents.h"
 
 namespace device {
 

@@ -1,9 +1,8 @@
-#include "device/content/media_collection.h"
-
 #include <algorithm>
 #include <array>
 #include <string>
 
+#include "device/content/contents.h"
 #include "device/content/random.h"
 
 namespace device {

@@ -1,11 +1,10 @@
-#include "device/content/media_library.h"
-
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include <sqlite3.h>
 
+#include "device/content/contents.h"
 #include "device/failure.h"
 
 namespace device {

@@ -1,17 +1,7 @@
 #include "device/content/sample.h"
 
-#include "device/content/applications.h"
-#include "device/content/dtm_share.h"
-#include "device/content/home_screen.h"
-#include "device/content/live_state.h"
-#include "device/content/media_collection.h"
-#include "device/content/media_library.h"
+#include "device/content/contents.h"
 #include "device/content/media_share.h"
-#include "device/content/odd_items.h"
-#include "device/content/settings_files.h"
-#include "device/content/settings_objects.h"
-#include "device/content/settings_scripts.h"
-#include "device/content/subscriber_scripts.h"
 
 namespace device {
 

@@ -1,9 +1,8 @@
-#include "device/content/settings_objects.h"
-
 #include <array>
 #include <string>
 #include <string_view>
 
+#include "device/content/contents.h"
 #include "device/content/random.h"
 
 namespace device {

@@ -1,7 +1,7 @@
-#include "device/content/settings_scripts.h"
-
 #include <string>
 #include <string_view>
+
+#include "device/content/contents.h"
 
 namespace device {
 namespace {

@@ -10,9 +10,7 @@
 #include <sqlite3.h>
 
 #include "device/accounts.h"
-#include "device/content/applications.h"
-#include "device/content/home_screen.h"
-#include "device/content/settings_objects.h"
+#include "device/content/contents.h"
 #include "device/well_known_folders.h"
 #include "tests/device_simulator/content_test.h"
 #include "tests/support/device_process.h"

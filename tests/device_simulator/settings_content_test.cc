@@ -12,10 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "device/accounts.h"
-#include "device/content/live_state.h"
-#include "device/content/settings_files.h"
-#include "device/content/settings_objects.h"
-#include "device/content/settings_scripts.h"
+#include "device/content/contents.h"
 #include "device/well_known_folders.h"
 #include "tests/device_simulator/content_test.h"
 #include "tests/support/device_process.h"
