@@ -33,14 +33,14 @@ struct Tables {
 /// The option's name as it was given: "--state" of "--state=DIR".
 std::string name_in(const std::string& word) { return word.substr(0, word.find('=')); }
 
-[[noreturn]] void refuse(int problem, const std::string& word, std::span<const Option> options) {
-  if (problem == ':') throw WrongOption("option '" + word + "' needs a value");
+WrongOption wrong_option(int problem, const std::string& word, std::span<const Option> options) {
+  if (problem == ':') return WrongOption("option '" + word + "' needs a value");
   if (::optopt >= FIRST_LONG && name_in(word) == std::string("--") + options[index_of(::optopt)].name) {
-    throw WrongOption("option '" + name_in(word) + "' takes no value");
+    return WrongOption("option '" + name_in(word) + "' takes no value");
   }
   const bool is_letter = ::optopt > 0 && ::optopt < FIRST_LONG;
-  throw WrongOption("unknown option '" + (is_letter ? std::string("-") + static_cast<char>(::optopt) : word) +
-                    "'");
+  return WrongOption("unknown option '" +
+                     (is_letter ? std::string("-") + static_cast<char>(::optopt) : word) + "'");
 }
 
 const Option& option_of(int found, std::span<const Option> options, const std::string& word) {
@@ -72,7 +72,7 @@ std::vector<std::string> read_options(std::span<const Option> options,
         ::getopt_long(count, arguments.data(), tables.letters.c_str(), tables.names.data(), nullptr);
     if (found == -1) break;
     const std::string& word = words[static_cast<std::size_t>(at) - 1];
-    if (found == '?' || found == ':') refuse(found, word, options);
+    if (found == '?' || found == ':') throw wrong_option(found, word, options);
     const Option& option = option_of(found, options, word);
     const std::string value = option.has_value ? ::optarg : "";
     if (option.has_value && value.empty()) {

@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "device/content/live_state.h"
+#include "device/content/contents.h"
 #include "device/device_root.h"
 #include "device/factory_state.h"
 #include "device/failure.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "pps/attribute_line.h"
+#include "device/pps/attribute_line.h"
 
 namespace installer {
 

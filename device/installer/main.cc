@@ -22,6 +22,7 @@
 #include "device/installer/request_desk.h"
 #include "device/installer/request_watch.h"
 #include "device/option_reader.h"
+#include "device/refuse.h"
 
 namespace {
 
@@ -48,21 +49,18 @@ constexpr std::array DIRECTORIES = {
     Directory{REQUESTS, UPD_OWNER, 0775},
 };
 
-[[noreturn]] void refuse(const std::string& action, const std::string& path, int error) {
-  throw std::system_error(error, std::generic_category(), "cannot " + action + " '" + path + "'");
-}
-
 void make_directories() {
   for (const Directory& directory : DIRECTORIES) {
     if (::mkdir(directory.path, directory.mode) == -1) {
       if (errno == EEXIST) continue;
-      refuse("create the directory", directory.path, errno);
+      device::refuse(errno, "create the directory", directory.path);
     }
     if (::chown(directory.path, directory.owner.user, directory.owner.group) == -1) {
-      refuse("set the owner of", directory.path, errno);
+      device::refuse(errno, "set the owner of", directory.path);
     }
     // Whatever the mask was.
-    if (::chmod(directory.path, directory.mode) == -1) refuse("set the mode of", directory.path, errno);
+    if (::chmod(directory.path, directory.mode) == -1)
+      device::refuse(errno, "set the mode of", directory.path);
   }
 }
 
@@ -87,7 +85,8 @@ void count_start() {
 }
 
 void tell_ready(base::FileDescriptor descriptor) {
-  if (::write(descriptor.get(), "\n", 1) != 1) refuse("tell that it is ready through", "--ready-fd", errno);
+  if (::write(descriptor.get(), "\n", 1) != 1)
+    device::refuse(errno, "tell that it is ready through", "--ready-fd");
 }
 
 /// Serves until the file system goes away, which it tells by an exception.

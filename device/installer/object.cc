@@ -7,26 +7,23 @@
 #include <cerrno>
 
 #include "base/file_descriptor.h"
+#include "device/refuse.h"
 
 namespace installer {
 namespace {
 
-[[noreturn]] void refuse(const std::string& action, const std::string& path, int error) {
-  throw std::system_error(error, std::generic_category(), "cannot " + action + " '" + path + "'");
-}
-
 bool write_lines(const std::string& path, int flags, std::string_view lines) {
   base::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0644));
   if (!object && errno == ENOENT) return false;
-  if (!object) refuse("open", path, errno);
+  if (!object) device::refuse(errno, "open", path);
   while (!lines.empty()) {
     const ssize_t written = ::write(object.get(), lines.data(), lines.size());
     if (written == -1 && errno == EINTR) continue;
-    if (written == -1) refuse("write", path, errno);
+    if (written == -1) device::refuse(errno, "write", path);
     // Only a text that is longer than the kernel hands over at once takes a second turn.
     lines.remove_prefix(static_cast<std::size_t>(written));
   }
-  if (const int error = object.close(); error != 0) refuse("write", path, error);
+  if (const int error = object.close(); error != 0) device::refuse(error, "write", path);
   return true;
 }
 
@@ -35,13 +32,13 @@ bool write_lines(const std::string& path, int flags, std::string_view lines) {
 std::optional<std::string> read_object(const std::string& path) {
   const base::FileDescriptor object(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!object && errno == ENOENT) return std::nullopt;
-  if (!object) refuse("open", path, errno);
+  if (!object) device::refuse(errno, "open", path);
   std::string text;
   std::array<char, 32768> piece = {};
   for (;;) {
     const ssize_t count = ::read(object.get(), piece.data(), piece.size());
     if (count == -1 && errno == EINTR) continue;
-    if (count == -1) refuse("read", path, errno);
+    if (count == -1) device::refuse(errno, "read", path);
     if (count == 0) return text;
     text.append(piece.data(), static_cast<std::size_t>(count));
   }
@@ -50,11 +47,11 @@ std::optional<std::string> read_object(const std::string& path) {
 bool write_object(const std::string& path, std::string_view lines) { return write_lines(path, 0, lines); }
 
 void publish_object(const std::string& path, std::string_view lines) {
-  if (!write_lines(path, O_CREAT, lines)) refuse("create", path, ENOENT);
+  if (!write_lines(path, O_CREAT, lines)) device::refuse(ENOENT, "create", path);
 }
 
 void remove_object(const std::string& path) {
-  if (::unlink(path.c_str()) == -1 && errno != ENOENT) refuse("remove", path, errno);
+  if (::unlink(path.c_str()) == -1 && errno != ENOENT) device::refuse(errno, "remove", path);
 }
 
 bool is_unserved(const std::error_code& error) {

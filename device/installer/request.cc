@@ -5,7 +5,7 @@
 #include <string>
 
 #include "device/installer/refusal.h"
-#include "pps/attribute_line.h"
+#include "device/pps/attribute_line.h"
 
 namespace installer {
 namespace {

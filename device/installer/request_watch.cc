@@ -6,18 +6,14 @@
 #include <cerrno>
 #include <system_error>
 
+#include "device/refuse.h"
+
 namespace installer {
-namespace {
-
-[[noreturn]] void refuse(const std::string& action, const std::string& path, int error) {
-  throw std::system_error(error, std::generic_category(), "cannot " + action + " '" + path + "'");
-}
-
-}  // namespace
+namespace {}  // namespace
 
 RequestWatch::RequestWatch(const std::string& directory)
     : path_(directory + "/.all?wait,delta"), view_(::open(path_.c_str(), O_RDONLY | O_CLOEXEC)) {
-  if (!view_) refuse("open", path_, errno);
+  if (!view_) device::refuse(errno, "open", path_);
 }
 
 std::optional<std::string> RequestWatch::next() {
@@ -38,7 +34,7 @@ std::optional<std::string> RequestWatch::next_line() {
     }
     const ssize_t count = ::read(view_.get(), piece.data(), piece.size());
     if (count == -1 && errno == EINTR) continue;
-    if (count == -1) refuse("read", path_, errno);
+    if (count == -1) device::refuse(errno, "read", path_);
     if (count == 0) return std::nullopt;
     rest_.append(piece.data(), static_cast<std::size_t>(count));
   }

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "pps/attribute_line.h"
-#include "pps/change.h"
+#include "device/pps/attribute_line.h"
+#include "device/pps/change.h"
 
 namespace pps {
 

@@ -1,17 +1,16 @@
-#include "pps/catalog.h"
+#include "device/pps/catalog.h"
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <system_error>
 
-#include "pps/open_name.h"
+#include "device/pps/open_name.h"
+#include "device/refuse.h"
 
 namespace pps {
 
 namespace {
-
-[[noreturn]] void refuse(int error) { throw std::system_error(error, std::generic_category()); }
 
 // A set-group-id directory hands its group on, as directories do elsewhere.
 Metadata inherited(const Node& directory, Metadata metadata, mode_t handed_on) {
@@ -28,14 +27,14 @@ void touch(Node& directory) { directory.metadata.modified = directory.metadata.c
 
 Node& Catalog::require(Node& directory, std::string_view name) {
   Node* found = tree_.find(directory, name);
-  if (found == nullptr) refuse(ENOENT);
+  if (found == nullptr) device::refuse(ENOENT);
   return *found;
 }
 
 void Catalog::require_free(Node& directory, std::string_view name) {
-  if (!directory.is_linked()) refuse(ENOENT);
-  if (const int error = check_name(name); error != 0) refuse(error);
-  if (tree_.find(directory, name) != nullptr) refuse(EEXIST);
+  if (!directory.is_linked()) device::refuse(ENOENT);
+  if (const int error = check_name(name); error != 0) device::refuse(error);
+  if (tree_.find(directory, name) != nullptr) device::refuse(EEXIST);
 }
 
 Node& Catalog::make_object(Node& directory, std::string_view name, const Metadata& metadata) {
@@ -60,8 +59,8 @@ Node& Catalog::make_directory(Node& parent, std::string_view name, const Metadat
 
 void Catalog::remove_object(Node& directory, std::string_view name) {
   Node& object = require(directory, name);
-  if (object.is_directory()) refuse(EISDIR);
-  if (object.kind == Node::Kind::view) refuse(EPERM);
+  if (object.is_directory()) device::refuse(EISDIR);
+  if (object.kind == Node::Kind::view) device::refuse(EPERM);
   store_.remove(object);
   const Stamp stamp = tree_.next_stamp();
   if (directory.view != nullptr && !directory.view->open.empty()) directory.removed[object.name] = stamp;
@@ -72,8 +71,8 @@ void Catalog::remove_object(Node& directory, std::string_view name) {
 
 void Catalog::remove_directory(Node& parent, std::string_view name) {
   Node& directory = require(parent, name);
-  if (!directory.is_directory()) refuse(ENOTDIR);
-  if (!directory.children.empty()) refuse(ENOTEMPTY);
+  if (!directory.is_directory()) device::refuse(ENOTDIR);
+  if (!directory.children.empty()) device::refuse(ENOTEMPTY);
   store_.remove(directory);
   Node* view = directory.view;
   if (view != nullptr) Tree::hold(*view);
@@ -95,7 +94,7 @@ void Catalog::take_away(Node& node) {
 }
 
 void Catalog::change_metadata(Node& node, const Metadata& metadata) {
-  if (node.kind == Node::Kind::view) refuse(EPERM);
+  if (node.kind == Node::Kind::view) device::refuse(EPERM);
   const Metadata before = node.metadata;
   node.metadata = metadata;
   node.metadata.changed = now();

@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "pps/publisher.h"
-#include "pps/store.h"
-#include "pps/tree.h"
+#include "device/pps/publisher.h"
+#include "device/pps/store.h"
+#include "device/pps/tree.h"
 
 namespace pps {
 

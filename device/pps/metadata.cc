@@ -1,4 +1,4 @@
-#include "pps/metadata.h"
+#include "device/pps/metadata.h"
 
 namespace pps {
 

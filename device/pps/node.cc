@@ -1,4 +1,4 @@
-#include "pps/node.h"
+#include "device/pps/node.h"
 
 namespace pps {
 

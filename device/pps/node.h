@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "pps/attribute_set.h"
-#include "pps/change.h"
-#include "pps/metadata.h"
+#include "device/pps/attribute_set.h"
+#include "device/pps/change.h"
+#include "device/pps/metadata.h"
 
 namespace pps {
 

@@ -1,4 +1,4 @@
-#include "pps/open_object.h"
+#include "device/pps/open_object.h"
 
 #include <utility>
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "pps/change.h"
-#include "pps/node.h"
-#include "pps/open_name.h"
+#include "device/pps/change.h"
+#include "device/pps/node.h"
+#include "device/pps/open_name.h"
 
 namespace pps {
 

@@ -1,4 +1,4 @@
-#include "pps/publisher.h"
+#include "device/pps/publisher.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -6,11 +6,11 @@
 #include <system_error>
 #include <utility>
 
+#include "device/refuse.h"
+
 namespace pps {
 
 namespace {
-
-[[noreturn]] void refuse(int error) { throw std::system_error(error, std::generic_category()); }
 
 /// @return nothing when one of the lines is malformed. `text` ends after a newline, or is one line without
 /// it.
@@ -37,7 +37,7 @@ void find_slowest(const Node& node, Stamp& oldest) {
 
 OpenObject& Publisher::opening(OpenId id) {
   const auto found = open_.find(id);
-  if (found == open_.end()) refuse(EBADF);
+  if (found == open_.end()) device::refuse(EBADF);
   return *found->second;
 }
 
@@ -52,13 +52,13 @@ OpenId Publisher::open(Node& node, OpenOptions options) {
 std::optional<std::string_view> Publisher::read(OpenId id, std::size_t size, Patience patience,
                                                 ReaderToken token) {
   OpenObject& open = opening(id);
-  if (!finish_line(open)) refuse(EINVAL);
+  if (!finish_line(open)) device::refuse(EINVAL);
   const auto piece = open.read(size, tree_.last_stamp());
   if (piece) {
     forget_told_removals(open.node());
     return piece;
   }
-  if (patience == Patience::refuse) refuse(EAGAIN);
+  if (patience == Patience::refuse) device::refuse(EAGAIN);
   open.parked.push_back({.token = token, .size = size});
   parked_.emplace(token, id);
   return std::nullopt;
@@ -86,9 +86,9 @@ void Publisher::write(OpenId id, std::string_view bytes) {
   std::string text = std::exchange(open.unfinished_line, {});
   text += bytes;
   const std::size_t end = text.rfind('\n') + 1;  // 0 when there is none
-  if (text.size() - end > MAX_LINE) refuse(EFBIG);
+  if (text.size() - end > MAX_LINE) device::refuse(EFBIG);
   const auto lines = parse_lines(std::string_view(text).substr(0, end));
-  if (!lines) refuse(EINVAL);
+  if (!lines) device::refuse(EINVAL);
   publish(open, *lines);
   open.unfinished_line = text.substr(end);
 }
@@ -106,7 +106,7 @@ void Publisher::publish(OpenObject& open, const std::vector<AttributeLine>& line
   if (node.kind == Node::Kind::view) {
     const auto sets = [](const AttributeLine& line) { return line.kind == AttributeLine::Kind::set; };
     if (!std::ranges::any_of(lines, sets)) return;
-    if (!node.is_linked()) refuse(ENOENT);
+    if (!node.is_linked()) device::refuse(ENOENT);
     Tree::make_object_of(node);
   }
   const Change change{.stamp = tree_.next_stamp(), .writer = open.id()};
@@ -162,7 +162,7 @@ void Publisher::flush(OpenId id) {
   const bool well_formed = finish_line(open);
   Node& node = open.node();
   if (node.kind == Node::Kind::object && node.is_linked() && node.unsaved) store_.save(node);
-  if (!well_formed) refuse(EINVAL);
+  if (!well_formed) device::refuse(EINVAL);
 }
 
 void Publisher::close(OpenId id) {

@@ -8,9 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "pps/open_object.h"
-#include "pps/store.h"
-#include "pps/tree.h"
+#include "device/pps/open_object.h"
+#include "device/pps/store.h"
+#include "device/pps/tree.h"
 
 namespace pps {
 

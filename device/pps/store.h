@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "base/file_descriptor.h"
-#include "pps/node.h"
+#include "device/pps/node.h"
 
 namespace pps {
 

@@ -1,4 +1,4 @@
-#include "pps/store_loader.h"
+#include "device/pps/store_loader.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,8 +15,9 @@
 #include <utility>
 #include <vector>
 
-#include "pps/attribute_line.h"
-#include "pps/open_name.h"
+#include "device/pps/attribute_line.h"
+#include "device/pps/open_name.h"
+#include "device/refuse.h"
 
 namespace pps {
 
@@ -29,26 +30,26 @@ struct FolderCloser {
   void operator()(DIR* folder) const noexcept { static_cast<void>(::closedir(folder)); }
 };
 
-[[noreturn]] void refuse(const std::string& path) {
+[[noreturn]] void fail_to_read(const std::string& path) {
   const int error = errno;
-  throw std::system_error(error, std::generic_category(), "cannot read '" + path + "' of the store");
+  device::refuse(error, "cannot read '" + path + "' of the store");
 }
 
 FileDescriptor open_at(int folder, const std::string& path, int flags) {
   FileDescriptor opened(::openat(folder, path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | flags));
-  if (!opened) refuse(path);
+  if (!opened) fail_to_read(path);
   return opened;
 }
 
 std::vector<std::string> sorted_names(FileDescriptor opened, const std::string& path) {
   const std::unique_ptr<DIR, FolderCloser> folder(::fdopendir(opened.get()));
-  if (!folder) refuse(path);
+  if (!folder) fail_to_read(path);
   static_cast<void>(opened.release());  // the folder's stream closes it
   std::vector<std::string> names;
   for (;;) {
     errno = 0;
     const dirent* entry = ::readdir(folder.get());
-    if (entry == nullptr && errno != 0) refuse(path);
+    if (entry == nullptr && errno != 0) fail_to_read(path);
     if (entry == nullptr) break;
     const std::string name = static_cast<const char*>(entry->d_name);
     if (name != "." && name != "..") names.push_back(name);
@@ -63,7 +64,7 @@ std::string read_whole(const FileDescriptor& file, const std::string& path) {
   for (;;) {
     const ssize_t count = ::read(file.get(), piece.data(), piece.size());
     if (count == -1 && errno == EINTR) continue;
-    if (count == -1) refuse(path);
+    if (count == -1) fail_to_read(path);
     if (count == 0) return text;
     text.append(piece.data(), static_cast<std::size_t>(count));
   }
@@ -78,7 +79,7 @@ class Loader {
     tree_.root().metadata = metadata_of(look_at("."));
     tree_.root().stored_as.emplace_back("");
     // What a kill left of a save; nothing there is the usual case.
-    if (::unlinkat(folder_, Store::UNFINISHED, 0) == -1 && errno != ENOENT) refuse(Store::UNFINISHED);
+    if (::unlinkat(folder_, Store::UNFINISHED, 0) == -1 && errno != ENOENT) fail_to_read(Store::UNFINISHED);
     load_folder(tree_.root(), "");
   }
 
@@ -131,7 +132,7 @@ class Loader {
 
   [[nodiscard]] struct stat look_at(const std::string& path) const {
     struct stat record {};
-    if (::fstatat(folder_, path.c_str(), &record, AT_SYMLINK_NOFOLLOW) == -1) refuse(path);
+    if (::fstatat(folder_, path.c_str(), &record, AT_SYMLINK_NOFOLLOW) == -1) fail_to_read(path);
     return record;
   }
 

@@ -2,8 +2,8 @@
 
 #include <iosfwd>
 
-#include "pps/store.h"
-#include "pps/tree.h"
+#include "device/pps/store.h"
+#include "device/pps/tree.h"
 
 namespace pps {
 

@@ -1,9 +1,9 @@
-#include "pps/tree.h"
+#include "device/pps/tree.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "pps/open_name.h"
+#include "device/pps/open_name.h"
 
 namespace pps {
 

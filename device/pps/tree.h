@@ -5,7 +5,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "pps/node.h"
+#include "device/pps/node.h"
 
 namespace pps {
 

@@ -1,4 +1,4 @@
-#include "pps/attribute_line.h"
+#include "device/pps/attribute_line.h"
 
 #include <string>
 

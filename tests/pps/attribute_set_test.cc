@@ -1,4 +1,4 @@
-#include "pps/attribute_set.h"
+#include "device/pps/attribute_set.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "pps/catalog.h"
+#include "device/pps/catalog.h"
 
 #include <cerrno>
 #include <string>

@@ -1,4 +1,4 @@
-#include "pps/open_name.h"
+#include "device/pps/open_name.h"
 
 #include <cerrno>
 #include <string>

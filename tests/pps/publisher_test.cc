@@ -1,4 +1,4 @@
-#include "pps/publisher.h"
+#include "device/pps/publisher.h"
 
 #include <cerrno>
 #include <string>

@@ -9,10 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include "pps/catalog.h"
-#include "pps/publisher.h"
-#include "pps/store.h"
-#include "pps/tree.h"
+#include "device/pps/catalog.h"
+#include "device/pps/publisher.h"
+#include "device/pps/store.h"
+#include "device/pps/tree.h"
 
 namespace pps {
 

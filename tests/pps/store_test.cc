@@ -1,4 +1,4 @@
-#include "pps/store.h"
+#include "device/pps/store.h"
 
 #include <sys/stat.h>
 
@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-#include "pps/store_loader.h"
+#include "device/pps/store_loader.h"
 #include "tests/pps/rules.h"
 
 namespace pps {

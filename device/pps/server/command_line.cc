@@ -1,4 +1,4 @@
-#include "pps/server/command_line.h"
+#include "device/pps/server/command_line.h"
 
 #include <array>
 #include <ostream>

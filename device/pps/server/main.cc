@@ -8,10 +8,10 @@
 #include <span>
 #include <system_error>
 
-#include "pps/server/command_line.h"
-#include "pps/server/server.h"
-#include "pps/server/session.h"
-#include "pps/server/stop_signals.h"
+#include "device/pps/server/command_line.h"
+#include "device/pps/server/server.h"
+#include "device/pps/server/session.h"
+#include "device/pps/server/stop_signals.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "pps/node.h"
-#include "pps/open_name.h"
+#include "device/pps/node.h"
+#include "device/pps/open_name.h"
 
 namespace pps::server {
 

@@ -1,6 +1,6 @@
-#include "pps/server/reply.h"
+#include "device/pps/server/reply.h"
 
-#include "pps/server/node_numbers.h"
+#include "device/pps/server/node_numbers.h"
 
 namespace pps::server {
 

@@ -9,7 +9,7 @@
 
 #include <fuse_lowlevel.h>
 
-#include "pps/server/server.h"
+#include "device/pps/server/server.h"
 
 namespace pps::server {
 

@@ -1,4 +1,4 @@
-#include "pps/server/server.h"
+#include "device/pps/server/server.h"
 
 #include <unistd.h>
 
@@ -7,8 +7,8 @@
 #include <system_error>
 #include <utility>
 
-#include "pps/server/node_numbers.h"
-#include "pps/store_loader.h"
+#include "device/pps/server/node_numbers.h"
+#include "device/pps/store_loader.h"
 
 namespace pps::server {
 

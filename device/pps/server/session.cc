@@ -1,4 +1,4 @@
-#include "pps/server/session.h"
+#include "device/pps/server/session.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,18 +11,17 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "device/refuse.h"
+
 namespace pps::server {
 
 namespace {
 
-[[noreturn]] void refuse(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
-
 void remove_dead_mount(const std::string& mount_point) {
   struct stat record {};
   if (::stat(mount_point.c_str(), &record) == 0 || errno != ENOTCONN) return;
-  if (::umount2(mount_point.c_str(), MNT_DETACH) == -1) refuse(errno, "cannot unmount '" + mount_point + "'");
+  if (::umount2(mount_point.c_str(), MNT_DETACH) == -1)
+    device::refuse(errno, "cannot unmount '" + mount_point + "'");
 }
 
 fuse_session* new_session(Server& server) {
@@ -41,7 +40,7 @@ fuse_session* new_session(Server& server) {
 void read_without_blocking(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFL);
   if (flags == -1 || ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == -1) {
-    refuse(errno, "cannot set up the kernel's requests");
+    device::refuse(errno, "cannot set up the kernel's requests");
   }
 }
 
@@ -84,7 +83,7 @@ void Session::serve(int stop_descriptor) {
   while (fuse_session_exited(session_.get()) == 0) {
     if (::poll(watched.data(), watched.size(), -1) == -1) {
       if (errno == EINTR) continue;
-      refuse(errno, "cannot wait for requests");
+      device::refuse(errno, "cannot wait for requests");
     }
     if (watched[1].revents != 0) return answer_pending(owner.buffer);
     if (watched[0].revents != 0) answer_one(owner.buffer);
@@ -106,7 +105,7 @@ void Session::answer_one(fuse_buf& buffer) {
   const int received = fuse_session_receive_buf(session_.get(), &buffer);
   // 0 is the end of the mount: the session has exited.
   if (received == 0 || received == -EINTR || received == -EAGAIN) return;
-  if (received < 0) refuse(-received, "cannot receive requests");
+  if (received < 0) device::refuse(-received, "cannot receive requests");
   fuse_session_process_buf(session_.get(), &buffer);
 }
 

@@ -1,4 +1,4 @@
-#include "pps/server/stop_signals.h"
+#include "device/pps/server/stop_signals.h"
 
 #include <sys/signalfd.h>
 
