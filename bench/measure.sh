@@ -7,7 +7,7 @@ readonly SHARED=/accounts/1000/shared
 
 # Puts memory that was in use a moment ago on top of what is free, in small pieces and in large ones. In a virtual
 # machine, memory that has been free for long may have to be fetched from the host, which was seen to take four times as
-# long as the run itself and strikes whoever comes first.
+# long as the run itself and slows the program that runs first.
 warm_memory() {
   head -c 768M /dev/zero >/dev/shm/warm
   dd if=/dev/zero of=/var/tmp/warm bs=1M count=768 status=none

@@ -19,7 +19,7 @@ back_up() {
 }
 
 # Each into an empty folder of its own. Nothing is deleted in between: for some seconds after many files have been
-# deleted, ext4 looks long for an inode that was not in use of late, whoever asks for one.
+# deleted, ext4 searches long for an inode that was not in use of late, for any program.
 restore() {
   local share=$1 program=$2 target=$3 archive
   archive=/tmp/$share-$program.tar

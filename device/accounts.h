@@ -38,8 +38,8 @@ inline constexpr Owner ACCOUNT_OWNER = {.user = ACCOUNT_USER, .group = ACCOUNT_G
 inline constexpr Owner APPS_OWNER = {.user = APPS_USER, .group = APPS_GROUP};
 
 /// The device's /etc/passwd: one "name:x:uid:gid:comment:home:shell" line for each user.
-/// "media" has a primary group of its own: whoever handles shared media as that user takes the group
-/// 1000_shared.
+/// "media" has a primary group of its own: a program that handles shared media as that user takes the
+/// group 1000_shared.
 [[nodiscard]] std::string passwd_text();
 
 /// The device's /etc/group: one "name:x:gid:" line for each group; no group lists members.

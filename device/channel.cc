@@ -25,7 +25,7 @@ Channel Channel::copy() const {
 }
 
 void Channel::send(Notice notice) const noexcept {
-  // Whoever is gone needs no notice; a handful of notices always fits.
+  // A process that is gone needs no notice; a handful of notices always fits.
   (void)::send(socket_.get(), &notice, sizeof notice, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 

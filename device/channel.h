@@ -39,7 +39,7 @@ class Channel {
   /// Readable when a notice has arrived or the other end is gone.
   [[nodiscard]] int descriptor() const noexcept { return socket_.get(); }
 
-  /// Nobody at the other end is no error.
+  /// Does nothing when the other end is closed.
   void send(Notice notice) const noexcept;
 
   /// The next notice that has arrived; nothing when there is none. Closes this end when the other end is

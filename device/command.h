@@ -52,7 +52,7 @@ class Command {
 /// The exit status that stands for `status`, which is as waitpid gave it.
 [[nodiscard]] int exit_status_of(int status);
 
-/// Whether `status`, as waitpid gave it, tells of an end, not of a stop.
+/// Whether `status`, as waitpid gave it, says that the process has ended, and not just stopped.
 [[nodiscard]] bool has_ended(int status);
 
 }  // namespace device

@@ -21,7 +21,7 @@ enum class FolderContent { nothing, unfinished_device, device };
 [[nodiscard]] FolderContent content_of_folder(const std::string& path);
 
 /// To be called before and after the content of a device is made in `path`, so that one whose making was cut
-/// short is told from a device. @throws Failure
+/// short is not taken for a device. @throws Failure
 void mark_unfinished(const std::string& path);
 void mark_finished(const std::string& path);
 

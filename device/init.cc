@@ -21,7 +21,7 @@ constexpr std::chrono::seconds SERVICE_START_TIME(30);
 constexpr std::chrono::seconds SERVICE_END_TIME(5);
 // Killed processes are gone at once, unless one waits for a service that does not answer.
 constexpr std::chrono::seconds KILL_TIME(2);
-// For those whose end nobody tells: processes that were brought in from outside.
+// For processes that were brought in from outside: the kernel does not report their end here.
 constexpr std::chrono::milliseconds LOOK_AGAIN_TIME(20);
 
 void end_all_processes() {
@@ -47,7 +47,7 @@ int Init::run(const std::vector<std::string>& command) {
     end_all_processes();
     return exit_status_of(*command_.status());
   }
-  // The services come last: what others have written is saved, and nobody sees them go.
+  // The services come last: what others have written is saved, and no other program sees them go.
   const Clock::time_point kill_end = Clock::now() + KILL_TIME;
   while (kill_all_but_services() && Clock::now() < kill_end) wait_for_event(Clock::now() + LOOK_AGAIN_TIME);
   end_services();
@@ -172,7 +172,7 @@ void Init::take_in(pid_t process, int status) {
   for (Service& service : services_) {
     if (service.process() != process) continue;
     service.take_end(status);
-    // Its end before it is ready is the reason not to start at all, and told as such.
+    // Its end before it is ready is the reason not to start at all, and is reported as such.
     const bool in_order = status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
     if (!service.is_ready() && !has_started_services_) return;
     if (ending_services_ && in_order) return;

@@ -32,8 +32,8 @@ class Init {
 
   /// Starts the services in their order, each when the one before it is ready, and then calls `ready`. Runs
   /// `command` to its end, then gives the processes that it left behind 5 seconds, unless a signal ended it.
-  /// Ends the services last, so that they can save what they hold; one that ends before is told on standard
-  /// error, and started again if it is one of those that are.
+  /// Ends the services last, so that they can save what they hold; one that ends before is reported on
+  /// standard error, and started again if it is one of those that are.
   /// @return the exit status of `command`, or 128 and the number of the signal that ended it; 127 or 126 when
   /// it cannot be run; 128 and the number of a signal that came before it was started.
   /// @throws Failure when no process can be started, or a service does not get ready. What was started before

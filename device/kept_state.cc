@@ -109,7 +109,7 @@ void reset_device(const std::string& folder, bool bare, const SignalSource& sign
   if (::mkdir(workshop.place().c_str(), 0755) == -1) {
     throw system_failure(errno, "create the folder", workshop.place());
   }
-  // Whatever this program's mask is, the device's accounts have to pass its root.
+  // The device's accounts have to pass its root, also when this program has a stricter mask.
   if (::chmod(workshop.place().c_str(), 0755) == -1) {
     throw system_failure(errno, "set the mode of", workshop.place());
   }
@@ -142,7 +142,7 @@ void bring_back_snapshot(const std::string& folder, const std::string& name,
   if (!exists(snapshot)) {
     throw Failure("'" + folder + "' has no snapshot '" + name + "'; nothing was changed");
   }
-  // Somebody may run it as a device.
+  // Another harbix-device may run it as its device.
   const base::FileDescriptor held = hold_folder(snapshot);
   if (content_of_folder(snapshot) != FolderContent::device) {
     throw Failure("there is no device in '" + snapshot + "'; nothing was changed");

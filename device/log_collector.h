@@ -22,8 +22,8 @@ class LogCollector {
   /// Readable when there are messages.
   [[nodiscard]] int descriptor() const noexcept { return socket_.get(); }
 
-  /// Writes out all messages that have arrived; does not wait for more. A file that cannot be written is told
-  /// once on standard error, and messages are lost from then on.
+  /// Writes out all messages that have arrived; does not wait for more. A file that cannot be written is
+  /// reported once on standard error, and messages are lost from then on.
   void collect();
 
  private:

@@ -20,7 +20,8 @@ class DetachedMount {
   /// The host's device node `source`, writable. Result and errors as above.
   [[nodiscard]] static std::optional<DetachedMount> device_node(const std::string& source);
 
-  /// The folder `source` alone, writable, with programs and set-id bits working whatever its own mount says.
+  /// The folder `source` alone, writable, with programs and set-id bits working, also when its own mount
+  /// forbids them.
   /// @throws Failure quoting `source`.
   [[nodiscard]] static DetachedMount root_folder(const std::string& source);
 

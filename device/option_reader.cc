@@ -10,7 +10,7 @@
 namespace device {
 namespace {
 
-// Larger than any character, so that a long option is told from a letter.
+// Larger than any character, so that a long option is never taken for a letter.
 constexpr int FIRST_LONG = 256;
 
 std::size_t index_of(int value) { return static_cast<std::size_t>(value - FIRST_LONG); }
@@ -25,7 +25,8 @@ struct Tables {
     names.push_back({});
   }
 
-  // "+": options end at the first operand. ":": a missing value is told from an unknown option.
+  // "+": options end at the first operand. ":": getopt_long then reports a missing value and an unknown
+  // option in different ways.
   std::string letters = "+:";
   std::vector<option> names;
 };

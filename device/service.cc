@@ -23,7 +23,7 @@ constexpr int READY_DESCRIPTOR = 3;
   ::setsid();
   const base::FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   // Where one of them fails, the service keeps COMMAND's input or output, or cannot say that it is ready,
-  // which is told.
+  // which is reported.
   if (nothing) (void)::dup2(nothing.get(), STDIN_FILENO);
   if (nothing) (void)::dup2(nothing.get(), STDOUT_FILENO);
   if (ready == READY_DESCRIPTOR) {

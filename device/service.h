@@ -14,7 +14,7 @@ namespace device {
 /// the option "--ready-fd N", write one byte to descriptor N when others can use it, and end at SIGTERM
 /// (being ended by it is in order).
 ///
-/// Whoever takes in ended processes tells it of its own.
+/// Its owner waits for ended processes, and hands the service the status of its own.
 class Service {
  public:
   /// What is to be done when it ends too early: whose clients can wait while it comes back is started again.

@@ -16,7 +16,7 @@ SignalSource::SignalSource() {
   // The set operations fail for numbers that are no signals only.
   ::sigemptyset(&answered);
   for (const int signal : ANSWERED) ::sigaddset(&answered, signal);
-  // Whoever started us may ignore it, and ended children would vanish without a status.
+  // The program that started this one may ignore it, and ended children would vanish without a status.
   if (std::signal(SIGCHLD, SIG_DFL) == SIG_ERR) throw system_failure(errno, "reset SIGCHLD");
   sigset_t blocked = answered;
   ::sigaddset(&blocked, SIGTTOU);

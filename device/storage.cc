@@ -45,7 +45,8 @@ Storage Storage::kept_in(const std::string& folder) try {
 
 void Storage::begin_filling() const {
   if (kept_) mark_unfinished(path_);
-  // Whoever made the folder may have kept it to himself, but the device's accounts have to pass its root.
+  // The user who made the folder may have closed it to others, but the device's accounts have to pass its
+  // root.
   if (::chmod(path_.c_str(), 0755) == -1) throw system_failure(errno, "set the mode of", path_);
   if (::chown(path_.c_str(), 0, 0) == -1) throw system_failure(errno, "set the owner of", path_);
 }

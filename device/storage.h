@@ -24,7 +24,8 @@ class Storage {
   /// The root on the host, absolute; a mount point.
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// To be called before and after the content is made, so that a filling cut short is told from a device.
+  /// To be called before and after the content is made, so that a folder whose filling was cut short is not
+  /// taken for a device.
   void begin_filling() const;
   void end_filling() const;
 

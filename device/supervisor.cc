@@ -47,7 +47,7 @@ class Supervisor {
     return EXIT_SIGNAL_BASE + signal;
   }
 
-  /// As wait(), for a child whose end only the channel tells.
+  /// As wait(), for a child whose end only the channel reports.
   int wait_for_report() {
     while (!reported_ && channel_.is_open()) wait_for_event();
     take_terminal();
@@ -81,7 +81,8 @@ class Supervisor {
     } else if (signal == SIGTSTP && is_command_stopped_) {
       stop_with_the_job(SIGTSTP);
     } else {
-      // It may be gone, which is told otherwise. A number could be another process's by then.
+      // It may be gone, which the supervisor learns from its process descriptor. A number could be another
+      // process's by then.
       (void)::syscall(SYS_pidfd_send_signal, device_.get(), signal, nullptr, 0);
     }
   }

@@ -53,7 +53,7 @@ void name_host() {
   if (::sethostname(name.c_str(), name.size()) == -1) throw system_failure(errno, "set the host name", name);
 }
 
-/// Told before anything is made: a kernel without it, or a machine that does not let it be used.
+/// Fails before anything is made when the kernel has no FUSE, or the machine does not let it be used.
 void require_fuse() {
   constexpr const char* DEVICE = "/dev/fuse";
   const base::FileDescriptor fuse(::open(DEVICE, O_RDWR | O_CLOEXEC));

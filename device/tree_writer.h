@@ -12,7 +12,7 @@
 
 namespace device {
 
-/// Makes items below one folder, with exactly the owner and mode asked for whatever the umask is, and with a
+/// Makes items below one folder, with exactly the owner and mode asked for, without the umask, and with a
 /// time of change that depends on the name alone, so that two trees made alike are equal.
 ///
 /// Paths are as on the device: "/accounts/1000". Each call makes one new item in an existing folder.

@@ -34,7 +34,7 @@ constexpr std::array FOLDERS = {
     Folder{"/pps", ROOT_OWNER, 0755},
     Folder{"/accounts", ROOT_OWNER, 0755},
     Folder{"/accounts/1000", SYS_OWNER, 0755},
-    // No set-group-id bit: whoever writes here has to have taken the group.
+    // No set-group-id bit: a program that writes here has to have taken the group.
     Folder{"/accounts/1000/shared", SHARED_OWNER, 0770},
     Folder{"/accounts/1000/sys", SYS_OWNER, 0755},
     Folder{"/accounts/1000/sys/dtm", SYS_OWNER, 0770},

@@ -1,5 +1,5 @@
-// What has been parsed must survive being written and read again, and its file records must be readable
-// whatever it says.
+// What has been parsed must survive being written and read again, and its file records must be readable, with
+// any content.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Whatever the bytes: an archive ends or is damaged, and stays so; no header is read twice; and a search for
+// With any bytes: an archive ends or is damaged, and stays so; no header is read twice; and a search for
 // packages finds none that stepping through the headers does not meet.
 
 #include <sys/mman.h>
@@ -70,7 +70,7 @@ std::size_t search(const Input& input) {
       ++packages;
     }
   } catch (const std::runtime_error&) {
-    return packages;  // damage, told of as it should be
+    return packages;  // damage, reported as it should be
   }
   return packages;
 }

@@ -21,7 +21,7 @@ std::vector<std::uint8_t> content(const std::filesystem::path& path) {
 int replay(const std::filesystem::path& folder) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    // Told before: a crash says which input it was.
+    // Printed before, so that a crash shows which input it was.
     std::printf("%s\n", entry.path().c_str());
     std::fflush(stdout);
     const std::vector<std::uint8_t> input = content(entry.path());

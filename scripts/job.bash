@@ -24,7 +24,7 @@ start_job() {
 # wait_job: the job's status.
 wait_job() {
   local status=0
-  # Bash tells of a job that a signal has ended.
+  # Bash reports a job that a signal has ended.
   wait "$job" 2>/dev/null || status=$?
   job=
   return "$status"
@@ -46,8 +46,8 @@ end_job() {
     sleep 0.1
   done
   kill -s KILL -- "-$job" 2>/dev/null || true  # Ten seconds are enough for anything that ends in order.
-  wait_job || true  # The script's own status tells of the signal.
-} 2>/dev/null  # Bash tells of a job that a signal has ended.
+  wait_job || true  # The script's own status shows the signal.
+} 2>/dev/null  # Bash reports a job that a signal has ended.
 
 # make_scratch NAME: the folder is known before it is there, so that at no moment a signal leaves it behind.
 make_scratch() {

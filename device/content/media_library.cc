@@ -19,8 +19,8 @@ struct StatementCloser {
   void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
 };
 
-/// The database while it is being filled. Whoever is killed then fills the whole device again, so that
-/// neither a journal nor waiting for the disk is of use.
+/// The database while it is being filled. A device whose filling was killed is filled again from the start,
+/// so that neither a journal nor waiting for the disk is of use.
 class Library {
  public:
   explicit Library(const std::string& path) {

@@ -33,7 +33,7 @@ struct Faults {
 /// The answer without the attribute `name`.
 [[nodiscard]] Answer without(Answer answer, std::string_view name);
 
-/// What precedes an answer in one write of its own: attributes that nobody asked for, those of the answer
+/// What precedes an answer in one write of its own: attributes that no client asked for, those of the answer
 /// except the result with values that will be replaced, and the removal of the request's "action", which a
 /// reader sees as a line without a colon.
 [[nodiscard]] std::string noise_before(const Answer& answer);

@@ -19,8 +19,8 @@ struct Places {
   std::string own = "/var/installer";
 };
 
-/// Registers and removes applications: keeps the ledger in its file, the applications' folders in order, and
-/// whoever lists applications informed.
+/// Registers and removes applications: keeps the ledger in its file and the applications' folders in order,
+/// and publishes the list of applications.
 class Installer {
  public:
   struct Surroundings {

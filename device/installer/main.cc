@@ -58,7 +58,7 @@ void make_directories() {
     if (::chown(directory.path, directory.owner.user, directory.owner.group) == -1) {
       device::refuse(errno, "set the owner of", directory.path);
     }
-    // Whatever the mask was.
+    // mkdir has applied the mask.
     if (::chmod(directory.path, directory.mode) == -1)
       device::refuse(errno, "set the mode of", directory.path);
   }

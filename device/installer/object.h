@@ -20,7 +20,7 @@ void publish_object(const std::string& path, std::string_view lines);
 /// Removes an object; one that is gone already is as good. @throws std::system_error.
 void remove_object(const std::string& path);
 
-/// Whether the error says that nobody serves the file system any more.
+/// Whether the error says that the server of the file system is gone.
 [[nodiscard]] bool is_unserved(const std::error_code& error);
 
 }  // namespace installer

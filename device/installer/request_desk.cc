@@ -83,7 +83,7 @@ void RequestDesk::answer(const std::string& object, const Attributes& request) c
   const std::string action = value_of(request, "action");
   const Faults faults = Faults::parse(parse_attributes(read_object(control_).value_or("")));
   if (faults.dies_of(action)) {
-    // Once: whoever is started again answers.
+    // Once: the installer that is started next answers.
     write_object(control_, "-die\n");
     ::kill(::getpid(), SIGKILL);  // Cannot fail.
   }

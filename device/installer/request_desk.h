@@ -21,8 +21,8 @@ class RequestDesk {
   RequestDesk(std::string directory, std::string control, Work work)
       : directory_(std::move(directory)), control_(std::move(control)), work_(std::move(work)) {}
 
-  /// Answers the object `name` if it waits for an answer. One that nobody can answer is told on standard
-  /// error. @throws std::system_error when the file system is not served any more.
+  /// Answers the object `name` if it waits for an answer. One that cannot be answered is reported on
+  /// standard error. @throws std::system_error when the file system is not served any more.
   void look_at(const std::string& name) const;
 
   /// The same for each object that is there.

@@ -13,7 +13,7 @@
 namespace pps {
 
 /// The attributes of one object in the order in which they were first set, each with its last change, and the
-/// removals that some reader has not been told yet.
+/// removals that some reader has not read yet.
 class AttributeSet {
  public:
   AttributeSet() = default;

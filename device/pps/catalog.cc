@@ -84,7 +84,7 @@ void Catalog::remove_directory(Node& parent, std::string_view name) {
   }
 }
 
-// Holds the node until its waiting readers have been told.
+// Holds the node until its waiting readers have their answers.
 void Catalog::take_away(Node& node) {
   Tree::hold(node);
   tree_.remove(node);

@@ -7,7 +7,7 @@ namespace pps {
 /// Numbers every change of the whole file system, in order; 0 is before all of them.
 using Stamp = std::uint64_t;
 
-/// Numbers every opening of an object, in order; 0 is nobody (what was loaded from the store).
+/// Numbers every opening of an object, in order; 0 stands for what was loaded from the store.
 using OpenId = std::uint64_t;
 
 /// Who changed something, and when.

@@ -32,7 +32,7 @@ struct Node {
   AttributeSet attributes;  ///< of an object
 
   std::map<std::string, Node*, std::less<>> children;  ///< of a directory; its view is not among them
-  Node* view = nullptr;                                ///< of a directory, once somebody has looked for it
+  Node* view = nullptr;                                ///< of a directory, once a client has looked it up
   std::map<std::string, Stamp>
       removed;  ///< of a directory: objects whose end some reader of the view must hear of
 
@@ -52,8 +52,8 @@ struct Node {
 };
 
 /// Owner, permissions and times as a client sees them. A view takes its directory's, without the search bits:
-/// whoever may list the directory may read it, and whoever may make objects there may make it an object of
-/// its own.
+/// a client that may list the directory may read the view, and one that may make objects there may make an
+/// object of its name.
 [[nodiscard]] Metadata shown_metadata(const Node& node);
 
 /// The text of an object or a view as a first read gives it.

@@ -6,7 +6,7 @@ namespace pps {
 
 /// How a client wants to read an object; asked for behind a '?' in the name it opens.
 struct OpenOptions {
-  bool wait = false;   ///< a read blocks until somebody else has changed the object
+  bool wait = false;   ///< a read blocks until another client has changed the object
   bool delta = false;  ///< a read hands over only what changed since the one before
 
   bool operator==(const OpenOptions&) const = default;
@@ -16,7 +16,7 @@ struct OpenOptions {
 struct OpenName {
   std::string_view name;  ///< the object's own name, before the first '?'
   OpenOptions options;
-  bool has_options = false;  ///< a '?' was there, whatever stood behind it
+  bool has_options = false;  ///< a '?' was there, with or without known options behind it
 };
 
 /// The name below which every directory shows its objects together.

@@ -23,7 +23,7 @@ std::optional<std::string_view> OpenObject::read(std::size_t size, Stamp now) {
     if (has_text()) {
       take_text(now);
     } else {
-      seen_ = now;  // whatever happened since was this client's own doing
+      seen_ = now;  // this client itself made all changes since then
     }
   }
   const std::string_view piece = std::string_view(text_).substr(position_, size);

@@ -12,7 +12,7 @@
 
 namespace pps {
 
-/// What names one waiting read to whoever answers it; this library only carries it.
+/// What names one waiting read to the server that answers it; this library only carries it.
 using ReaderToken = void*;
 
 /// A read that found nothing to hand over yet.

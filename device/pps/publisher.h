@@ -45,7 +45,7 @@ class Publisher {
   /// @return false when the token is not parked (any more).
   bool cancel(ReaderToken token);
 
-  /// Takes every parked read back, for whoever shuts the file system down.
+  /// Takes every parked read back, so that the server can end it when it shuts down.
   [[nodiscard]] std::vector<ReaderToken> cancel_all();
 
   /// Merges the complete lines of what was written through this opening so far, as one change, and keeps the
@@ -62,7 +62,7 @@ class Publisher {
   /// The last close. The opening is over even when this throws what flush() throws.
   void close(OpenId id);
 
-  /// Hands news to whoever waits at `node`, and the end of the file when it was removed.
+  /// Hands news to the readers that wait at `node`, and the end of the file when it was removed.
   void wake(Node& node);
 
   /// Notes that the objects of `directory` are others than before, and wakes who waits for that.

@@ -27,7 +27,7 @@ class Store {
 
   [[nodiscard]] bool keeps() const { return folder_.is_open(); }
 
-  /// The folder, for whoever reads it at the start; -1 when there is none.
+  /// The folder, for the loader that reads it at the start; -1 when there is none.
   [[nodiscard]] int descriptor() const { return folder_.get(); }
 
   /// Writes an object's file: stored_text() and its metadata. Clears its "unsaved".

@@ -39,7 +39,7 @@ class Tree {
   static void hold(Node& node) { ++node.lookups; }
   void drop(Node& node, std::uint64_t count);
 
-  /// Ends a removed node that nobody refers to; does nothing for any other.
+  /// Ends a removed node without references; does nothing for any other.
   void discard_unused(Node& node);
 
   [[nodiscard]] Stamp next_stamp() { return ++last_stamp_; }

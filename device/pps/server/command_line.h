@@ -13,7 +13,7 @@ struct CommandLine {
   std::string store;                 ///< empty: keep nothing
   std::string passing;               ///< a directory that the store does not keep; empty for none
   std::vector<std::string> hanging;  ///< objects, relative to the mount, whose readers wait for ever
-  std::optional<int> ready_fd;       ///< told, and closed, when the mount is there
+  std::optional<int> ready_fd;       ///< gets a newline, and is closed, when the mount is there
 };
 
 /// Shape: "harbix-pps [--store DIR] [--passing PATH] [--hanging PATH]... [--ready-fd N] MOUNTPOINT".

@@ -144,7 +144,7 @@ void end(Server& server, OpenId id) {
   try {
     server.publisher.close(id);
   } catch (const std::system_error& error) {
-    // The last close has no result; the flush before it told the client.
+    // The last close has no result; the client got this error from the flush before it.
     std::cerr << "harbix-pps: " << error.what() << "\n";
   }
 }
@@ -266,7 +266,7 @@ void read_directory(fuse_req_t request, fuse_ino_t number, std::size_t size, off
       if (needed > size - used) break;
       used += needed;
     }
-    // Nobody is left to hear of a failed answer.
+    // An answer fails only when its client is gone.
     static_cast<void>(fuse_reply_buf(request, buffer.data(), used));
   });
 }
@@ -288,7 +288,7 @@ void describe_file_system(fuse_req_t request, fuse_ino_t /*number*/) {
   struct statvfs description {};
   description.f_bsize = description.f_frsize = 4096;
   description.f_namemax = NAME_MAX;
-  // Nobody is left to hear of a failed answer.
+  // An answer fails only when its client is gone.
   static_cast<void>(fuse_reply_statfs(request, &description));
 }
 

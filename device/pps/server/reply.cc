@@ -24,7 +24,7 @@ struct stat stat_record(const Node& node) {
   const Metadata metadata = shown_metadata(node);
   record.st_ino = node.id;
   record.st_mode = metadata.mode | (node.is_directory() ? S_IFDIR : S_IFREG);
-  // Of a directory, 1 says that nobody has counted the directories in it.
+  // Of a directory, 1 says that the directories in it were not counted.
   record.st_nlink = node.is_linked() ? 1 : 0;
   record.st_uid = metadata.uid;
   record.st_gid = metadata.gid;
@@ -39,7 +39,7 @@ struct stat stat_record(const Node& node) {
 
 void reply_attributes(fuse_req_t request, const Node& node) {
   const struct stat record = stat_record(node);
-  // As for reply_error(): nobody is left to hear of a failed answer.
+  // As for reply_error(): an answer fails only when its client is gone.
   static_cast<void>(fuse_reply_attr(request, &record, seconds_to_keep(node)));
 }
 

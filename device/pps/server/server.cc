@@ -18,7 +18,7 @@ constexpr mode_t ROOT_MODE = 0755;
 
 void answer_read(ReaderToken token, std::string_view text) {
   auto* const request = static_cast<fuse_req_t>(token);
-  // Only a client that is gone cannot be answered, and it has nobody to tell.
+  // An answer fails only when its client is gone.
   static_cast<void>(fuse_reply_buf(request, text.data(), text.size()));
 }
 
