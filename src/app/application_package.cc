@@ -65,8 +65,6 @@ std::string ApplicationPackage::extras() const {
   return found == attributes_.end() ? "" : found->value;
 }
 
-bool ApplicationPackage::has_plain_directory() const { return fs::is_plain_component(app_directory()); }
-
 bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
   if (fs::Path(data_directory()) != data_folder(app_directory())) return false;
   return std::ranges::all_of(

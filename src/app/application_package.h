@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/layout.h"
 #include "archive/file_record.h"
 #include "archive/metadata_entry.h"
 
@@ -38,9 +39,9 @@ class ApplicationPackage {
 
   [[nodiscard]] const std::vector<FileRecord>& records() const noexcept { return records_; }
 
-  /// Whether "App-Directory" names one folder and nothing else: not empty, no separator, not "." or "..".
-  /// Everything that is removed, extracted or given to an owner lies below it.
-  [[nodiscard]] bool has_plain_directory() const;
+  /// Whether "App-Directory" can be the name of an application's folder. Everything that is removed,
+  /// extracted or given to an owner lies below it.
+  [[nodiscard]] bool has_plain_directory() const { return is_application_folder(app_directory()); }
 
   /// Whether the package fits its description: its data lies where that of such an application lies, and
   /// every record's path is in normal form and strictly below `base`.

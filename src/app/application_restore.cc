@@ -6,7 +6,8 @@
 
 #include "app/layout.h"
 #include "app/ownership.h"
-#include "app/package_extraction.h"
+#include "app/staged_data.h"
+#include "archive/space_report.h"
 #include "base/domains.h"
 #include "base/flags.h"
 #include "base/log.h"
@@ -39,11 +40,39 @@ void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
     return;
   }
   PackageExtraction extraction(reader_, package, target, Restorable::EVERYTHING);
-  if (!extraction.extract(owner_, UNKNOWN_GROUP)) is_complete_ = false;
-  register_application(package, target);
+  extraction.extract(owner_, UNKNOWN_GROUP);
+  if (!extraction.is_complete()) completeness_.note_missing();
+  if (extraction.is_on_disk()) {
+    register_application(package, target);
+  } else {
+    remove_binaries(package);
+  }
+}
+
+void ApplicationRestore::remove_binaries(const ApplicationPackage& package) {
+  fail("The binaries of '" + package.package() +
+       "' are not complete: the application is removed and not registered");
+  refused_ = package.package();
+  fs::Folder applications(places::APPLICATIONS);
+  const fs::Path folder(package.app_directory());
+  if (applications.holds(folder)) fs::remove_tree(applications, folder);
 }
 
 bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target) {
+  // The parts of the home screen are built in, and no list of the installer tells so.
+  const std::string directory = package.app_directory();
+  if (is_home_screen(directory)) return false;
+  if (!has_fitting_target(package, target)) {
+    report_misfit(package);
+    return false;
+  }
+  if (fs::exists(target) && !is_replaceable(target, directory)) return false;
+  if (package.has_valid_paths(target)) return true;
+  report_misfit(package);
+  return false;
+}
+
+bool ApplicationRestore::has_fitting_target(const ApplicationPackage& package, const fs::Path& target) {
   const std::string directory = package.app_directory();
   if (target.basename() != fs::Path(directory).basename()) {
     report::progress("Different basenames: '", target, "' '", directory, "'");
@@ -53,10 +82,7 @@ bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& packa
     report::progress("Not rooted at apps: '", target, "'");
     return false;
   }
-  // The parts of the home screen are built in, and no list of the installer tells so.
-  if (!package.has_plain_directory() || is_home_screen(directory)) return false;
-  if (fs::exists(target) && !is_replaceable(target, directory)) return false;
-  return package.has_valid_paths(target);
+  return package.has_plain_directory();
 }
 
 bool ApplicationRestore::is_replaceable(const fs::Path& target, const std::string& id) {
@@ -114,7 +140,11 @@ void ApplicationRestore::restore_data(const ApplicationPackage& package) {
     refused_.clear();
     return;
   }
-  if (!package.has_plain_directory() || !package.has_valid_paths(fs::Path(package.data_directory()))) return;
+  if (!package.has_plain_directory() || is_home_screen(package.app_directory()) ||
+      !package.has_valid_paths(fs::Path(package.data_directory()))) {
+    report_misfit(package);
+    return;
+  }
   const fs::Path target = binary_folder(package.app_directory());
   const std::optional<gid_t> group = query_group(target);
   if (!group) return;
@@ -149,22 +179,63 @@ void ApplicationRestore::replace_data(const ApplicationPackage& package, gid_t g
   // What is there must not go before something is seen that takes its place, and can.
   if (!extraction.is_readable()) return;
   if (!extraction.has_place(owner_, group)) {
-    is_complete_ = false;
+    completeness_.note_missing();
     return;
   }
-  fs::Folder all_data(places::APPLICATION_DATA);
-  const fs::Path folder = all_data.relative(data);
-  if (!pretend && all_data.holds(folder)) {
-    report::progress("REMOVE_DIR ", data);
-    fs::remove_tree(all_data, folder);
+  if (pretend || package.records().empty()) {
+    extraction.extract(owner_, group);
+  } else {
+    put_data_in_place(extraction, data, group, space_needed(package.records()).real_bytes);
   }
-  if (!extraction.extract(owner_, group)) is_complete_ = false;
-  if (!all_data.holds(folder) || !all_data.file(folder).is_directory()) return;
-  apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, all_data, folder);
+  if (!extraction.is_complete()) completeness_.note_missing();
+}
+
+void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const fs::Path& data, gid_t group,
+                                           std::uint64_t needed) {
+  fs::Folder all_data(places::APPLICATION_DATA);
+  const fs::Path name = all_data.relative(data);
+  StagedData staged(all_data, name, {.user = owner_, .group = group});
+  if (!make_room(all_data, data, needed)) return;
+  report::progress("REMOVE_DIR ", data);
+  extraction.extract(owner_, group, staged.folder());
+  const bool is_empty = !staged.folder().holds(name);
+  const bool is_worth_it = extraction.is_on_disk() && (!is_empty || extraction.is_complete());
+  if (!is_worth_it && holds_files(all_data, name)) {
+    fail("The new data for '" + data.text() + "' is not complete: the old data stays");
+    return;
+  }
+  if (!is_empty) {
+    fs::Folder made = staged.folder();
+    apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, made, name);
+  }
+  staged.take_place();
+}
+
+bool ApplicationRestore::make_room(fs::Folder& all_data, const fs::Path& data, std::uint64_t needed) {
+  const std::uint64_t left = space_left(all_data);
+  const fs::Path name = all_data.relative(data);
+  if (needed <= left || !holds_files(all_data, name)) return true;
+  const std::uint64_t room = left + space_taken(all_data, name);
+  if (needed > room) {
+    fail("The new data for '" + data.text() + "' needs " + std::to_string(needed) +
+         " bytes, and there is room for " + std::to_string(room) + ": the old data stays");
+    return false;
+  }
+  fs::remove_tree(all_data, name);
+  return true;
+}
+
+void ApplicationRestore::fail(const std::string& reason) {
+  completeness_.note_missing();
+  report::error(reason);
+}
+
+void ApplicationRestore::report_misfit(const ApplicationPackage& package) {
+  fail("The package '" + package.name().text() + "' does not fit its description");
 }
 
 void ApplicationRestore::report_failed_exchange(const fs::Path& target, const char* reason) {
-  is_complete_ = false;
+  completeness_.note_missing();
   diagnostics::line(0, "ERROR: Installer request for '%s' failed: %s", target.c_str(), reason);
   std::cerr << "Error: Installer request for '" << target << "' failed: " << reason << '\n';
 }

@@ -2,11 +2,13 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "app/application_package.h"
+#include "app/package_extraction.h"
 #include "archive/reader.h"
 #include "updater/registered_applications.h"
 
@@ -16,10 +18,12 @@ namespace harbix {
 /// decide about the next.
 class ApplicationRestore {
  public:
-  /// `owner` is the user that owns installed applications, `registered` the installer's list.
+  /// `owner` is the user that owns installed applications, `registered` the installer's list. What
+  /// the device allows and is not restored is reported, and noted in `completeness`.
   ApplicationRestore(ArchiveReader& reader, uid_t owner,
-                     const std::vector<updater::RegisteredApplication>& registered)
-      : reader_(reader), owner_(owner), registered_(registered) {}
+                     const std::vector<updater::RegisteredApplication>& registered,
+                     Completeness& completeness)
+      : reader_(reader), owner_(owner), registered_(registered), completeness_(completeness) {}
 
   /// Puts the binaries on disk and registers the application, unless they are refused. What was not read of
   /// the package stays in the archive.
@@ -31,26 +35,32 @@ class ApplicationRestore {
   /// @throws as restore_binaries does.
   void restore_data(const ApplicationPackage& package);
 
-  /// Whether every exchange with the installer that a package depended on has succeeded.
-  [[nodiscard]] bool is_complete() const noexcept { return is_complete_; }
-
  private:
   [[nodiscard]] bool are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target);
+  [[nodiscard]] static bool has_fitting_target(const ApplicationPackage& package, const fs::Path& target);
   /// Whether what is installed there may be replaced.
   [[nodiscard]] bool is_replaceable(const fs::Path& target, const std::string& id);
   [[nodiscard]] bool is_registered(const std::string& id) const;
   void refuse_binaries(const ApplicationPackage& package);
+  /// Takes away an application whose binaries did not all get to disk.
+  void remove_binaries(const ApplicationPackage& package);
   void register_application(const ApplicationPackage& package, const fs::Path& target);
   /// 0 for an application that is not there, nothing when the installer does not say.
   [[nodiscard]] std::optional<gid_t> query_group(const fs::Path& target);
   void replace_data(const ApplicationPackage& package, gid_t group);
+  void put_data_in_place(PackageExtraction& extraction, const fs::Path& data, gid_t group,
+                         std::uint64_t needed);
+  /// Whether the new data can be made: beside the old, or else in the place of the old, which is removed.
+  [[nodiscard]] bool make_room(fs::Folder& all_data, const fs::Path& data, std::uint64_t needed);
+  void fail(const std::string& reason);
+  void report_misfit(const ApplicationPackage& package);
   void report_failed_exchange(const fs::Path& target, const char* reason);
 
   ArchiveReader& reader_;
   uid_t owner_;
   const std::vector<updater::RegisteredApplication>& registered_;
+  Completeness& completeness_;
   std::string refused_;  ///< the last package whose binaries were refused
-  bool is_complete_ = true;
 };
 
 }  // namespace harbix

@@ -75,11 +75,24 @@ void archive_navigator_objects(ArchiveWriter& writer) {
                  {package_attributes::DATA_DIRECTORY, places::NAVIGATOR}});
 }
 
-void archive_selection(ArchiveWriter& writer, const ApplicationSelection& selection) {
-  for (const RegisteredApplication& one : selection.applications) archive_application(writer, one);
+void archive_selection(ArchiveWriter& writer, const ApplicationSelection& selection,
+                       Completeness& completeness) {
+  for (const RegisteredApplication& one : selection.applications)
+    archive_application(writer, one, completeness);
   if (selection.navigator) archive_navigator_objects(writer);
-  if (selection.system_tray) archive_application(writer, component(places::SYSTEM_TRAY));
-  if (selection.navigator) archive_application(writer, component(places::NAVIGATOR));
+  if (selection.system_tray) archive_application(writer, component(places::SYSTEM_TRAY), completeness);
+  if (selection.navigator) archive_application(writer, component(places::NAVIGATOR), completeness);
+}
+
+/// Takes out, and reports, what a restore would refuse by its names.
+void leave_out_unrestorable(std::vector<RegisteredApplication>& applications, Completeness& completeness) {
+  const auto left_out = std::ranges::stable_partition(applications, has_restorable_names);
+  for (const RegisteredApplication& one : left_out) {
+    completeness.note_missing();
+    report::error("The application '" + one.id + "' (package '" + one.dir +
+                  "') is left out: no restore would take these names");
+  }
+  applications.erase(left_out.begin(), left_out.end());
 }
 
 }  // namespace
@@ -103,17 +116,22 @@ ApplicationSelection select_applications(std::vector<updater::RegisteredApplicat
 namespace app {
 
 int back_up(ArchiveWriter& writer, std::span<const std::string> package_ids) {
-  const std::optional<ApplicationSelection> selection = selected_applications(package_ids);
+  std::optional<ApplicationSelection> selection = selected_applications(package_ids);
   if (!selection) return 1;
-  archive_selection(writer, *selection);
-  return 0;
+  Completeness completeness;
+  leave_out_unrestorable(selection->applications, completeness);
+  archive_selection(writer, *selection, completeness);
+  return completeness.result();
 }
 
 int measure(ArchiveWriter& writer, std::span<const std::string> package_ids, SizeResult& result) {
-  const std::optional<ApplicationSelection> selection = selected_applications(package_ids);
+  std::optional<ApplicationSelection> selection = selected_applications(package_ids);
   if (!selection) return 1;
-  for (const RegisteredApplication& one : selection->applications) measure_application(writer, one, result);
-  return 0;
+  Completeness completeness;
+  leave_out_unrestorable(selection->applications, completeness);
+  for (const RegisteredApplication& one : selection->applications)
+    measure_application(writer, one, result, completeness);
+  return completeness.result();
 }
 
 }  // namespace app

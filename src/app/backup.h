@@ -27,8 +27,9 @@ namespace app {
 
 /// Archives applications and the home screen's data. `package_ids` narrows them, as select_applications()
 /// does.
-/// @return 0, or 1 when the installer's list cannot be read or a package is not in it; both are reported, and
-/// nothing is written.
+/// @return 0, or 1 with a report: when the installer's list cannot be read or a package is not in it, and
+/// then nothing is written; when an application is left out because no restore would take its names; when a
+/// folder could not be listed to its end.
 /// @throws ArchiveError when the archive cannot be written any further; std::runtime_error when the installer
 /// cannot be asked about a package.
 [[nodiscard]] int back_up(ArchiveWriter& writer, std::span<const std::string> package_ids);

@@ -24,12 +24,12 @@ mode_t folder_mode(mode_t wanted, mode_t mask) {
 
 }  // namespace
 
-ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask)
+ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask,
+                                   Completeness& completeness)
     : folder_(std::move(folder)),
       mask_(mask),
       file_mask_(mask),
-      extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO, completeness_) {
-}
+      extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO, completeness) {}
 
 bool ComponentRestore::accepts(const fs::Path& path) const { return fs::is_record_path_below(path, folder_); }
 

@@ -13,8 +13,9 @@ namespace harbix {
 class ComponentRestore {
  public:
   /// `folder` is the component's own: records and links that leave it are not restored. `mask` is meant for
-  /// files.
-  ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask);
+  /// files. What is not on disk when this object is gone has been noted in `completeness`.
+  ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask,
+                   Completeness& completeness);
 
   /// Whether a record may be restored: in normal form, and below the component's folder.
   [[nodiscard]] bool accepts(const fs::Path& path) const;
@@ -35,7 +36,6 @@ class ComponentRestore {
   fs::Folder root_{"/"};
   mode_t mask_;
   fs::FileMask file_mask_;
-  Completeness completeness_;
   Extraction extraction_;
 };
 

@@ -8,6 +8,7 @@
 #include "app/layout.h"
 #include "app/package_entries.h"
 #include "archive/pps_object.h"
+#include "base/report.h"
 #include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
@@ -35,10 +36,16 @@ class NavigatorObjects {
         records_(package.records()),
         entries_(reader, records_, package_name(places::NAVIGATOR, places::OBJECT_KIND), fs::Path()) {}
 
-  void restore() {
-    for (std::size_t i = 0; i < records_.size(); ++i) {
-      if (const std::optional<EntryView> entry = entries_.entry_of(i)) restore_one(*entry, records_[i].path);
+  void restore(Completeness& completeness) {
+    while (const std::optional<PackageEntries::Match> match = entries_.next()) {
+      try {
+        restore_one(match->entry, records_[match->position].path);
+      } catch (const fs::Exception& failure) {
+        report::error(failure.what());
+        completeness.note_missing();
+      }
     }
+    if (!entries_.is_complete()) completeness.note_missing();
   }
 
  private:
@@ -80,24 +87,24 @@ void remove_navigator_data() {
   for (const fs::Path& item : old) fs::remove_tree(all_data, item);
 }
 
-void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
+                            Completeness& completeness) {
   const fs::Path folder = data_folder(places::NAVIGATOR);
-  ComponentRestore component(reader, folder, user, NAVIGATOR_MASK);
+  ComponentRestore component(reader, folder, user, NAVIGATOR_MASK, completeness);
+  PackageEntries entries(reader, package.records(), package.name(), folder);
+  if (!entries.is_readable()) return;
   remove_navigator_data();
   std::cerr << "Navigator data removed\n";
-  PackageEntries entries(reader, package.records(), package.name(), folder);
-  for (std::size_t i = 0; i < package.records().size(); ++i) {
-    const fs::Path& path = package.records()[i].path;
-    std::cerr << "Restoring: " << path << '\n';
-    const std::optional<EntryView> entry = entries.entry_of(i);
-    if (!entry) continue;
-    std::cerr << path << '\n';
-    if (component.accepts(path) && component.accepts(*entry, path) && !fs::exists(path)) {
-      component.extract(*entry, entry->destination(path));
+  while (const std::optional<PackageEntries::Match> match = entries.next()) {
+    const fs::Path& path = package.records()[match->position].path;
+    std::cerr << "Restoring: " << path << '\n' << path << '\n';
+    if (component.accepts(path) && component.accepts(match->entry, path) && !fs::exists(path)) {
+      component.extract(match->entry, match->entry.destination(path));
     } else {
-      skip(reader, *entry, path);
+      skip(reader, match->entry, path);
     }
   }
+  if (!entries.is_complete()) completeness.note_missing();
 }
 
 fs::File clock_database(const EntryView& entry, const fs::Path& path) {
@@ -106,35 +113,37 @@ fs::File clock_database(const EntryView& entry, const fs::Path& path) {
   return {path, record};
 }
 
-void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
+                              Completeness& completeness) {
   const fs::Path folder = data_folder(places::SYSTEM_TRAY);
-  ComponentRestore component(reader, folder, user, SYSTEM_TRAY_MASK);
+  ComponentRestore component(reader, folder, user, SYSTEM_TRAY_MASK, completeness);
   // Nothing is: only one file comes back, in the place of the old one.
   std::cerr << "System tray data removed\n";
   PackageEntries entries(reader, package.records(), package.name(), folder);
-  for (std::size_t i = 0; i < package.records().size(); ++i) {
-    const fs::Path& path = package.records()[i].path;
-    const std::optional<EntryView> entry = entries.entry_of(i);
-    if (!entry) continue;
-    const fs::Path name = entry->name().value_or(fs::Path());
+  while (const std::optional<PackageEntries::Match> match = entries.next()) {
+    const EntryView& entry = match->entry;
+    const fs::Path& path = package.records()[match->position].path;
+    const fs::Path name = entry.name().value_or(fs::Path());
     std::cerr << "ae.path: " << name << "  basename: " << name.basename() << "\nit: " << path << '\n';
     const bool is_clock_database = name.basename().text() == CLOCK_DATABASE;
     if (is_clock_database) std::cerr << "Restoring: " << name << '\n';
-    if (is_clock_database && component.accepts(path) && component.accepts(*entry, path)) {
-      component.extract(*entry, clock_database(*entry, path));
+    if (is_clock_database && component.accepts(path) && component.accepts(entry, path)) {
+      component.extract(entry, clock_database(entry, path));
     } else {
-      skip(reader, *entry, path);
+      skip(reader, entry, path);
     }
   }
+  if (!entries.is_complete()) completeness.note_missing();
 }
 
 }  // namespace
 
-void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user) {
+void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
+                         Completeness& completeness) {
   if (package.records().empty()) return;
   std::cerr << "Processing: " << package.metadata_name() << '\n';
   if (package.has_kind(places::OBJECT_KIND)) {
-    NavigatorObjects(reader, package).restore();
+    NavigatorObjects(reader, package).restore(completeness);
     return;
   }
   const std::vector<fs::Path> components = package.metadata_name().components();
@@ -142,10 +151,10 @@ void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& packag
   const bool is_data = package.has_kind(places::DATA_KIND);
   if (is_data && package.package() == places::NAVIGATOR) {
     std::cerr << "navigator data: " << package.metadata_name() << '\n';
-    restore_navigator_data(reader, package, user);
+    restore_navigator_data(reader, package, user, completeness);
   } else if (is_data && package.package() == places::SYSTEM_TRAY) {
     std::cerr << "systray data: " << package.metadata_name() << '\n';
-    restore_system_tray_data(reader, package, user);
+    restore_system_tray_data(reader, package, user, completeness);
   } else {
     std::cerr << "I'm confused: it was supposed to be HMI component. Just skip.\n";
   }

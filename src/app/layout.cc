@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/places.h"
+#include "fs/containment.h"
 
 namespace harbix {
 
@@ -17,6 +18,10 @@ fs::Path package_name(std::string_view package, std::string_view kind) {
 
 bool is_home_screen(std::string_view name) {
   return name == places::NAVIGATOR || name == places::SYSTEM_TRAY;
+}
+
+bool is_application_folder(std::string_view name) {
+  return fs::is_plain_component(name) && !name.starts_with(places::RESERVED);
 }
 
 bool is_in_kept_folder(const fs::Path& path) {

@@ -19,6 +19,9 @@ inline constexpr char DATA_FOLDER[] = "data";
 inline constexpr char LOG_FOLDER[] = "logs";
 inline constexpr char TEMPORARY_FOLDER[] = "tmp";
 
+// What the names of a restore's own folders begin with, where it makes data beside its place.
+inline constexpr std::string_view RESERVED = ".harbix-";
+
 // The home screen: two built-in components that have data but no entry in the installer's list.
 inline constexpr char NAVIGATOR[] = "sys.navigator";
 inline constexpr char SYSTEM_TRAY[] = "sys.systemtray";
@@ -49,6 +52,10 @@ namespace harbix {
 
 /// Whether a package, or a folder of data, is one of the home screen's.
 [[nodiscard]] bool is_home_screen(std::string_view name);
+
+/// Whether an application's folder can have this name: one component and nothing else (not empty, no
+/// separator, not "." or ".."), and no name that a restore reserves for folders of its own.
+[[nodiscard]] bool is_application_folder(std::string_view name);
 
 /// Whether a path lies in "data", "logs" or "tmp" of an application's data, or is one of these.
 [[nodiscard]] bool is_in_kept_folder(const fs::Path& path);

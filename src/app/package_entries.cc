@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -10,6 +9,7 @@
 
 #include "archive/manifest.h"
 #include "base/log.h"
+#include "base/report.h"
 
 namespace harbix {
 namespace {
@@ -18,6 +18,8 @@ namespace {
 fs::Path rooted(fs::Path name) {
   return name.text().starts_with(fs::Path::SEPARATOR) ? std::move(name) : fs::Path() / name;
 }
+
+constexpr std::size_t MOST_OF_ONE_PATH = 8;
 
 void warn_of_missing_entry(const fs::Path& path) {
   diagnostics::line(1, "No entry in the archive for '%s'", path.c_str());
@@ -28,24 +30,36 @@ void warn_of_missing_entry(const fs::Path& path) {
 
 PackageEntries::PackageEntries(ArchiveReader& reader, std::span<const FileRecord> records, fs::Path name,
                                fs::Path base)
-    : reader_(reader), records_(records), name_(rooted(std::move(name))), base_(std::move(base)) {}
+    : reader_(reader),
+      records_(records),
+      name_(rooted(std::move(name))),
+      base_(std::move(base)),
+      is_met_(records.size()) {}
 
-std::optional<EntryView> PackageEntries::entry_of(std::size_t position) {
-  const fs::Path& wanted = records_[position].path;
+std::optional<PackageEntries::Match> PackageEntries::next() {
   while (!is_over_ && advance()) {
     const EntryView entry = reader_.entry();
-    const std::optional<fs::Path> path = path_of(entry);
-    if (path && *path == wanted) return entry;
-    const std::optional<fs::Path> name = entry.name();
-    if (entry.begins_package() || (path && is_of_later_record(*path, position))) {
+    if (entry.begins_package()) {
       reader_.hold_back();
-      warn_of_missing_entry(wanted);
-      return std::nullopt;
+      end();
+      break;
     }
-    std::cerr << "Skip: " + (name ? name->text() : "an entry without a name") + '\n';
-    reader_.skip(entry);
+    const std::optional<fs::Path> path = path_of(entry);
+    const std::optional<std::size_t> position = path ? take_record_of(*path) : std::nullopt;
+    if (position) return Match{entry, *position};
+    skip(entry, path.has_value());
   }
   return std::nullopt;
+}
+
+void PackageEntries::skip(const EntryView& entry, bool is_inside) {
+  const std::optional<fs::Path> name = entry.name();
+  if (is_inside) {
+    has_stranger_ = true;
+    report::error("No record in the manifest for '" + name->text() + "'");
+  }
+  std::cerr << "Skip: " + (name ? name->text() : "an entry without a name") + '\n';
+  reader_.skip(entry);
 }
 
 bool PackageEntries::is_readable() {
@@ -56,9 +70,27 @@ bool PackageEntries::is_readable() {
 
 bool PackageEntries::advance() {
   if (reader_.advance() == ARCHIVE_OK) return true;
-  is_over_ = true;
-  std::cerr << "Warning: unexpected failure of read next header\n";
+  if (std::ranges::find(is_met_, false) != is_met_.end())
+    std::cerr << "Warning: unexpected failure of read next header\n";
+  end();
   return false;
+}
+
+void PackageEntries::end() {
+  is_over_ = true;
+  // Behind damage the entries may well be there.
+  if (reader_.error_number() != 0) return;
+  for (std::size_t i = 0; i < records_.size(); ++i) {
+    if (!is_met_[i]) warn_of_missing_entry(records_[i].path);
+  }
+}
+
+bool PackageEntries::has_every_item() const {
+  for (std::size_t i = 0; i < records_.size(); ++i) {
+    const std::optional<RecordedStatus>& status = records_[i].status;
+    if (!is_met_[i] && status && status->mode != 0) return false;
+  }
+  return true;
 }
 
 std::optional<fs::Path> PackageEntries::path_of(const EntryView& entry) const {
@@ -69,16 +101,27 @@ std::optional<fs::Path> PackageEntries::path_of(const EntryView& entry) const {
   return base_ / full.relative_to(name_);
 }
 
-bool PackageEntries::is_of_later_record(const fs::Path& path, std::size_t position) {
-  const auto is_before = [this](const fs::Path& one, std::size_t other) {
-    return one < records_[other].path;
-  };
+std::optional<std::size_t> PackageEntries::take_record_of(const fs::Path& path) {
+  // Backups write entries in the order of their records.
+  const bool is_expected =
+      expected_ < records_.size() && !is_met_[expected_] && records_[expected_].path == path;
+  const std::optional<std::size_t> found = is_expected ? expected_ : find_record_of(path);
+  if (!found) return std::nullopt;
+  is_met_[*found] = true;
+  expected_ = *found + 1;
+  return found;
+}
+
+std::optional<std::size_t> PackageEntries::find_record_of(const fs::Path& path) {
   const std::vector<std::size_t>& positions = by_path();
-  const auto behind = std::upper_bound(positions.begin(), positions.end(), path, is_before);
-  if (behind == positions.begin()) return false;
-  // Of one path, the last record comes last.
-  const std::size_t last = *std::prev(behind);
-  return last > position && records_[last].path == path;
+  auto next = std::ranges::lower_bound(
+      positions, path, {}, [this](std::size_t one) -> const fs::Path& { return records_[one].path; });
+  // No backup names a path twice. A limit keeps the search short in an archive that names one all the time.
+  for (std::size_t i = 0; i < MOST_OF_ONE_PATH && next != positions.end(); ++i, ++next) {
+    if (records_[*next].path != path) break;
+    if (!is_met_[*next]) return *next;
+  }
+  return std::nullopt;
 }
 
 bool PackageEntries::leads_to_others(const fs::Path& path) {

@@ -10,38 +10,52 @@
 
 namespace harbix {
 
-/// Pairs a package's records with the entries that follow its metadata entry, by name: an entry belongs to
-/// the record of the same path, never to another one that happens to stand in its place.
+/// Pairs the entries that follow a package's metadata entry with the package's records, by name: an entry
+/// belongs to the record of the same path, in whatever order the two stand, and to no other record.
 class PackageEntries {
  public:
   /// Entries are named `name` joined with the path of their record relative to `base`.
   PackageEntries(ArchiveReader& reader, std::span<const FileRecord> records, fs::Path name, fs::Path base);
 
-  /// The entry of the record at `position`; records are asked for in their order. Nothing, and a warning on
-  /// standard error, when the archive has none; entries that no later record names are skipped on the way.
-  /// @throws std::runtime_error when the archive is damaged within such an entry.
-  [[nodiscard]] std::optional<EntryView> entry_of(std::size_t position);
+  struct Match {
+    EntryView entry;
+    std::size_t position;  ///< of the entry's record
+  };
 
-  /// Whether another entry can be read, or the package ends here in good order. Damage is told of, once.
+  /// The next entry that a record names, and its record; nothing at the package's end, where the reader holds
+  /// back what comes next. Entries without a record are skipped and reported on the way, and records without
+  /// an entry at the end.
+  /// @throws std::runtime_error when the archive is damaged within an entry that is skipped.
+  [[nodiscard]] std::optional<Match> next();
+
+  /// Whether another entry can be read, or the package ends here in good order. Damage is reported, once.
   [[nodiscard]] bool is_readable();
 
-  /// Whether the archive has come to its end, or to where it is damaged.
-  [[nodiscard]] bool is_over() const noexcept { return is_over_; }
+  /// Whether every record of an item that existed has been met.
+  [[nodiscard]] bool has_every_item() const;
+  /// Whether also every entry inside the package so far had a record.
+  [[nodiscard]] bool is_complete() const { return !has_stranger_ && has_every_item(); }
 
   /// Whether a record's path leads through the path of another one.
   [[nodiscard]] bool leads_to_others(const fs::Path& path);
 
  private:
   bool advance();
+  void end();
+  void skip(const EntryView& entry, bool is_inside);
   [[nodiscard]] std::optional<fs::Path> path_of(const EntryView& entry) const;
-  [[nodiscard]] bool is_of_later_record(const fs::Path& path, std::size_t position);
+  [[nodiscard]] std::optional<std::size_t> take_record_of(const fs::Path& path);
+  [[nodiscard]] std::optional<std::size_t> find_record_of(const fs::Path& path);
   const std::vector<std::size_t>& by_path();
 
   ArchiveReader& reader_;
   std::span<const FileRecord> records_;
   fs::Path name_;
   fs::Path base_;
+  std::vector<bool> is_met_;          ///< of each record
+  std::size_t expected_ = 0;          ///< the record behind the one that was met last
   std::vector<std::size_t> by_path_;  ///< positions, sorted; made when it is first needed
+  bool has_stranger_ = false;
   bool is_over_ = false;
 };
 

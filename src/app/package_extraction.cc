@@ -4,10 +4,12 @@
 
 #include <iostream>
 #include <stdexcept>
+#include <utility>
 
 #include "app/layout.h"
 #include "base/flags.h"
 #include "base/report.h"
+#include "fs/exception.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
 
@@ -49,36 +51,45 @@ bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
   return false;
 }
 
-bool PackageExtraction::extract(uid_t user, gid_t group) {
-  bool is_whole = true;
+void PackageExtraction::extract(uid_t user, gid_t group) try {
+  Extraction extraction(reader_, {.user = user, .group = group}, place_, Keep::NO, written_);
+  extract_all(extraction);
+} catch (const fs::Exception& unopened) {
+  written_.note_missing();
+  report::error(unopened.what());
+}
+
+void PackageExtraction::extract(uid_t user, gid_t group, fs::Folder place) {
+  Extraction extraction(reader_, {.user = user, .group = group}, std::move(place), Keep::NO, written_);
+  extract_all(extraction);
+}
+
+void PackageExtraction::extract_all(Extraction& extraction) {
   try {
-    Completeness completeness;
-    Extraction extraction(reader_, {.user = user, .group = group}, place_, Keep::NO, completeness);
-    for (std::size_t i = 0; i < records_.size() && !entries_.is_over(); ++i) extract_record(extraction, i);
+    while (const std::optional<PackageEntries::Match> match = entries_.next())
+      extract_one(extraction, *match);
   } catch (const fs::IdentityError&) {
     throw;
   } catch (const std::runtime_error& error) {
     // Not passed on: what is on disk by now still gets its owners and modes.
-    is_whole = false;
+    written_.note_missing();
     report::error(error.what());
   }
   const int damage = reader_.error_number();
+  if (damage != 0 && !entries_.has_every_item()) written_.note_missing();
   std::cerr << "Archive errno at this point: " << (damage != 0 ? damage : last_error_) << '\n';
-  return is_whole && damage == 0;
 }
 
-void PackageExtraction::extract_record(Extraction& extraction, std::size_t position) {
-  const FileRecord& record = records_[position];
+void PackageExtraction::extract_one(Extraction& extraction, const PackageEntries::Match& match) {
+  const FileRecord& record = records_[match.position];
   report::progress(record.size, ' ', record.path);
-  const std::optional<EntryView> entry = entries_.entry_of(position);
-  if (!entry) return;
-  if (!is_wanted(*entry, record)) {
+  if (!is_wanted(match.entry, record)) {
     std::cerr << "Skip: " + record.path.text() + '\n';
-    reader_.skip(*entry);
+    reader_.skip(match.entry);
   } else if (pretend) {
-    reader_.skip(*entry);
+    reader_.skip(match.entry);
   } else {
-    put_on_disk(extraction, *entry, record);
+    put_on_disk(extraction, match.entry, record);
   }
 }
 
@@ -87,7 +98,11 @@ bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& reco
   if (!entry.is_restorable()) return false;
   const mode_t type = entry.destination(record.path).record().st_mode & S_IFMT;
   // A record that calls a link a file, or a device, is no description of its entry.
-  if (record.status && (record.status->mode & S_IFMT) != type) return false;
+  if (record.status && (record.status->mode & S_IFMT) != type) {
+    is_paired_ = false;
+    report::error("The record of '" + record.path.text() + "' describes another kind of item than its entry");
+    return false;
+  }
   // Nothing lies behind a link: what pretends to would be written to where the link leads.
   return type != S_IFLNK || !entries_.leads_to_others(record.path);
 }

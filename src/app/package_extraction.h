@@ -26,20 +26,29 @@ class PackageExtraction {
   PackageExtraction(ArchiveReader& reader, const ApplicationPackage& package, const fs::Path& base,
                     Restorable restorable);
 
-  /// Whether the archive can be read where the package's entries begin. Damage is told of.
+  /// Whether the archive can be read where the package's entries begin. Damage is reported.
   [[nodiscard]] bool is_readable() { return entries_.is_readable(); }
 
-  /// Whether `user` and `group` can enter the folder that the package's own is to be made in. If not, it is
-  /// told.
+  /// Whether `user` and `group` can enter the folder that the package's own is to be made in. If not, that is
+  /// reported.
   [[nodiscard]] bool has_place(uid_t user, gid_t group) const;
 
-  /// Extracts for `user` and `group`, in the records' order. What cannot be extracted costs itself and a
-  /// warning; where the archive ends or is damaged, the rest stays out.
-  /// @return false for a damaged archive.
-  [[nodiscard]] bool extract(uid_t user, gid_t group);
+  /// Extracts for `user` and `group`, in the archive's order, below `place`: that folder stands for the one
+  /// which holds the package's own. What cannot be extracted is reported, and the rest is extracted; where
+  /// the archive ends or is damaged, the rest stays out.
+  void extract(uid_t user, gid_t group, fs::Folder place);
+  /// The same in the folder itself.
+  void extract(uid_t user, gid_t group);
+
+  /// Whether all that the archive holds of the package is on disk: nothing failed, and the archive could be
+  /// read until every item had come.
+  [[nodiscard]] bool is_on_disk() const noexcept { return written_.is_complete(); }
+  /// Whether also every record had its entry, and every entry its record.
+  [[nodiscard]] bool is_complete() const { return is_on_disk() && is_paired_ && entries_.is_complete(); }
 
  private:
-  void extract_record(Extraction& extraction, std::size_t position);
+  void extract_all(Extraction& extraction);
+  void extract_one(Extraction& extraction, const PackageEntries::Match& match);
   [[nodiscard]] bool is_wanted(const EntryView& entry, const FileRecord& record);
   void put_on_disk(Extraction& extraction, const EntryView& entry, const FileRecord& record);
 
@@ -48,7 +57,9 @@ class PackageExtraction {
   fs::Path place_;  ///< the folder that holds the package's own
   PackageEntries entries_;
   Restorable restorable_;
-  int last_error_ = 0;  ///< the library's, of the last entry that was extracted
+  Completeness written_;
+  bool is_paired_ = true;  ///< no record calls its entry something else
+  int last_error_ = 0;     ///< the library's, of the last entry that was extracted
 };
 
 }  // namespace harbix

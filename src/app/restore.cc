@@ -12,6 +12,8 @@
 #include "app/home_screen_programs.h"
 #include "app/home_screen_restore.h"
 #include "app/layout.h"
+#include "app/staged_data.h"
+#include "archive/completeness.h"
 #include "archive/metadata_entry.h"
 #include "archive/space_report.h"
 #include "base/domains.h"
@@ -44,30 +46,56 @@ class AppRestore {
   AppRestore(ArchiveReader& reader, const std::vector<RegisteredApplication>& registered)
       : reader_(reader),
         owner_(fs::user_id(domains::APPLICATIONS_USER)),
-        applications_(reader, owner_, registered),
+        applications_(reader, owner_, registered, completeness_),
         next_(next_package()) {}
 
-  /// Whether the archive does not begin with somebody else's package.
-  [[nodiscard]] bool begins_well() const { return !next_ || next_->is_known(); }
+  /// Whether the archive does not begin with another program's package, or one that cannot be read.
+  [[nodiscard]] bool begins_well() const {
+    return completeness_.is_complete() && (!next_ || next_->is_known());
+  }
 
   /// @return whether every package was one that can be restored.
   bool run() {
     const fs::FileMask mask(RESTORE_MASK);
     while (next_) {
       if (verbose) std::cerr << space_report(space_needed(next_->records()), next_->metadata_name().text());
-      if (!restore(*next_)) return false;
+      if (!restore_alone(*next_)) return false;
       next_.reset();  // one package at a time is in memory
       next_ = next_package();
     }
     report::progress("EOF");
-    return applications_.is_complete();
+    return completeness_.is_complete();
   }
 
  private:
   std::optional<ApplicationPackage> next_package() {
-    std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP);
-    if (!package) return std::nullopt;
-    return ApplicationPackage(*std::move(package));
+    for (;;) {
+      try {
+        std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP);
+        if (!package) return std::nullopt;
+        return ApplicationPackage(*std::move(package));
+      } catch (const meta::malformed_manifest& error) {
+        fail(error.what());
+      }
+    }
+  }
+
+  /// What goes wrong within a package ends that package alone: the applications behind it may have been
+  /// uninstalled by now. Damage of the archive shows again at the next package.
+  bool restore_alone(const ApplicationPackage& package) {
+    try {
+      return restore(package);
+    } catch (const fs::IdentityError&) {
+      throw;
+    } catch (const std::runtime_error& error) {
+      fail(error.what());
+      return true;
+    }
+  }
+
+  void fail(const char* reason) {
+    completeness_.note_missing();
+    report::error(reason);
   }
 
   bool restore(const ApplicationPackage& package) {
@@ -75,7 +103,7 @@ class AppRestore {
       std::cerr << "HMI component (" << package.package() << ")\n";
       if (!is_home_screen_stopped_) stop_home_screen();
       is_home_screen_stopped_ = true;
-      restore_home_screen(reader_, package, owner_);
+      restore_home_screen(reader_, package, owner_, completeness_);
     } else if (package.is_of_kind(places::BINARY_KIND)) {
       applications_.restore_binaries(package);
     } else if (package.is_of_kind(places::DATA_KIND)) {
@@ -90,6 +118,7 @@ class AppRestore {
 
   ArchiveReader& reader_;
   uid_t owner_;
+  Completeness completeness_;
   ApplicationRestore applications_;
   std::optional<ApplicationPackage> next_;
   bool is_home_screen_stopped_ = false;
@@ -101,6 +130,7 @@ int restore_applications(ArchiveReader& reader) {
     std::cerr << "Error reading registered apps\n";
     return 1;
   }
+  if (!pretend) remove_interrupted_data();
   // Damage, or the archive of something else, must show before anything is uninstalled.
   AppRestore restore(reader, installed);
   if (restore.begins_well()) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 #include "archive/error.h"
 #include "base/log.h"
@@ -16,6 +17,16 @@ Extraction::Extraction(ArchiveReader& reader, const Role& role, const fs::Path& 
       group_(role.group),
       user_(role.user),
       folder_(place),
+      completeness_(completeness),
+      writer_(folder_, reader, permissions, completeness) {}
+
+Extraction::Extraction(ArchiveReader& reader, const Role& role, fs::Folder place, Keep permissions,
+                       Completeness& completeness)
+    : reader_(reader),
+      role_(role),
+      group_(role.group),
+      user_(role.user),
+      folder_(std::move(place)),
       completeness_(completeness),
       writer_(folder_, reader, permissions, completeness) {}
 

@@ -37,6 +37,9 @@ class Extraction {
   /// @throws fs::IdentityError when the role cannot be taken; fs::Exception when the place cannot be opened.
   Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions,
              Completeness& completeness);
+  /// The same below a folder that is open.
+  Extraction(ArchiveReader& reader, const Role& role, fs::Folder place, Keep permissions,
+             Completeness& completeness);
 
   [[nodiscard]] const Role& role() const noexcept { return role_; }
   [[nodiscard]] fs::Folder& folder() noexcept { return folder_; }

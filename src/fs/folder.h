@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/file_descriptor.h"
@@ -33,6 +34,10 @@ class Folder {
   /// Opens a folder of the device that only root can replace: links on the way to it are followed.
   /// @throws fs::Exception "Directory 'PATH' could not be opened."
   explicit Folder(Path path);
+  /// Takes over a folder that is open, for example one that is made beside its place and has another name
+  /// until it is complete: `path` is the name that it goes by.
+  Folder(Path path, base::FileDescriptor descriptor) noexcept
+      : path_(std::move(path)), descriptor_(std::move(descriptor)) {}
 
   /// The path that it was opened by.
   [[nodiscard]] const Path& path() const noexcept { return path_; }

@@ -33,7 +33,9 @@ std::string archive(const RegisteredApplication& application) {
   const Utf8Names names;
   Writer writer("/a.tar");
   const CapturedOutput errors(STDERR_FILENO);
-  harbix::archive_application(writer, application);
+  Completeness completeness;
+  harbix::archive_application(writer, application, completeness);
+  EXPECT_TRUE(completeness.is_complete());
   writer.close();
   return errors.text();
 }
@@ -136,7 +138,8 @@ TEST_F(ApplicationArchive, OfTheStorefrontNeedsTheInstallersAnswer) {
     const CapturedOutput errors(STDERR_FILENO);
     const std::string message = message_of<std::runtime_error>([] {
       Writer writer("/a.tar");
-      harbix::archive_application(writer, STOREFRONT_APPLICATION);
+      Completeness completeness;
+      harbix::archive_application(writer, STOREFRONT_APPLICATION, completeness);
     });
     EXPECT_EQ(message.find("Failed to create file '/pps/system/installer/upd/current/"), 0U) << message;
     EXPECT_EQ(errors.text(), "QUERY EXTRAS a\n");

@@ -31,7 +31,8 @@ std::string restore(const TarBuilder& archive, mode_t mask = MASK) {
   write_file("/a.tar", archive.text());
   Reader reader("/a.tar");
   const CapturedOutput errors(STDERR_FILENO);
-  ComponentRestore component(reader, Path(FOLDER), APPS_USER, mask);
+  harbix::Completeness completeness;
+  ComponentRestore component(reader, Path(FOLDER), APPS_USER, mask, completeness);
   while (const std::optional<EntryView> entry = reader.next_header()) {
     const Path destination = entry->name().value();
     if (component.accepts(destination) && component.accepts(*entry, destination))
@@ -46,7 +47,8 @@ TEST_F(ComponentRestoreTest, AcceptsRecordsBelowTheComponentsFolder) {
   EXPECT_TRUE(on_the_device([] {
     write_file("/a.tar", TarBuilder().text());
     Reader reader("/a.tar");
-    ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+    harbix::Completeness completeness;
+    ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
     for (const char* name : {"x", "data/x", "..x", "data/x y"})
       EXPECT_TRUE(component.accepts(Path(path(name)))) << name;
     for (const std::string record :
@@ -86,7 +88,8 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
     for (const Row& row : rows) {
       write_file("/a.tar", TarBuilder().add(row.type, "/e", "", 0660, row.target).text());
       Reader reader("/a.tar");
-      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+      harbix::Completeness completeness;
+      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
       const std::optional<EntryView> entry = reader.next_header();
       ASSERT_TRUE(entry);
       EXPECT_EQ(component.accepts(*entry, Path(path("data/x"))), row.is_accepted)
@@ -170,7 +173,8 @@ TEST_F(ComponentRestoreTest, GivesIdentityAndMaskBack) {
     {
       write_file("/a.tar", TarBuilder().text());
       Reader reader("/a.tar");
-      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK);
+      harbix::Completeness completeness;
+      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
       EXPECT_EQ(::geteuid(), APPS_USER);
       EXPECT_EQ(::getegid(), 0U);
     }

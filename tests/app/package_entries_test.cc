@@ -43,6 +43,10 @@ std::string missing(const std::string& name) {
   return "Warning: No entry in the archive for /base/" + name + "\n";
 }
 
+std::string stranger(const std::string& name) {
+  return "Error: No record in the manifest for '" + name + "'\nSkip: " + name + "\n";
+}
+
 class PackageEntriesTest : public ::testing::Test {
  protected:
   Reader& open(const std::string& archive) {
@@ -53,9 +57,9 @@ class PackageEntriesTest : public ::testing::Test {
   /// For each record the content of the entry that it was given, or "-".
   static Texts pair(Reader& reader, const std::vector<FileRecord>& records, const char* name = "/app/p/bin") {
     PackageEntries entries(reader, records, Path(name), Path("/base"));
-    Texts contents;
-    for (std::size_t i = 0; i < records.size(); ++i)
-      contents.push_back(entries.entry_of(i) ? reader.data() : "-");
+    Texts contents(records.size(), "-");
+    while (const std::optional<PackageEntries::Match> match = entries.next())
+      contents[match->position] = reader.data();
     return contents;
   }
 
@@ -85,23 +89,25 @@ TEST_F(PackageEntriesTest, BelongToTheRecordOfTheirName) {
       {{"a", "b"},
        {p + "x", p + "a", p + "y", p + "z", p + "b", next},
        {p + "a", p + "b"},
-       "Skip: /app/p/bin/x\nSkip: /app/p/bin/y\nSkip: /app/p/bin/z\n"},
-      {{"a", "b"}, {p + "a", p + "x", next}, {p + "a", "-"}, "Skip: /app/p/bin/x\n" + missing("b")},
+       stranger(p + "x") + stranger(p + "y") + stranger(p + "z")},
+      {{"a", "b"}, {p + "a", p + "x", next}, {p + "a", "-"}, stranger(p + "x") + missing("b")},
       {{"a", "b", "c"},
        {p + "x", p + "c", next},
        {"-", "-", p + "c"},
-       "Skip: /app/p/bin/x\n" + missing("a") + missing("b")},
+       stranger(p + "x") + missing("a") + missing("b")},
       // The same record, or entry, more than once.
       {{"a", "a", "b"}, {p + "a", p + "a", p + "b", next}, {p + "a", p + "a", p + "b"}, ""},
       {{"a", "a", "b"}, {p + "a", p + "b", next}, {p + "a", "-", p + "b"}, missing("a")},
       {{"a", "b", "a"}, {p + "a", p + "b", p + "a", next}, {p + "a", p + "b", p + "a"}, ""},
       {{"a", "b", "a"}, {p + "a", p + "a", next}, {p + "a", "-", p + "a"}, missing("b")},
-      {{"a", "b"}, {p + "a", p + "a", p + "b", next}, {p + "a", p + "b"}, "Skip: /app/p/bin/a\n"},
+      {{"a", "b"}, {p + "a", p + "a", p + "b", next}, {p + "a", p + "b"}, stranger(p + "a")},
       // Another order than that of the records.
-      {{"a", "b", "c"},
-       {p + "b", p + "a", p + "c", next},
-       {"-", p + "b", p + "c"},
-       missing("a") + "Skip: /app/p/bin/a\n"},
+      {{"a", "b", "c"}, {p + "b", p + "a", p + "c", next}, {p + "a", p + "b", p + "c"}, ""},
+      {{"a", "b", "c"}, {p + "c", p + "b", p + "a", next}, {p + "a", p + "b", p + "c"}, ""},
+      {{"a", "b", "c", "d"},
+       {p + "d", p + "b", p + "x", p + "a", next},
+       {p + "a", p + "b", "-", p + "d"},
+       stranger(p + "x") + missing("c")},
       // Names of other packages, and of none.
       {{"a"},
        {"/app/p/bin", "/app/p/binx/a", "/app/p/appdata/a", "/app/q/bin/a", "/base/a", "a", "/a", p + "a",
@@ -112,7 +118,7 @@ TEST_F(PackageEntriesTest, BelongToTheRecordOfTheirName) {
       {{"a"},
        {"/x" + p + "a", "/app/p/bin/../bin/a", p + "a/b", p + "A", next},
        {"-"},
-       "Skip: /x/app/p/bin/a\nSkip: /app/p/bin/../bin/a\nSkip: /app/p/bin/a/b\nSkip: /app/p/bin/A\n" +
+       "Skip: /x/app/p/bin/a\n" + stranger("/app/p/bin/../bin/a") + stranger(p + "a/b") + stranger(p + "A") +
            missing("a")},
       // Names that have lost their separator.
       {{"a", "d/b"}, {"app/p/bin/a", "app/p/bin/d/b", next}, {"app/p/bin/a", "app/p/bin/d/b"}, ""},
@@ -139,7 +145,10 @@ TEST_F(PackageEntriesTest, OfThePackagesOwnNameBelongToNoRecord) {
     Reader& reader = open(archive_of({"/app/p/bin"}).text());
     const CapturedOutput errors(STDERR_FILENO);
     EXPECT_EQ(pair(reader, {{0, Path(base), {}}}), (Texts{"-"})) << base;
-    EXPECT_EQ(errors.text(), std::string("Skip: /app/p/bin\n") + NO_MORE) << base;
+    EXPECT_EQ(
+        "Skip: /app/p/bin\n" + std::string(NO_MORE) + "Warning: No entry in the archive for " + base + "\n",
+        errors.text())
+        << base;
   }
 }
 
@@ -147,8 +156,9 @@ TEST_F(PackageEntriesTest, OfFoldersAreFoundToo) {
   Reader& reader = open(TarBuilder().folder("/app/p/bin/d/").file("/app/p/bin/d/f", "text").text());
   const std::vector<FileRecord> records = records_of({"d", "d/f"});
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
-  EXPECT_TRUE(entries.entry_of(0));
-  EXPECT_TRUE(entries.entry_of(1));
+  EXPECT_TRUE(entries.next());
+  EXPECT_TRUE(entries.next());
+  EXPECT_TRUE(entries.is_complete());
 }
 
 TEST_F(PackageEntriesTest, ThatAreMissingAreLogged) {
@@ -164,15 +174,13 @@ TEST_F(PackageEntriesTest, EndWithTheArchive) {
   const std::vector<FileRecord> records = records_of({"a", "b", "c"});
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_TRUE(entries.entry_of(0));
-  EXPECT_FALSE(entries.is_over());
-  EXPECT_FALSE(entries.entry_of(1));
-  EXPECT_TRUE(entries.is_over());
-  EXPECT_FALSE(entries.entry_of(2));
-  EXPECT_EQ(errors.text(), NO_MORE);
+  EXPECT_TRUE(entries.next());
+  EXPECT_EQ(errors.text(), "");
+  EXPECT_FALSE(entries.next());
+  EXPECT_FALSE(entries.next());
+  EXPECT_EQ(NO_MORE + missing("b") + missing("c"), errors.text());
   EXPECT_EQ(reader.error_number(), 0);
   EXPECT_TRUE(entries.is_readable());
-  EXPECT_EQ(errors.text(), NO_MORE);
 }
 
 TEST_F(PackageEntriesTest, EndWhereTheArchiveIsDamaged) {
@@ -181,13 +189,36 @@ TEST_F(PackageEntriesTest, EndWhereTheArchiveIsDamaged) {
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
   const CapturedOutput errors(STDERR_FILENO);
   EXPECT_TRUE(entries.is_readable());
-  EXPECT_TRUE(entries.entry_of(0));
+  EXPECT_TRUE(entries.next());
   EXPECT_FALSE(entries.is_readable());
   EXPECT_FALSE(entries.is_readable());
-  EXPECT_TRUE(entries.is_over());
-  EXPECT_FALSE(entries.entry_of(1));
-  EXPECT_NE(reader.error_number(), 0);
+  EXPECT_FALSE(entries.next());
+  EXPECT_NE(0, reader.error_number());
   EXPECT_EQ(errors.text(), NO_MORE);
+}
+
+TEST_F(PackageEntriesTest, AreCompleteWhenEveryItemAndEveryEntryHasItsPartner) {
+  struct Row {
+    std::string name;
+    mode_t mode;
+    Texts entries;
+    bool has_every_item, is_complete;
+  };
+  const std::string p = "/app/p/bin/";
+  for (const Row& row : {Row{"whole", S_IFREG, {p + "a", p + "b"}, true, true},
+                         Row{"an item is missing", S_IFREG, {p + "a"}, false, false},
+                         Row{"a missing item never existed", 0, {p + "a"}, true, true},
+                         Row{"an entry more", S_IFREG, {p + "a", p + "b", p + "c"}, true, false},
+                         Row{"an entry of another package", S_IFREG, {p + "a", p + "b", "/x"}, true, true}}) {
+    Reader& reader = open(archive_of(row.entries).text());
+    std::vector<FileRecord> records = records_of({"a", "b"});
+    records[1].status = harbix::RecordedStatus{.mode = row.mode};
+    PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
+    const CapturedOutput errors(STDERR_FILENO);
+    while (entries.next()) continue;
+    EXPECT_EQ(row.has_every_item, entries.has_every_item()) << row.name;
+    EXPECT_EQ(row.is_complete, entries.is_complete()) << row.name;
+  }
 }
 
 TEST_F(PackageEntriesTest, ThatAreSkippedMayTurnOutToBeDamaged) {
@@ -197,8 +228,8 @@ TEST_F(PackageEntriesTest, ThatAreSkippedMayTurnOutToBeDamaged) {
   const std::vector<FileRecord> records = records_of({"a"});
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_THROW(static_cast<void>(entries.entry_of(0)), std::runtime_error);
-  EXPECT_EQ(errors.text(), "Skip: /app/p/bin/x\n");
+  EXPECT_THROW(static_cast<void>(entries.next()), std::runtime_error);
+  EXPECT_EQ(stranger("/app/p/bin/x"), errors.text());
 }
 
 TEST_F(PackageEntriesTest, AreStillThereAfterALookAhead) {
@@ -207,9 +238,8 @@ TEST_F(PackageEntriesTest, AreStillThereAfterALookAhead) {
   PackageEntries entries(reader, records, Path("/app/p/bin"), Path("/base"));
   EXPECT_TRUE(entries.is_readable());
   EXPECT_TRUE(entries.is_readable());
-  ASSERT_TRUE(entries.entry_of(0));
+  ASSERT_TRUE(entries.next());
   EXPECT_EQ(reader.data(), "/app/p/bin/a");
-  EXPECT_FALSE(entries.is_over());
 }
 
 TEST_F(PackageEntriesTest, KnowWhichPathsLeadToOthers) {

@@ -30,7 +30,8 @@ std::string path(const std::string& name) { return FOLDER + ("/" + name); }
 std::string entry(const std::string& name) { return "/app/p/appdata/" + name; }
 
 struct Extracted {
-  bool is_whole = false;
+  bool is_on_disk = false;
+  bool is_complete = false;
   std::string errors;
 };
 
@@ -43,8 +44,8 @@ Extracted extract(meta::Manifest records, const std::string& archive,
   const fs::FileMask mask(007);
   const CapturedOutput errors(STDERR_FILENO);
   PackageExtraction extraction(reader, package, fs::Path(FOLDER), restorable);
-  const bool is_whole = extraction.extract(APPS_USER, GROUP);
-  return {is_whole, errors.text()};
+  extraction.extract(APPS_USER, GROUP);
+  return {extraction.is_on_disk(), extraction.is_complete(), errors.text()};
 }
 
 TreeItem owned(const TreeItem& item) { return item.owned_by(APPS_USER, GROUP); }
@@ -61,7 +62,7 @@ TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
                     .file(entry("d/f"), "text", 0777)
                     .file(entry("g"), "", 0777)
                     .text());
-    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_TRUE(extracted.is_on_disk);
     EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_TRUE(
         (Tree{owned(dir("d", {owned(file("f", "text", 0640))}, 0700)), owned(file("g", "", 0400))}.matches(
@@ -73,7 +74,7 @@ TEST_F(PackageExtractionTest, GivesItemsTheirEntrysStatusWhereTheRecordHasNone) 
   EXPECT_TRUE(on_the_device([] {
     const Extracted extracted =
         extract({{"File", path("f")}}, TarBuilder().file(entry("f"), "text", 0654).text());
-    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_TRUE(extracted.is_on_disk);
     EXPECT_TRUE((Tree{owned(file("f", "text", 0650))}.matches(FOLDER)));
   }));
 }
@@ -99,8 +100,8 @@ TEST_F(PackageExtractionTest, SkipsWhatIsNoFileFolderOrLink) {
         const Extracted extracted = extract(
             {record(type | 0660, path("x")), record(S_IFREG | 0660, path("f"))},
             TarBuilder().add(row.type, entry("x"), "", 0660, "/etc/secret").file(entry("f"), "text").text());
-        EXPECT_TRUE(extracted.is_whole);
-        EXPECT_EQ(extracted.errors, "Skip: " + path("x") + "\n" + NO_ERROR) << row.type;
+        EXPECT_TRUE(extracted.is_on_disk);
+        EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type;
         EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER))) << row.type;
       }
     }
@@ -120,7 +121,11 @@ TEST_F(PackageExtractionTest, SkipsWhatTheRecordCallsSomethingElse) {
           Row{TarBuilder::SYMBOLIC_LINK, S_IFBLK}}) {
       const Extracted extracted = extract({record(row.recorded | 0660, path("x"))},
                                           TarBuilder().add(row.type, entry("x"), "", 0660, "target").text());
-      EXPECT_EQ(extracted.errors, "Skip: " + path("x") + "\n" + NO_ERROR) << row.type << row.recorded;
+      EXPECT_EQ("Error: The record of '" + path("x") +
+                    "' describes another kind of item than its entry\nSkip: " + path("x") + "\n" + NO_ERROR,
+                extracted.errors)
+          << row.type << row.recorded;
+      EXPECT_FALSE(extracted.is_complete);
       EXPECT_FALSE(fs::exists(fs::Path(path("x"))));
     }
   }));
@@ -174,7 +179,7 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
     const Extracted extracted =
         extract({record(S_IFREG | 0660, path("data/f")), record(S_IFREG | 0660, path("g"))},
                 TarBuilder().file(entry("data/f"), "text").file(entry("g"), "text").text());
-    EXPECT_TRUE(extracted.is_whole) << "one entry costs itself";
+    EXPECT_FALSE(extracted.is_on_disk) << "one entry costs itself";
     EXPECT_TRUE(Tree{}.matches("/out"));
     EXPECT_TRUE((Tree{link("data", "/out"), file("g", "text", 0660)}.matches(FOLDER)));
     const std::string what =
@@ -193,7 +198,7 @@ TEST_F(PackageExtractionTest, TellsOfTheLastWarningsNumberAtTheEnd) {
     ASSERT_EQ(::chmod(FOLDER, 0777), 0);
     const Extracted extracted =
         extract({record(S_IFREG | 0660, path("d"))}, TarBuilder().file(entry("d"), "text").text());
-    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_FALSE(extracted.is_on_disk);
     EXPECT_TRUE((Tree{dir("d", {file("kept", "old")})}.matches(FOLDER)));
     EXPECT_EQ(count_of(extracted.errors, "Warning: "), 1U) << extracted.errors;
     EXPECT_EQ(count_of(extracted.errors, "\nHERE\nArchive errno at this point: "), 1U) << extracted.errors;
@@ -229,7 +234,7 @@ TEST_F(PackageExtractionTest, WritesNothingWhenOnlyPretending) {
     const Extracted extracted = extract(
         {record(S_IFDIR | 0700, path("data")), record(S_IFREG | 0660, path("data/f"))},
         TarBuilder().folder(entry("data")).file(entry("data/f"), "text").text(), Restorable::DATA_FOLDERS);
-    EXPECT_TRUE(extracted.is_whole);
+    EXPECT_TRUE(extracted.is_on_disk);
     EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_FALSE(fs::exists(fs::Path(FOLDER)));
   }));
@@ -248,7 +253,11 @@ TEST_F(PackageExtractionTest, EndsWhereTheArchiveEnds) {
     const Extracted extracted = extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g")),
                                          record(S_IFREG | 0660, path("h"))},
                                         TarBuilder().file(entry("f"), "text").text());
-    EXPECT_EQ(extracted.errors, std::string("Warning: unexpected failure of read next header\n") + NO_ERROR);
+    EXPECT_EQ("Warning: unexpected failure of read next header\nWarning: No entry in the archive for " +
+                  path("g") + "\nWarning: No entry in the archive for " + path("h") + "\n" + NO_ERROR,
+              extracted.errors);
+    EXPECT_TRUE(extracted.is_on_disk);
+    EXPECT_FALSE(extracted.is_complete);
     EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER)));
   }));
 }
@@ -262,10 +271,10 @@ TEST_F(PackageExtractionTest, IsNotWholeWhereDataIsCutOff) {
                     .file(entry("f"), "text")
                     .add(TarBuilder::FILE, entry("g"), "cut", 0660, "", 9999)
                     .truncated_text());
-    EXPECT_FALSE(extracted.is_whole);
+    EXPECT_FALSE(extracted.is_on_disk);
     EXPECT_EQ(read_file(path("f")), "text");
-    EXPECT_EQ(count_of(extracted.errors, "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"),
-              1U)
+    EXPECT_EQ(1U,
+              count_of(extracted.errors, "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"))
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
     EXPECT_EQ(::geteuid(), 0U);
@@ -279,9 +288,9 @@ TEST_F(PackageExtractionTest, IsNotWholeWhereAHeaderIsDamaged) {
     const Extracted extracted =
         extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
                 TarBuilder().file(entry("f"), "text").truncated_text() + std::string(512, 'x'));
-    EXPECT_FALSE(extracted.is_whole);
+    EXPECT_FALSE(extracted.is_on_disk);
     EXPECT_EQ(read_file(path("f")), "text");
-    EXPECT_EQ(count_of(extracted.errors, "Warning: unexpected failure of read next header\n"), 1U)
+    EXPECT_EQ(1U, count_of(extracted.errors, "Warning: unexpected failure of read next header\n"))
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
   }));

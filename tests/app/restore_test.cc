@@ -21,6 +21,11 @@ using Texts = std::vector<std::string>;
 
 constexpr char NOT_INSTALLED[] = "Warning: Could not determine actual_gid. Skipping data.\n";
 
+constexpr char DATA_MISFIT[] = "Error: The package '/app/p/appdata' does not fit its description\n";
+constexpr char REFUSED[] =
+    "Error: The package '/app/p/bin' does not fit its description\n"
+    "Application binaries will not be restored.\n";
+
 struct Restored {
   int status = -1;
   std::string errors;
@@ -137,7 +142,7 @@ TEST_F(AppRestoreTest, LeavesTheDataOfWhatIsNotInstalledAlone) {
   }));
 }
 
-TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionInSilence) {
+TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionAndFails) {
   EXPECT_TRUE(with_empty_list([] {
     struct Row {
       const char *directory, *data_directory, *path;
@@ -158,9 +163,10 @@ TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionInSilence) {
                     record(S_IFREG | 0640, row.path)});
       archive.file("/app/p/appdata/data/f", "new");
       const Restored restored = restore(archive);
-      EXPECT_EQ(restored.status, 0) << row.path;
-      EXPECT_EQ(restored.errors, "") << row.path;
-      EXPECT_EQ(restored.log, Texts{}) << row.path;
+      EXPECT_EQ(restored.status, 1) << row.path;
+      EXPECT_EQ(restored.errors, DATA_MISFIT) << row.path;
+      EXPECT_EQ((Texts{"2 ERROR: The package '/app/p/appdata' does not fit its description"}), restored.log)
+          << row.path;
     }
     EXPECT_TRUE(Tree{}.matches(APPLICATION_DATA));
   }));
@@ -190,13 +196,16 @@ TEST_F(AppRestoreTest, RefusesBinariesOutsideOfTheirFolderAndTheDataThatFollows)
       add_data(archive, "p", "a");
       add_data(archive, "p", "b");
       const Restored restored = restore(archive);
-      EXPECT_EQ(restored.status, 0) << row.path;
-      EXPECT_EQ(count_of(restored.errors, row.reason + "Application binaries will not be restored.\n"), 1U)
+      EXPECT_EQ(restored.status, 1) << row.path;
+      EXPECT_EQ(1U, count_of(restored.errors, row.reason + REFUSED))
           << row.directory << row.path << restored.errors;
       // Forgotten after the package that it concerned.
       EXPECT_EQ(count_of(restored.errors, "Data Package p\nSkipping package: p\n"), 1U) << restored.errors;
       EXPECT_EQ(count_of(restored.errors, NOT_INSTALLED), 1U) << restored.errors;
-      EXPECT_EQ(restored.log, (Texts{"3 Application '/apps/b' does not exist"})) << row.path;
+      EXPECT_EQ((Texts{"2 ERROR: The package '/app/p/bin' does not fit its description",
+                       "3 Application '/apps/b' does not exist"}),
+                restored.log)
+          << row.path;
     }
     EXPECT_TRUE(Tree{}.matches("/apps"));
   }));
@@ -208,8 +217,7 @@ TEST_F(AppRestoreTest, SkipsOnlyTheDataOfThePackageThatWasRefused) {
     add_binaries(archive, "p", "..");
     add_data(archive, "q", "a");
     add_data(archive, "p", "a");
-    EXPECT_EQ(restore(archive).errors, "Application binaries will not be restored.\n" +
-                                           std::string(NOT_INSTALLED) + "Skipping package: p\n");
+    EXPECT_EQ(REFUSED + std::string(NOT_INSTALLED) + "Skipping package: p\n", restore(archive).errors);
   }));
 }
 

@@ -18,6 +18,8 @@ using testing::Key;
 using testing::UnorderedElementsAre;
 
 const std::string REFUSED = "Application binaries will not be restored.";
+const std::string BINARY_MISFIT = "Error: The package '/app/a.pkg/bin' does not fit its description\n";
+const std::string DATA_MISFIT = "Error: The package '/app/a.pkg/appdata' does not fit its description\n";
 
 /// Restores crafted packages of the application "a", and holds everything outside of that application's
 /// folders against what it was.
@@ -75,14 +77,14 @@ TEST_F(AppHostileArchive, NamesOnePlainFolderOrNone) {
     };
     const Outcome binaries =
         restore({named(CraftedPackage("/app/a.pkg/bin", "/apps/" + directory)).file("evil", "evil")}, {});
-    EXPECT_EQ(binaries.status, 0) << directory << binaries.errors;
-    EXPECT_EQ(binaries.errors, REFUSED + "\n") << directory;
+    EXPECT_EQ(binaries.status, 1) << directory << binaries.errors;
+    EXPECT_EQ(binaries.errors, BINARY_MISFIT + REFUSED + "\n") << directory;
     const Outcome data =
         restore({named(CraftedPackage("/app/a.pkg/appdata", "/accounts/1000/appdata/" + directory))
                      .file("data/evil", "evil")},
                 {});
-    EXPECT_EQ(data.status, 0) << directory << data.errors;
-    EXPECT_EQ(data.errors, "") << directory;
+    EXPECT_EQ(data.status, 1) << directory << data.errors;
+    EXPECT_EQ(data.errors, DATA_MISFIT) << directory;
   }
 }
 
@@ -97,7 +99,7 @@ TEST_F(AppHostileArchive, IsToldWhatIsWrongWithItsFolderWhenVerbose) {
                                        .attribute("Data-Directory", "/accounts/1000/appdata/a")
                                        .attribute("App-Directory", row.directory);
     const Outcome outcome = device_.harbix({"-v", "-r", "app"}, archive_of({package}));
-    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(lines_of(outcome.errors), AllOf(Contains(row.reason), Contains(REFUSED)));
   }
 }
@@ -117,8 +119,10 @@ TEST_F(AppHostileArchive, CannotInstallAPartOfTheHomeScreenAsAnApplication) {
                      .folder("data")
                      .file("data/state", "evil")},
                 {});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(lines_of(outcome.errors), Contains(REFUSED));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(lines_of(outcome.errors),
+                AllOf(Contains(REFUSED),
+                      Contains("Error: The package '/app/other.pkg/appdata' does not fit its description")));
   }
 }
 
@@ -133,9 +137,9 @@ TEST_F(AppHostileArchive, IsRefusedForOneRecordThatLeavesTheApplication) {
     const Outcome data =
         restore({data_with("/accounts/1000/appdata/a" + rest, "/app/a.pkg/appdata" + rest)}, {});
     if (rest.ends_with('/')) continue;  // the reader takes it for a folder, and its data for a damaged header
-    EXPECT_EQ(binaries.errors, REFUSED + "\n") << rest;
-    EXPECT_EQ(data.errors, "") << rest;
-    EXPECT_EQ(binaries.status + data.status, 0) << rest;
+    EXPECT_EQ(binaries.errors, BINARY_MISFIT + REFUSED + "\n") << rest;
+    EXPECT_EQ(data.errors, DATA_MISFIT) << rest;
+    EXPECT_EQ(binaries.status + data.status, 2) << rest;
   }
   for (const std::string path : {"/etc/evil", "/apps/other/evil", "apps/a/evil", "evil", "/",
                                  "/accounts/1000/appdata/other/data/evil", "/tmp/victim/file"}) {
@@ -146,8 +150,8 @@ TEST_F(AppHostileArchive, IsRefusedForOneRecordThatLeavesTheApplication) {
                                      {});
     const Outcome data = restore({data_with(path, "/app/a.pkg/appdata/" + path)}, {});
     if (path.ends_with('/')) continue;
-    EXPECT_EQ(binaries.errors, REFUSED + "\n") << path;
-    EXPECT_EQ(data.errors, "") << path;
+    EXPECT_EQ(binaries.errors, BINARY_MISFIT + REFUSED + "\n") << path;
+    EXPECT_EQ(data.errors, DATA_MISFIT) << path;
   }
 }
 
@@ -157,9 +161,9 @@ TEST_F(AppHostileArchive, CannotCallAnotherFolderItsData) {
         "/accounts/1000/appdata/../appdata/a", "accounts/1000/appdata/a", "/apps/a", "/tmp/victim"}) {
     CraftedPackage package("/app/a.pkg/appdata", folder);
     package.attribute("App-Directory", "a").attribute("Data-Directory", folder).file("data/evil", "evil");
-    EXPECT_EQ(restore({package}, {}).errors, "") << folder;
+    EXPECT_EQ(restore({package}, {}).errors, DATA_MISFIT) << folder;
     EXPECT_EQ(restore({binary().attribute("Data-Directory", folder).file("evil", "evil")}, {}).errors,
-              REFUSED + "\n")
+              BINARY_MISFIT + REFUSED + "\n")
         << folder;
   }
 }
@@ -219,8 +223,11 @@ TEST_F(AppHostileArchive, CannotGoThroughLinksThatWereThere) {
                CraftedPackage::binary("link").file("evil", "evil").file("file", "evil"),
                CraftedPackage::data("link").file("data/evil", "evil"),
                CraftedPackage::binary("file").file("evil", "evil")});
-  EXPECT_EQ(device_.read("/apps/a/last"), "last");
+  // What could not be written in full is no application.
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_FALSE(device_.exists("/apps/a"));
   EXPECT_THAT(lines_of(outcome.errors), Contains(REFUSED).Times(2));
+  device_.make_owned_folder("/apps/a", 0750, device_.user("apps"), a_.group);
 
   std::filesystem::remove_all(device_.outside(a_.data()));
   device_.make_owned_link(a_.data(), "/tmp/victim", 0, 0);
@@ -255,12 +262,15 @@ TEST_F(AppHostileArchive, BringsNoHardLinksDevicesOrFifos) {
   const Outcome outcome = restore(
       {with_kinds(binary(), "/apps/a/", "/app/a.pkg/bin/").file("last", "last"),
        with_kinds(data().folder("data"), base, "/app/a.pkg/appdata/data/").file("data/last", "last")});
-  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.status, 1) << outcome.errors;
   EXPECT_THAT(device_.snapshot(base), UnorderedElementsAre(Key("last")));
   EXPECT_THAT(device_.snapshot("/apps/a"),
               UnorderedElementsAre(Key("META-INF"), Key("META-INF/MANIFEST.MF"), Key("main"), Key("last")));
   EXPECT_THAT(lines_of(outcome.errors), Contains("Skip: /apps/a/hard" + std::to_string(S_IFREG)));
   EXPECT_THAT(lines_of(outcome.errors), Contains("Skip: " + base + "link" + std::to_string(S_IFREG)));
+  EXPECT_THAT(lines_of(outcome.errors),
+              Contains("Error: The record of '" + base + "link" + std::to_string(S_IFREG) +
+                       "' describes another kind of item than its entry"));
   struct ::stat victim {};
   ASSERT_EQ(::lstat(device_.outside("/tmp/victim/file").c_str(), &victim), 0);
   EXPECT_EQ(victim.st_nlink, 1U);
@@ -288,7 +298,7 @@ TEST_F(AppHostileArchive, ExtractsNothingUnderAnotherRecordsName) {
                                        .entry(TarBuilder::FILE, "data/a", "evil")
                                        .entry(TarBuilder::FILE, "/app/a.pkg/appdata/data/../data/a", "evil")
                                        .entry(TarBuilder::FILE, "/etc/evil", "evil")});
-  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.status, 1) << outcome.errors;
   EXPECT_THAT(device_.snapshot(base), IsEmpty());
 }
 

@@ -150,7 +150,7 @@ TEST_F(HomeScreen, ObjectsComeBackLiveAndNoOthersDo) {
   EXPECT_EQ(device_.read("/etc/passwd"), passwd);
 }
 
-TEST_F(HomeScreen, ObjectThatIsNotThereEndsTheRestore) {
+TEST_F(HomeScreen, ObjectThatIsNotThereFailsTheRestoreAndNothingElse) {
   const Outcome outcome =
       restore({objects()
                    .record(S_IFREG | 0644U, OBJECTS + "/uriapps")
@@ -159,7 +159,7 @@ TEST_F(HomeScreen, ObjectThatIsNotThereEndsTheRestore) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(lines_of(outcome.errors),
               Contains("Error: restore_pps failed [errno:2 'No such file or directory']"));
-  EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "old");
+  EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "new");
 }
 
 TEST_F(HomeScreen, NavigatorDataIsReplacedByPrivateFiles) {
@@ -286,7 +286,7 @@ TEST_F(HomeScreen, StaysInsideItsComponents) {
   const Snapshot before = device_.everything_but({NAVIGATOR, TRAY});
   const Outcome outcome = restore({with_evil(navigator(), NAVIGATOR, "/app/sys.navigator/appdata"),
                                    with_evil(tray(), TRAY, "/app/sys.systemtray/appdata")});
-  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.status, 1) << outcome.errors;
   EXPECT_EQ(difference(before, device_.everything_but({NAVIGATOR, TRAY})), "");
   // Where the link out was refused, its name is free for a folder.
   EXPECT_THAT(device_.snapshot(NAVIGATOR),
@@ -305,7 +305,7 @@ TEST_F(HomeScreen, RemovesNothingBehindLinks) {
     std::filesystem::remove_all(device_.outside(folder));
     device_.make_owned_link(folder, "/tmp/victim", device_.user("apps"), 0);
     const Snapshot before = device_.everything_but({});
-    EXPECT_EQ(restore({navigator().file("data/file", "evil").file("data/new", "evil")}).status, 0) << folder;
+    EXPECT_EQ(restore({navigator().file("data/file", "evil").file("data/new", "evil")}).status, 1) << folder;
     EXPECT_EQ(difference(before, device_.everything_but({})), "") << folder;
   }
 }

@@ -46,6 +46,11 @@ class Race : public testing::TestWithParam<Kernel> {
   static std::string file_in_vault() { return std::string(VAULT) + "/file"; }
   static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
+  /// A folder of the loaded application's data while that is made: beside its place, where no owner comes.
+  [[nodiscard]] std::string staged(const std::string& path) const {
+    return "$(echo " + std::string(test::APPLICATION_DATA) + "/.harbix-*/" + loaded_.id + ")/" + path;
+  }
+
   static std::string swap_for_link(const std::string& folder) {
     return "mv " + folder + " " + folder + ".aside && ln -s " + VAULT + " " + folder;
   }
@@ -78,6 +83,8 @@ class Race : public testing::TestWithParam<Kernel> {
   [[nodiscard]] bool is_in_archive(const std::string& text) const {
     return device_.read(ARCHIVE).find(text) != std::string::npos;
   }
+
+  static std::string next_data() { return std::string(test::APPLICATION_DATA) + "/next"; }
 
   static constexpr char ARCHIVE[] = "/tmp/a.tar";
 
@@ -169,8 +176,8 @@ TEST_P(Race, WritesNoStrangersApplicationData) {
                                               .folder("data/sub")
                                               .file("data/sub/first", "1")
                                               .file("data/sub/second", "2")});
-  const Outcome outcome = race({"open", "sub/second"}, swap_for_link(loaded_.data() + "/data/sub"),
-                               {loaded_.data()}, "-r app", archive);
+  const Outcome outcome =
+      race({"open", "sub/second"}, swap_for_link(staged("data/sub")), {loaded_.data()}, "-r app", archive);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(device_.read(loaded_.data() + "/data/sub.aside/second"), "2");
 }
@@ -188,8 +195,10 @@ TEST_P(Race, RemovesNoStrangersFileWithOldApplicationData) {
   device_.add_data(loaded_, "data/sub/file", "data");
   const std::string archive =
       archive_of({CraftedPackage::data(loaded_.id).folder("data").file("data/new", "new")});
-  const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(loaded_.data() + "/data/sub"),
-                               {loaded_.data()}, "-r app", archive);
+  // It goes with the folder in which the new data was made.
+  const std::string old = staged("data/sub");
+  const Outcome outcome =
+      race({"closed", "data/sub"}, swap_for_link(old), {loaded_.data()}, "-r app", archive);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(device_.read(loaded_.data() + "/data/new"), "new");
 }
@@ -208,31 +217,36 @@ TEST_P(Race, RemovesNoStrangersFileWithOldNavigatorData) {
 
 TEST_P(Race, GivesNoStrangersFileToTheOwnerOfData) {
   const std::string archive = archive_of(
-      {CraftedPackage::data(loaded_.id).folder("data").folder("data/sub").file("data/sub/file", "1")});
-  const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(loaded_.data() + "/data/sub"),
-                               {loaded_.data()}, "-r app", archive);
+      {CraftedPackage::data(loaded_.id).folder("data").folder("data/sub").file("data/sub/file", "1"),
+       CraftedPackage::binary("next").attribute("Extras", "source::sideload").file("main", "next")});
+  const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(staged("data/sub")),
+                               {loaded_.data(), "/apps/next", next_data()}, "-r app", archive);
   EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(device_.read("/apps/next/main"), "next");
   EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/sub"));
 }
 
 TEST_P(Race, GivesNoStrangersFileToTheOwnerOfPrograms) {
-  const std::string archive =
-      archive_of({CraftedPackage::binary(bought_.id).folder("native").file("native/file", "1", 0755)});
-  const Outcome outcome = race({"closed", "native"}, swap_for_link(bought_.folder() + "/native"),
-                               {bought_.folder(), bought_.data()}, "-r app", archive);
+  const std::string archive = archive_of(
+      {CraftedPackage::binary(bought_.id).folder("native").file("native/file", "1", 0755),
+       CraftedPackage::binary("next").attribute("Extras", "source::sideload").file("main", "next")});
+  const Outcome outcome =
+      race({"closed", "native"}, swap_for_link(bought_.folder() + "/native"),
+           {bought_.folder(), bought_.data(), "/apps/next", next_data()}, "-r app", archive);
   EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(device_.read("/apps/next/main"), "next");
   EXPECT_THAT(outcome.errors, HasSubstr(bought_.folder() + "/native"));
 }
 
 TEST_P(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
-  const std::string file = loaded_.data() + "/data/file";
+  const std::string file = staged("data/file");
   const std::string archive =
       archive_of({CraftedPackage::data(loaded_.id).folder("data").file("data/file", "1", 0600)});
-  const Outcome outcome = race({"closed", loaded_.id + "/data", 2},
+  const Outcome outcome = race({"closed", loaded_.id + "/data"},
                                "mv " + file + " " + file + ".aside && ln " + file_in_vault() + " " + file,
                                {loaded_.data()}, "-r app", archive);
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.errors, HasSubstr(file));
+  EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/file"));
 }
 
 std::string name_of(const testing::TestParamInfo<Kernel>& kernel) {

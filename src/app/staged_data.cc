@@ -1,0 +1,147 @@
+#include "app/staged_data.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+#include <vector>
+
+#include "app/layout.h"
+#include "fs/exception.h"
+#include "fs/tree.h"
+#include "fs/walk.h"
+
+namespace harbix {
+namespace {
+
+constexpr char OLD_DATA[] = ".harbix-old";   // no application's folder has this name
+constexpr std::uint64_t STATUS_BLOCK = 512;  // what st_blocks counts
+
+std::string staging_name() {
+  static unsigned count = 0;
+  return std::string(places::RESERVED) + "data-" + std::to_string(::getpid()) + '-' + std::to_string(count++);
+}
+
+base::FileDescriptor make_folder(const fs::Folder& parent, const std::string& name, const Role& maker) {
+  const fs::EffectiveGroup group(maker.group);
+  const fs::EffectiveUser user(maker.user);
+  const bool is_made = ::mkdirat(parent.descriptor(), name.c_str(), S_IRWXU) == 0;
+  base::FileDescriptor made;
+  if (is_made) {
+    made = base::FileDescriptor(
+        ::openat(parent.descriptor(), name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  }
+  if (made) return made;
+  const int error = errno;
+  // One that stays is removed at the next start.
+  if (is_made) static_cast<void>(::unlinkat(parent.descriptor(), name.c_str(), AT_REMOVEDIR));
+  throw fs::Exception(error, "Mkdir '" + (parent.path() / name).text() + "' failed.");
+}
+
+}  // namespace
+
+StagedData::StagedData(fs::Folder& all_data, fs::Path name, const Role& maker)
+    : all_data_(all_data),
+      name_(std::move(name)),
+      staging_(staging_name()),
+      descriptor_(make_folder(all_data, staging_, maker)) {}
+
+StagedData::~StagedData() {
+  // Another try is made after a removal that failed; what stays is removed at the next start.
+  for (int attempt = 0; attempt < 2 && all_data_.holds(fs::Path(staging_)); ++attempt) {
+    fs::remove_tree(all_data_, fs::Path(staging_));
+  }
+}
+
+fs::Folder StagedData::folder() const {
+  base::FileDescriptor copy(::fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0));
+  if (!copy) {
+    const int error = errno;
+    throw fs::Exception(error,
+                        "Directory '" + (all_data_.path() / staging_).text() + "' could not be opened.");
+  }
+  return {all_data_.path(), std::move(copy)};
+}
+
+void StagedData::take_place() {
+  if (!folder().holds(name_)) {
+    if (all_data_.holds(name_)) take_old_away();
+  } else if (::renameat2(descriptor_.get(), name_.c_str(), all_data_.descriptor(), name_.c_str(),
+                         RENAME_EXCHANGE) == -1) {
+    exchange();
+  }
+  all_data_.let_go();
+}
+
+void StagedData::exchange() {
+  // Not every kernel and file system exchanges names; and there may be nothing to exchange with.
+  const bool has_old = all_data_.holds(name_);
+  if (has_old) take_old_away();
+  if (::renameat(descriptor_.get(), name_.c_str(), all_data_.descriptor(), name_.c_str()) == 0) return;
+  const int error = errno;
+  // The place is free, so that this fails for no other reason than a broken disk.
+  if (has_old)
+    static_cast<void>(::renameat(descriptor_.get(), OLD_DATA, all_data_.descriptor(), name_.c_str()));
+  const std::string place = (all_data_.path() / name_).text();
+  throw fs::Exception(
+      error, "Rename '" + (all_data_.path() / staging_ / name_).text() + "' to '" + place + "' failed");
+}
+
+void StagedData::take_old_away() {
+  if (::renameat(all_data_.descriptor(), name_.c_str(), descriptor_.get(), OLD_DATA) == 0) return;
+  const int error = errno;
+  throw fs::Exception(error, "Rename '" + (all_data_.path() / name_).text() + "' to '" +
+                                 (all_data_.path() / staging_ / OLD_DATA).text() + "' failed");
+}
+
+bool holds_files(fs::Folder& folder, const fs::Path& relative) {
+  if (!folder.holds(relative)) return false;
+  if (!folder.file(relative).is_directory()) return true;
+  fs::Walk walk(folder, relative, relative);
+  while (const fs::WalkItem* item = walk.next()) {
+    // What cannot be looked at may be a file.
+    if (item->failure || !item->file.is_directory()) return true;
+  }
+  return false;
+}
+
+std::uint64_t space_taken(fs::Folder& folder, const fs::Path& relative) {
+  std::uint64_t bytes = 0;
+  fs::Walk walk(folder, relative, relative);
+  while (const fs::WalkItem* item = walk.next()) {
+    // Of a file with several names nothing is freed by the removal of one.
+    if (item->failure || (!item->file.is_directory() && item->file.record().st_nlink > 1)) continue;
+    bytes += static_cast<std::uint64_t>(item->file.record().st_blocks) * STATUS_BLOCK;
+  }
+  return bytes;
+}
+
+std::uint64_t space_left(const fs::Folder& folder) {
+  struct ::statvfs system {};
+  if (::fstatvfs(folder.descriptor(), &system) == -1) {
+    const int error = errno;
+    throw fs::Exception(error, "Path '" + folder.path().text() + "' stat failed.");
+  }
+  return static_cast<std::uint64_t>(system.f_bavail) * system.f_frsize;
+}
+
+void remove_interrupted_data() {
+  const fs::Path place(places::APPLICATION_DATA);
+  if (!fs::exists(place)) return;
+  fs::Folder all_data(place);
+  std::vector<fs::Path> left;
+  fs::Walk walk(all_data, fs::Path(), fs::Path());
+  while (const fs::WalkItem* item = walk.next()) {
+    walk.stay_out();
+    if (!item->failure && item->file.path().text().starts_with(places::RESERVED)) {
+      left.push_back(item->file.path());
+    }
+  }
+  for (const fs::Path& item : left) fs::remove_tree(all_data, item);
+}
+
+}  // namespace harbix
