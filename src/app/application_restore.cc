@@ -23,6 +23,7 @@ namespace {
 constexpr mode_t BINARY_MODE = 0750;
 constexpr mode_t DATA_MODE = 0770;
 constexpr gid_t UNKNOWN_GROUP = 0;
+constexpr char BINARIES_STAY[] = "Application binaries will not be restored.\n";
 
 bool is_built_in(const fs::Path& target) {
   updater::ActionQuery query(target.text());
@@ -37,6 +38,11 @@ void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
   const fs::Path target = binary_folder(package.app_directory());
   if (!are_binaries_acceptable(package, target)) {
     refuse_binaries(package);
+    return;
+  }
+  if (keeps_installed_ && fs::exists(target)) {
+    // Its data can be restored all the same.
+    std::cerr << BINARIES_STAY;
     return;
   }
   PackageExtraction extraction(reader_, package, target, Restorable::EVERYTHING);
@@ -107,7 +113,7 @@ bool ApplicationRestore::is_registered(const std::string& id) const {
 }
 
 void ApplicationRestore::refuse_binaries(const ApplicationPackage& package) {
-  std::cerr << "Application binaries will not be restored.\n";
+  std::cerr << BINARIES_STAY;
   refused_ = package.package();
 }
 
@@ -126,6 +132,9 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
   }
   fs::Folder applications(places::APPLICATIONS);
   const fs::Path folder(package.app_directory());
+  if (early_data_.contains(target.text()))
+    fail("The data of '" + target.text() +
+         "' stands before its binaries in the archive: it was not restored");
   // A package of no entries leaves nothing to own, and nothing but a folder is an application's.
   if (!applications.holds(folder) || !applications.file(folder).is_directory()) return;
   const Ownership ownership{.user = owner_, .group = group, .mode = BINARY_MODE};
@@ -158,6 +167,7 @@ void ApplicationRestore::restore_data(const ApplicationPackage& package) {
 std::optional<gid_t> ApplicationRestore::query_group(const fs::Path& target) {
   if (!fs::exists(target)) {
     std::cerr << "Warning: Could not determine actual_gid. Skipping data.\n";
+    early_data_.insert(target.text());
     return UNKNOWN_GROUP;
   }
   try {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ class ApplicationRestore {
                      const std::vector<updater::RegisteredApplication>& registered,
                      Completeness& completeness)
       : reader_(reader), owner_(owner), registered_(registered), completeness_(completeness) {}
+
+  /// From here on, leaves the binaries of applications alone that are there.
+  void keep_installed() noexcept { keeps_installed_ = true; }
 
   /// Puts the binaries on disk and registers the application, unless they are refused. What was not read of
   /// the package stays in the archive.
@@ -60,7 +64,9 @@ class ApplicationRestore {
   uid_t owner_;
   const std::vector<updater::RegisteredApplication>& registered_;
   Completeness& completeness_;
-  std::string refused_;  ///< the last package whose binaries were refused
+  bool keeps_installed_ = false;
+  std::set<std::string> early_data_;  ///< applications whose data stood before their binaries
+  std::string refused_;               ///< the last package whose binaries were refused
 };
 
 }  // namespace harbix

@@ -13,6 +13,7 @@
 #include "app/home_screen_restore.h"
 #include "app/layout.h"
 #include "app/staged_data.h"
+#include "app/uninstalling.h"
 #include "archive/completeness.h"
 #include "archive/metadata_entry.h"
 #include "archive/space_report.h"
@@ -22,7 +23,6 @@
 #include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/identity.h"
-#include "updater/installer_client.h"
 #include "updater/registered_applications.h"
 
 namespace harbix {
@@ -32,15 +32,6 @@ using updater::RegisteredApplication;
 
 constexpr mode_t RESTORE_MASK = 007;
 
-void uninstall(const RegisteredApplication& application) {
-  try {
-    updater::ActionUninstall(application.dir).exchange();
-  } catch (const std::exception& error) {
-    diagnostics::line(0, "Unregister of '%s' failed", application.id.c_str());
-    report::progress("Error: ", error.what());
-  }
-}
-
 class AppRestore {
  public:
   AppRestore(ArchiveReader& reader, const std::vector<RegisteredApplication>& registered)
@@ -49,10 +40,12 @@ class AppRestore {
         applications_(reader, owner_, registered, completeness_),
         next_(next_package()) {}
 
-  /// Whether the archive does not begin with another program's package, or one that cannot be read.
-  [[nodiscard]] bool begins_well() const {
-    return completeness_.is_complete() && (!next_ || next_->is_known());
-  }
+  /// Whether there is a package that can be read, and whether it is one of applications.
+  [[nodiscard]] bool has_package() const { return next_ || !completeness_.is_complete(); }
+  [[nodiscard]] bool begins_well() const { return completeness_.is_complete() && next_ && next_->is_known(); }
+
+  [[nodiscard]] Completeness& completeness() noexcept { return completeness_; }
+  void keep_installed() noexcept { applications_.keep_installed(); }
 
   /// @return whether every package was one that can be restored.
   bool run() {
@@ -133,10 +126,15 @@ int restore_applications(ArchiveReader& reader) {
   if (!pretend) remove_interrupted_data();
   // Damage, or the archive of something else, must show before anything is uninstalled.
   AppRestore restore(reader, installed);
-  if (restore.begins_well()) {
-    for (const RegisteredApplication& one : installed) {
-      if (one.source == domains::STOREFRONT_SOURCE) uninstall(one);
-    }
+  switch (judge(reader, restore.has_package(), restore.begins_well(), installed, restore.completeness())) {
+    case InstalledOnes::UNINSTALLED:
+      uninstall_storefront(installed);
+      break;
+    case InstalledOnes::KEPT:
+      restore.keep_installed();
+      break;
+    case InstalledOnes::UNTOUCHED:
+      return 1;
   }
   return restore.run() ? 0 : 1;
 }

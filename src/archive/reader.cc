@@ -30,7 +30,8 @@ void ArchiveReader::begin_section(Section section) {
 void ArchiveReader::refuse_zeros() {
   status_ = handle_.next_header();
   held_back_ = true;
-  if (status_ == ARCHIVE_EOF && handle_.input().is_longer_than(LONGEST_EMPTY_ARCHIVE))
+  is_empty_ = status_ == ARCHIVE_EOF;
+  if (is_empty_ && handle_.input().is_longer_than(LONGEST_EMPTY_ARCHIVE))
     throw ArchiveError("The archive holds nothing but zeros");
 }
 

@@ -46,6 +46,9 @@ class ArchiveReader {
   /// @throws ArchiveError when the archive holds not a single byte, or no entry in more than 64 KiB.
   void begin_section(Section section);
 
+  /// Whether there is not a single entry: the backup of nothing. Known once a section has begun.
+  [[nodiscard]] bool is_empty() const noexcept { return is_empty_; }
+
   /// What the whole archive holds, all sections together; reading goes on where it is. The first call reads
   /// all headers; it costs little where contents can be passed over.
   /// @return nullptr for an archive that can be read only once, like one from a pipe.
@@ -106,6 +109,7 @@ class ArchiveReader {
   int status_ = 0;          ///< of the last header
   bool held_back_ = false;  ///< the last header still waits to be handed on
   bool is_begun_ = false;
+  bool is_empty_ = false;
 };
 
 }  // namespace harbix

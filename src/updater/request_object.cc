@@ -5,10 +5,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <sstream>
 
+#include "base/log.h"
 #include "fs/exception.h"
-#include "fs/file.h"
 
 namespace updater {
 namespace {
@@ -26,6 +27,26 @@ void remove_object(int signal) {
 constexpr char REQUESTS[] = "/pps/system/installer/upd/current";
 constexpr char OPEN_OPTIONS[] = "?wait,delta";
 constexpr mode_t REQUEST_MODE = 0660;
+
+/// Lets the signals that end the process wait until the end of the scope.
+class HeldBackSignals {
+ public:
+  HeldBackSignals() noexcept {
+    ::sigset_t signals;
+    // These calls fail for no signal that exists.
+    static_cast<void>(::sigemptyset(&signals));
+    for (const int signal : InterruptedRequest::SIGNALS) static_cast<void>(::sigaddset(&signals, signal));
+    static_cast<void>(::pthread_sigmask(SIG_BLOCK, &signals, &saved_));
+  }
+  ~HeldBackSignals() { static_cast<void>(::pthread_sigmask(SIG_SETMASK, &saved_, nullptr)); }
+  HeldBackSignals(const HeldBackSignals&) = delete;
+  HeldBackSignals& operator=(const HeldBackSignals&) = delete;
+  HeldBackSignals(HeldBackSignals&&) = delete;
+  HeldBackSignals& operator=(HeldBackSignals&&) = delete;
+
+ private:
+  ::sigset_t saved_{};
+};
 
 /// Unlike every other name this process has used, and unlike those of other processes.
 std::string next_name() {
@@ -58,6 +79,8 @@ InterruptedRequest::~InterruptedRequest() {
 }
 
 RequestObject::RequestObject() {
+  // A signal between the object's creation and the moment from which a signal removes it would leave it.
+  const HeldBackSignals held_back;
   errno = EEXIST;
   while (errno == EEXIST && !descriptor_.is_open()) {
     path_ = fs::Path(REQUESTS) / next_name();
@@ -70,8 +93,10 @@ RequestObject::RequestObject() {
 }
 
 RequestObject::~RequestObject() {
-  // The installer may have taken it away itself.
-  if (fs::exists(path_)) fs::File(path_, {}).unlink();
+  // The installer may have taken it away itself. Whether it is there is not asked first: where the answer
+  // fails, the object would stay.
+  if (::unlink(path_.c_str()) == 0 || errno == ENOENT) return;
+  diagnostics::line(1, "Failed to unlink '%s' (%s)", path_.c_str(), std::strerror(errno));
 }
 
 }  // namespace updater

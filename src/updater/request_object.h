@@ -9,10 +9,12 @@
 
 namespace updater {
 
-/// Takes an object away when SIGHUP, SIGINT or SIGTERM ends the process during the scope: a request that
-/// nobody waits for would stay in the installer's folder. One scope at a time.
+/// Takes an object away when SIGHUP, SIGINT or SIGTERM ends the process during the scope: a request whose
+/// answer no program reads would stay in the installer's folder. One scope at a time.
 class InterruptedRequest {
  public:
+  static constexpr std::array SIGNALS{SIGHUP, SIGINT, SIGTERM};
+
   /// `object` must outlive the scope.
   explicit InterruptedRequest(const fs::Path& object) noexcept;
   ~InterruptedRequest();
@@ -22,8 +24,6 @@ class InterruptedRequest {
   InterruptedRequest& operator=(InterruptedRequest&&) = delete;
 
  private:
-  static constexpr std::array SIGNALS{SIGHUP, SIGINT, SIGTERM};
-
   std::array<struct ::sigaction, SIGNALS.size()> saved_{};
 };
 

@@ -4,6 +4,7 @@
 //   HARBIX_ACT_AT       listed: an entry has been read from a folder, nothing was done with it yet
 //                       closed: a folder has been listed to its end
 //                       open:   an object is about to be opened, whether it is to be made or not
+//                       opened: open(2) has just returned
 //   HARBIX_ACT_PATH     what the object's absolute path must end with
 //   HARBIX_ACT_NTH      which of these moments, from 1
 //   HARBIX_ACT_COMMAND  for /bin/sh, which root runs without this library, whoever the program is just then
@@ -88,7 +89,9 @@ bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE
 
 int open_through(const char* name, const char* path, int flags, mode_t mode) {
   come_to("open", [&] { return path_of(AT_FDCWD, path); });
-  return next<int(const char*, int, ...)>(name)(path, flags, mode);
+  const int descriptor = next<int(const char*, int, ...)>(name)(path, flags, mode);
+  come_to("opened", [&] { return path_of(AT_FDCWD, path); });
+  return descriptor;
 }
 
 int openat_through(const char* name, int directory, const char* path, int flags, mode_t mode) {
