@@ -123,6 +123,38 @@ TEST_F(AppFailures, OfNamesLeaveAnApplicationOutOfABackup) {
   }
 }
 
+TEST_F(AppFailures, OfAListingFailTheBackupAndTheSizeReport) {
+  device_.add_file(bought_, "native/main", "program");
+  ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "app"}).status, 0);
+  const std::vector<std::string> whole = device_.names("/tmp/a.tar");
+  int failures = 0;
+  for (int nth = 1; nth < 80; ++nth) {
+    const auto run = [&](const std::string& arguments) {
+      return device_.shell(
+          "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_FAIL_CALL=readdir "
+          "HARBIX_FAIL_ERRNO=5 HARBIX_FAIL_NTH=" +
+          std::to_string(nth) + "\nLD_PRELOAD=/opt/harbix/bin/tests/libfailing_calls.so exec harbix " +
+          arguments);
+    };
+    const Outcome backup = run("-f /tmp/a.tar app");
+    if (backup.status == 0) {
+      EXPECT_EQ(device_.names("/tmp/a.tar"), whole) << nth;
+      break;
+    }
+    ++failures;
+    EXPECT_EQ(backup.status, 1) << nth;
+    EXPECT_THAT(backup.errors,
+                testing::ContainsRegex("Error: Directory '/[^']+' could not be read. .errno:5 "))
+        << nth;
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), Contains(HasSubstr("could not be read."))) << nth;
+    // The home screen does not count in a size report.
+    if (failures < 4) {
+      EXPECT_EQ(run("-s -f /tmp/size app").status, 1) << nth;
+    }
+  }
+  EXPECT_GT(failures, 6);
+}
+
 TEST_F(AppFailures, OfPathsAreReportedAndFailTheRestore) {
   const std::string long_name(300, 'n');
   const std::string path = bought_.data() + "/data/" + long_name;

@@ -200,6 +200,16 @@ TEST_F(HomeScreen, NavigatorDataGoesEvenWhenNothingTakesItsPlace) {
   EXPECT_THAT(lines_of(outcome.errors), Contains("Skip: " + NAVIGATOR + "/logs/log"));
 }
 
+TEST_F(HomeScreen, NavigatorDataStaysWhereTheArchiveCannotBeReadAnyFurther) {
+  add(NAVIGATOR + "/data/state", "old", 0600);
+  const std::string package = navigator().file("data/state", "new").text();
+  for (const std::size_t length : {std::size_t{1024}, std::size_t{1300}}) {
+    const Outcome outcome = device_.harbix({"-r", "app"}, package.substr(0, length));
+    EXPECT_EQ(outcome.status, 1) << length;
+    EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "old") << length << outcome.errors;
+  }
+}
+
 TEST_F(HomeScreen, PackageWithoutRecordsChangesNothing) {
   ASSERT_EQ(restore({navigator(), tray(), objects()}).status, 0);
   EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "old");
