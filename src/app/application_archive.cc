@@ -144,8 +144,7 @@ void measure_application(ArchiveWriter& writer, const RegisteredApplication& app
   if (is_from_storefront(application))
     collect_below(applications, binary_folder(application.id), binaries, completeness);
   collect_data(data, data_folder(application.id), kept, completeness);
-  result.bytes += binaries.bytes() + kept.bytes();
-  ++result.files;
+  result += {.bytes = saturated_sum(binaries.bytes(), kept.bytes()), .files = 1};
 }
 
 }  // namespace harbix

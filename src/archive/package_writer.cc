@@ -17,7 +17,9 @@ namespace {
 
 constexpr std::int64_t RECORD_SIZE = 512;
 
-std::int64_t filled_up(std::int64_t bytes) { return (bytes + RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE; }
+std::int64_t filled_up(std::int64_t bytes) {
+  return saturated_sum(bytes, RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE;
+}
 
 void report_left_out(const fs::Path& path, const char* reason) {
   diagnostics::line(1, "%s: '%s'; skipping.", reason, path.c_str());
@@ -40,8 +42,10 @@ bool PackageWriter::add(const fs::File& item) {
   }
   records_.push_back(style_.record(item));
   items_.push_back({item.path(), item.record().st_dev, item.record().st_ino});
-  bytes_ += item.record().st_size;
-  entry_bytes_ += RECORD_SIZE + (item.is_regular() ? filled_up(item.record().st_size) : 0);
+  const std::int64_t size = item.record().st_size;
+  bytes_ = saturated_sum(bytes_, size);
+  entry_bytes_ = saturated_sum(entry_bytes_, RECORD_SIZE);
+  if (item.is_regular()) entry_bytes_ = saturated_sum(entry_bytes_, filled_up(size));
   return true;
 }
 
@@ -52,7 +56,7 @@ void PackageWriter::add_missing(const fs::Path& path) {
 
 SizeResult PackageWriter::estimate() const {
   const auto manifest_bytes = static_cast<std::int64_t>(meta::to_text(records_).size());
-  return {.bytes = RECORD_SIZE + filled_up(manifest_bytes) + entry_bytes_,
+  return {.bytes = saturated_sum(RECORD_SIZE + filled_up(manifest_bytes), entry_bytes_),
           .files = static_cast<std::int32_t>(items_.size())};
 }
 

@@ -84,8 +84,7 @@ int write_archive(const Options& options) {
     // Each operation gets a record of its own: some assign what they know instead of adding it.
     SizeResult size;
     result = options.size_only ? keyword.measure(writer, ids, size) : keyword.back_up(writer, ids);
-    total.bytes += size.bytes;
-    total.files += size.files;
+    total += size;
   }
   writer.close();
   if (options.size_only) {

@@ -26,8 +26,8 @@ constexpr mode_t CREATION_MODE = 0666;
 }  // namespace
 
 std::string size_report_text(const SizeResult& total, std::int64_t archive_bytes) {
-  return "bytesize=" + std::to_string(total.bytes + END_MARK_BYTES + archive_bytes) +
-         "\ncount=" + std::to_string(total.files) + "\n";
+  const std::int64_t bytes = saturated_sum(saturated_sum(total.bytes, END_MARK_BYTES), archive_bytes);
+  return "bytesize=" + std::to_string(bytes) + "\ncount=" + std::to_string(total.files) + "\n";
 }
 
 void write_size_report(const std::string& file_name, const std::string& text) {

@@ -135,9 +135,7 @@ void archive_shared_media(ArchiveWriter& writer, Completeness& completeness) {
 void measure_shared_media(ArchiveWriter& writer, SizeResult& result, Completeness& completeness) {
   for_each_media_folder(writer, completeness,
                         [&result](const PackageWriter& package, const fs::Path& /*folder*/) {
-                          const SizeResult estimate = package.estimate();
-                          result.bytes += estimate.bytes;
-                          result.files += estimate.files;
+                          result += package.estimate();
                           report_items(package);
                         });
 }

@@ -143,6 +143,118 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsLocked) {
                   "database is locked"));
 }
 
+TEST_F(MediaSize, IsWalkedWhereTheLibraryIsNoPlainFile) {
+  add_one_small_file();
+  for (const char* making : {"mkfifo -m 666", "mkdir", "ln -s /dev/zero"}) {
+    std::filesystem::remove(device_.outside(LIBRARY));
+    const Outcome outcome =
+        device_.shell(std::string(making) + " " + LIBRARY + " && timeout -s KILL 20 harbix -s media");
+    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
+    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+                ElementsAre("Problem opening DB to read Media " + std::string(LIBRARY) +
+                            " reason: it is not a plain file"))
+        << making;
+  }
+}
+
+TEST_F(MediaSize, ComesFromTheLibraryThatALinkLeadsTo) {
+  const Outcome outcome = device_.shell(
+      "mkdir /tmp/real; ln -s /tmp/real/library.db " + std::string(LIBRARY) +
+      "; mkfifo /tmp/hold; (echo 'pragma journal_mode=wal; create table files(ftype integer, size integer); "
+      "insert into files values(1,100); select 1;'; cat /tmp/hold) | sqlite3 /tmp/real/library.db > "
+      "/tmp/open &\n"
+      "until grep -q 1 /tmp/open; do sleep 0.05; done; harbix -s media; echo > /tmp/hold; wait");
+  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + 100, 1)) << outcome.errors;
+}
+
+TEST_F(MediaSize, IsWalkedWhereTheLogOfTheLibraryIsOdd) {
+  add_one_small_file();
+  device_.write("/tmp/victim", "only root may read this", 0600);
+  device_.own("/tmp/victim", "root", "root");
+  const std::string log = std::string(LIBRARY) + "-wal";
+  for (const std::string& making :
+       {"ln /tmp/victim " + log, "mkfifo -m 666 " + log, "ln -s /tmp/victim " + log}) {
+    std::filesystem::remove(device_.outside(LIBRARY));
+    std::filesystem::remove(device_.outside(log));
+    make_library(
+        "pragma journal_mode=wal; create table files(ftype integer, size integer); insert into files "
+        "values(1,100);");
+    device_.own(LIBRARY, "media", "1000_shared");
+    device_.own("/accounts/1000/db", "media", "1000_shared");
+    const Outcome outcome = device_.shell(making + " && timeout -s KILL 20 harbix -s media");
+    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
+    EXPECT_EQ(device_.snapshot("/tmp").at("victim").owner, 0U) << making;
+    EXPECT_EQ(device_.read("/tmp/victim"), "only root may read this") << making;
+  }
+}
+
+TEST_F(MediaSize, IsWalkedWhereTheLibraryWouldRunWhatItsAuthorThoughtOf) {
+  add_one_small_file();
+  for (const char* sql :
+       {// A view without an end.
+        "create view files as with recursive c(ftype, size) as (select 1, 1 union all select 1, size + 1 "
+        "from c) "
+        "select * from c;",
+        // A size that takes a lot of memory.
+        "create table files(ftype integer, size integer as (length(hex(zeroblob(100000000)))));"
+        "insert into files values(1);",
+        // Sizes that take minutes together.
+        "create table files(ftype integer, zeros integer, "
+        "size integer as (length(replace(hex(zeroblob(zeros)),'0','ab'))));"
+        "with recursive c(n) as (select 1 union all select n + 1 from c where n < 20000) "
+        "insert into files select 1, 1000000 from c;",
+        // Sums below zero, and beyond what a number holds.
+        "create table files(ftype integer, size integer); insert into files values(1,-100);",
+        "create table files(ftype integer, size integer); insert into files values(1,9000000000000000000), "
+        "(1,9000000000000000000);"}) {
+    std::filesystem::remove(device_.outside(LIBRARY));
+    make_library(sql);
+    const Outcome outcome = device_.shell("timeout -s KILL 60 harbix -s media");
+    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << sql;
+  }
+}
+
+TEST_F(MediaSize, IsWalkedWhereTheLibraryChangesMeanwhile) {
+  add_one_small_file();
+  make_library("create table files(ftype integer, size integer); insert into files values(1,100);");
+  const Outcome outcome = device_.shell(
+      "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_ACT_AT=open HARBIX_ACT_NTH=1 HARBIX_ACT_PATH=" +
+      std::string(LIBRARY) + " HARBIX_ACT_COMMAND='touch -d 2001-01-01 " + LIBRARY +
+      " && touch /tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libacting_calls.so exec harbix -s media");
+  ASSERT_TRUE(device_.exists("/tmp/acted"));
+  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
+  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+              ElementsAre(std::string(LIBRARY) + " changed while it was read"));
+}
+
+TEST_F(MediaSize, IsAskedOfTheLibraryAsItsOwnerAndNeverAsRoot) {
+  add_one_small_file();
+  struct Row {
+    const char* user;
+    std::filesystem::perms mode;
+    std::string output;
+  };
+  constexpr auto OWNER_ALONE = std::filesystem::perms::owner_read;
+  constexpr auto EVERYBODY =
+      OWNER_ALONE | std::filesystem::perms::group_read | std::filesystem::perms::others_read;
+  for (const Row& row : {Row{"apps", OWNER_ALONE, report(EMPTY_REPORT + 100, 1)},
+                         Row{"root", EVERYBODY, report(EMPTY_REPORT + 100, 1)},
+                         Row{"root", OWNER_ALONE, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)}}) {
+    std::filesystem::remove(device_.outside(LIBRARY));
+    make_library("create table files(ftype integer, size integer); insert into files values(1,100);");
+    device_.own(LIBRARY, row.user, row.user);
+    std::filesystem::permissions(device_.outside(LIBRARY), row.mode);
+    EXPECT_EQ(device_.harbix({"-s", "media"}).output, row.output) << row.user;
+  }
+}
+
+TEST_F(MediaSize, StaysTheLargestNumberWhereHolesClaimMore) {
+  const Outcome outcome = device_.shell(
+      "mount -t tmpfs -o mode=0777 none /accounts/1000/shared; cd /accounts/1000/shared; mkdir -m 777 M; "
+      "truncate -s 7E M/a M/b; chmod 666 M/*; harbix -s media");
+  EXPECT_EQ(outcome.output, "bytesize=9223372036854775807\ncount=3\n") << outcome.errors;
+}
+
 TEST_F(MediaSize, CountsHeadersAndFullBlocks) {
   struct Row {
     std::string content;

@@ -38,9 +38,22 @@ void execute(::sqlite3* database, const std::string& statements) {
       << statements << ": " << ::sqlite3_errmsg(database);
 }
 
+/// Gives a library to the user that it is asked as.
+void own(const std::string& path) {
+  constexpr uid_t OWNER = 4001;
+  ASSERT_EQ(0, ::chown(path.c_str(), OWNER, OWNER));
+}
+
 class MediaLibrary : public ::testing::Test {
  protected:
-  void create(const std::string& statements) { execute(open_database(path_).get(), statements); }
+  void create(const std::string& statements) {
+    execute(open_database(path_).get(), statements);
+    own(path_);
+  }
+  void write(const std::string& content) {
+    write_file(path_, content);
+    own(path_);
+  }
 
   [[nodiscard]] std::string opened() const { return "5 DB " + path_ + " opened successfully"; }
 
@@ -113,7 +126,7 @@ TEST_F(MediaLibrary, ThatIsNoDatabaseIsTold) {
        {std::string(4096, 'x'), std::string("no database, but longer than a header, "
                                             "which is a hundred bytes, and then some "
                                             "more text to be well beyond all of it")}) {
-    write_file(path_, content);
+    write(content);
     const RecordedLog log;
     EXPECT_FALSE(query_library(Path(path_)));
     EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
@@ -124,7 +137,7 @@ TEST_F(MediaLibrary, ThatIsNoDatabaseIsTold) {
 }
 
 TEST_F(MediaLibrary, OfZeroBytesHasNoTable) {
-  write_file(path_, "");
+  write("");
   const RecordedLog log;
   EXPECT_FALSE(query_library(Path(path_)));
   EXPECT_EQ(log.messages(), (std::vector<std::string>{std::string("2 Error executing ") + QUERY +
@@ -139,7 +152,7 @@ TEST_F(MediaLibrary, ThatIsDamagedInsideCannotTell) {
   std::string content = read_file(path_);
   ASSERT_LT(12288U, content.size());
   content.replace(4096, 8192, std::string(8192, '\xFF'));
-  write_file(path_, content);
+  write(content);
   EXPECT_FALSE(query_library(Path(path_)));
   EXPECT_EQ(read_file(path_), content);
 }
@@ -174,7 +187,8 @@ TEST_F(MediaLibrary, InUseInWriteAheadModeTellsWhatWasCommitted) {
   execute(writer.get(),
           "pragma journal_mode=wal; create table files (ftype integer, size integer);"
           "insert into files values (6, 1); begin; insert into files values (6, 2);");
-  const std::string content = read_file(path_);
+  own(path_);
+  const std::string content = test::read_file(path_);
   const auto result = query_library(Path(path_));
   ASSERT_TRUE(result);
   EXPECT_EQ(result->bytes, 1);
@@ -194,6 +208,7 @@ TEST_F(MediaLibrary, LeftByAKilledWriterIsNotTouched) {
     write_file(dead / "mmlibrary.db", read_file(path_));
     write_file(dead / "mmlibrary.db-wal", read_file(path_ + "-wal"));
   }
+  own(dead / "mmlibrary.db");
   const Tree before = Tree::read(dead.path());
   const RecordedLog log;
   EXPECT_FALSE(query_library(Path(dead / "mmlibrary.db")));
