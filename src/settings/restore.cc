@@ -50,10 +50,8 @@ class SettingsRestore {
         report::progress("EOF");
         break;
       }
-      const std::vector<FileRecord> records = read_file_records(package->manifest);
-      // The counters of this report have always been 32 bits wide, and its readers expect them to wrap.
-      if (verbose) std::cerr << space_report(wrapped_at_32_bits(space_needed(records)), package->entry_name);
-      if (reader_.error_number() != 0 || !restore_entries(records.size())) break;
+      if (verbose) report_space(*package);
+      if (reader_.error_number() == 0) restore_entries();
     }
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
@@ -61,25 +59,28 @@ class SettingsRestore {
   }
 
  private:
-  /// @return false at the end of the archive.
-  bool restore_entries(std::size_t count) {
-    for (; count > 0; --count) {
-      const std::optional<EntryView> entry = reader_.next_header();
-      if (!entry) return false;
+  static void report_space(const Package& package) {
+    const std::vector<FileRecord> records = read_file_records(package.manifest);
+    // The counters of this report have always been 32 bits wide, and its readers expect them to wrap.
+    std::cerr << space_report(wrapped_at_32_bits(space_needed(records)), package.entry_name);
+  }
+
+  /// Restores up to the next package or the end of the section. The records are not counted on: names with
+  /// line ends can make more or fewer of them than there are entries.
+  void restore_entries() {
+    while (const std::optional<EntryView> entry = reader_.next_header()) {
       const std::optional<fs::Path> name = entry->name();
       if (!name) {
         completeness_.note_missing();
         report::error("Malformed archive: an entry has no name");
         reader_.skip(*entry);
       } else if (entry->begins_package()) {
-        // The package ends here, whatever its records promised; the entry begins the next one.
         reader_.hold_back();
-        return true;
+        return;
       } else {
         restore_one(*entry, *name);
       }
     }
-    return true;
   }
 
   void restore_one(const EntryView& entry, const fs::Path& name) {

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/report.h"
+#include "fs/exception.h"
 #include "fs/walk.h"
 #include "subscribers/subscribers.h"
 
@@ -30,9 +33,14 @@ using Pipe = std::unique_ptr<std::FILE, PipeCloser>;
 std::vector<fs::Path> script_paths() {
   std::vector<fs::Path> scripts;
   const fs::Path& path = SubscriberManager::FSSETTINGSSCRIPTROOT;
-  if (!fs::exists(path)) return scripts;
-  fs::Folder folder(path);
-  fs::Walk walk(folder, {}, path);
+  std::optional<fs::Folder> folder;
+  try {
+    folder.emplace(path);
+  } catch (const fs::Exception& failure) {
+    if (failure.error() == ENOENT) return scripts;
+    throw;
+  }
+  fs::Walk walk(*folder, {}, path);
   while (const fs::WalkItem* item = walk.next()) {
     walk.stay_out();
     if (item->failure) throw fs::Exception(*item->failure);
@@ -64,20 +72,28 @@ void take_line(std::string_view line, const fs::Path& script, const std::string&
 
 void run_script(const fs::Path& script, const std::string& tag, std::vector<fs::Path>& paths) {
   report::progress("System client b&r settings script:  ", script);
-  const std::string command = script.text() + " " + tag + " 2>&1";
+  const std::string command = script.text() + " " + tag + " 2>&1 < /dev/null";
   // The shell is the interface: scripts come from the device's read-only system folder.
   const Pipe pipe(::popen(command.c_str(), "r"));  // NOLINT(cert-env33-c): see above
   if (pipe == nullptr) {
+    const int error = errno;
     std::cerr << "Could not popen b&r settings script " << script << '\n';
-    return;
+    // Without its lines the blacklist would let private settings pass.
+    throw fs::Exception(error, "Settings script '" + script.text() + "' could not be started.");
   }
   std::array<char, LINE_CAPACITY> line{};
   while (std::fgets(line.data(), line.size(), pipe.get()) != nullptr)
     take_line(line.data(), script, tag, paths);
+  if (std::ferror(pipe.get()) != 0) {
+    const int error = errno;
+    throw fs::Exception(error, "Settings script '" + script.text() + "' could not be read to its end.");
+  }
 }
 
-void run_scripts(const std::string& tag, std::vector<fs::Path>& paths) {
+std::vector<fs::Path> run_scripts(const std::string& tag) {
+  std::vector<fs::Path> paths;
   for (const fs::Path& script : script_paths()) run_script(script, tag, paths);
+  return paths;
 }
 
 }  // namespace
@@ -88,7 +104,7 @@ const std::vector<fs::Path>& settings_script_list(ScriptList list) {
   const bool is_whitelist = list == ScriptList::WHITELIST;
   std::vector<fs::Path>& paths = is_whitelist ? whitelist : blacklist;
   if (paths.empty()) {
-    run_scripts(is_whitelist ? SubscriberManager::whitelist_tag : SubscriberManager::blacklist_tag, paths);
+    paths = run_scripts(is_whitelist ? SubscriberManager::whitelist_tag : SubscriberManager::blacklist_tag);
   }
   return paths;
 }

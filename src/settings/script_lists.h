@@ -12,7 +12,9 @@ enum class ScriptList { WHITELIST, BLACKLIST };
 /// The absolute paths that the settings scripts name for one list: what they print when they are run with its
 /// tag, "whitelist" or "blacklist", in lines "TAG PATH". Kept for the rest of the run once it is not empty;
 /// an empty list is asked for anew each time, so callers fetch a list once for each piece of their work. Bad
-/// lines, and lines of another kind, are told on standard error. A missing folder means no scripts.
+/// lines, and lines of another kind, are shown on standard error. A missing folder means no scripts.
+/// @throws fs::Exception when a script cannot be started, or the scripts cannot be listed: what they would
+/// forbid is not known then.
 [[nodiscard]] const std::vector<fs::Path>& settings_script_list(ScriptList list);
 
 /// Whether the text of any of `prefixes` begins `path`: characters count, not components.

@@ -37,7 +37,7 @@ void SubscriberManager::run(const std::string& event, Wait wait, std::span<const
   for (const fs::Path& script : scripts) {
     if (fs::File(script).is_directory()) continue;
     const std::string command =
-        script.text() + " " + event + " > /dev/null 2>&1" + (wait == Wait::YES ? "" : " &");
+        script.text() + " " + event + " < /dev/null > /dev/null 2>&1" + (wait == Wait::YES ? "" : " &");
     errno = 0;
     // The shell is the interface: scripts come from the device's read-only system folder.
     const int status = std::system(command.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe): see above

@@ -150,7 +150,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryIsNoPlainFile) {
     const Outcome outcome =
         device_.shell(std::string(making) + " " + LIBRARY + " && timeout -s KILL 20 harbix -s media");
     EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
-    EXPECT_THAT(device_.logged(test::LOG_PRIORITY_ERROR),
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
                 ElementsAre("Problem opening DB to read Media " + std::string(LIBRARY) +
                             " reason: it is not a plain file"))
         << making;
@@ -199,10 +199,10 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryWouldRunWhatItsAuthorThoughtOf) {
         "create table files(ftype integer, size integer as (length(hex(zeroblob(100000000)))));"
         "insert into files values(1);",
         // Sizes that take minutes together.
-        "create table files(ftype integer, zeros integer, "
-        "size integer as (length(replace(hex(zeroblob(zeros)),'0','ab'))));"
+        "create table files(ftype integer, zeros integer);"
         "with recursive c(n) as (select 1 union all select n + 1 from c where n < 20000) "
-        "insert into files select 1, 1000000 from c;",
+        "insert into files select 1, 1000000 from c;"
+        "alter table files add column size integer as (length(replace(hex(zeroblob(zeros)),'0','ab')));",
         // Sums below zero, and beyond what a number holds.
         "create table files(ftype integer, size integer); insert into files values(1,-100);",
         "create table files(ftype integer, size integer); insert into files values(1,9000000000000000000), "
@@ -223,7 +223,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryChangesMeanwhile) {
       " && touch /tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libacting_calls.so exec harbix -s media");
   ASSERT_TRUE(device_.exists("/tmp/acted"));
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
-  EXPECT_THAT(device_.logged(test::LOG_PRIORITY_WARNING),
+  EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               ElementsAre(std::string(LIBRARY) + " changed while it was read"));
 }
 

@@ -269,8 +269,7 @@ TEST_F(Settings, EndAsTheArchiveDoes) {
   };
   const std::string restored = "Restore: " + target + "a\n";
   const std::string both_restored = restored + "Restore: " + target + "c\n";
-  std::string extra_refused = restored;
-  extra_refused += "Error: Not meta file: " + target + "extra\n";
+  const std::string extra_restored = restored + "Restore: " + target + "extra\n";
   for (const Row& row : {
            Row{TarBuilder().text(), 0, ""},
            Row{start(two_records).file(target + "a", "a").text(), 0, restored},
@@ -280,8 +279,8 @@ TEST_F(Settings, EndAsTheArchiveDoes) {
                    .file(target + "c", "c")
                    .text(),
                0, both_restored},
-           Row{start(one_record).file(target + "a", "a").file(target + "extra", "e").text(), 1,
-               extra_refused},
+           Row{start(one_record).file(target + "a", "a").file(target + "extra", "e").text(), 0,
+               extra_restored},
            Row{TarBuilder().file(target + "a", "a").text(), 1, "Error: Not meta file: " + target + "a\n"},
            Row{TarBuilder().file("top", "a").text(), 1, "Error: Error pathname\n"},
            Row{start(two_records).file(target + "a", "a").truncated_text(), 1,
@@ -293,6 +292,60 @@ TEST_F(Settings, EndAsTheArchiveDoes) {
     EXPECT_EQ(outcome.errors, row.errors);
     EXPECT_EQ(device_.read("/tmp/events"), "restore_start\nrestore_end\n") << row.errors;
   }
+}
+
+TEST_F(Settings, ComeBackWhateverTheirNamesAre) {
+  // In the list at the front of the package these names look like records of their own, or swallow the next.
+  for (const char* name : {"1\n", "2:\n", "3\nFile:::\n\nFile", "4: File", "5\n1:", "6:\n:\n",
+                           "7\nFile:\nFile:\n: ", "8:\na", "b\nFile: 3\n/x"})
+    device_.write("/accounts/1000/settings/" + std::string(name), name);
+  ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings"}).status, 0);
+  Snapshot before = device_.snapshot("/accounts/1000/settings");
+  for (auto& [path, item] : before) {
+    if (S_ISREG(item.mode)) item.group = 0;
+  }
+  ASSERT_EQ(device_.shell("find /accounts/1000/settings -type f -delete").status, 0);
+  const Outcome restore = device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"});
+  EXPECT_EQ(restore.status, 0);
+  EXPECT_THAT(restore.errors, Not(HasSubstr("Not meta file")));
+  EXPECT_EQ(difference(before, device_.snapshot("/accounts/1000/settings")), "");
+}
+
+TEST_F(Settings, AreNotBackedUpOrRestoredWhereAScriptCannotBeStarted) {
+  device_.write("/accounts/1000/settings/secret", "blacklisted");
+  const std::string script = std::string(SCRIPTS) + "/lists";
+  const std::string told = "Could not popen b&r settings script " + script + "\n";
+  const std::string reason =
+      "Settings script '" + script + "' could not be started. [errno:12 'Cannot allocate memory']\n";
+  for (const char* nth : {"1", "2"}) {
+    const std::string failing =
+        "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_FAIL_CALL=popen HARBIX_FAIL_ERRNO=12 "
+        "HARBIX_FAIL_NTH=" +
+        std::string(nth) + " LD_PRELOAD=/opt/harbix/bin/tests/libfailing_calls.so; exec harbix ";
+    const Outcome backup = device_.shell(failing + "-f /tmp/a.tar settings");
+    EXPECT_EQ(backup.status, 2) << nth;
+    EXPECT_EQ(backup.errors, told + "ERROR: " + reason) << nth;
+    EXPECT_EQ(device_.shell(failing + "-s settings").status, 2) << nth;
+    const Outcome restore = device_.shell(failing + "-r settings",
+                                          TarBuilder()
+                                              .file("/settings/.backup.metadata", "File: 1\n/a\n\n", 0700)
+                                              .file("/settings/accounts/1000/settings/secret", "overwritten")
+                                              .text());
+    EXPECT_EQ(restore.status, 1) << nth;
+    EXPECT_EQ(restore.errors, told + "Error: " + reason) << nth;
+    EXPECT_EQ(device_.read("/accounts/1000/settings/secret"), "blacklisted") << nth;
+    EXPECT_FALSE(device_.exists("/tmp/events")) << nth;
+  }
+}
+
+TEST_F(Settings, LeaveStandardInputToTheRun) {
+  device_.write("/accounts/1000/settings/a", std::string(std::size_t{1} << 20, 'a'));
+  ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings"}).status, 0);
+  device_.write("/accounts/1000/settings/a", "changed");
+  add_script("reader", "cat > /dev/null\n");
+  const Outcome outcome = device_.shell("cat /tmp/a.tar | harbix -r settings");
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(device_.read("/accounts/1000/settings/a").size(), std::size_t{1} << 20);
 }
 
 TEST_F(Settings, FindTheirPartInAnArchiveThatHoldsMore) {

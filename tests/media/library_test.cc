@@ -41,7 +41,7 @@ void execute(::sqlite3* database, const std::string& statements) {
 /// Gives a library to the user that it is asked as.
 void own(const std::string& path) {
   constexpr uid_t OWNER = 4001;
-  ASSERT_EQ(0, ::chown(path.c_str(), OWNER, OWNER));
+  ASSERT_EQ(::chown(path.c_str(), OWNER, OWNER), 0);
 }
 
 class MediaLibrary : public ::testing::Test {
@@ -188,7 +188,7 @@ TEST_F(MediaLibrary, InUseInWriteAheadModeTellsWhatWasCommitted) {
           "pragma journal_mode=wal; create table files (ftype integer, size integer);"
           "insert into files values (6, 1); begin; insert into files values (6, 2);");
   own(path_);
-  const std::string content = test::read_file(path_);
+  const std::string content = read_file(path_);
   const auto result = query_library(Path(path_));
   ASSERT_TRUE(result);
   EXPECT_EQ(result->bytes, 1);

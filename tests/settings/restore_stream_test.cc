@@ -49,11 +49,14 @@ TEST_F(SettingsRestoreStream, EndsNormallyWhenEntriesAreFewerThanRecords) {
   }));
 }
 
-TEST_F(SettingsRestoreStream, EndsWithAnErrorWhenEntriesAreMoreThanRecords) {
+TEST_F(SettingsRestoreStream, RestoresEntriesBeyondTheRecords) {
   EXPECT_TRUE(on_the_whitelisting_device([] {
-    expect_error(restore_settings(package(1).file("/settings/w/a", "a").file("/settings/w/b", "b").text()),
-                 "Not meta file: /settings/w/b");
-    EXPECT_TRUE((Tree{file("a", "a", 0660)}).matches("/w"));
+    TarBuilder archive = package(1).file("/settings/w/a", "a").file("/settings/w/b", "b");
+    add_package(archive, 0).file("/settings/w/c", "c");
+    const Restored restored = restore_settings(archive.text());
+    EXPECT_EQ(restored.status, 0);
+    EXPECT_EQ(restored.errors, "Restore: /settings/w/a\nRestore: /settings/w/b\nRestore: /settings/w/c\n");
+    EXPECT_TRUE((Tree{file("a", "a", 0660), file("b", "b", 0660), file("c", "c", 0660)}).matches("/w"));
   }));
 }
 
@@ -142,7 +145,7 @@ TEST_F(SettingsRestoreStream, EndsWithAnErrorInTheMiddleOfAnEntry) {
       EXPECT_EQ(restored.status, 1);
       EXPECT_TRUE(restored.errors.starts_with("Restore: " + row.name + "\n" + row.warning))
           << restored.errors;
-      EXPECT_NE(std::string::npos, restored.errors.find("\nError: Failed to read archive header "))
+      EXPECT_NE(std::string::npos, restored.errors.find("\nError: Could not read next archive header\n"))
           << restored.errors;
     }));
   }
