@@ -54,6 +54,9 @@ class ArchiveReader {
   /// @return nullptr for an archive that can be read only once, like one from a pipe.
   [[nodiscard]] const Survey* survey();
 
+  /// Whether any package has been met so far, of whatever keyword.
+  [[nodiscard]] bool has_met_package() const noexcept { return !package_.empty(); }
+
   /// Reads the first header of the section ahead of its turn, so that damage shows before anything is
   /// removed.
   /// @throws std::runtime_error "Could not read next archive header"

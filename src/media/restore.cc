@@ -1,10 +1,12 @@
 #include "media/restore.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include "archive/extraction.h"
@@ -17,6 +19,7 @@
 #include "fs/exception.h"
 #include "fs/identity.h"
 #include "fs/working_directory.h"
+#include "media/room.h"
 #include "media/share.h"
 #include "media/wipe.h"
 
@@ -47,6 +50,38 @@ void require_place(const fs::Path& path, const Role& role) {
   const fs::EffectiveUser user(role.user);
   const fs::WorkingDirectory directory(path);
   fs::require_working_directory(path, "Could not chdir");
+}
+
+bool is_media(const fs::Path& name) {
+  return name.is_inside(places::MEDIA_PREFIX) || name.text().starts_with(places::DTM_PREFIX);
+}
+
+/// Whether the next entry is of media. An archive without a single package or entry is a backup of nothing.
+bool begins_with_media(ArchiveReader& reader) {
+  const std::optional<EntryView> entry = reader.next_header();
+  reader.hold_back();
+  if (!entry) return !reader.has_met_package();
+  const std::optional<fs::Path> name = entry->name();
+  return name && is_media(*name);
+}
+
+bool holds_media(const Survey& survey) {
+  const std::array<fs::Path, 2> prefixes{places::MEDIA_PREFIX, places::DTM_PREFIX};
+  return survey.is_empty() || survey.has_entries_below(prefixes);
+}
+
+/// Makes sure that there is something to put in the place of what is removed, and room for it. Of an archive
+/// that can be read only once, nothing but the first header of media is known.
+/// @return whether the shared media may be emptied: not for an archive that cannot be read to its end.
+/// @throws std::runtime_error
+bool look_before_wipe(ArchiveReader& reader, const Survey* survey) {
+  if (survey != nullptr && survey->damage()) return false;
+  // Whatever is no archive at all is refused as well.
+  reader.require_readable();
+  if (survey == nullptr ? !begins_with_media(reader) : !holds_media(*survey))
+    throw std::runtime_error("The archive holds no media");
+  if (survey != nullptr) require_room(*survey);
+  return true;
 }
 
 class MediaRestore {
@@ -173,12 +208,14 @@ namespace harbix::media {
 int restore(ArchiveReader& reader) {
   diagnostics::line(2, "harbix_media_restore");
   try {
-    // Before anything is removed: what is no archive at all has nothing to put in its place.
-    reader.require_readable();
-    wipe(reader);
+    const Survey* const survey = reader.survey();
+    const bool is_whole = look_before_wipe(reader, survey);
+    if (is_whole) wipe(reader);
     const fs::FileMask mask(RESTORE_MASK);
     Completeness completeness;
     MediaRestore(reader, completeness).run();
+    // Behind the media, where the restore did not get to it.
+    if (!is_whole) throw std::runtime_error("The archive is damaged: " + *survey->damage());
     return completeness.result();
   } catch (const std::exception& error) {
     report_failure(error.what());

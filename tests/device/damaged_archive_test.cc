@@ -77,7 +77,9 @@ TEST_F(DamagedArchive, ThatARepackingTarTookTheLeadingSeparatorsFromIsRestoredIn
   tar.file("settings/.backup.metadata", "Settings: 1\n\n")
       .file("media/M/.backup.metadata", "File: 1\nM/a\n\n");
   tar.file("media/M/a", "1").file("./media/M/b", "2").file("dtm/d", "3");
-  const Outcome outcome = device_.harbix({"-r", "media"}, tar.text());
+  // From a pipe, the first entry would have to be of media.
+  device_.write("/tmp/a.tar", tar.text());
+  const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/a.tar", "media"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");
   EXPECT_EQ(device_.read(shared("M/a")), "1");

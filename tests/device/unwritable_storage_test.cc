@@ -22,12 +22,13 @@ class UnwritableStorage : public testing::Test {
     device_.make_folder(SETTINGS, 0777);
   }
 
-  /// Restores `keyword` after `preparation`; the output is what `question` prints afterwards.
+  /// Restores `keyword` after `preparation`; the output is what `question` prints afterwards. From a pipe,
+  /// where the program cannot see before that there is no room.
   Outcome restore(const std::string& preparation, const std::string& keyword, const TarBuilder& archive,
                   const std::string& question = "true") {
     device_.write("/tmp/a.tar", archive.text());
-    return device_.shell(preparation + "\nharbix -r -f /tmp/a.tar " + keyword + "; result=$?; " + question +
-                         "; exit $result");
+    return device_.shell(preparation + "\ncat /tmp/a.tar | harbix -r " + keyword + "; result=$?; " +
+                         question + "; exit $result");
   }
 
   static std::string mount(const std::string& folder, const std::string& options) {
