@@ -176,7 +176,7 @@ TEST_F(AppUninstalling, LeavesNoRequestWhenASignalComesRightBehindItsCreation) {
         "export HARBIX_ACT_AT=opened HARBIX_ACT_PATH='?wait,delta' HARBIX_ACT_NTH=1\n"
         "export HARBIX_ACT_COMMAND='kill -" +
         std::string(signal) + " $PPID; touch /tmp/acted'\n" +
-        "(trap - INT; LD_PRELOAD=libacting_calls.so exec harbix -r -f /tmp/a.tar app)");
+        "(trap - INT; LD_PRELOAD=libfailing_calls.so exec harbix -r -f /tmp/a.tar app)");
     EXPECT_TRUE(device_.exists("/tmp/acted"));
     EXPECT_GT(outcome.status, 128) << signal;
     EXPECT_THAT(device_.requests_left(), ElementsAre()) << signal;

@@ -18,7 +18,7 @@ constexpr char NAVIGATOR[] = "/accounts/1000/appdata/sys.navigator";
 
 /// When an owner acts between two calls of the program.
 struct Moment {
-  const char* name;  ///< as acting_calls names them
+  const char* name;  ///< as failing_calls names them
   std::string path;
   int nth = 1;
 };
@@ -73,7 +73,7 @@ class Race : public testing::TestWithParam<Kernel> {
           "export HARBIX_FAIL_CALL=openat2 HARBIX_FAIL_NTH=1 HARBIX_FAIL_ERRNO=" + std::to_string(ENOSYS) +
           "\n";
     }
-    script += "LD_PRELOAD=libacting_calls.so:libfailing_calls.so exec harbix " + arguments;
+    script += "LD_PRELOAD=libfailing_calls.so exec harbix " + arguments;
     Outcome outcome = device_.shell(script, input);
     EXPECT_TRUE(device_.exists("/tmp/acted")) << "the moment did not come";
     EXPECT_EQ(difference(before, device_.everything_but(changing)), "");

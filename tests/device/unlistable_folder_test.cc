@@ -110,7 +110,7 @@ TEST_F(UnlistableFolder, OfTheObjectStoreThatVanishesHasVanished) {
   const Outcome outcome = device_.shell(
       "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_ACT_AT=closed HARBIX_ACT_NTH=1 "
       "HARBIX_ACT_PATH=/var/pps/services HARBIX_ACT_COMMAND='rm -r /var/pps/services/gone && touch "
-      "/tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libacting_calls.so exec harbix -f /tmp/a.tar settings");
+      "/tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libfailing_calls.so exec harbix -f /tmp/a.tar settings");
   ASSERT_TRUE(device_.exists("/tmp/acted"));
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");

@@ -1,48 +1,89 @@
-// A library to preload (LD_PRELOAD) into a program that is tested as it ships: makes one call of one function
-// fail.
+// A library to preload (LD_PRELOAD) into a program that is tested as it ships. It can do two things, as the
+// environment asks.
+//
+// Make one call of one function fail:
 //   HARBIX_FAIL_CALL   open, openat, openat2, read, write, pwrite, close, lstat, fstatat, unlinkat, renameat,
 //                      mkdirat, symlinkat, fchownat, fchmod, readdir, popen, setresuid or setresgid
 //   HARBIX_FAIL_NTH    which call of it, from 1
 //   HARBIX_FAIL_ERRNO  the error number
-// Calls are counted in each process for itself, from its start on; without the variables nothing fails. What
-// the program does through other calls (readv, statx, ...) and what the C library does inside of itself is
-// not seen, but for openat2, which has no function of its own and is seen in syscall. The object of a close
-// that is made to fail is closed all the same, as the system does.
+// The object of a close that is made to fail is closed all the same, as the system does.
+//
+// Run a shell command, once, at one moment of the program's work, so that what another program could do by
+// luck between two calls of this one happens every time:
+//   HARBIX_ACT_AT       listed: an entry has been read from a folder, nothing was done with it yet
+//                       closed: a folder has been listed to its end
+//                       open:   an object is about to be opened, whether it is to be made or not
+//                       opened: open(2) has just returned
+//   HARBIX_ACT_PATH     what the object's absolute path must end with
+//   HARBIX_ACT_NTH      which of these moments, from 1
+//   HARBIX_ACT_COMMAND  for /bin/sh, which root runs without this library, also when the program is another
+//                       user just then
+// Whether the command ran shows in what it did.
+//
+// Calls and moments are counted in each process for itself, from its start on; without the variables nothing
+// happens. What the program does through other calls (readv, statx, ...) and what the C library does inside
+// of itself is not seen, but for openat2, which has no function of its own and is seen in syscall.
 
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string>
+#include <string_view>
 
 namespace {
 
-struct Plan {
-  const char* call = std::getenv("HARBIX_FAIL_CALL");
+std::string_view setting(const char* variable) {
+  const char* text = std::getenv(variable);
+  return text == nullptr ? "" : text;
+}
+
+long number(const char* variable) { return std::strtol(setting(variable).data(), nullptr, 10); }
+
+struct Failure {
+  std::string_view call = setting("HARBIX_FAIL_CALL");
   long nth = number("HARBIX_FAIL_NTH");
   int error = static_cast<int>(number("HARBIX_FAIL_ERRNO"));
   long seen = 0;
+};
 
-  static long number(const char* variable) {
-    const char* text = std::getenv(variable);
-    return text == nullptr ? 0 : std::strtol(text, nullptr, 10);
-  }
+struct Act {
+  std::string_view moment = setting("HARBIX_ACT_AT");
+  std::string_view path = setting("HARBIX_ACT_PATH");
+  long nth = number("HARBIX_ACT_NTH");
+  long seen = 0;
 };
 
 /// Counts one call; true, with errno set, when it is the one that fails.
-bool fails(const char* call) {
-  static Plan plan;
-  if (plan.call == nullptr || std::strcmp(plan.call, call) != 0 || ++plan.seen != plan.nth) return false;
+bool fails(std::string_view call) {
+  static Failure plan;
+  if (plan.call != call || ++plan.seen != plan.nth) return false;
   errno = plan.error;
   return true;
+}
+
+std::string link_target(const std::string& link) {
+  std::array<char, PATH_MAX> text{};
+  const ssize_t length = ::readlink(link.c_str(), text.data(), text.size());
+  return length == -1 ? "" : std::string(text.data(), static_cast<std::size_t>(length));
+}
+
+std::string path_of(int folder) {
+  return link_target(folder == AT_FDCWD ? "/proc/self/cwd" : "/proc/self/fd/" + std::to_string(folder));
+}
+
+std::string path_of(int folder, const char* name) {
+  return name[0] == '/' ? name : path_of(folder) + "/" + name;
 }
 
 template <typename Function>
@@ -50,16 +91,58 @@ Function* next(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
+void run_command() {
+  const ::pid_t child = ::fork();
+  if (child == 0) {
+    ::unsetenv("LD_PRELOAD");
+    // The real and the saved user are still root.
+    if (next<int(uid_t, uid_t, uid_t)>("setresuid")(0, 0, 0) == -1 ||
+        next<int(gid_t, gid_t, gid_t)>("setresgid")(0, 0, 0) == -1) {
+      ::_exit(EXIT_FAILURE);
+    }
+    ::execl("/bin/sh", "sh", "-c", std::getenv("HARBIX_ACT_COMMAND"), nullptr);
+    ::_exit(EXIT_FAILURE);
+  }
+  while (child != -1 && ::waitpid(child, nullptr, 0) == -1 && errno == EINTR) continue;
+}
+
+Act& act() {
+  static Act one;
+  return one;
+}
+
+/// Comes to a moment; `path` gives the path of its object, and is asked only where the plan wants it.
+template <typename Path>
+void come_to(std::string_view moment, const Path& path) {
+  Act& plan = act();
+  if (plan.moment != moment || plan.seen == plan.nth) return;
+  const int error = errno;
+  if (std::string(path()).ends_with(plan.path) && ++plan.seen == plan.nth) run_command();
+  errno = error;
+}
+
 bool takes_mode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
 int open_through(const char* name, const char* path, int flags, mode_t mode) {
+  come_to("open", [&] { return path_of(AT_FDCWD, path); });
   if (fails("open")) return -1;
-  return next<int(const char*, int, ...)>(name)(path, flags, mode);
+  const int descriptor = next<int(const char*, int, ...)>(name)(path, flags, mode);
+  come_to("opened", [&] { return path_of(AT_FDCWD, path); });
+  return descriptor;
 }
 
 int openat_through(const char* name, int directory, const char* path, int flags, mode_t mode) {
+  come_to("open", [&] { return path_of(directory, path); });
   if (fails("openat")) return -1;
   return next<int(int, const char*, int, ...)>(name)(directory, path, flags, mode);
+}
+
+template <typename Entry>
+Entry* read_through(const char* name, ::DIR* directory) {
+  if (fails("readdir")) return nullptr;
+  Entry* const entry = next<Entry*(::DIR*)>(name)(directory);
+  if (entry != nullptr) come_to("listed", [&] { return path_of(::dirfd(directory), entry->d_name); });
+  return entry;
 }
 
 }  // namespace
@@ -93,6 +176,7 @@ int failing_fchmod(int descriptor, mode_t mode) __asm__("fchmod");
 std::FILE* failing_popen(const char* command, const char* type) __asm__("popen");
 int failing_setresuid(uid_t real, uid_t effective, uid_t saved) __asm__("setresuid");
 int failing_setresgid(gid_t real, gid_t effective, gid_t saved) __asm__("setresgid");
+int failing_closedir(::DIR* directory) __asm__("closedir");
 long failing_syscall(long number, ...) __asm__("syscall");
 }
 
@@ -207,14 +291,13 @@ int failing_fchmod(int descriptor, mode_t mode) {
   return next<int(int, mode_t)>("fchmod")(descriptor, mode);
 }
 
-::dirent* failing_readdir(::DIR* directory) {
-  if (fails("readdir")) return nullptr;
-  return next<::dirent*(::DIR*)>("readdir")(directory);
-}
+::dirent* failing_readdir(::DIR* directory) { return read_through<::dirent>("readdir", directory); }
 
-::dirent64* failing_readdir64(::DIR* directory) {
-  if (fails("readdir")) return nullptr;
-  return next<::dirent64*(::DIR*)>("readdir64")(directory);
+::dirent64* failing_readdir64(::DIR* directory) { return read_through<::dirent64>("readdir64", directory); }
+
+int failing_closedir(::DIR* directory) {
+  come_to("closed", [&] { return path_of(::dirfd(directory)); });
+  return next<int(::DIR*)>("closedir")(directory);
 }
 
 std::FILE* failing_popen(const char* command, const char* type) {
@@ -233,12 +316,17 @@ int failing_setresgid(gid_t real, gid_t effective, gid_t saved) {
 }
 
 long failing_syscall(long number, ...) {
-  if (number == SYS_openat2 && fails("openat2")) return -1;
   // Every call takes at most six, and the kernel looks only at those that it knows.
   std::array<long, 6> words{};
   va_list arguments;
   va_start(arguments, number);
   for (long& word : words) word = va_arg(arguments, long);
   va_end(arguments);
+  if (number == SYS_openat2) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): all words of a call are handed on in one way
+    const auto* const path = reinterpret_cast<const char*>(words[1]);
+    come_to("open", [&] { return path_of(static_cast<int>(words[0]), path); });
+    if (fails("openat2")) return -1;
+  }
   return next<long(long, ...)>("syscall")(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
