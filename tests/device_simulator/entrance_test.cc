@@ -39,7 +39,7 @@ class DeviceEntrance : public testing::Test {
 
 TEST_F(DeviceEntrance, SharesAllWithWhatRunsThere) {
   start();
-  const Result result =
+  const Outcome result =
       run_device(enter("ps -o args= -C sleep; hostname; ls -d /pps/system; echo x >/dev/shm/x; id -u; id -G; "
                        "umask; pwd; echo $HOME;"
                        "command -v harbix-device; exit 3"));
@@ -52,7 +52,7 @@ TEST_F(DeviceEntrance, SharesAllWithWhatRunsThere) {
 
 TEST_F(DeviceEntrance, IsALoginShellWithoutACommand) {
   start();
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "echo 'shopt -q login_shell && echo login as $(whoami)@$(hostname)' | "
       "\"$device\" --state \"$folder/state\" --enter",
       folder_ / "");
@@ -62,7 +62,7 @@ TEST_F(DeviceEntrance, IsALoginShellWithoutACommand) {
 TEST_F(DeviceEntrance, HasTheExitStatusesOfADevice) {
   start();
   EXPECT_EQ(run_device(enter("kill -SEGV $$")).status, 128 + SIGSEGV);
-  const Result result = run_device({"--state", state_, "--enter", "no-such-command"});
+  const Outcome result = run_device({"--state", state_, "--enter", "no-such-command"});
   EXPECT_EQ(result.status, 127);
   EXPECT_EQ(result.errors, "harbix-device: cannot run 'no-such-command': No such file or directory\n");
 }
@@ -74,7 +74,7 @@ TEST_F(DeviceEntrance, PassesSignalsOn) {
         enter("trap 'echo caught; exit 5' INT TERM HUP QUIT; echo up; while :; do sleep 0.05; done"));
     ASSERT_EQ(visitor.read_line(), "up");
     ASSERT_EQ(::kill(visitor.pid(), signal), 0);
-    const Result result = visitor.wait();
+    const Outcome result = visitor.wait();
     EXPECT_EQ(result.output, "caught\n") << signal;
     EXPECT_EQ(result.status, 5) << signal;
   }
@@ -98,7 +98,7 @@ TEST_F(DeviceEntrance, EndsWithTheDevice) {
   ASSERT_EQ(visitor.read_line(), "up");
   ASSERT_EQ(::kill(device_->pid(), SIGTERM), 0);
   EXPECT_EQ(device_->wait().status, 128 + SIGTERM);
-  const Result result = visitor.wait();
+  const Outcome result = visitor.wait();
   EXPECT_EQ(result.status, 128 + SIGKILL);
   EXPECT_EQ(result.errors, "harbix-device: the device has ended\n");
 }
@@ -118,7 +118,7 @@ TEST_F(DeviceEntrance, WaitsForADeviceThatIsBeingStarted) {
   for (int round = 0; round < 5; ++round) {
     DeviceProcess device({"--bare", "--state", state_, "sleep", "60"});
     ::usleep(static_cast<useconds_t>(round) * 10000 + 5000);
-    const Result result = run_device(enter("ls -d /pps/system"));
+    const Outcome result = run_device(enter("ls -d /pps/system"));
     // It had not even begun, or it was waited for.
     EXPECT_THAT(result.output + result.errors,
                 testing::AnyOf("/pps/system\n", HasSubstr("no device is running in"),
@@ -127,13 +127,13 @@ TEST_F(DeviceEntrance, WaitsForADeviceThatIsBeingStarted) {
 }
 
 TEST_F(DeviceEntrance, RefusesWhereNoDeviceRuns) {
-  const Result missing = run_device({"--state", state_, "--enter", "true"});
+  const Outcome missing = run_device({"--state", state_, "--enter", "true"});
   EXPECT_EQ(missing.status, 70);
   EXPECT_EQ(missing.errors,
             "harbix-device: cannot use the folder '" + state_ + "': No such file or directory\n");
   EXPECT_EQ(run_device({"--bare", "--state", state_, "true"}).status, 0);
   const std::string before = listing(folder_ / "");
-  const Result idle = run_device({"--state", state_, "--enter", "true"});
+  const Outcome idle = run_device({"--state", state_, "--enter", "true"});
   EXPECT_EQ(idle.status, 70);
   EXPECT_EQ(idle.errors, "harbix-device: no device is running in '" + state_ + "'\n");
   EXPECT_EQ(listing(folder_ / ""), before);
@@ -142,7 +142,7 @@ TEST_F(DeviceEntrance, RefusesWhereNoDeviceRuns) {
 TEST_F(DeviceEntrance, RefusesADeviceOfAnotherLayout) {
   EXPECT_EQ(run_device({"--bare", "--state", state_, "true"}).status, 0);
   write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
-  const Result result = run_device({"--state", state_, "--enter", "true"});
+  const Outcome result = run_device({"--state", state_, "--enter", "true"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors,
             "harbix-device: '" + state_ + "' holds a device of another layout; nothing was changed in it\n");
@@ -150,7 +150,7 @@ TEST_F(DeviceEntrance, RefusesADeviceOfAnotherLayout) {
 
 TEST_F(DeviceEntrance, NeedsRoot) {
   const TemporaryFolder folder;
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
       "--clear-groups "
       "\"$folder/program\" --state / --enter true; echo $?; setpriv --reuid 65534 --regid 65534 "

@@ -20,7 +20,7 @@ class DeviceExit : public testing::Test {
 
 TEST_F(DeviceExit, IsTheStatusOfTheCommand) {
   for (const int status : {0, 1, 2, 64, 70, 77, 255}) {
-    const Result result = run_device({"--bare", "sh", "-c", "exit " + std::to_string(status)});
+    const Outcome result = run_device({"--bare", "sh", "-c", "exit " + std::to_string(status)});
     EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.errors, "");
   }
@@ -32,19 +32,19 @@ TEST_F(DeviceExit, NamesTheSignalThatEndedTheCommand) {
 }
 
 TEST_F(DeviceExit, Is127ForACommandThatDoesNotExist) {
-  const Result result = run_device({"--bare", "no-such-command"});
+  const Outcome result = run_device({"--bare", "no-such-command"});
   EXPECT_EQ(result.status, 127);
   EXPECT_EQ(result.errors, "harbix-device: cannot run 'no-such-command': No such file or directory\n");
 }
 
 TEST_F(DeviceExit, Is126ForACommandThatCannotBeExecuted) {
-  const Result result = run_device({"--bare", "/etc/passwd"});
+  const Outcome result = run_device({"--bare", "/etc/passwd"});
   EXPECT_EQ(result.status, 126);
   EXPECT_EQ(result.errors, "harbix-device: cannot run '/etc/passwd': Permission denied\n");
 }
 
 TEST_F(DeviceExit, Is64ForAWrongCommandLine) {
-  const Result result = run_device({"--nonsense"});
+  const Outcome result = run_device({"--nonsense"});
   EXPECT_EQ(result.status, 64);
   EXPECT_EQ(result.errors, "harbix-device: unknown option '--nonsense'; 'harbix-device --help' explains\n");
 }
@@ -52,7 +52,7 @@ TEST_F(DeviceExit, Is64ForAWrongCommandLine) {
 TEST_F(DeviceExit, Is77ForOthersThanRoot) {
   // A copy where everybody can reach it.
   const TemporaryFolder folder;
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "chmod 755 \"$folder\"; cp \"$device\" \"$folder/program\"; setpriv --reuid 65534 --regid 65534 "
       "--clear-groups "
       "\"$folder/program\" true",
@@ -63,7 +63,7 @@ TEST_F(DeviceExit, Is77ForOthersThanRoot) {
 
 /// Runs the device in a chroot, which has what is needed of the host. `before` is run when all but that is
 /// mounted.
-Result run_in_chroot(const std::string& before) {
+Outcome run_in_chroot(const std::string& before) {
   const TemporaryFolder folder;
   return run_on_host(
       "cd \"$folder\" && mkdir usr etc dev proc tmp programs && ln -s usr/bin usr/sbin usr/lib usr/lib64 . "
@@ -76,12 +76,12 @@ Result run_in_chroot(const std::string& before) {
 }
 
 TEST_F(DeviceExit, IsTheCommandsInAChrootThatIsAMountPoint) {
-  const Result result = run_in_chroot("mount --bind . . && cd \"$folder\" && ");
+  const Outcome result = run_in_chroot("mount --bind . . && cd \"$folder\" && ");
   EXPECT_EQ(result.status, 3) << result.errors;
 }
 
 TEST_F(DeviceExit, TellsWhatAPlainChrootLacks) {
-  const Result result = run_in_chroot("");
+  const Outcome result = run_in_chroot("");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(
       result.errors,
@@ -89,13 +89,13 @@ TEST_F(DeviceExit, TellsWhatAPlainChrootLacks) {
 }
 
 TEST_F(DeviceExit, Is77WhereNamespacesAreForbidden) {
-  const Result result = run_on_host("setpriv --bounding-set -sys_admin \"$device\" --bare true");
+  const Outcome result = run_on_host("setpriv --bounding-set -sys_admin \"$device\" --bare true");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.errors, "harbix-device: cannot make a process namespace: Operation not permitted\n");
 }
 
 TEST_F(DeviceExit, Is70WithOneLineWhenTheLogCannotBeOpened) {
-  const Result result = run_device({"--bare", "--log", "/no/such/folder/log", "true"});
+  const Outcome result = run_device({"--bare", "--log", "/no/such/folder/log", "true"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors,
             "harbix-device: cannot open the log file '/no/such/folder/log': No such file or directory\n");
@@ -104,7 +104,7 @@ TEST_F(DeviceExit, Is70WithOneLineWhenTheLogCannotBeOpened) {
 TEST_F(DeviceExit, LeavesInputAndOutputAsTheyAre) {
   const TemporaryFolder folder;
   write_file(folder / "in", device::Random("binary").bytes(3000000));
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "cat \"$folder/in\" | \"$device\" --bare cat | cat > \"$folder/out\"; cmp \"$folder/in\" "
       "\"$folder/out\"",
       folder / "");

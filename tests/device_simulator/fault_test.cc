@@ -32,7 +32,7 @@ class DeviceFault : public testing::Test {
   void SetUp() override { REQUIRE_ROOT(); }
 
   /// Runs `script` on a device with the fault.
-  static Result run(const std::string& fault, const std::string& script) {
+  static Outcome run(const std::string& fault, const std::string& script) {
     return run_device({"--fault", fault, "sh", "-c", script});
   }
 
@@ -42,17 +42,17 @@ class DeviceFault : public testing::Test {
 TEST_F(DeviceFault, FullShareTakesNothingMoreAndHasWhatItHad) {
   constexpr const char* LOOK =
       "cd /accounts/1000/shared && find . -printf '%p %y %m %U:%G %s %n %T@ %l\\n' | LC_ALL=C sort | md5sum";
-  const Result sound = run_device({"sh", "-c", LOOK});
-  const Result full = run(
+  const Outcome sound = run_device({"sh", "-c", LOOK});
+  const Outcome full = run(
       "full-share", LOOK + std::string("; echo x | cat >new; rm new; rm -r Music; echo x >new && echo room"));
   EXPECT_EQ(full.output, sound.output + "room\n");
   EXPECT_THAT(full.errors, HasSubstr("No space left on device\n"));
 }
 
 TEST_F(DeviceFault, FullShareHasTheRoomThatIsAskedFor) {
-  const Result result = run("full-share=1000000",
-                            "cd /accounts/1000/shared && head -c 900k /dev/zero >a && echo fits; head -c "
-                            "200k /dev/zero >b || echo full");
+  const Outcome result = run("full-share=1000000",
+                             "cd /accounts/1000/shared && head -c 900k /dev/zero >a && echo fits; head -c "
+                             "200k /dev/zero >b || echo full");
   EXPECT_EQ(result.output, "fits\nfull\n");
 }
 
@@ -67,16 +67,16 @@ TEST_F(DeviceFault, FullShareLeavesTheKeptOneAlone) {
 }
 
 TEST_F(DeviceFault, UnreadableLibraryCannotBeOpened) {
-  const Result result = run("unreadable-library", "cat /accounts/1000/db/mmlibrary.db");
+  const Outcome result = run("unreadable-library", "cat /accounts/1000/db/mmlibrary.db");
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "cat: /accounts/1000/db/mmlibrary.db: Permission denied\n");
 }
 
 TEST_F(DeviceFault, CorruptLibraryIsOneUntilItIsRead) {
   const std::string state = folder_ / "state";
-  const Result result = run_device({"--state", state, "--fault", "corrupt-library", "sh", "-c",
-                                    "cat /accounts/1000/db/mmlibrary.db; stat -c '%a %U:%G' "
-                                    "/accounts/1000/db/mmlibrary.db >&2"});
+  const Outcome result = run_device({"--state", state, "--fault", "corrupt-library", "sh", "-c",
+                                     "cat /accounts/1000/db/mmlibrary.db; stat -c '%a %U:%G' "
+                                     "/accounts/1000/db/mmlibrary.db >&2"});
   EXPECT_EQ(result.errors, "644 root:1000_sys\n");
   EXPECT_THAT(result.output, testing::StartsWith("SQLite format 3"));
   write_file(folder_ / "library", result.output);
@@ -86,14 +86,14 @@ TEST_F(DeviceFault, CorruptLibraryIsOneUntilItIsRead) {
 }
 
 TEST_F(DeviceFault, LibraryNeedsALibrary) {
-  const Result result = run_device({"--bare", "--fault", "corrupt-library", "echo", "never"});
+  const Outcome result = run_device({"--bare", "--fault", "corrupt-library", "echo", "never"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "harbix-device: the device has no media library that could be spoiled\n");
 }
 
 TEST_F(DeviceFault, HangingObjectsHoldTheirReadersAndNoOthers) {
-  const Result result = run_device(
+  const Outcome result = run_device(
       {"--bare", "--fault", "hanging-object=/pps/a/x", "--fault=hanging-object=/pps/y", "sh", "-c",
        "mkdir /pps/a; for o in a/x y x a/y; do echo v::1 >/pps/$o; timeout 0.5 cat /pps/$o; echo $?; done"});
   EXPECT_EQ(result.output, "124\n124\n@x\nv::1\n0\n@y\nv::1\n0\n");
@@ -102,8 +102,8 @@ TEST_F(DeviceFault, HangingObjectsHoldTheirReadersAndNoOthers) {
 
 TEST_F(DeviceFault, HangingObjectDoesNotHoldUpTheEnd) {
   EXPECT_TRUE(can_end_within(std::chrono::seconds(4), [] {
-    const Result result = run_device({"--bare", "--fault", "hanging-object=/pps/x", "sh", "-c",
-                                      "echo v::1 >/pps/x; cat /pps/x & sleep 0.2; kill -KILL $$"});
+    const Outcome result = run_device({"--bare", "--fault", "hanging-object=/pps/x", "sh", "-c",
+                                       "echo v::1 >/pps/x; cat /pps/x & sleep 0.2; kill -KILL $$"});
     EXPECT_EQ(result.status, 128 + 9);
     EXPECT_EQ(result.errors, "");
   }));
@@ -118,16 +118,16 @@ class DevicePowerLoss : public DeviceFault {
     ASSERT_EQ(run_device({"--bare", "--state", state_, "sh", "-c", "echo old >/tmp/old"}).status, 0);
   }
 
-  Result lose(const std::string& script) {
+  Outcome lose(const std::string& script) {
     return run_device({"--state", state_, "--fault", "power-loss", "sh", "-c", script});
   }
-  Result look(const std::string& script) { return run_device({"--state", state_, "sh", "-c", script}); }
+  Outcome look(const std::string& script) { return run_device({"--state", state_, "sh", "-c", script}); }
 
   std::string state_ = folder_ / "state";
 };
 
 TEST_F(DevicePowerLoss, KeepsWhatWasSyncedAndLosesTheRest) {
-  const Result result =
+  const Outcome result =
       lose("cd /tmp; cat old; echo text >synced; sync -f .; echo more >>old; echo text >unsynced; exit 4");
   EXPECT_EQ(result.output, "old\n");
   EXPECT_EQ(result.errors, "");
@@ -179,10 +179,10 @@ TEST_F(DeviceFault, DyingInstallerDiesOnceAndComesBack) {
       "'action::uninstall\\npackage_id::none\\n' >&3; while read -r line <&3; do case $line in result::*) "
       "echo "
       "\"$line\"; break;; esac; done; grep -o 'starts:n:.*' /pps/system/installer/status";
-  const Result sound = run_device({"--bare", "sh", "-c", ASK});
+  const Outcome sound = run_device({"--bare", "sh", "-c", ASK});
   EXPECT_THAT(sound.output, testing::EndsWith("\nstarts:n:1\n"));
   for (const char* fault : {"dying-installer", "dying-installer=uninstall"}) {
-    const Result dying = run_device({"--bare", "--fault", fault, "sh", "-c", ASK});
+    const Outcome dying = run_device({"--bare", "--fault", fault, "sh", "-c", ASK});
     EXPECT_EQ(dying.output, sound.output.substr(0, sound.output.size() - 2) + "2\n");
     EXPECT_EQ(dying.errors, "harbix-device: the service 'harbix-installer' was killed by signal 9\n");
   }

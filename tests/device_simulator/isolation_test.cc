@@ -19,7 +19,7 @@ class Device : public testing::Test {
   void SetUp() override { REQUIRE_ROOT(); }
 
   static std::string output_of(const std::string& script) {
-    const Result result = run_device({"--bare", "sh", "-c", script});
+    const Outcome result = run_device({"--bare", "sh", "-c", script});
     EXPECT_EQ(result.status, 0) << script << ": " << result.errors;
     return result.output;
   }
@@ -64,7 +64,7 @@ TEST_F(Device, LetsTheMediaUserWriteToTheShareWithTheSharedGroup) {
 
 TEST_F(Device, SharesSystemFoldersReadOnly) {
   for (const char* folder : {"/usr", "/opt/harbix/bin", "/etc/alternatives"}) {
-    const Result result = run_device({"--bare", "touch", folder + std::string("/x")});
+    const Outcome result = run_device({"--bare", "touch", folder + std::string("/x")});
     EXPECT_EQ(result.status, 1) << folder;
     EXPECT_THAT(result.errors, HasSubstr("Read-only file system")) << folder;
   }
@@ -95,7 +95,7 @@ TEST_F(Device, HasAHostNameOfItsOwn) {
 }
 
 TEST_F(Device, StartsALoginShellWithoutACommand) {
-  const Result result = run_device({"--bare"}, "shopt -q login_shell && echo \"$PS1\"\nexit 3\n");
+  const Outcome result = run_device({"--bare"}, "shopt -q login_shell && echo \"$PS1\"\nexit 3\n");
   EXPECT_EQ(result.output, "\\u@\\h:\\w\\$ \n");
   EXPECT_EQ(result.status, 3);
 }
@@ -104,7 +104,7 @@ TEST_F(Device, HasTheManualPages) {
   const std::string program = run_on_host("command -v man").output;
   if (program.empty()) GTEST_SKIP() << "no man on this machine";
   for (const char* page : {"harbix", "harbix-device"}) {
-    const Result result = run_device({"--bare", "man", page});
+    const Outcome result = run_device({"--bare", "man", page});
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr(page));
     EXPECT_THAT(result.output, HasSubstr("SYNOPSIS"));

@@ -25,17 +25,17 @@ class DeviceKeptState : public testing::Test {
     EXPECT_EQ(run("true").status, 0);
   }
 
-  Result run(const std::string& script) {
+  Outcome run(const std::string& script) {
     return run_device({"--bare", "--state", state_, "sh", "-c", script});
   }
 
-  Result act(const std::vector<std::string>& action) {
+  Outcome act(const std::vector<std::string>& action) {
     std::vector<std::string> words = {"--state", state_};
     words.insert(words.end(), action.begin(), action.end());
     return run_device(words);
   }
 
-  void expect_done(const Result& result) {
+  void expect_done(const Outcome& result) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output + result.errors, "");
   }
@@ -43,7 +43,7 @@ class DeviceKeptState : public testing::Test {
   /// Does what must be refused with `problem`, and looks that nothing was changed.
   void expect_refused(const std::vector<std::string>& action, const std::string& problem) {
     const std::string before = listing(folder_ / "");
-    const Result result = act(action);
+    const Outcome result = act(action);
     EXPECT_EQ(result.status, 70);
     EXPECT_EQ(result.output, "");
     EXPECT_EQ(result.errors, "harbix-device: " + problem + "\n");
@@ -61,7 +61,7 @@ TEST_F(DeviceKeptState, IsTheFactorysAfterAReset) {
   expect_done(act({"--reset"}));
   EXPECT_FALSE(std::filesystem::exists(state_ + ".snapshots"));
   // What a start leaves behind differs: the log, and the objects that services publish.
-  const Result difference = run_on_host(
+  const Outcome difference = run_on_host(
       "for device in state fresh; do (cd $folder/$device && find accounts apps base -printf '%p %y %m %U:%G "
       "%s "
       "%T@ %l\\n' | LC_ALL=C sort) >$folder/$device.list; done; cd $folder && diff state.list fresh.list && "
@@ -101,7 +101,7 @@ TEST_F(DeviceKeptState, ComesBackWithAllThatAFileSystemKeeps) {
   constexpr const char* LOOK =
       "cd $folder/state/tmp && stat -c '%n %F %a %u:%g %h %y %s %t' ./* && stat -c %b hole && [ file -ef "
       "linked ]";
-  const Result made = run_on_host(
+  const Outcome made = run_on_host(
       "cd $folder/state/tmp && echo text >file && chown 10113:10001 file && chmod 4751 file && ln file "
       "linked && "
       "truncate -s 1G hole && ln -s 'no where' link && chown -h 7:8 link && mkfifo -m 620 pipe && "
@@ -110,13 +110,13 @@ TEST_F(DeviceKeptState, ComesBackWithAllThatAFileSystemKeeps) {
       folder_ / "");
   ASSERT_EQ(made.errors, "");
   ASSERT_EQ(::setxattr(file.c_str(), "trusted.note", "value", 5, 0), 0);
-  const Result before = run_on_host(LOOK, folder_ / "");
+  const Outcome before = run_on_host(LOOK, folder_ / "");
   ASSERT_EQ(before.status, 0) << before.errors;
   EXPECT_THAT(before.output, testing::EndsWith("\n0\n"));
   expect_done(act({"--snapshot", "s"}));
   EXPECT_EQ(run("rm -rf /tmp/*").status, 0);
   expect_done(act({"--rollback", "s"}));
-  const Result after = run_on_host(LOOK, folder_ / "");
+  const Outcome after = run_on_host(LOOK, folder_ / "");
   EXPECT_EQ(after.status, 0) << after.errors;
   EXPECT_EQ(after.output, before.output);
   EXPECT_EQ(attribute(), "value");
@@ -157,7 +157,7 @@ TEST_F(DeviceKeptState, RefusesWhatIsNoDeviceOfThisLayout) {
 }
 
 TEST_F(DeviceKeptState, IsUnchangedWhenThereIsNoRoom) {
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "unshare -m sh -c 'mount -t tmpfs -o size=8m none \"$folder\" && \"$device\" --bare --state "
       "\"$folder/s\" sh -c "
       "\"head -c 5M "
@@ -211,7 +211,7 @@ TEST_F(DeviceKeptState, SaysWhatInterruptedItsChange) {
   DeviceProcess snapshot({"--state", state_, "--snapshot", "one"});
   ::usleep(60000);
   ASSERT_EQ(::kill(snapshot.pid(), SIGTERM), 0);
-  const Result result = snapshot.wait();
+  const Outcome result = snapshot.wait();
   EXPECT_EQ(result.status, 128 + SIGTERM);
   EXPECT_EQ(result.errors, "harbix-device: interrupted by signal 15; nothing was changed\n");
   EXPECT_FALSE(std::filesystem::exists(state_ + ".snapshots"));

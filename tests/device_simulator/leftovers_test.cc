@@ -146,7 +146,7 @@ TEST_F(DeviceLeftovers, NoneAfterTheProgramIsKilled) {
 TEST_F(DeviceLeftovers, NoneAfterTheFirstProcessIsKilled) {
   DeviceProcess& device = start({"--bare"});
   ASSERT_EQ(::kill(device.first_process(), SIGKILL), 0);
-  const Result result = device.wait();
+  const Outcome result = device.wait();
   EXPECT_EQ(result.status, 128 + SIGKILL);
   EXPECT_EQ(result.errors, "harbix-device: the device was killed by signal 9\n");
   expect_nothing_left();
@@ -186,7 +186,7 @@ TEST_F(DeviceLeftovers, NoneHoweverEarlyTheKill) {
     DeviceProcess device({"--state", other / "state", "sleep", "60"});
     ::usleep(static_cast<useconds_t>(step) * 1500);
     ASSERT_EQ(::kill(device.pid(), SIGKILL), 0);
-    const Result result = device.wait();
+    const Outcome result = device.wait();
     EXPECT_EQ(result.status, -SIGKILL) << result.errors;
   }
   EXPECT_EQ(run_device({"--state", other / "state", "echo", "works"}).output, "works\n");
@@ -203,7 +203,7 @@ TEST_F(DeviceLeftovers, NoneHoweverEarlyTheSignal) {
     ::usleep(moment);
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(::kill(device.pid(), signal), 0);
-    const Result result = device.wait();
+    const Outcome result = device.wait();
     // Killed itself before it could hold the signal back, it has made nothing yet.
     EXPECT_THAT(result.status, testing::AnyOf(128 + signal, -signal)) << moment << result.errors;
     // A device whose program was killed says so when it was not under way yet.

@@ -21,7 +21,7 @@ class DeviceLog : public testing::Test {
 
   /// Runs `script` on a device and returns what came into the log.
   std::string log_of(const std::string& script) {
-    const Result result = run_device({"--bare", "--log", log_, "sh", "-c", script});
+    const Outcome result = run_device({"--bare", "--log", log_, "sh", "-c", script});
     EXPECT_EQ(result.status, 0) << result.errors;
     return read_file(log_);
   }
@@ -64,7 +64,7 @@ TEST_F(DeviceLog, IsEmptiedAtTheStart) {
 }
 
 TEST_F(DeviceLog, IsRelativeToTheCallersFolder) {
-  const Result result =
+  const Outcome result =
       run_on_host("cd \"$folder\" && \"$device\" --bare --log here.log logger -u /dev/log hi", folder_ / "");
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_THAT(read_file(folder_ / "here.log"), HasSubstr("hi\n"));
@@ -79,7 +79,7 @@ TEST_F(DeviceLog, GoesToTheDeviceWithoutTheOption) {
 }
 
 TEST_F(DeviceLog, ReportsThatItCannotBeWritten) {
-  const Result result = run_device(
+  const Outcome result = run_device(
       {"--bare", "--log", "/dev/full", "sh", "-c", "logger -u /dev/log one; logger -u /dev/log two; exit 4"});
   EXPECT_EQ(result.status, 4);
   EXPECT_EQ(result.errors, "harbix-device: cannot write the log file: No space left on device\n");

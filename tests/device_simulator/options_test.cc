@@ -93,7 +93,7 @@ TEST(DeviceOptions, SayWhatIsWrong) {
 }
 
 TEST(DeviceHelp, NamesEveryOptionAndEveryStatus) {
-  const Result result = run_device({"--help"});
+  const Outcome result = run_device({"--help"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(result.output, device::help_text());
@@ -115,7 +115,7 @@ TEST(DeviceHelp, FailsWhereItCannotBeWritten) {
 }
 
 TEST(ServiceOptions, SayWhatIsWrong) {
-  const Result pps = run_on_host(
+  const Outcome pps = run_on_host(
       "cd \"${device%/*}\"; ./harbix-pps --nope /x; echo $?; ./harbix-pps --ready-fd=x /y; echo $?; "
       "./harbix-pps "
       "/x /y; "
@@ -126,7 +126,7 @@ TEST(ServiceOptions, SayWhatIsWrong) {
   EXPECT_EQ(pps.errors, std::string("harbix-pps: unknown option '--nope'") + PPS_USAGE +
                             "harbix-pps: 'x' is no file descriptor" + PPS_USAGE +
                             "harbix-pps: more than one mount point given" + PPS_USAGE);
-  const Result installer = run_on_host(
+  const Outcome installer = run_on_host(
       "cd \"${device%/*}\"; ./harbix-installer --ready-fd; echo $?; ./harbix-installer x; echo $?");
   EXPECT_EQ(installer.output, "2\n2\n");
   EXPECT_EQ(installer.errors,

@@ -153,7 +153,7 @@ TEST_F(SampleContent, HasADtmShareOfRootAndTheSystemGroup) {
 }
 
 TEST_F(SampleContent, HasSubscriberScriptsThatNoteTheirArgument) {
-  const Result result = run_device(
+  const Outcome result = run_device(
       {"sh", "-c",
        "cd /base/scripts/backup_and_restore; ./media-server backup_start; settings/display restore_end;"
        "cat /var/log/subscribers.log"});

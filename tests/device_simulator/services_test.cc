@@ -29,17 +29,17 @@ class DeviceServices : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_ROOT(); }
 
-  static Result run(const std::string& script) { return run_device({"--bare", "sh", "-c", script}); }
+  static Outcome run(const std::string& script) { return run_device({"--bare", "sh", "-c", script}); }
 
-  Result run_kept(const std::string& script) {
+  Outcome run_kept(const std::string& script) {
     return run_device({"--bare", "--state", state_, "sh", "-c", script});
   }
 
   /// Runs `command` on the host with a copy of the program in $copy that has `service`, a shell script,
   /// beside it instead of the file system's, and `installer`, which does nothing
   /// unless told otherwise. Nothing is beside it when `service` is empty.
-  Result run_with(const std::string& service, const std::string& command,
-                  const std::string& installer = "echo >&$2; exec sleep 60") {
+  Outcome run_with(const std::string& service, const std::string& command,
+                   const std::string& installer = "echo >&$2; exec sleep 60") {
     if (!service.empty()) {
       write_script("harbix-pps", service);
       write_script("harbix-installer", installer);
@@ -76,7 +76,7 @@ TEST_F(DeviceServices, SaveWhatWasStillOpen) {
 
 TEST_F(DeviceServices, AreNotWaitedForAsTheBackgroundIs) {
   EXPECT_TRUE(can_end_within(std::chrono::seconds(4), [] {
-    const Result result = run("exit 4");
+    const Outcome result = run("exit 4");
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.errors, "");
   }));
@@ -84,13 +84,13 @@ TEST_F(DeviceServices, AreNotWaitedForAsTheBackgroundIs) {
 
 TEST_F(DeviceServices, HaveNeitherInputNorOutputOfTheCommandAndASessionOfTheirOwn) {
   const std::string service = SERVICE;
-  const Result result = run("readlink /proc/" + service + "/fd/0 /proc/" + service + "/fd/1; ps -o sid= -p " +
-                            service + " | tr -d ' '; echo " + service);
+  const Outcome result = run("readlink /proc/" + service + "/fd/0 /proc/" + service +
+                             "/fd/1; ps -o sid= -p " + service + " | tr -d ' '; echo " + service);
   EXPECT_EQ(result.output, "/dev/null\n/dev/null\n2\n2\n") << result.errors;
 }
 
 TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
-  const Result killed = run(std::string("kill -KILL ") + SERVICE + "; sleep 0.2; cat /pps/x 2>&1; exit 5");
+  const Outcome killed = run(std::string("kill -KILL ") + SERVICE + "; sleep 0.2; cat /pps/x 2>&1; exit 5");
   EXPECT_EQ(killed.status, 5);
   EXPECT_EQ(killed.output, "cat: /pps/x: Transport endpoint is not connected\n");
   // Nobody can be asked anything over /pps any more, so the installer gives up too, and stays away.
@@ -99,7 +99,7 @@ TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
       testing::UnorderedElementsAre("harbix-device: the service 'harbix-pps' was killed by signal 9",
                                     "harbix-device: the service 'harbix-installer' ended with status 0"));
   // It is busy, but taken from who serves it all the same.
-  const Result unmounted = run("umount -f /pps 2>/dev/null; sleep 0.2; exit 6");
+  const Outcome unmounted = run("umount -f /pps 2>/dev/null; sleep 0.2; exit 6");
   EXPECT_EQ(unmounted.status, 6);
   EXPECT_THAT(
       lines_of(unmounted.errors),
@@ -108,7 +108,7 @@ TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
 }
 
 TEST_F(DeviceServices, AreStartedAgainWhenTheirClientsCanWait) {
-  const Result result = run(R"sh(
+  const Outcome result = run(R"sh(
     first=$(pgrep harbix-inst)
     kill -KILL $first
     until grep -q starts:n:2 /pps/system/installer/status; do sleep 0.02; done
@@ -118,7 +118,7 @@ TEST_F(DeviceServices, AreStartedAgainWhenTheirClientsCanWait) {
 }
 
 TEST_F(DeviceServices, AreNotStartedAgainAndAgainWhenTheyCannotGetReady) {
-  const Result result =
+  const Outcome result =
       run_with("echo >&$2; exec sleep 60", "\"$copy\" --bare sleep 1; echo $?",
                "if [ -e /tmp/before ]; then exit 3; fi; : > /tmp/before; echo >&$2; sleep 0.2; exit 4");
   EXPECT_EQ(result.output, "0\n");
@@ -128,8 +128,8 @@ TEST_F(DeviceServices, AreNotStartedAgainAndAgainWhenTheyCannotGetReady) {
 }
 
 TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
-  const Result result = run_kept(std::string("echo a::1 > /pps/o; kill -STOP ") + SERVICE +
-                                 "; cat /pps/o & sleep 0.2; kill -KILL $$");
+  const Outcome result = run_kept(std::string("echo a::1 > /pps/o; kill -STOP ") + SERVICE +
+                                  "; cat /pps/o & sleep 0.2; kill -KILL $$");
   EXPECT_EQ(result.status, 128 + SIGKILL);
   // One that had to be killed would be told.
   EXPECT_EQ(result.errors, "");
@@ -137,20 +137,20 @@ TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
 }
 
 TEST_F(DeviceServices, AreKilledWhenTheyDoNotEnd) {
-  const Result result = run_with("trap '' TERM; echo >&$2; while :; do sleep 1; done",
-                                 "\"$copy\" --bare sh -c 'exit 7'; echo $?");
+  const Outcome result = run_with("trap '' TERM; echo >&$2; while :; do sleep 1; done",
+                                  "\"$copy\" --bare sh -c 'exit 7'; echo $?");
   EXPECT_EQ(result.output, "7\n");
   EXPECT_EQ(result.errors, "harbix-device: the service 'harbix-pps' did not end in time and was killed\n");
 }
 
 TEST_F(DeviceServices, ThatDoNotStartLeaveNoDevice) {
-  const Result none = run_with("", "\"$copy\" --bare echo never; echo $?");
+  const Outcome none = run_with("", "\"$copy\" --bare echo never; echo $?");
   EXPECT_EQ(none.output, "70\n");
   EXPECT_EQ(none.errors,
             "harbix-device: cannot run '/opt/harbix/bin/harbix-pps': No such file or directory\n"
             "harbix-device: the service 'harbix-pps' ended with status 127 before it was ready\n");
-  const Result failing = run_with("echo 'harbix-pps: no' >&2; exit 3",
-                                  "\"$copy\" --bare --state \"$folder/state\" echo never; echo $?");
+  const Outcome failing = run_with("echo 'harbix-pps: no' >&2; exit 3",
+                                   "\"$copy\" --bare --state \"$folder/state\" echo never; echo $?");
   EXPECT_EQ(failing.output, "70\n");
   EXPECT_EQ(
       failing.errors,
@@ -158,7 +158,7 @@ TEST_F(DeviceServices, ThatDoNotStartLeaveNoDevice) {
 }
 
 TEST_F(DeviceServices, ThatAreNotReadyYetDoNotHoldUpASignal) {
-  const Result result =
+  const Outcome result =
       run_with("exec sleep 60", "timeout --signal=TERM 1 \"$copy\" --bare echo never; echo $?");
   // What timeout says when the time was up, and it was not its own kill that was needed.
   EXPECT_EQ(result.output, "124\n");
@@ -166,14 +166,14 @@ TEST_F(DeviceServices, ThatAreNotReadyYetDoNotHoldUpASignal) {
 }
 
 TEST_F(DeviceServices, LetASignalPassThatTheCallerIgnores) {
-  const Result result = run_with(
+  const Outcome result = run_with(
       "sleep 0.5; echo >&$2; exec sleep 60",
       "trap '' HUP; \"$copy\" --bare sh -c 'echo started' & sleep 0.2; kill -HUP $!; wait $!; echo $?");
   EXPECT_EQ(result.output, "started\n0\n");
 }
 
 TEST_F(DeviceServices, NeedFuse) {
-  const Result result =
+  const Outcome result =
       run_on_host("unshare -m sh -c 'mount -t tmpfs none /dev && \"$device\" --bare echo never'");
   EXPECT_EQ(result.status, 77);
   EXPECT_EQ(result.output, "");

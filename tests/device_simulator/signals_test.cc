@@ -27,7 +27,7 @@ TEST_F(DeviceSignals, AreAnsweredByTheCommand) {
         shell("trap 'echo caught; exit 5' INT TERM HUP QUIT; echo up; while :; do sleep 0.05; done"));
     ASSERT_EQ(device.read_line(), "up");
     ASSERT_EQ(::kill(device.pid(), signal), 0);
-    const Result result = device.wait();
+    const Outcome result = device.wait();
     EXPECT_EQ(result.output, "caught\n") << signal;
     EXPECT_EQ(result.status, 5) << signal;
   }
@@ -39,7 +39,7 @@ TEST_F(DeviceSignals, EndACommandThatDoesNotCatchThem) {
     DeviceProcess device(shell("echo up; exec sleep 60"));
     ASSERT_EQ(device.read_line(), "up");
     ASSERT_EQ(::kill(device.pid(), signal), 0);
-    const Result result = device.wait();
+    const Outcome result = device.wait();
     EXPECT_EQ(result.output, "") << signal;
     EXPECT_EQ(result.status, 128 + signal);
   }
@@ -98,7 +98,7 @@ class DeviceBackground : public DeviceSignals {};
 TEST_F(DeviceBackground, HasTimeToEnd) {
   DeviceProcess device(shell("(sleep 0.5; echo finished) & echo up; exit 3"));
   ASSERT_EQ(device.read_line(), "up");
-  const Result result = device.wait();
+  const Outcome result = device.wait();
   EXPECT_EQ(result.output, "finished\n");
   EXPECT_EQ(result.status, 3);
 }

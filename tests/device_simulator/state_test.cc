@@ -18,7 +18,7 @@ class DeviceState : public testing::Test {
  protected:
   void SetUp() override { REQUIRE_ROOT(); }
 
-  Result run(const std::string& script) {
+  Outcome run(const std::string& script) {
     return run_device({"--bare", "--state", state_, "sh", "-c", script});
   }
 
@@ -27,7 +27,7 @@ class DeviceState : public testing::Test {
 };
 
 TEST_F(DeviceState, IsTheDevicesRoot) {
-  const Result result =
+  const Outcome result =
       run("echo kept > /accounts/1000/shared/a; chown media:1000_shared /accounts/1000/shared/a");
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(read_file(state_ + "/accounts/1000/shared/a"), "kept\n");
@@ -44,7 +44,7 @@ TEST_F(DeviceState, IsKeptBetweenStarts) {
 
 TEST_F(DeviceState, FillsAnEmptyFolderAndMakesItPassable) {
   ASSERT_EQ(::mkdir(state_.c_str(), 0700), 0);
-  const Result result =
+  const Outcome result =
       run("setpriv --reuid media --regid 1000_shared --clear-groups ls /accounts/1000/shared");
   EXPECT_EQ(result.status, 0) << result.errors;
 }
@@ -60,7 +60,7 @@ TEST_F(DeviceState, RefusesAFolderThatIsNoDevice) {
   ASSERT_EQ(::mkdir(state_.c_str(), 0711), 0);
   write_file(state_ + "/precious", "text");
   const std::string before = listing(folder_ / "");
-  const Result result = run_device({"--state", state_, "--log", folder_ / "log", "true"});
+  const Outcome result = run_device({"--state", state_, "--log", folder_ / "log", "true"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors, "harbix-device: '" + state_ +
                                "' is neither empty nor a device's folder; nothing was changed in it\n");
@@ -71,7 +71,7 @@ TEST_F(DeviceState, RefusesADeviceOfAnotherLayout) {
   EXPECT_EQ(run("true").status, 0);
   write_file(state_ + "/.harbix-device", "harbix-device layout 99\n");
   const std::string before = listing(state_);
-  const Result result = run("true");
+  const Outcome result = run("true");
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors,
             "harbix-device: '" + state_ + "' holds a device of another layout; nothing was changed in it\n");
@@ -81,7 +81,7 @@ TEST_F(DeviceState, RefusesADeviceOfAnotherLayout) {
 TEST_F(DeviceState, RefusesASecondDeviceWhileOneRuns) {
   DeviceProcess first({"--bare", "--state", state_, "sh", "-c", "echo up; exec sleep 60"});
   ASSERT_EQ(first.read_line(), "up");
-  const Result second = run("echo never");
+  const Outcome second = run("echo never");
   EXPECT_EQ(second.status, 70);
   EXPECT_EQ(second.output, "");
   EXPECT_EQ(second.errors, "harbix-device: a device is running in '" + state_ + "' already\n");
@@ -101,21 +101,21 @@ TEST_F(DeviceState, IsFilledAnewWhenItsFillingWasCutShort) {
   ASSERT_EQ(::mkdir(state_.c_str(), 0755), 0);
   write_file(state_ + "/.harbix-device", "harbix-device is being filled\n");
   write_file(state_ + "/half", "done");
-  const Result result = run("test -e /half || echo fresh");
+  const Outcome result = run("test -e /half || echo fresh");
   EXPECT_EQ(result.output, "fresh\n") << result.errors;
   EXPECT_EQ(read_file(state_ + "/.harbix-device"), "harbix-device layout 1\n");
 }
 
 TEST_F(DeviceState, RefusesAPathThatIsNoFolder) {
   write_file(state_, "text");
-  const Result result = run("true");
+  const Outcome result = run("true");
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors, "harbix-device: cannot open the folder '" + state_ + "': Not a directory\n");
   EXPECT_EQ(read_file(state_), "text");
 }
 
 TEST_F(DeviceState, RefusesAFolderThatCannotBeMade) {
-  const Result result = run_device({"--state", "/no/such/parent", "true"});
+  const Outcome result = run_device({"--state", "/no/such/parent", "true"});
   EXPECT_EQ(result.status, 70);
   EXPECT_EQ(result.errors,
             "harbix-device: cannot create the folder '/no/such/parent': No such file or directory\n");
@@ -123,7 +123,7 @@ TEST_F(DeviceState, RefusesAFolderThatCannotBeMade) {
 
 TEST_F(DeviceState, LeavesNothingWhenTheDiskIsFull) {
   // The mount is in a namespace of the shell's own, and goes with it.
-  const Result result = run_on_host(
+  const Outcome result = run_on_host(
       "unshare -m sh -c 'mount -t tmpfs -o size=1m none \"$folder\" && mkdir \"$folder/there\" && "
       "{ \"$device\" --state \"$folder/new\" true; echo $?; \"$device\" --state \"$folder/there\" true; echo "
       "$?; find "

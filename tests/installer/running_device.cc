@@ -8,31 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <system_error>
 
 namespace harbix::test {
-namespace {
-
-struct CommandCloser {
-  // What a script could not do shows in its output.
-  void operator()(FILE* command) const noexcept { static_cast<void>(::pclose(command)); }
-};
-
-std::string run_here(const std::string& script) {
-  const std::unique_ptr<FILE, CommandCloser> command(::popen(("{ " + script + "\n} 2>&1").c_str(), "re"));
-  if (!command) throw std::system_error(errno, std::generic_category(), "no shell");
-  std::string output;
-  for (int byte = std::fgetc(command.get()); byte != EOF; byte = std::fgetc(command.get())) {
-    output += static_cast<char>(byte);
-  }
-  return output;
-}
-
-}  // namespace
 
 void RunningDevice::SetUp() {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can start a device";
@@ -51,7 +31,7 @@ void RunningDevice::start() {
 
 void RunningDevice::stop() {
   ASSERT_EQ(::kill(device_->pid(), SIGTERM), 0);
-  const Result result = device_->wait();
+  const Outcome result = device_->wait();
   EXPECT_EQ(result.status, 128 + SIGTERM);
   EXPECT_EQ(result.errors, expected_errors_);
   device_.reset();
@@ -88,7 +68,7 @@ std::string RunningDevice::inside(const std::function<std::string()>& work) cons
 }
 
 std::string RunningDevice::shell(const std::string& script) const {
-  return inside([&] { return run_here(script); });
+  return inside([&] { return run_program({"sh", "-c", "{ " + script + "\n} 2>&1"}).output; });
 }
 
 std::unique_ptr<Process> RunningDevice::beside(const std::function<void()>& work) const {

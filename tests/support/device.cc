@@ -43,8 +43,6 @@ unsigned find_id(const stdfs::path& file, const std::string& name) {
 
 }  // namespace
 
-std::string LogLine::message() const { return text.substr(text.find(':') + 1); }
-
 Device::Device() : folder_(new_folder()) {
   if (const Outcome outcome = run({"true"}); outcome.status != 0) {
     throw std::runtime_error("no simulated device: " + outcome.errors);
@@ -123,7 +121,8 @@ std::vector<LogLine> Device::log() const {
   for (std::string line; std::getline(stream, line);) {
     const std::size_t tag = line.find("harbix[");
     if (!line.starts_with('<') || tag == std::string::npos) continue;
-    lines.push_back({.priority = std::stoi(line.substr(1)) & SEVERITY_MASK, .text = line.substr(tag)});
+    lines.push_back(
+        {.code = 0, .severity = std::stoi(line.substr(1)) & SEVERITY_MASK, .text = line.substr(tag)});
   }
   return lines;
 }
@@ -131,7 +130,7 @@ std::vector<LogLine> Device::log() const {
 std::vector<std::string> Device::logged(int priority) const {
   std::vector<std::string> messages;
   for (const LogLine& line : log()) {
-    if (line.priority == priority) messages.push_back(line.message());
+    if (line.severity == priority) messages.push_back(line.message());
   }
   return messages;
 }

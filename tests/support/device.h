@@ -6,19 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/log_line.h"
 #include "tests/support/program.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
-
-/// A line of the system log.
-struct LogLine {
-  int priority = 0;  ///< syslog severity: 3 error, 4 warning, 5 notice, 6 info, 7 debug
-  std::string text;  ///< from "harbix[" on
-
-  /// What follows the tag and its colon.
-  [[nodiscard]] std::string message() const;
-};
 
 /// A simulated device of a test's own, without sample content, in a temporary folder that goes with it. Its
 /// files can be looked at and changed from outside; programs run inside.

@@ -28,11 +28,6 @@ constexpr int SIGNAL_STATUS = 128;
   throw std::system_error(error, std::generic_category(), what);
 }
 
-struct CommandCloser {
-  // The status is asked for by whoever closes in time.
-  void operator()(FILE* command) const noexcept { static_cast<void>(::pclose(command)); }
-};
-
 int exit_status(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
 }
@@ -119,15 +114,7 @@ int MountedPps::wait_for_end() {
 bool MountedPps::unmount() const { return ::umount2(mount().c_str(), MNT_DETACH) == 0; }
 
 Outcome MountedPps::shell(const std::string& command) const {
-  const std::string line = "cd '" + mount() + "' && { " + command + "\n} 2>&1";
-  std::unique_ptr<FILE, CommandCloser> running(::popen(line.c_str(), "re"));
-  if (!running) refuse("cannot run a shell");
-  Outcome outcome{};
-  for (int byte = std::fgetc(running.get()); byte != EOF; byte = std::fgetc(running.get())) {
-    outcome.output += static_cast<char>(byte);
-  }
-  outcome.status = exit_status(::pclose(running.release()));
-  return outcome;
+  return run_program({"sh", "-c", "cd '" + mount() + "' && { " + command + "\n} 2>&1"});
 }
 
 std::string MountedPps::run(const std::string& command) const {

@@ -8,14 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/pps_client.h"
+#include "tests/support/program.h"
 
 namespace harbix::test {
-
-/// How a command of the shell ended, and what it wrote to both outputs.
-struct Outcome {
-  int status;
-  std::string output;
-};
 
 /// The program, mounted in a mount namespace of the test's own, with a store, in a private folder. Needs root
 /// and /dev/fuse: a test that cannot mount fails.
@@ -48,7 +43,7 @@ class MountedPps : public testing::Test {
   [[nodiscard]] std::string mount() const { return folder_ + "/mount"; }
   [[nodiscard]] std::string store() const { return folder_ + "/store"; }
 
-  /// Runs a command of the shell in the mounted root.
+  /// Runs a command of the shell in the mounted root; its errors are among its output.
   [[nodiscard]] Outcome shell(const std::string& command) const;
   /// The same; the command must succeed. @return its output.
   // NOLINTNEXTLINE(modernize-use-nodiscard): often run for its effect

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,15 +11,16 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
-#include <stdexcept>
 #include <system_error>
-
-#include "base/file_descriptor.h"
+#include <utility>
 
 namespace harbix::test {
 namespace {
 
 using base::FileDescriptor;
+
+constexpr int CANNOT_PREPARE = 98;
+constexpr int CANNOT_RUN = 127;
 
 struct Pipe {
   FileDescriptor read_end;
@@ -35,43 +35,39 @@ Pipe make_pipe() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-class FileActions {
- public:
-  FileActions() {
-    if (::posix_spawn_file_actions_init(&actions_) != 0) fail("posix_spawn_file_actions_init");
+/// A shell that runs the tests in its background has them ignore SIGINT and SIGQUIT, and so would the
+/// program.
+void reset_signals() {
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) {
+    if (std::signal(signal, SIG_DFL) == SIG_ERR) ::_exit(CANNOT_PREPARE);
   }
-  ~FileActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  FileActions(FileActions&&) = delete;
-  FileActions& operator=(FileActions&&) = delete;
+}
 
-  void redirect(const FileDescriptor& from, int to) {
-    if (::posix_spawn_file_actions_adddup2(&actions_, from.get(), to) != 0)
-      fail("posix_spawn_file_actions_adddup2");
+/// Runs a command in place of this process, a child between fork and exec.
+[[noreturn]] void execute(const std::vector<char*>& arguments, const Pipe& input, const Pipe& output,
+                          const Pipe& errors, void (*setup)()) {
+  if (::dup2(input.read_end.get(), STDIN_FILENO) == -1 ||
+      ::dup2(output.write_end.get(), STDOUT_FILENO) == -1 ||
+      ::dup2(errors.write_end.get(), STDERR_FILENO) == -1) {
+    ::_exit(CANNOT_PREPARE);
   }
-  [[nodiscard]] const posix_spawn_file_actions_t* get() const { return &actions_; }
+  reset_signals();
+  if (setup != nullptr) setup();
+  ::execvp(arguments.front(), arguments.data());
+  ::_exit(CANNOT_RUN);
+}
+
+/// A program that does not read its input must not end the test.
+class IgnoredPipeSignal {
+ public:
+  IgnoredPipeSignal() : saved_(std::signal(SIGPIPE, SIG_IGN)) {}
+  ~IgnoredPipeSignal() { static_cast<void>(std::signal(SIGPIPE, saved_)); }
+  IgnoredPipeSignal(const IgnoredPipeSignal&) = delete;
+  IgnoredPipeSignal& operator=(const IgnoredPipeSignal&) = delete;
 
  private:
-  posix_spawn_file_actions_t actions_{};
+  void (*saved_)(int);
 };
-
-pid_t spawn(const std::vector<std::string>& command, const Pipe& input, const Pipe& output,
-            const Pipe& errors) {
-  FileActions actions;
-  actions.redirect(input.read_end, STDIN_FILENO);
-  actions.redirect(output.write_end, STDOUT_FILENO);
-  actions.redirect(errors.write_end, STDERR_FILENO);
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  // posix_spawn does not write through these.
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  pid_t child = -1;
-  errno = ::posix_spawnp(&child, arguments[0], actions.get(), nullptr, arguments.data(), environ);
-  if (errno != 0) fail(command.front().c_str());
-  return child;
-}
 
 /// Reads what is there; false at the end.
 bool drain(const FileDescriptor& from, std::string& into) {
@@ -81,33 +77,16 @@ bool drain(const FileDescriptor& from, std::string& into) {
   return count > 0 || (count == -1 && errno == EINTR);
 }
 
-/// Feeds and reads the child until it has closed both of its streams.
-void exchange(Pipe& input, Pipe& output, Pipe& errors, std::string rest, Outcome& outcome) {
-  if (::fcntl(input.write_end.get(), F_SETFL, O_NONBLOCK) == -1) fail("fcntl");
-  while (output.read_end || errors.read_end) {
-    if (rest.empty()) input.write_end.close();
-    std::array<::pollfd, 3> wanted{{{output.read_end.get(), POLLIN, 0},
-                                    {errors.read_end.get(), POLLIN, 0},
-                                    {input.write_end.get(), POLLOUT, 0}}};
-    if (::poll(wanted.data(), wanted.size(), -1) == -1 && errno != EINTR) fail("poll");
-    if (wanted[0].revents != 0 && !drain(output.read_end, outcome.output)) output.read_end.close();
-    if (wanted[1].revents != 0 && !drain(errors.read_end, outcome.errors)) errors.read_end.close();
-    if (wanted[2].revents == 0) continue;
-    const ssize_t count = ::write(input.write_end.get(), rest.data(), rest.size());
-    if (count >= 0) {
-      rest.erase(0, static_cast<std::size_t>(count));
-    } else if (errno != EAGAIN && errno != EINTR) {
-      rest.clear();  // the child reads no more
-    }
+/// Writes what finds room, and closes the input when nothing is left or the program reads no more.
+void feed(FileDescriptor& input, std::string& rest) {
+  const IgnoredPipeSignal guard;
+  const ssize_t count = ::write(input.get(), rest.data(), rest.size());
+  if (count >= 0) {
+    rest.erase(0, static_cast<std::size_t>(count));
+  } else if (errno != EAGAIN && errno != EINTR) {
+    rest.clear();
   }
-}
-
-int wait_for(pid_t child) {
-  int status = 0;
-  while (::waitpid(child, &status, 0) == -1) {
-    if (errno != EINTR) fail("waitpid");
-  }
-  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  if (rest.empty()) input.close();
 }
 
 int run_body(const std::function<void()>& body) {
@@ -121,20 +100,61 @@ int run_body(const std::function<void()>& body) {
 
 }  // namespace
 
-Outcome run_program(const std::vector<std::string>& command, const std::string& input) {
-  // A child that does not read its input must not end the test.
-  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+Program::Program(const std::vector<std::string>& command, std::string input, void (*setup)())
+    : unread_(std::move(input)) {
   Pipe to_child = make_pipe();
   Pipe output = make_pipe();
   Pipe errors = make_pipe();
-  const pid_t child = spawn(command, to_child, output, errors);
+  std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
+  // exec does not write through these.
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  pid_ = ::fork();
+  if (pid_ == -1) fail("fork");
+  if (pid_ == 0) execute(arguments, to_child, output, errors, setup);
+  input_ = std::move(to_child.write_end);
+  output_ = std::move(output.read_end);
+  errors_ = std::move(errors.read_end);
   to_child.read_end.close();
-  output.write_end.close();
-  errors.write_end.close();
+  if (::fcntl(input_.get(), F_SETFL, O_NONBLOCK) == -1) fail("fcntl");
+  feed(input_, unread_);
+}
+
+Program::~Program() {
+  if (pid_ == -1) return;
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+std::string Program::read_line() {
+  std::string line;
+  char character = 0;
+  while (::read(output_.get(), &character, 1) == 1 && character != '\n') line += character;
+  return line;
+}
+
+Outcome Program::wait() {
   Outcome outcome;
-  exchange(to_child, output, errors, input, outcome);
-  outcome.status = wait_for(child);
+  while (output_ || errors_) {
+    std::array<::pollfd, 3> wanted{
+        {{output_.get(), POLLIN, 0}, {errors_.get(), POLLIN, 0}, {input_.get(), POLLOUT, 0}}};
+    if (::poll(wanted.data(), wanted.size(), -1) == -1 && errno != EINTR) fail("poll");
+    if (wanted[0].revents != 0 && !drain(output_, outcome.output)) output_.close();
+    if (wanted[1].revents != 0 && !drain(errors_, outcome.errors)) errors_.close();
+    if (wanted[2].revents != 0) feed(input_, unread_);
+  }
+  int status = 0;
+  while (::waitpid(pid_, &status, 0) == -1) {
+    if (errno != EINTR) fail("waitpid");
+  }
+  pid_ = -1;
+  outcome.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
   return outcome;
+}
+
+Outcome run_program(const std::vector<std::string>& command, const std::string& input) {
+  return Program(command, input).wait();
 }
 
 ::testing::AssertionResult passes_in_child(const std::function<void()>& body) {

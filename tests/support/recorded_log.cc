@@ -37,8 +37,6 @@ int slogf(int code, int severity, const char* format, ...) noexcept {
 
 namespace harbix::test {
 
-std::string LogLine::message() const { return text.substr(text.find(':') + 1); }
-
 RecordedLog::RecordedLog(int level) {
   diagnostics::set_level(level);
   clear();

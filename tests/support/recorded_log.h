@@ -3,17 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/log_line.h"
+
 namespace harbix::test {
-
-/// One line as it was handed to the system's logger.
-struct LogLine {
-  int code = 0;
-  int severity = 0;
-  std::string text;  ///< "PROGRAM[PID]:MESSAGE"
-
-  /// What follows the first ':'.
-  [[nodiscard]] std::string message() const;
-};
 
 /// Keeps what is logged instead of sending it, at a debug level of its own, until the end of the scope; then
 /// the level is 1 again. Executables that link recorded_log.cc never send anything to the system log.
