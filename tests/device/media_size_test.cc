@@ -220,7 +220,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryChangesMeanwhile) {
   const Outcome outcome = device_.shell(
       "export ASAN_OPTIONS=verify_asan_link_order=0 HARBIX_ACT_AT=open HARBIX_ACT_NTH=1 HARBIX_ACT_PATH=" +
       std::string(LIBRARY) + " HARBIX_ACT_COMMAND='touch -d 2001-01-01 " + LIBRARY +
-      " && touch /tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libacting_calls.so exec harbix -s media");
+      " && touch /tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libfailing_calls.so exec harbix -s media");
   ASSERT_TRUE(device_.exists("/tmp/acted"));
   EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
   EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
