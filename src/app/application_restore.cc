@@ -206,7 +206,6 @@ void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const 
   const fs::Path name = all_data.relative(data);
   StagedData staged(all_data, name, {.user = owner_, .group = group});
   if (!make_room(all_data, data, needed)) return;
-  report::progress("REMOVE_DIR ", data);
   extraction.extract(owner_, group, staged.folder());
   const bool is_empty = !staged.folder().holds(name);
   const bool is_worth_it = extraction.is_on_disk() && (!is_empty || extraction.is_complete());
@@ -218,6 +217,7 @@ void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const 
     fs::Folder made = staged.folder();
     apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, made, name);
   }
+  if (all_data.holds(name)) report::progress("REMOVE_DIR ", data);
   staged.take_place();
 }
 
@@ -231,6 +231,7 @@ bool ApplicationRestore::make_room(fs::Folder& all_data, const fs::Path& data, s
          " bytes, and there is room for " + std::to_string(room) + ": the old data stays");
     return false;
   }
+  report::progress("REMOVE_DIR ", data);
   fs::remove_tree(all_data, name);
   return true;
 }

@@ -86,13 +86,13 @@ void archive_selection(ArchiveWriter& writer, const ApplicationSelection& select
 
 /// Takes out, and reports, what a restore would refuse by its names.
 void leave_out_unrestorable(std::vector<RegisteredApplication>& applications, Completeness& completeness) {
-  const auto left_out = std::ranges::stable_partition(applications, has_restorable_names);
-  for (const RegisteredApplication& one : left_out) {
+  std::erase_if(applications, [&completeness](const RegisteredApplication& one) {
+    if (has_restorable_names(one)) return false;
     completeness.note_missing();
     report::error("The application '" + one.id + "' (package '" + one.dir +
                   "') is left out: no restore would take these names");
-  }
-  applications.erase(left_out.begin(), left_out.end());
+    return true;
+  });
 }
 
 }  // namespace

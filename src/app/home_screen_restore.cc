@@ -88,13 +88,15 @@ void remove_navigator_data() {
 }
 
 void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
-                            Completeness& completeness) {
+                            OldData old_data, Completeness& completeness) {
   const fs::Path folder = data_folder(places::NAVIGATOR);
   ComponentRestore component(reader, folder, user, NAVIGATOR_MASK, completeness);
   PackageEntries entries(reader, package.records(), package.name(), folder);
   if (!entries.is_readable()) return;
-  remove_navigator_data();
-  std::cerr << "Navigator data removed\n";
+  if (old_data == OldData::REMOVED) {
+    remove_navigator_data();
+    std::cerr << "Navigator data removed\n";
+  }
   while (const std::optional<PackageEntries::Match> match = entries.next()) {
     const fs::Path& path = package.records()[match->position].path;
     std::cerr << "Restoring: " << path << '\n' << path << '\n';
@@ -139,7 +141,7 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
 }  // namespace
 
 void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
-                         Completeness& completeness) {
+                         OldData old_data, Completeness& completeness) {
   if (package.records().empty()) return;
   std::cerr << "Processing: " << package.metadata_name() << '\n';
   if (package.has_kind(places::OBJECT_KIND)) {
@@ -151,7 +153,7 @@ void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& packag
   const bool is_data = package.has_kind(places::DATA_KIND);
   if (is_data && package.package() == places::NAVIGATOR) {
     std::cerr << "navigator data: " << package.metadata_name() << '\n';
-    restore_navigator_data(reader, package, user, completeness);
+    restore_navigator_data(reader, package, user, old_data, completeness);
   } else if (is_data && package.package() == places::SYSTEM_TRAY) {
     std::cerr << "systray data: " << package.metadata_name() << '\n';
     restore_system_tray_data(reader, package, user, completeness);

@@ -45,7 +45,11 @@ class AppRestore {
   [[nodiscard]] bool begins_well() const { return completeness_.is_complete() && next_ && next_->is_known(); }
 
   [[nodiscard]] Completeness& completeness() noexcept { return completeness_; }
-  void keep_installed() noexcept { applications_.keep_installed(); }
+  /// From here on, removes nothing that is there to make place for what the archive holds in pieces.
+  void keep_installed() noexcept {
+    applications_.keep_installed();
+    old_data_ = OldData::KEPT;
+  }
 
   /// @return whether every package was one that can be restored.
   bool run() {
@@ -96,7 +100,7 @@ class AppRestore {
       std::cerr << "HMI component (" << package.package() << ")\n";
       if (!is_home_screen_stopped_) stop_home_screen();
       is_home_screen_stopped_ = true;
-      restore_home_screen(reader_, package, owner_, completeness_);
+      restore_home_screen(reader_, package, owner_, old_data_, completeness_);
     } else if (package.is_of_kind(places::BINARY_KIND)) {
       applications_.restore_binaries(package);
     } else if (package.is_of_kind(places::DATA_KIND)) {
@@ -114,6 +118,7 @@ class AppRestore {
   Completeness completeness_;
   ApplicationRestore applications_;
   std::optional<ApplicationPackage> next_;
+  OldData old_data_ = OldData::REMOVED;
   bool is_home_screen_stopped_ = false;
 };
 

@@ -35,7 +35,7 @@ inline constexpr char REGISTERED_APPLICATIONS[] = "/pps/system/installer/registe
 enum class MustExist { NO, YES };
 
 /// Reads the list, in the object's order. Lines of the Android runtime are left out; a line that does not fit
-/// costs itself and a warning on standard error.
+/// is skipped with a warning on standard error.
 /// @return false, with a message on standard error, when the object cannot be read.
 [[nodiscard]] bool read_registered_applications(std::vector<RegisteredApplication>& applications);
 

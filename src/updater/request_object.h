@@ -31,7 +31,7 @@ class InterruptedRequest {
 /// request there and the response back. Gone when this is, and when a signal ends the process before.
 class RequestObject {
  public:
-  /// Creates an object that nobody else uses.
+  /// Creates an object under a name that no other process uses.
   /// @throws fs::Exception "Failed to create file 'PATH' "
   RequestObject();
   ~RequestObject();

@@ -30,7 +30,7 @@ std::string restore(const std::string& name, meta::Manifest records, const TarBu
   const ApplicationPackage package({name + "/.backup.metadata", std::move(records)});
   const CapturedOutput errors(STDERR_FILENO);
   harbix::Completeness completeness;
-  harbix::restore_home_screen(reader, package, APPS_USER, completeness);
+  harbix::restore_home_screen(reader, package, APPS_USER, harbix::OldData::REMOVED, completeness);
   return errors.text();
 }
 

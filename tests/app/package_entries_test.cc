@@ -130,7 +130,7 @@ TEST_F(PackageEntriesTest, BelongToTheRecordOfTheirName) {
     const CapturedOutput errors(STDERR_FILENO);
     EXPECT_EQ(pair(reader, records_of(row.records)), row.pairs) << what;
     EXPECT_EQ(errors.text(), row.errors) << what;
-    // What follows the package is still there for whoever looks for the next one.
+    // What follows the package is still there when the next package is looked for.
     EXPECT_EQ(reader.names(), (Texts{next})) << what;
   }
 }

@@ -300,7 +300,8 @@ TEST_F(AppRestoreTest, FailsWhereTheArchiveIsDamagedAfterAPackage) {
     add_data(archive, "p", "a");
     const Restored restored = restore_bytes(archive.truncated_text());
     EXPECT_EQ(restored.status, 1);
-    EXPECT_EQ(restored.errors.find("Error: The archive is damaged, so that no application is uninstalled: "), 0U)
+    EXPECT_EQ(restored.errors.find("Error: The archive is damaged, so that no application is uninstalled: "),
+              0U)
         << restored.errors;
     EXPECT_EQ(count_of(restored.errors, NOT_INSTALLED), 1U) << restored.errors;
     EXPECT_EQ(count_of(restored.errors, "\nError: "), 1U) << restored.errors;

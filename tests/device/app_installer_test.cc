@@ -226,7 +226,7 @@ TEST_F(AppInstaller, IsLeftNoRequestByARunThatIsInterrupted) {
   // Refused, so that every run finds the application to ask about.
   device_.ask_faults({"delay_ms::3000", "refuse::uninstall"});
   for (const Row& row : {Row{"TERM", "143", true}, Row{"INT", "130", true}, Row{"HUP", "129", true},
-                         // Against which nobody can do anything: the check sees what is left.
+                         // No program can prevent this one: the check sees what is left.
                          Row{"KILL", "137", false}}) {
     for (const char* command : {"-f /tmp/out.tar app", "-r -f /tmp/in.tar app"}) {
       const Outcome outcome = device_.run({"bash", "-c", SCRIPT, command, row.signal});

@@ -210,6 +210,16 @@ TEST_F(HomeScreen, NavigatorDataStaysWhereTheArchiveCannotBeReadAnyFurther) {
   }
 }
 
+TEST_F(HomeScreen, NavigatorDataIsRestoredBesideTheOldFromADamagedFile) {
+  add(NAVIGATOR + "/data/old", "old", 0600);
+  const std::string package = navigator().file("data/new", "new").file("data/last", "last").text();
+  device_.write("/tmp/a.tar", package.substr(0, package.size() - 512));
+  const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/a.tar", "app"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(device_.read(NAVIGATOR + "/data/old"), "old");
+  EXPECT_EQ(device_.read(NAVIGATOR + "/data/new"), "new");
+}
+
 TEST_F(HomeScreen, PackageWithoutRecordsChangesNothing) {
   ASSERT_EQ(restore({navigator(), tray(), objects()}).status, 0);
   EXPECT_EQ(device_.read(NAVIGATOR + "/data/state"), "old");

@@ -115,7 +115,7 @@ TEST_F(InstallerExchange, TriesTheNextNameWhereAnObjectExists) {
 TEST_F(InstallerExchange, LeavesNoObjectWhenASignalEndsTheClient) {
   EXPECT_TRUE(on_the_device([] {
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-      // Nobody serves: it sleeps in its read.
+      // No installer answers: the client sleeps in its read.
       Process client([] {
         ActionQuery("/apps/a").exchange();
         return 0;

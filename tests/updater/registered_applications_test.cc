@@ -188,7 +188,7 @@ TEST_F(RegisteredApplicationList, HasTheObjectsLinesInTheirOrder) {
         {"@.all\n@a\na::a.dir,1.0,source::s\n@b::b.dir,1.0,source::s\n", "a a.dir 1.0 s\n", ""},
         {"@.all\na::same,1.0,source::s\nb::same,2.0,source::t\na::same,1.0,source::s\n",
          "a same 1.0 s\nb same 2.0 t\na same 1.0 s\n", ""},
-        // A line that does not fit costs itself.
+        // A line that does not fit is skipped.
         {"@.all\na::a.dir,1.0,source::s\nnoise\n\nb:n:1,2,3\nc::c.dir,1.0,source::s\n",
          "a a.dir 1.0 s\nc c.dir 1.0 s\n",
          "Warning: Malformed PPS attribute line: 'noise'\n"
