@@ -19,7 +19,7 @@ constexpr std::size_t CHUNK_SIZE = 4096;
 // Beyond every real device, and below what a sparse entry can claim to be.
 constexpr std::size_t LARGEST_MANIFEST = std::size_t{256} << 20;
 
-meta::Manifest read_manifest(ArchiveReader& reader) {
+meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
   std::stringstream text;
   std::array<char, CHUNK_SIZE> chunk{};
   std::size_t total = 0;
@@ -30,8 +30,10 @@ meta::Manifest read_manifest(ArchiveReader& reader) {
     total += static_cast<std::size_t>(count);
     if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
     text.write(chunk.data(), count);
+    names.add({chunk.data(), static_cast<std::size_t>(count)});
     has_null = has_null || std::memchr(chunk.data(), '\0', static_cast<std::size_t>(count)) != nullptr;
   }
+  names.finish();
   // No name has one, and what is behind it would be judged here and not be seen by the system.
   if (has_null) throw meta::malformed_manifest("Manifest with a null byte");
   return meta::parse(text);
@@ -77,7 +79,8 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
     const std::optional<fs::Path> name = reader.entry().name();
     if (!name) throw std::runtime_error("Error pathname");
     if (last_component(name->text()) == entry_name && reader.entry().begins_package()) {
-      Package package{name->text(), read_manifest(reader)};
+      Package package{.entry_name = name->text(), .manifest = {}, .names = {}};
+      package.manifest = read_manifest(reader, package.names);
       // Half a manifest describes another package.
       require_no_error(reader);
       return package;
@@ -85,6 +88,21 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
     if (others == OtherEntries::REFUSE) throw std::runtime_error("Not meta file: " + name->text());
     reader.skip(reader.entry());
   }
+}
+
+RecordNames read_record_names(ArchiveReader& reader) {
+  RecordNames names;
+  std::array<char, CHUNK_SIZE> chunk{};
+  std::size_t total = 0;
+  for (;;) {
+    const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
+    if (count <= 0) break;
+    total += static_cast<std::size_t>(count);
+    if (total > LARGEST_MANIFEST) return {};
+    names.add({chunk.data(), static_cast<std::size_t>(count)});
+  }
+  names.finish();
+  return names;
 }
 
 }  // namespace harbix

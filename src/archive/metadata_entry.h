@@ -5,6 +5,7 @@
 #include "archive/manifest.h"
 #include "archive/package_name.h"
 #include "archive/reader.h"
+#include "archive/record_names.h"
 #include "archive/writer.h"
 
 namespace harbix {
@@ -22,6 +23,7 @@ enum class OtherEntries { REFUSE, SKIP };
 struct Package {
   std::string entry_name;  ///< of the metadata entry, in full
   meta::Manifest manifest;
+  RecordNames names;  ///< of media and settings
 };
 
 /// Reads on to the next metadata entry of the reader's section, and its manifest; nothing when there is none
@@ -32,5 +34,9 @@ struct Package {
 /// with a null byte.
 [[nodiscard]] std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
                                                    OtherEntries others);
+
+/// Reads the names that the current entry lists, a metadata entry of media. Damage is left for the next
+/// header to show, and a text of more than 256 MiB lists nothing.
+[[nodiscard]] RecordNames read_record_names(ArchiveReader& reader);
 
 }  // namespace harbix

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <functional>
+#include <iostream>
+
+#include "base/log.h"
 
 namespace harbix {
 namespace {
@@ -9,6 +12,13 @@ namespace {
 constexpr std::string_view BEGINNING = "File: ";
 constexpr std::string_view NEXT = "\nFile: ";
 constexpr std::string_view END = "\n\n";
+
+/// Whether a header has room for a name, which its checksum covers then.
+bool fits_header(std::string_view name) {
+  constexpr std::size_t ROOM = 100;
+  return name.size() <= ROOM &&
+         std::ranges::all_of(name, [](char each) { return static_cast<unsigned char>(each) < 0x80; });
+}
 
 std::uint64_t hash_of(std::string_view path) { return std::hash<std::string_view>()(path); }
 
@@ -35,6 +45,17 @@ void RecordNames::finish() {
 
 bool RecordNames::holds(const fs::Path& path) const {
   return std::ranges::binary_search(hashes_, hash_of(path.text()));
+}
+
+bool RecordNames::contradicts(const fs::Path& entry_name, const fs::Path& path) const {
+  if (empty() || fits_header(entry_name.text()) || holds(path)) return false;
+  // A path that spells the beginning of a record is two records in the manifest.
+  return path.text().find(NEXT) == std::string::npos;
+}
+
+void report_strange_name(const fs::Path& name) {
+  diagnostics::line(1, "'%s' is not in the list of its package", name.c_str());
+  std::cerr << "Warning: " << name << ": not in the list of its package\n";
 }
 
 void RecordNames::take(std::string_view record) {

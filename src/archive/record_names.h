@@ -28,11 +28,19 @@ class RecordNames {
   /// Whether a record has this path.
   [[nodiscard]] bool holds(const fs::Path& path) const;
 
+  /// Whether an entry has a name that may have changed in the archive: one that no checksum covers, and whose
+  /// path no record has. A manifest without records contradicts nothing.
+  [[nodiscard]] bool contradicts(const fs::Path& entry_name, const fs::Path& path) const;
+
  private:
   void take(std::string_view record);
 
   std::string rest_;                   ///< what follows the last record that is known to be whole
   std::vector<std::uint64_t> hashes_;  ///< of the paths; in order when the text has ended
 };
+
+/// Reports an entry whose name may have changed: "Warning: NAME: not in the list of its package" on standard
+/// error, and in the log at level 1.
+void report_strange_name(const fs::Path& name);
 
 }  // namespace harbix

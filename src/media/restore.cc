@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "archive/extraction.h"
-#include "archive/manifest.h"
+#include "archive/metadata_entry.h"
 #include "base/domains.h"
 #include "base/log.h"
 #include "base/report.h"
@@ -106,7 +106,7 @@ class MediaRestore {
 
   void restore(const EntryView& entry, const fs::Path& name) {
     if (entry.begins_package()) {
-      reader_.skip(entry);
+      names_ = read_record_names(reader_);
     } else if (name.text().starts_with(places::DTM_PREFIX)) {
       restore_dtm(entry, name);
     } else {
@@ -116,7 +116,9 @@ class MediaRestore {
 
   void restore_dtm(const EntryView& entry, const fs::Path& name) {
     enter(Place::DTM);
-    const fs::Path target = fs::Path("./") / name.relative_to(places::DTM_PREFIX);
+    const fs::Path below = name.relative_to(places::DTM_PREFIX);
+    check_name(name, below);
+    const fs::Path target = fs::Path("./") / below;
     if (!entry.is_restorable()) {
       skip(entry, target);
       return;
@@ -158,14 +160,22 @@ class MediaRestore {
   }
 
   /// Where an entry goes, relative to the shared media.
-  [[nodiscard]] fs::Path media_target(const fs::Path& name) const {
+  [[nodiscard]] fs::Path media_target(const fs::Path& name) {
     const fs::Path below = fs::name_below(name, places::MEDIA_PREFIX);
+    check_name(name, below);
     fs::Path folder("./");
     if (is_relocated(name.dirname())) {
       folder = places::LOST_AND_FOUND;
       std::cerr << "Relocating: " << name << " to: " << folder << '\n';
     }
     return folder / below;
+  }
+
+  /// An item under a name that is not its own comes back all the same.
+  void check_name(const fs::Path& name, const fs::Path& below) {
+    if (!names_.contradicts(name, below)) return;
+    report_strange_name(name);
+    completeness_.note_missing();
   }
 
   [[nodiscard]] bool is_relocated(const fs::Path& parent) const {
@@ -196,6 +206,7 @@ class MediaRestore {
   ArchiveReader& reader_;
   Completeness& completeness_;
   std::vector<fs::Path> relocated_{places::BOOKMARKS_PREFIX};
+  RecordNames names_;  ///< of the package at hand
   std::optional<Extraction> area_;
   Place place_ = Place::NONE;
 };

@@ -51,7 +51,7 @@ class SettingsRestore {
         break;
       }
       if (verbose) report_space(*package);
-      if (reader_.error_number() == 0) restore_entries();
+      if (reader_.error_number() == 0) restore_entries(package->names);
     }
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
@@ -67,7 +67,7 @@ class SettingsRestore {
 
   /// Restores up to the next package or the end of the section. The records are not counted on: names with
   /// line ends can make more or fewer of them than there are entries.
-  void restore_entries() {
+  void restore_entries(const RecordNames& names) {
     while (const std::optional<EntryView> entry = reader_.next_header()) {
       const std::optional<fs::Path> name = entry->name();
       if (!name) {
@@ -78,9 +78,20 @@ class SettingsRestore {
         reader_.hold_back();
         return;
       } else {
+        check_name(*name, names);
         restore_one(*entry, *name);
       }
     }
+  }
+
+  /// An item under a name that is not its own is most often refused, and would be missing unseen.
+  void check_name(const fs::Path& name, const RecordNames& names) {
+    const fs::Path prefix(places::SETTINGS_PREFIX);
+    if (!name.is_inside(prefix) ||
+        !names.contradicts(name, fs::Path(places::ROOT) / name.relative_to(prefix)))
+      return;
+    report_strange_name(name);
+    completeness_.note_missing();
   }
 
   void restore_one(const EntryView& entry, const fs::Path& name) {

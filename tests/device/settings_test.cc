@@ -338,14 +338,27 @@ TEST_F(Settings, AreNotBackedUpOrRestoredWhereAScriptCannotBeStarted) {
   }
 }
 
-TEST_F(Settings, LeaveStandardInputToTheRun) {
-  device_.write("/accounts/1000/settings/a", std::string(std::size_t{1} << 20, 'a'));
+TEST_F(Settings, WithAChangedByteInALongNameAreNeverASuccess) {
+  const std::string name = "/accounts/1000/settings/" + std::string(120, 'f');
+  device_.write(name, "text");
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings"}).status, 0);
-  device_.write("/accounts/1000/settings/a", "changed");
+  std::string bytes = device_.read("/tmp/a.tar");
+  EXPECT_EQ(device_.harbix({"-r", "settings"}, bytes).status, 0);
+  const std::size_t at = bytes.rfind("path=/settings" + name);
+  ASSERT_NE(at, std::string::npos);
+  bytes[at + std::string("path=/settings/").size()] = 'b';
+  const Outcome outcome = device_.harbix({"-r", "settings"}, bytes);
+  EXPECT_EQ(outcome.status, 1);
+  const std::string changed = "/settings/b" + name.substr(2);
+  EXPECT_EQ(outcome.errors,
+            "Warning: " + changed + ": not in the list of its package\nSkip: " + changed + "\n");
+}
+
+TEST_F(Settings, LeaveStandardInputToTheCaller) {
   add_script("reader", "cat > /dev/null\n");
-  const Outcome outcome = device_.shell("cat /tmp/a.tar | harbix -r settings");
-  EXPECT_EQ(outcome.status, 0) << outcome.errors;
-  EXPECT_EQ(device_.read("/accounts/1000/settings/a").size(), std::size_t{1} << 20);
+  const Outcome outcome = device_.shell(
+      "printf '1\\n2\\n' | while read turn; do harbix -f /tmp/a.tar settings; echo $turn; done");
+  EXPECT_EQ(outcome.output, "1\n2\n") << outcome.errors;
 }
 
 TEST_F(Settings, FindTheirPartInAnArchiveThatHoldsMore) {

@@ -105,6 +105,23 @@ TEST_F(WrongArchive, ThatIsDamagedBehindTheMediaRemovesNothing) {
   EXPECT_TRUE(is_untouched());
 }
 
+TEST_F(WrongArchive, WithAChangedByteInALongNameIsNeverASuccess) {
+  for (const std::string& name : {std::string(120, 'e'), std::string("caf\xc3\xa9")}) {
+    device_.write(shared("Music/" + name), "text");
+    ASSERT_EQ(device_.harbix({"-f", "/tmp/whole.tar", "media"}).status, 0);
+    std::string bytes = device_.read("/tmp/whole.tar");
+    EXPECT_EQ(restore(bytes).errors, "");
+    // The last time that it stands there is in the header of the file.
+    const std::size_t at = bytes.rfind("path=/media/Music/" + name);
+    ASSERT_NE(at, std::string::npos);
+    const std::size_t last = at + std::string("path=/media/Music/").size() + name.size() - 1;
+    bytes[last] = bytes[last] == 'e' ? 'x' : '\xa8';
+    const Outcome outcome = restore(bytes);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, testing::EndsWith(": not in the list of its package\n"));
+  }
+}
+
 TEST_F(WrongArchive, OfMoreThanThereCanBeRoomForIsRefused) {
   const std::string mounting =
       "mount -t tmpfs -o size=64k,mode=0777 none /accounts/1000/shared && cd /accounts/1000/shared && "
