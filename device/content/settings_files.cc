@@ -94,7 +94,7 @@ void write_system(TreeWriter& tree) {
   tree.file("/base/etc/not in any list", ROOT_OWNER, 0644, "stays\n");
   tree.file("/var/etc/timezone", ROOT_OWNER, 0644, "Europe/Stockholm\n");
   tree.file("/var/etc/blank behind ", ROOT_OWNER, 0600, "named with its blank\n");
-  tree.file("/var/etc/audio.conf", MEDIA_OWNER, 0640, "ring=loud\n");
+  tree.file("/var/etc/audio.conf", ROOT_OWNER, 0640, "ring=loud\n");
   tree.file("/var/etc/control", ROOT_OWNER, 0755, "backed up: no object\n");
   tree.folder("/var/etc/network", ROOT_OWNER, 0755);
   tree.file("/var/etc/network/hosts:1", ROOT_OWNER, 0640, "tablet\n");
