@@ -6,25 +6,16 @@
 #include <filesystem>
 #include <sstream>
 
-#include "tests/support/root.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
 
-::testing::AssertionResult AppDevice::on_the_device(const std::function<void()>& body) const {
-  return passes_in_root(root_.path(), [&body] {
-    put("/etc/passwd", "root:x:0:0::/:/bin/sh\napps:x:" + std::to_string(APPS_USER) + ":0::/:/bin/sh\n");
-    for (const char* folder : {"/apps", APPLICATION_DATA}) {
-      std::filesystem::create_directories(folder);
-      ASSERT_EQ(::chmod(folder, 0777), 0) << errno;
-    }
-    body();
-  });
-}
-
-void put(const std::string& path, const std::string& content) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  write_file(path, content);
+void AppDevice::set_up_root() const {
+  put("/etc/passwd", "root:x:0:0::/:/bin/sh\napps:x:" + std::to_string(APPS_USER) + ":0::/:/bin/sh\n");
+  for (const char* folder : {"/apps", APPLICATION_DATA}) {
+    std::filesystem::create_directories(folder);
+    ASSERT_EQ(::chmod(folder, 0777), 0) << errno;
+  }
 }
 
 void put_registered_applications(const std::string& lines) {
@@ -45,12 +36,6 @@ meta::Manifest described(const std::string& package, const std::string& director
 
 void add_metadata(TarBuilder& archive, const std::string& name, const meta::Manifest& manifest) {
   archive.file(name + "/.backup.metadata", meta::to_text(manifest), 0700);
-}
-
-std::size_t count_of(std::string_view text, std::string_view part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
-  return count;
 }
 
 }  // namespace harbix::test

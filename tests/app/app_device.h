@@ -9,8 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "archive/manifest.h"
-#include "tests/support/folder.h"
+#include "tests/support/root.h"
 #include "tests/support/tar_builder.h"
+#include "tests/support/text.h"
+#include "tests/support/tree.h"
 
 namespace harbix::test {
 
@@ -21,17 +23,9 @@ inline constexpr char APPLICATION_DATA[] = "/accounts/1000/appdata";
 
 /// A root folder of its own: with the user "apps", who may write in "/apps" and in the folder of the
 /// applications' data; with plain files for PPS objects; without an installer.
-class AppDevice : public ::testing::Test {
- protected:
-  /// Runs `body` in a process of its own, with the device's root.
-  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const;
-
- private:
-  TemporaryFolder root_;
+class AppDevice : public RootTest {
+  void set_up_root() const override;
 };
-
-/// Creates a file with the folders above it.
-void put(const std::string& path, const std::string& content = "");
 
 /// Publishes the list of what is installed: lines "ID::PACKAGE,VERSION,source::SOURCE".
 void put_registered_applications(const std::string& lines);
@@ -45,8 +39,5 @@ void put_registered_applications(const std::string& lines);
 
 /// Adds the metadata entry of the package `name` to an archive.
 void add_metadata(TarBuilder& archive, const std::string& name, const meta::Manifest& manifest);
-
-/// How often a text stands in another one.
-[[nodiscard]] std::size_t count_of(std::string_view text, std::string_view part);
 
 }  // namespace harbix::test

@@ -17,6 +17,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/program.h"
 #include "tests/support/recorded_log.h"
+#include "tests/support/text.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
@@ -35,16 +36,6 @@ constexpr uid_t NOBODY = 65534;
 
 constexpr Ownership BINARIES{.user = USER, .group = GROUP, .mode = 0750};
 constexpr Ownership DATA{.user = USER, .group = GROUP, .mode = 0770};
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    lines.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return lines;
-}
 
 std::vector<std::string> sorted(std::vector<std::string> texts) {
   std::ranges::sort(texts);

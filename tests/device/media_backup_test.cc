@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/device.h"
+#include "tests/support/text.h"
 
 namespace harbix::test {
 namespace {
@@ -15,15 +16,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::UnorderedElementsAre;
-
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> all;
-  std::size_t start = 0;
-  for (std::size_t end = 0; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-    all.push_back(text.substr(start, end - start));
-  }
-  return all;
-}
 
 class MediaBackup : public testing::Test {
  protected:
@@ -40,7 +32,7 @@ class MediaBackup : public testing::Test {
     const Outcome outcome = run_program({"bash", "-c", tar + " \"$1\"", "bash", device_.outside(ARCHIVE)});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(outcome.errors, "");
-    return lines(outcome.output);
+    return lines_of(outcome.output);
   }
 
   std::string content(const std::string& name) {
@@ -183,7 +175,7 @@ TEST_F(MediaBackup, SkipsProtectedItemsAndJudgesEachByItself) {
   EXPECT_THAT(device_.log(), testing::IsEmpty());
   EXPECT_THAT(names(), UnorderedElementsAre("/media/Music/.backup.metadata", "/media/Music/",
                                             "/media/Music/folder/ordinary"));
-  const std::vector<std::string> told = lines(back_up({"-v"}).errors);
+  const std::vector<std::string> told = lines_of(back_up({"-v"}).errors);
   EXPECT_THAT(told, testing::IsSupersetOf({"Skip: Guarded", "Skip: Music/protected", "Skip: Music/folder",
                                            "Skip: Music/folder/protected"}));
 }
@@ -206,9 +198,10 @@ TEST_F(MediaBackup, SkipsUnreadableItemsAtAnyDepth) {
       UnorderedElementsAre("can't access: 'Closed'; skipping.", "can't access: 'Music/locked'; skipping.",
                            "can't access: 'Music/sub/locked'; skipping.",
                            "can't access: 'Music/sub/closed'; skipping."));
-  EXPECT_THAT(lines(outcome.errors), testing::IsSupersetOf({"permission denied: Closed skipping",
-                                                            "permission denied: Music/locked skipping",
-                                                            "permission denied: Music/sub/closed skipping"}));
+  EXPECT_THAT(
+      lines_of(outcome.errors),
+      testing::IsSupersetOf({"permission denied: Closed skipping", "permission denied: Music/locked skipping",
+                             "permission denied: Music/sub/closed skipping"}));
 }
 
 TEST_F(MediaBackup, GoesOnPastAFolderThatMayBeReadButNotEntered) {
@@ -232,9 +225,10 @@ TEST_F(MediaBackup, LeavesOutWhatNoArchiveCanHoldWithAMessage) {
   EXPECT_THAT(names(),
               UnorderedElementsAre("/media/Music/.backup.metadata", "/media/Music/", "/media/Music/a"));
   EXPECT_THAT(content("/media/Music/.backup.metadata"), Not(HasSubstr("fifo")));
-  EXPECT_THAT(lines(outcome.errors), UnorderedElementsAre("not a file, folder or link: Music/fifo skipping",
-                                                          "not a file, folder or link: Music/null skipping",
-                                                          "not a file, folder or link: fifo skipping"));
+  EXPECT_THAT(lines_of(outcome.errors),
+              UnorderedElementsAre("not a file, folder or link: Music/fifo skipping",
+                                   "not a file, folder or link: Music/null skipping",
+                                   "not a file, folder or link: fifo skipping"));
 }
 
 TEST_F(MediaBackup, NeverContainsItself) {

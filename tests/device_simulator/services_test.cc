@@ -11,17 +11,11 @@
 
 #include "tests/support/device_process.h"
 #include "tests/support/folder.h"
+#include "tests/support/text.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
 namespace {
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
 
 constexpr const char* SERVICE = "$(pgrep harbix-pps)";
 

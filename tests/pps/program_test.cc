@@ -34,8 +34,8 @@ TEST_F(Program, RefusesArgumentsThatDoNotFit) {
 }
 
 TEST_F(Program, FailsWhereItCannotMountOrStore) {
-  EXPECT_EQ(run_program({folder_ + "/missing"}), 1);
-  EXPECT_EQ(run_program({"--store", folder_ + "/missing/store", mount()}), 1);
+  EXPECT_EQ(run_program({folder_ / "missing"}), 1);
+  EXPECT_EQ(run_program({"--store", folder_ / "missing/store", mount()}), 1);
   EXPECT_EQ(run_program({"--ready-fd", "999", mount()}), 1);
   EXPECT_EQ(shell("mountpoint -q .").status, 32) << "nothing may stay mounted";
 }

@@ -13,6 +13,7 @@
 
 #include "device/pps/store_loader.h"
 #include "tests/pps/rules.h"
+#include "tests/support/folder.h"
 
 namespace pps {
 namespace {
@@ -48,22 +49,8 @@ struct Device {
 };
 
 class StoreRules : public testing::Test {
- public:
-  StoreRules(const StoreRules&) = delete;
-  StoreRules& operator=(const StoreRules&) = delete;
-
  protected:
-  StoreRules() {
-    std::string pattern = files::temp_directory_path() / "pps_store_XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = pattern;
-  }
-  ~StoreRules() override {
-    std::error_code error;
-    files::remove_all(folder_, error);
-    EXPECT_FALSE(error) << folder_ << ": " << error.message();
-  }
-  [[nodiscard]] std::string store() const { return folder_ + "/store"; }
+  [[nodiscard]] std::string store() const { return folder_ / "store"; }
 
   void write_file(const std::string& path, const std::string& text) const {
     files::create_directories(files::path(store() + "/" + path).parent_path());
@@ -85,7 +72,7 @@ class StoreRules : public testing::Test {
     return found;
   }
 
-  std::string folder_;
+  harbix::test::TemporaryFolder folder_;
 };
 
 using Files = std::map<std::string, std::string>;
@@ -282,7 +269,7 @@ TEST_F(StoreRules, LoadsWhatItWasGivenForTheDirectoryThatItLeavesOut) {
 }
 
 TEST_F(StoreRules, NeedsOnlyTheFolderAboveIt) {
-  EXPECT_EQ(error_of([&] { Store missing(folder_ + "/no/store"); }), ENOENT);
+  EXPECT_EQ(error_of([&] { Store missing(folder_ / "no/store"); }), ENOENT);
   const Store made(store());
   EXPECT_TRUE(files::is_directory(store()));
 }

@@ -7,18 +7,11 @@
 #include <filesystem>
 #include <thread>
 
-#include "tests/support/root.h"
+#include "tests/support/text.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
 namespace {
-
-/// How often a text stands in another.
-std::size_t count_of(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
 
 /// Scripts are left to run in the background at the end of a backup or restore: nothing may be taken from
 /// under them, for ten seconds at most.
@@ -32,20 +25,13 @@ void let_scripts_end() {
 
 }  // namespace
 
-::testing::AssertionResult SettingsDevice::on_the_device(const std::function<void()>& body) const {
-  return passes_in_root(root_.path(), [&body] {
-    for (const char* folder : {"/var/pps", "/pps", SETTINGS_SCRIPTS})
-      std::filesystem::create_directories(folder);
-    write_file("/events", "");
-    body();
-    let_scripts_end();
-  });
+void SettingsDevice::set_up_root() const {
+  for (const char* folder : {"/var/pps", "/pps", SETTINGS_SCRIPTS})
+    std::filesystem::create_directories(folder);
+  write_file("/events", "");
 }
 
-void put(const std::string& path, const std::string& content) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  write_file(path, content);
-}
+void SettingsDevice::leave_root() const { let_scripts_end(); }
 
 void put_object(const std::string& name, const std::string& text) {
   put("/var" + name, text);

@@ -6,7 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/folder.h"
+#include "tests/support/root.h"
+#include "tests/support/tree.h"
 
 namespace harbix::test {
 
@@ -15,17 +16,10 @@ inline constexpr char SETTINGS_SCRIPTS[] = "/base/scripts/backup_and_restore/set
 
 /// A root folder of its own, where "/var/pps" and "/pps" are plain folders, and plain files stand for
 /// objects.
-class SettingsDevice : public ::testing::Test {
- protected:
-  /// Runs `body` in a process of its own, with the device's root.
-  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const;
-
- private:
-  TemporaryFolder root_;
+class SettingsDevice : public RootTest {
+  void set_up_root() const override;
+  void leave_root() const override;
 };
-
-/// Creates a file with the folders above it.
-void put(const std::string& path, const std::string& content = "");
 
 /// Creates a PPS object: a live one, and the file that it persists in.
 void put_object(const std::string& name, const std::string& text = "");

@@ -157,21 +157,8 @@ constexpr int OTHER_MODES[] = {-1, 0, 1, 3, 2147483647};  // NOLINT(modernize-av
 
 /// A child process with a root of its own, where the folder of the settings scripts holds one that appends
 /// its argument to "/seen".
-class Notice : public ::testing::Test {
+class Notice : public RootTest {
  protected:
-  void SetUp() override {
-    Tree{file("seen"),
-         dir("base",
-             {dir("scripts", {dir("backup_and_restore",
-                                  {dir("settings", {file("1", "#!/bin/sh\necho $1 >> /seen\n", 0755)})})})})}
-        .build(root_.path());
-  }
-
-  /// Runs `body` there.
-  ::testing::AssertionResult on_the_device(const std::function<void()>& body) {
-    return passes_in_root(root_.path(), body);
-  }
-
   static std::string seen() { return read_file("/seen"); }
   static std::string seen_in_the_end(const std::string& expected) {
     for (int i = 0; i < 1000 && seen() != expected; ++i)
@@ -179,7 +166,13 @@ class Notice : public ::testing::Test {
     return seen();
   }
 
-  TemporaryFolder root_;
+ private:
+  void set_up_root() const override {
+    put("/seen");
+    const std::string script = "/base/scripts/backup_and_restore/settings/1";
+    put(script, "#!/bin/sh\necho $1 >> /seen\n");
+    ASSERT_EQ(::chmod(script.c_str(), 0755), 0);
+  }
 };
 
 TEST_F(Notice, TellsOfTheBeginningAndTheEnd) {

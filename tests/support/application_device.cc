@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
@@ -26,10 +28,6 @@ constexpr char RUN[] =
     "status=$?\n"
     "cd /pps/system/installer 2> /dev/null && cat registeredapps/.all > /var/notes/list &&\n"
     "ls -A upd/current > /var/notes/requests; exit $status";
-
-void require(int result, const std::string& what) {
-  if (result == -1) throw std::system_error(errno, std::generic_category(), what);
-}
 
 bool lies_below(const std::string& path, const std::vector<std::string>& folders) {
   return std::ranges::any_of(
@@ -52,13 +50,6 @@ InstalledApplication loaded_application() {
 
 InstalledApplication built_in_application() {
   return {.id = "sys.app", .package = "sys.app.pkg", .group = 10202, .extras = "websl::,source::system"};
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
 }
 
 Outcome ApplicationDevice::run(const std::vector<std::string>& command, const std::string& input) {
@@ -118,15 +109,15 @@ void ApplicationDevice::add_data(const InstalledApplication& application, const 
 void ApplicationDevice::make_owned_folder(const std::string& path, mode_t mode, uid_t user, gid_t group) {
   if (exists(path)) return;
   make_owned_folder(stdfs::path(path).parent_path(), mode, user, group);
-  require(::mkdir(outside(path).c_str(), 0700), path);
-  require(::lchown(outside(path).c_str(), user, group), path);
-  require(::chmod(outside(path).c_str(), mode), path);
+  require(::mkdir(outside(path).c_str(), 0700) != -1, path);
+  require(::lchown(outside(path).c_str(), user, group) != -1, path);
+  require(::chmod(outside(path).c_str(), mode) != -1, path);
 }
 
 void ApplicationDevice::make_owned_link(const std::string& path, const std::string& target, uid_t user,
                                         gid_t group) {
-  require(::symlink(target.c_str(), outside(path).c_str()), path);
-  require(::lchown(outside(path).c_str(), user, group), path);
+  require(::symlink(target.c_str(), outside(path).c_str()) != -1, path);
+  require(::lchown(outside(path).c_str(), user, group) != -1, path);
 }
 
 void ApplicationDevice::write_owned(const std::string& path, const std::string& content, mode_t mode,
@@ -135,8 +126,8 @@ void ApplicationDevice::write_owned(const std::string& path, const std::string& 
   if (!(std::ofstream(file, std::ios::binary) << content).flush()) {
     throw std::runtime_error("cannot write " + path);
   }
-  require(::chown(file.c_str(), user, group), path);
-  require(::chmod(file.c_str(), mode), path);
+  require(::chown(file.c_str(), user, group) != -1, path);
+  require(::chmod(file.c_str(), mode) != -1, path);
 }
 
 void ApplicationDevice::ask_faults(const std::vector<std::string>& lines) {

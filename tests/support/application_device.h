@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/support/device.h"
+#include "tests/support/text.h"
 
 namespace harbix::test {
 
@@ -72,9 +73,6 @@ class ApplicationDevice : public Device {
   /// The content of one entry.
   [[nodiscard]] std::string content(const std::string& archive, const std::string& name) const;
 };
-
-/// The lines of a text, each without its newline.
-[[nodiscard]] std::vector<std::string> lines_of(const std::string& text);
 
 inline constexpr char APPLICATION_DATA[] = "/accounts/1000/appdata";
 

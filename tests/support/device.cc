@@ -9,22 +9,14 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
 namespace stdfs = std::filesystem;
 
 constexpr int SEVERITY_MASK = 7;
-
-void require(int result, const std::string& what) {
-  if (result == -1) throw std::system_error(errno, std::generic_category(), what);
-}
-
-stdfs::path new_folder() {
-  std::string name = (stdfs::temp_directory_path() / "harbix-test-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
-  return name;
-}
 
 /// The id in an account file of lines "NAME:PASSWORD:ID:...".
 unsigned find_id(const stdfs::path& file, const std::string& name) {
@@ -43,15 +35,10 @@ unsigned find_id(const stdfs::path& file, const std::string& name) {
 
 }  // namespace
 
-Device::Device() : folder_(new_folder()) {
+Device::Device() {
   if (const Outcome outcome = run({"true"}); outcome.status != 0) {
     throw std::runtime_error("no simulated device: " + outcome.errors);
   }
-}
-
-Device::~Device() {
-  std::error_code ignored;  // what cannot be removed is left to the system's own cleaning of temporary files
-  stdfs::remove_all(folder_, ignored);
 }
 
 Outcome Device::run(const std::vector<std::string>& command, const std::string& input) {
@@ -71,20 +58,20 @@ Outcome Device::shell(const std::string& script, const std::string& input) {
   return run({"bash", "-c", script}, input);
 }
 
-stdfs::path Device::outside(const std::string& path) const { return folder_ / "device" / path.substr(1); }
+stdfs::path Device::outside(const std::string& path) const { return folder_ / "device" + path; }
 
 void Device::write(const std::string& path, const std::string& content, mode_t mode) {
   const stdfs::path file = outside(path);
   if (!stdfs::exists(file.parent_path())) make_folder(stdfs::path(path).parent_path());
   std::ofstream(file, std::ios::binary) << content;
-  require(::chmod(file.c_str(), mode), path);
+  require(::chmod(file.c_str(), mode) != -1, path);
   own(path, "media", "1000_shared");
 }
 
 void Device::make_folder(const std::string& path, mode_t mode) {
   if (!exists(stdfs::path(path).parent_path())) make_folder(stdfs::path(path).parent_path(), mode);
   stdfs::create_directory(outside(path));
-  require(::chmod(outside(path).c_str(), mode), path);
+  require(::chmod(outside(path).c_str(), mode) != -1, path);
   own(path, "media", "1000_shared");
 }
 
@@ -94,7 +81,7 @@ void Device::link(const std::string& path, const std::string& target) const {
 }
 
 void Device::own(const std::string& path, const std::string& user_name, const std::string& group_name) const {
-  require(::lchown(outside(path).c_str(), user(user_name), group(group_name)), path);
+  require(::lchown(outside(path).c_str(), user(user_name), group(group_name)) != -1, path);
 }
 
 std::string Device::read(const std::string& path) const {

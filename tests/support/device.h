@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/folder.h"
 #include "tests/support/log_line.h"
 #include "tests/support/program.h"
 #include "tests/support/tree.h"
@@ -17,7 +18,6 @@ namespace harbix::test {
 class Device {
  public:
   Device();
-  ~Device();
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
   Device(Device&&) = delete;
@@ -51,7 +51,7 @@ class Device {
   [[nodiscard]] std::vector<std::string> logged(int priority) const;
 
  private:
-  std::filesystem::path folder_;
+  TemporaryFolder folder_;
 };
 
 inline constexpr char SHARED[] = "/accounts/1000/shared";

@@ -11,20 +11,15 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
-namespace {
-
-[[noreturn]] void throw_system_error(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
-}  // namespace
 
 TemporaryFolder::TemporaryFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "harbix-test-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) throw_system_error("mkdtemp " + name);
+  if (::mkdtemp(name.data()) == nullptr) fail("mkdtemp " + name);
   path_ = std::filesystem::canonical(name).string();
-  if (::chmod(path_.c_str(), 0755) == -1) throw_system_error("chmod " + path_);
+  if (::chmod(path_.c_str(), 0755) == -1) fail("chmod " + path_);
 }
 
 TemporaryFolder::~TemporaryFolder() {
@@ -39,7 +34,7 @@ std::string TemporaryFolder::operator/(std::string_view name) const {
 
 InsideFolder::InsideFolder(const std::string& folder)
     : saved_(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-  if (saved_ == -1) throw_system_error("open .");
+  if (saved_ == -1) fail("open .");
   if (::chdir(folder.c_str()) == -1) {
     const int error = errno;
     ::close(saved_);

@@ -17,16 +17,13 @@
 #include <memory>
 #include <system_error>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
 constexpr int CANNOT_RUN = 127;
 constexpr int SIGNAL_STATUS = 128;
-
-[[noreturn]] void refuse(const std::string& what) {
-  const int error = errno;
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 int exit_status(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
@@ -37,17 +34,13 @@ int exit_status(int status) {
 void MountedPps::SetUpTestSuite() {
   static bool entered = false;
   if (entered) return;
-  if (::unshare(CLONE_NEWNS) == -1) refuse("no mount namespace");
-  if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == -1) refuse("no private mounts");
+  if (::unshare(CLONE_NEWNS) == -1) fail("no mount namespace");
+  if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == -1) fail("no private mounts");
   entered = true;
 }
 
 MountedPps::MountedPps() {
-  std::string pattern = std::filesystem::temp_directory_path() / "pps_mount_XXXXXX";
-  if (::mkdtemp(pattern.data()) == nullptr) refuse("no temporary folder");
-  folder_ = pattern;
-  // Other users come in too.
-  if (::chmod(folder_.c_str(), 0755) == -1 || ::mkdir(mount().c_str(), 0755) == -1) refuse("no mount point");
+  if (::mkdir(mount().c_str(), 0755) == -1) fail("no mount point");
 }
 
 MountedPps::~MountedPps() {
@@ -59,9 +52,6 @@ MountedPps::~MountedPps() {
   // A server that was killed leaves its mount, and the next one mounts on top of it.
   while (unmount()) {
   }
-  std::error_code error;
-  std::filesystem::remove_all(folder_, error);
-  EXPECT_FALSE(error) << folder_ << ": " << error.message();
 }
 
 void MountedPps::TearDown() {
@@ -77,7 +67,7 @@ pid_t MountedPps::launch(const std::vector<std::string>& arguments) {
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   const pid_t id = ::fork();
-  if (id == -1) refuse("cannot fork");
+  if (id == -1) fail("cannot fork");
   if (id == 0) {
     // A test that is killed must not leave its server behind.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) ::execv(program.c_str(), pointers.data());
@@ -88,24 +78,24 @@ pid_t MountedPps::launch(const std::vector<std::string>& arguments) {
 
 void MountedPps::start() {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
+  if (::pipe2(ends.data(), O_CLOEXEC) == -1) fail("cannot make a pipe");
   const base::FileDescriptor output(ends[0]);
   base::FileDescriptor input(ends[1]);
-  if (::fcntl(input.get(), F_SETFD, 0) == -1) refuse("cannot hand the pipe on");
+  if (::fcntl(input.get(), F_SETFD, 0) == -1) fail("cannot hand the pipe on");
   server_ = launch({"--store", store(), "--ready-fd", std::to_string(input.get()), mount()});
   input.close();
   ASSERT_EQ(read_text(output), "\n") << "harbix-pps could not mount; these tests need root and /dev/fuse";
 }
 
 int MountedPps::stop(int signal) {
-  if (::kill(server_, signal) == -1) refuse("cannot stop the server");
+  if (::kill(server_, signal) == -1) fail("cannot stop the server");
   return wait_for_end();
 }
 
 int MountedPps::wait_for_end() {
   int status = 0;
   while (::waitpid(server_, &status, 0) == -1) {
-    if (errno != EINTR) refuse("cannot wait for the server");
+    if (errno != EINTR) fail("cannot wait for the server");
   }
   server_ = -1;
   return exit_status(status);

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/folder.h"
 #include "tests/support/pps_client.h"
 #include "tests/support/program.h"
 
@@ -40,8 +41,8 @@ class MountedPps : public testing::Test {
   bool unmount() const;
 
   [[nodiscard]] std::string path(const std::string& name) const { return mount() + "/" + name; }
-  [[nodiscard]] std::string mount() const { return folder_ + "/mount"; }
-  [[nodiscard]] std::string store() const { return folder_ + "/store"; }
+  [[nodiscard]] std::string mount() const { return folder_ / "mount"; }
+  [[nodiscard]] std::string store() const { return folder_ / "store"; }
 
   /// Runs a command of the shell in the mounted root; its errors are among its output.
   [[nodiscard]] Outcome shell(const std::string& command) const;
@@ -53,7 +54,7 @@ class MountedPps : public testing::Test {
   /// The error number of opening, writing `text` and closing; 0 when it went well.
   [[nodiscard]] int write_error(const std::string& name, int flags, const std::string& text = "") const;
 
-  std::string folder_;
+  TemporaryFolder folder_;
   pid_t server_ = -1;
 };
 

@@ -13,16 +13,13 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
 constexpr int THREW_STATUS = 99;
 constexpr int SIGNAL_STATUS = 128;
-
-[[noreturn]] void refuse(const std::string& what) {
-  const int error = errno;
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 /// The letter that ps(1) shows: 'S' asleep, 'R' running.
 char state_of(pid_t process) {
@@ -36,19 +33,19 @@ char state_of(pid_t process) {
 
 base::FileDescriptor open_object(const std::string& path, int flags, mode_t mode) {
   base::FileDescriptor object(::open(path.c_str(), flags | O_CLOEXEC, mode));
-  if (!object) refuse("cannot open " + path);
+  if (!object) fail("cannot open " + path);
   return object;
 }
 
 void write_text(const base::FileDescriptor& object, std::string_view text) {
   const ssize_t written = ::write(object.get(), text.data(), text.size());
-  if (written != static_cast<ssize_t>(text.size())) refuse("cannot write");
+  if (written != static_cast<ssize_t>(text.size())) fail("cannot write");
 }
 
 std::string read_text(const base::FileDescriptor& object, std::size_t size) {
   std::string text(size, '\0');
   const ssize_t count = ::read(object.get(), text.data(), size);
-  if (count == -1) refuse("cannot read");
+  if (count == -1) fail("cannot read");
   text.resize(static_cast<std::size_t>(count));
   return text;
 }
@@ -56,7 +53,7 @@ std::string read_text(const base::FileDescriptor& object, std::size_t size) {
 Process::Process(const std::function<int()>& work) {
   const pid_t parent = ::getpid();
   id_ = ::fork();
-  if (id_ == -1) refuse("cannot fork");
+  if (id_ == -1) fail("cannot fork");
   if (id_ != 0) return;
   // A test that is killed must not leave clients behind.
   if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == -1 || ::getppid() != parent) ::_exit(THREW_STATUS);
@@ -94,7 +91,7 @@ int Process::wait() noexcept {
 
 WaitingReader::WaitingReader(const std::string& path) {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
+  if (::pipe2(ends.data(), O_CLOEXEC) == -1) fail("cannot make a pipe");
   output_ = base::FileDescriptor(ends[0]);
   const base::FileDescriptor input(ends[1]);
   process_.emplace([&] {

@@ -14,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
@@ -26,8 +28,6 @@ struct Pipe {
   FileDescriptor read_end;
   FileDescriptor write_end;
 };
-
-[[noreturn]] void fail(const char* call) { throw std::system_error(errno, std::generic_category(), call); }
 
 Pipe make_pipe() {
   std::array<int, 2> ends{};

@@ -37,6 +37,14 @@ std::string group_line(const char* name, gid_t id) {
   });
 }
 
+::testing::AssertionResult RootTest::on_the_device(const std::function<void()>& body) const {
+  return passes_in_root(root_.path(), [&] {
+    set_up_root();
+    body();
+    leave_root();
+  });
+}
+
 ::testing::AssertionResult passes_with_device_accounts(const std::function<void()>& body) {
   const TemporaryFolder folder;
   write_file(folder / "group", group_line("root", 0) + group_line("1000_shared", SHARED_GROUP) +

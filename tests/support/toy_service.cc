@@ -12,13 +12,10 @@
 #include <optional>
 #include <system_error>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
-
-[[noreturn]] void refuse(const std::string& what) {
-  const int error = errno;
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 struct StreamCloser {
   // Only read from: nothing can be lost.
@@ -29,7 +26,7 @@ struct StreamCloser {
 class Lines {
  public:
   explicit Lines(base::FileDescriptor object) : stream_(::fdopen(object.get(), "r")) {
-    if (!stream_) refuse("no stream");
+    if (!stream_) fail("no stream");
     static_cast<void>(object.release());  // the stream closes it
   }
   ~Lines() { std::free(line_); }
@@ -81,7 +78,7 @@ int serve(const std::string& directory, const base::FileDescriptor& ready) {
 
 std::array<base::FileDescriptor, 2> make_pipe() {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) == -1) refuse("cannot make a pipe");
+  if (::pipe2(ends.data(), O_CLOEXEC) == -1) fail("cannot make a pipe");
   return {base::FileDescriptor(ends[0]), base::FileDescriptor(ends[1])};
 }
 
@@ -98,7 +95,7 @@ ToyService::ToyService(const std::string& directory) : ToyService(directory, mak
 std::map<std::string, std::string> exchange(const std::string& object, const std::string& package_path) {
   auto opened = open_object(object + "?wait,delta", O_RDWR | O_CREAT | O_EXCL, 0660);
   write_text(opened, "action::query\npackage_path::" + package_path + "\n");
-  if (::fsync(opened.get()) == -1) refuse("cannot flush the request");
+  if (::fsync(opened.get()) == -1) fail("cannot flush the request");
 
   std::map<std::string, std::string> response;
   Lines lines(std::move(opened));
@@ -112,7 +109,7 @@ std::map<std::string, std::string> exchange(const std::string& object, const std
   }
   struct stat record {};
   if (::lstat(object.c_str(), &record) == 0 && ::unlink(object.c_str()) == -1)
-    refuse("cannot remove " + object);
+    fail("cannot remove " + object);
   return response;
 }
 

@@ -18,15 +18,13 @@
 #include <sstream>
 #include <system_error>
 
+#include "tests/support/require.h"
+
 namespace harbix::test {
 namespace {
 
 constexpr mode_t MODE_BITS = 07777;
 constexpr std::size_t LONGEST_PRINTED = 120;
-
-void require(bool succeeded, const std::string& what) {
-  if (!succeeded) throw std::system_error(errno, std::generic_category(), what);
-}
 
 void build_items(const std::vector<TreeItem>& items, const std::string& folder);
 
@@ -336,6 +334,11 @@ std::string difference(const Snapshot& expected, const Snapshot& found) {
     if (!same) text << std::quoted(path) << ": expected " << left << ", found " << right << '\n';
   }
   return text.str();
+}
+
+void put(const std::string& path, const std::string& content) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  write_file(path, content);
 }
 
 }  // namespace harbix::test

@@ -82,6 +82,9 @@ class Tree {
 [[nodiscard]] std::string read_file(const std::string& path);
 void write_file(const std::string& path, const std::string& content);
 
+/// The same, with the folders above the file.
+void put(const std::string& path, const std::string& content = "");
+
 /// One object of a tree, as a person would compare it.
 struct Item {
   mode_t mode = 0;  ///< with the type bits

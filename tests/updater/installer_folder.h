@@ -4,12 +4,10 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/folder.h"
 #include "tests/support/root.h"
 #include "tests/support/tree.h"
 
@@ -29,18 +27,11 @@ inline std::string text_file(const std::string& object) { return object + "?wait
 
 /// A root folder of its own, with a plain folder for the installer's requests. Request objects are numbered
 /// from 0 in each process.
-class InstallerFolder : public ::testing::Test {
- protected:
-  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
-    return passes_in_root(root_.path(), [&body] {
-      std::filesystem::create_directories(REQUESTS);
-      std::filesystem::create_directory("/tmp");
-      body();
-    });
+class InstallerFolder : public RootTest {
+  void set_up_root() const override {
+    std::filesystem::create_directories(REQUESTS);
+    std::filesystem::create_directory("/tmp");
   }
-
- private:
-  TemporaryFolder root_;
 };
 
 }  // namespace harbix::test

@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/captured_output.h"
-#include "tests/support/folder.h"
 #include "tests/support/recorded_log.h"
 #include "tests/support/root.h"
 #include "tests/support/tree.h"
@@ -152,18 +151,9 @@ Read read() {
   return result;
 }
 
-class RegisteredApplicationList : public ::testing::Test {
- protected:
-  /// Runs `body` where the folder of the list exists and the list does not.
-  [[nodiscard]] ::testing::AssertionResult on_the_device(const std::function<void()>& body) const {
-    return passes_in_root(root_.path(), [&body] {
-      std::filesystem::create_directories(FOLDER);
-      body();
-    });
-  }
-
- private:
-  TemporaryFolder root_;
+/// The folder of the list exists, and the list does not.
+class RegisteredApplicationList : public RootTest {
+  void set_up_root() const override { std::filesystem::create_directories(FOLDER); }
 };
 
 TEST_F(RegisteredApplicationList, HasTheObjectsLinesInTheirOrder) {
