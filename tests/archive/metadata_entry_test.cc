@@ -163,7 +163,7 @@ TEST_F(MetadataEntry, SearchEndsInDamageWithTheReason) {
   };
   EXPECT_EQ(message_of<std::runtime_error>(search),
             "Failed to read archive header Truncated archive: the end mark is missing");
-  // What was wrong before the search begins is told in other words.
+  // What was wrong before the search begins is reported in other words.
   EXPECT_EQ(message_of<std::runtime_error>(search),
             "Archive not ARCHIVE_OK Truncated archive: the end mark is missing");
 }

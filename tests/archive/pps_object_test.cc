@@ -89,7 +89,7 @@ class PpsObject : public ::testing::Test {
     fs::Folder root("/");
     harbix::write_pps_object(writer, root, {.path = Path(path), .device = 0, .inode = 0}, "/settings/pps/x");
   }
-  /// Stores an object with this text and tells what the archive holds of it.
+  /// Stores an object with this text and returns what the archive holds of it.
   std::string stored(const std::string& text) {
     write_file(object_, text);
     Writer writer(archive_);

@@ -198,7 +198,8 @@ TEST_F(ArchiveWriterTest, StoresTheTimeOfTheLastChange) {
 /// A file whose size changes after it was opened; the entry behind it must stay readable.
 class ChangingFile : public ArchiveWriterTest {
  protected:
-  /// Archives "f", whose content changes from `before` to `after` in between, and "next"; tells the messages.
+  /// Archives "f", whose content changes from `before` to `after` in between, and "next"; returns the
+  /// messages.
   std::vector<std::string> archive_changing(const std::string& before, const std::string& after) {
     const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);

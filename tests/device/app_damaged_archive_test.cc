@@ -30,7 +30,7 @@ class AppDamagedArchive : public testing::Test {
 
   Outcome restore(const std::string& archive) { return device_.harbix({"-r", "app"}, archive); }
 
-  /// What the installer set, whatever was restored before the damage.
+  /// What the installer set, however much was restored before the damage.
   void expect_right_owners() {
     const Snapshot folders = device_.snapshot("/apps");
     const auto installed = folders.find("shop.app");

@@ -242,7 +242,7 @@ TEST_F(AppRestore, BringsBackItsPartOfAnArchiveOfEverything) {
   };
   for (const Row& row : {Row{"app_media_settings", 0, {"music", "setting", "old", "old"}},
                          Row{"settings_app", 0, {"changed", "setting", "old", "old"}},
-                         // What nobody asked for ends the last of them.
+                         // What no keyword asks for ends the last of them.
                          Row{"app_media", 1, {"music", "changed", "old", "old"}}}) {
     change();
     const Outcome file = device_.harbix({"-r", "-f", "/tmp/a.tar", row.keywords});

@@ -32,8 +32,8 @@ bool is_told(const Device& device, const Outcome& outcome, const std::string& pa
   return told.find(path) != std::string::npos;
 }
 
-/// Holds what a restore with a failing call left against what it should have left: a run with status 0 told
-/// of every item that is not as it should be, and no object is there that was not complete.
+/// Holds what a restore with a failing call left against what it should have left: a run with status 0 has
+/// reported every item that is not as it should be, and no object is there that was not complete.
 void expect_told(const Device& device, const Outcome& outcome, const Snapshot& wanted, const Snapshot& found,
                  int nth) {
   for (const auto& [path, item] : found) {

@@ -248,7 +248,7 @@ TEST_F(MediaBackup, NeverContainsItself) {
 TEST_F(MediaBackup, GoesOnPastAFileThatVanished) {
   for (int i = 0; i < 3; ++i) device_.write(shared("Music/f" + std::to_string(i)), "content");
   device_.write(shared("Zoo/last"), "last");
-  // The archive goes into a fifo that nobody reads until the walk is over and a file is gone.
+  // The archive goes into a fifo that no program reads until the walk is over and a file is gone.
   const Outcome outcome = device_.shell(
       "mkfifo /tmp/fifo; head -c 3000000 /dev/zero > /accounts/1000/shared/Aaa; mkdir "
       "/accounts/1000/shared/A; "
@@ -309,7 +309,7 @@ TEST_F(MediaBackup, GoesDeeperThanAProcessMayOpenFiles) {
 }
 
 TEST_F(MediaBackup, ReadsAsTheMediaUserOnly) {
-  // Readable for root and for whoever is in the supplementary groups, but not for the media user.
+  // Readable for root and for members of the supplementary groups, but not for the media user.
   device_.write(shared("Music/roots"), "r", 0640);
   device_.own(shared("Music/roots"), "root", "1000_sys");
   ASSERT_EQ(back_up().status, 0);

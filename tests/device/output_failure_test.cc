@@ -57,7 +57,7 @@ TEST_F(OutputFailure, AtTheVeryEndIsNoSuccessEither) {
   // A pipe that takes all but the last block; and a file limit just below the whole.
   const Outcome pipe = device_.shell("harbix media | head -c " + std::to_string(size - 70000) +
                                      " > /dev/null; exit ${PIPESTATUS[0]}");
-  EXPECT_THAT(pipe.status, AnyOf(0, 2));  // what fits into the pipe is beyond anybody's knowledge
+  EXPECT_THAT(pipe.status, AnyOf(0, 2));  // how much fits into the pipe is not known
   const Outcome limited =
       device_.shell("ulimit -f " + std::to_string((size - 1024) / 1024) + "; harbix -f /tmp/cut.tar media");
   EXPECT_EQ(limited.status, 2);

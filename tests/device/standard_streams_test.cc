@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 const std::string SHARE = SHARED;
 
-/// A share with something in it that a backup tells of on standard error.
+/// A share with something in it that a backup reports on standard error.
 class StandardStreams : public testing::Test {
  protected:
   StandardStreams() { device_.write(SHARE + "/Music/song", "text"); }

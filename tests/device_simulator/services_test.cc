@@ -87,7 +87,7 @@ TEST_F(DeviceServices, AreReportedWhenTheyEndBeforeTheCommand) {
   const Outcome killed = run(std::string("kill -KILL ") + SERVICE + "; sleep 0.2; cat /pps/x 2>&1; exit 5");
   EXPECT_EQ(killed.status, 5);
   EXPECT_EQ(killed.output, "cat: /pps/x: Transport endpoint is not connected\n");
-  // Nobody can be asked anything over /pps any more, so the installer gives up too, and stays away.
+  // No service can be reached over /pps any more, so the installer gives up too, and stays away.
   EXPECT_THAT(
       lines_of(killed.errors),
       testing::UnorderedElementsAre("harbix-device: the service 'harbix-pps' was killed by signal 9",
@@ -125,7 +125,7 @@ TEST_F(DeviceServices, EndAlsoWhenStoppedWithClientsThatWait) {
   const Outcome result = run_kept(std::string("echo a::1 > /pps/o; kill -STOP ") + SERVICE +
                                   "; cat /pps/o & sleep 0.2; kill -KILL $$");
   EXPECT_EQ(result.status, 128 + SIGKILL);
-  // One that had to be killed would be told.
+  // A service that had to be killed would be reported.
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(read_file(state_ + "/var/pps/o"), "@o\na::1\n");
 }

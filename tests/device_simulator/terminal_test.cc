@@ -19,7 +19,7 @@
 namespace harbix::test {
 namespace {
 
-/// A program on a terminal of its own, with somebody who types.
+/// A program on a terminal of its own, and the keys that are typed there.
 class TypedSession {
  public:
   explicit TypedSession(const std::vector<std::string>& words) {

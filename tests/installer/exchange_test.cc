@@ -111,7 +111,7 @@ TEST_F(InstallerExchange, TakesLongExtras) {
   const std::string extras = "note::" + std::string(100000, 'x') + ",source::shopvale";
   const std::string answer =
       exchange("action::register\npackage_path::/apps/D\nextras::" + extras + "\ngid::\n");
-  // Not compared as a whole: nobody wants to read the difference.
+  // Not compared as a whole: the difference would be too long to read.
   EXPECT_EQ(values_of(answer)["actual_gid"], "10000");
   EXPECT_EQ(values_of(answer)["result"], "0");
   EXPECT_TRUE(values_of(answer)["actual_extras"] == extras) << answer.size();

@@ -14,12 +14,12 @@
 
 namespace harbix::test {
 
-/// A bare device that runs until it is told to stop, and processes of this program on it. It is kept, so that
+/// A bare device that runs until stop(), and processes of this program on it. It is kept, so that
 /// it can be started again and its files be looked at from outside.
 class RunningDevice : public testing::Test {
  protected:
   void SetUp() override;
-  /// Nothing that a test did may have been told on standard error, except what it says with expect_errors().
+  /// Fails when the device has reported more on standard error than the test announced with expect_errors().
   void TearDown() override;
 
   void start();

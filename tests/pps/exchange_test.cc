@@ -50,7 +50,7 @@ TEST_F(Exchange, LeavesTheServiceServingWhenAClientIsKilled) {
     return 0;
   };
   {
-    Process alone(client);  // nobody answers: it sleeps in its read
+    Process alone(client);  // no service answers: it sleeps in its read
     alone.wait_until_asleep();
     struct stat record {};
     while (::lstat(path("upd/current/unanswered").c_str(), &record) == -1) continue;

@@ -9,7 +9,7 @@
 namespace harbix::test {
 namespace {
 
-/// How a restore ends, whatever the archive's entries are worth.
+/// How a restore ends, with good entries in the archive and with bad ones.
 class SettingsRestoreStream : public SettingsDevice {
  protected:
   [[nodiscard]] ::testing::AssertionResult on_the_whitelisting_device(
@@ -19,7 +19,7 @@ class SettingsRestoreStream : public SettingsDevice {
       std::filesystem::create_directory("/w");
       put_object("/pps/x", "old\n");
       body();
-      // Whatever happened.
+      // However the restore has ended.
       EXPECT_EQ(events_in_the_end("restore_start\nrestore_end\n"), "restore_start\nrestore_end\n");
       EXPECT_EQ(::geteuid(), 0U);
     });

@@ -44,7 +44,7 @@ class ScriptLists : public SettingsDevice {
     Texts paths = texts(settings_script_list(list));
     return {std::move(paths), errors.text()};
   }
-  /// What one script with these commands makes of the whitelist, with what is told of it.
+  /// What one script with these commands makes of the whitelist, with what is reported of it.
   void expect(const std::string& commands, const Texts& paths, const std::string& errors) const {
     EXPECT_TRUE(on_the_device([&] {
       put_script("1", commands);

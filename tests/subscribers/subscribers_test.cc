@@ -81,7 +81,7 @@ TEST_F(Subscribers, AreWaitedForOneByOne) {
 }
 
 TEST_F(Subscribers, RunInTheBackgroundWhenNobodyWaits) {
-  // The script goes on only when it is told to, which happens after run() has come back.
+  // The script goes on only when the test lets it, after run() has come back.
   build({file("1", script("while [ ! -e \"$(dirname \"$0\")/../go\" ]; do sleep 0.01; done\n"), 0755)});
   run("backup_end", Wait::NO);
   EXPECT_EQ(seen(), "");

@@ -18,7 +18,8 @@ namespace {
 namespace stdfs = std::filesystem;
 
 constexpr char LEDGER[] = "/var/installer/applications";
-// The fixture's own folder: what to tell the installer, and what it published at the end of a run.
+// The fixture's own folder: the faults that the installer is asked for, and what it published at the end of a
+// run.
 constexpr char NOTES[] = "/var/notes";
 constexpr char FAULTS[] = "/var/notes/faults";
 constexpr char LIST[] = "/var/notes/list";

@@ -32,7 +32,7 @@ CapturedOutput::CapturedOutput(int descriptor)
 
 CapturedOutput::~CapturedOutput() {
   flush_everything();
-  // A process whose output does not come back has no way of telling.
+  // A process whose output does not come back cannot report it.
   static_cast<void>(::dup2(saved_, descriptor_));
   ::close(saved_);
   ::close(kept_);

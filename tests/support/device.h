@@ -33,7 +33,7 @@ class Device {
   /// Where a path of the device lies outside.
   [[nodiscard]] std::filesystem::path outside(const std::string& path) const;
 
-  /// Creates a file, with its parents, for the media user unless told otherwise.
+  /// Creates a file, with its parents, for the media user; own() gives it to another.
   void write(const std::string& path, const std::string& content, mode_t mode = 0660);
   void make_folder(const std::string& path, mode_t mode = 0770);
   void link(const std::string& path, const std::string& target) const;

@@ -5,7 +5,7 @@
 
 namespace harbix::test {
 
-/// Makes tar archives that no sane program writes: any name, any type, any size, whatever the bytes.
+/// Makes tar archives that no sane program writes: any name, any type, any size, any bytes.
 class TarBuilder {
  public:
   static constexpr char FILE = '0';

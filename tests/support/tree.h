@@ -58,12 +58,12 @@ class Tree {
   /// @throws std::system_error
   [[nodiscard]] static Tree read(const std::string& folder);
 
-  /// Creates the items below `folder`, which exists already, with their modes whatever the umask is.
+  /// Creates the items below `folder`, which exists already, with their modes; the umask does not count.
   /// @throws std::system_error
   void build(const std::string& folder) const;
 
-  /// Whether `folder` holds this tree and nothing else; if not, tells each difference with both sides, and
-  /// what is missing or extra.
+  /// Whether `folder` holds this tree and nothing else; if not, the message has each difference with both
+  /// sides, and what is missing or extra.
   [[nodiscard]] ::testing::AssertionResult matches(const std::string& folder) const;
   /// The same against another tree.
   [[nodiscard]] ::testing::AssertionResult matches(const Tree& actual) const;
@@ -74,7 +74,7 @@ class Tree {
   std::vector<TreeItem> items_;
 };
 
-/// Text for a message: bytes outside of printable ASCII as \xNN, long ones cut with their length told.
+/// Text for a message: bytes outside of printable ASCII as \xNN, long ones cut, with their length.
 [[nodiscard]] std::string printable(const std::string& bytes);
 
 /// The content of a file, and its creation with the default mode.

@@ -100,7 +100,7 @@ TEST(SourceOfRemainder, IsTheValueOfTheFirstItemOfThatNameUnlessAnEmptyValueStan
       {"xsource::s", ""},
       {"a::source", ""},
       {"a:source:b", ""},
-      // An empty value, whatever the key, and whatever follows.
+      // An empty value, with any key, and with anything behind it.
       {"a::", "websl"},
       {"a::,", "websl"},
       {"a::,source::s", "websl"},
@@ -167,10 +167,10 @@ TEST_F(RegisteredApplicationList, HasTheObjectsLinesInTheirOrder) {
         {"@.all\n", "", ""},
         {"@.all", "", ""},
         {"", "", ""},
-        // The first line is the object's name, whatever it says.
+        // The first line is the object's name and is skipped, also when it looks like an entry.
         {"a::a.dir,1.0,source::s\nb::b.dir,1.0,source::s\n", "b b.dir 1.0 s\n", ""},
         {"@.all\na::a.dir,1.0,source::s", "a a.dir 1.0 s\n", ""},
-        // Lines of the Android runtime, in whatever form; names of objects.
+        // Lines of the Android runtime, in any form; names of objects.
         {"@.all\nsys.android.x::x,1.0,source::s\na::sys.android,1.0,source::s\nsys.android\n"
          "b::b,1.0,source::sys.androidx\n[n]sys.android:\n",
          "", ""},
