@@ -23,7 +23,7 @@ enum class OtherEntries { REFUSE, SKIP };
 struct Package {
   std::string entry_name;  ///< of the metadata entry, in full
   meta::Manifest manifest;
-  RecordNames names;  ///< of media and settings
+  RecordNames names = {};  ///< of media and settings
 };
 
 /// Reads on to the next metadata entry of the reader's section, and its manifest; nothing when there is none
