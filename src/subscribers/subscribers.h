@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 
 #include "fs/path.h"
+#include "subscribers/interruption.h"
 
 namespace subscribers {
 
@@ -46,7 +48,8 @@ class SubscriberNotice {
       : restore_(restore), mode_(mode) {}
 
   /// Runs the start scripts and waits for each.
-  /// @throws as SubscriberManager::notify does; no end is told then.
+  /// @throws as SubscriberManager::notify does; no end is told then. From here on to the end of the scope a
+  /// signal that ends the process (SIGTERM, SIGINT, SIGHUP) launches the end scripts first.
   void start();
 
   /// Launches the end scripts if start() came back, without waiting for them.
@@ -57,9 +60,12 @@ class SubscriberNotice {
   SubscriberNotice& operator=(SubscriberNotice&&) = delete;
 
  private:
+  [[nodiscard]] const std::string& end_event() const noexcept;
+
   bool restore_;
   int mode_;
   bool armed_ = false;
+  std::optional<Interruption> interruption_;
 };
 
 }  // namespace subscribers
