@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -152,6 +153,8 @@ namespace harbix::app {
 int restore(ArchiveReader& reader) {
   try {
     return restore_applications(reader);
+  } catch (const std::bad_alloc&) {
+    throw;  // the run is over
   } catch (const std::exception& error) {
     report::error(error.what());
     return 1;

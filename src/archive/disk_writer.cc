@@ -158,7 +158,13 @@ void DiskWriter::make_link(const fs::Path& path, const std::string& target) {
   unfinished.complete();
 }
 
-fs::Place DiskWriter::place_of(const fs::Path& path) try {
+fs::Place DiskWriter::place_of(const fs::Path& path) {
+  const fs::Place place = place_below(path);
+  reader_.written().note(place.folder, folder_.path() / path.dirname());
+  return place;
+}
+
+fs::Place DiskWriter::place_below(const fs::Path& path) try {
   return folder_.place_of(path);
 } catch (const fs::Exception& error) {
   if (error.error() != ENOENT) throw;

@@ -54,6 +54,7 @@ class DiskWriter {
   };
 
   [[nodiscard]] fs::Place place_of(const fs::Path& path);
+  [[nodiscard]] fs::Place place_below(const fs::Path& path);
   void make_folders_above(const fs::Path& path);
   void settle(const Unsettled& folder);
 

@@ -13,7 +13,21 @@ class ArchiveError : public std::runtime_error {
  public:
   /// what() is "Archive error: " followed by `reason`.
   explicit ArchiveError(const std::string& reason) : std::runtime_error("Archive error: " + reason) {}
+
+ protected:
+  struct InFull {};
+  ArchiveError(const std::string& text, InFull /*tag*/) : std::runtime_error(text) {}
 };
+
+/// The run is out of descriptors or memory: what comes next would fail as well, and must not be left out item
+/// by item. Passes wherever an ArchiveError does.
+class ResourceError : public ArchiveError {
+ public:
+  explicit ResourceError(const std::string& text) : ArchiveError(text, InFull()) {}
+};
+
+/// Whether an error number is not about one path, but about all that the process does.
+[[nodiscard]] bool is_resource_error(int error) noexcept;
 
 /// The data of one entry cannot be read: what() is the library's text.
 class DataError : public std::runtime_error {

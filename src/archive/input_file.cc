@@ -1,6 +1,7 @@
 #include "archive/input_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "archive/error.h"
+#include "base/waiting.h"
 
 namespace harbix {
 namespace {
@@ -59,7 +61,7 @@ std::optional<std::span<const std::byte>> InputFile::read_block() {
       position_ += count;
       return std::span<const std::byte>(block_).first(static_cast<std::size_t>(count));
     }
-    if (errno != EINTR) return std::nullopt;
+    if (errno != EINTR && !base::wait_until_readable(file_.get(), errno)) return std::nullopt;
   }
 }
 
@@ -99,6 +101,20 @@ std::int64_t InputFile::seek(std::int64_t offset, int whence) {
     return -1;
   }
   return position_ = target;
+}
+
+void InputFile::drain() {
+  // As much as a pipe holds: a writer without end is left alone.
+  constexpr std::size_t LARGEST_PIPE = std::size_t{1} << 20;
+  // A writer that finds room again needs a moment to fill it.
+  constexpr int MOMENT = 20;
+  for (std::size_t drained = 0; !is_regular() && drained < LARGEST_PIPE;) {
+    ::pollfd waiting{.fd = file_.get(), .events = POLLIN, .revents = 0};
+    if (::poll(&waiting, 1, drained == 0 ? 0 : MOMENT) < 1) return;
+    const ssize_t count = ::read(file_.get(), block_.data(), block_.size());
+    if (count < 1) return;
+    drained += static_cast<std::size_t>(count);
+  }
 }
 
 bool InputFile::is_longer_than(std::int64_t count) {

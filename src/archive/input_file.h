@@ -49,6 +49,10 @@ class InputFile {
   /// lost.
   [[nodiscard]] bool is_longer_than(std::int64_t count);
 
+  /// Reads away what waits in a pipe, so that its writer does not fail at the end of its work. Waits for
+  /// milliseconds at most.
+  void drain();
+
   /// Whether reading met the end of the file before any byte.
   [[nodiscard]] bool is_empty() const noexcept { return is_empty_; }
   /// Only regular files can be skipped and searched in, and read twice.

@@ -47,6 +47,8 @@ Manifest parse(std::istream& stream) {
   while (stream.good()) {
     std::getline(stream, key, ':');
     if (key.empty() || stream.eof() || WHITE_SPACE.find(key.front()) != std::string_view::npos) continue;
+    if (manifest.size() == MOST_ATTRIBUTES)
+      throw malformed_manifest("Manifest of more than " + std::to_string(MOST_ATTRIBUTES) + " attributes");
     std::string value = read_value(stream);
     manifest.push_back({std::move(key), std::move(value)});
     key.clear();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
@@ -9,6 +10,10 @@
 
 /// Manifests: what a package says of itself, one "KEY: VALUE" line an attribute.
 namespace meta {
+
+// Beyond every real device; and below what an archive can claim to hold.
+inline constexpr std::size_t MOST_ATTRIBUTES = 2'000'000;
+inline constexpr std::size_t LARGEST_TEXT = std::size_t{256} << 20;
 
 /// The text is no manifest.
 class malformed_manifest : public std::runtime_error {
@@ -32,7 +37,8 @@ using Manifest = std::vector<Attribute>;
 /// Reads to the end of the stream. A key is everything up to the next ':', line breaks included, and is
 /// dropped when it begins with white space; a line that begins with a blank continues the value before it,
 /// blank kept.
-/// @throws std::ios_base::failure when the stream cannot be read.
+/// @throws std::ios_base::failure when the stream cannot be read; malformed_manifest "Manifest of more than
+/// 2000000 attributes".
 [[nodiscard]] Manifest parse(std::istream& stream);
 
 /// The value of the first attribute with this key.

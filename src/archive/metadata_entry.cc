@@ -10,14 +10,13 @@
 
 #include "base/log.h"
 #include "base/report.h"
+#include "base/run_progress.h"
 
 namespace harbix {
 namespace {
 
 constexpr mode_t METADATA_MODE = S_IFREG | S_IRWXU;
 constexpr std::size_t CHUNK_SIZE = 4096;
-// Beyond every real device, and below what a sparse entry can claim to be.
-constexpr std::size_t LARGEST_MANIFEST = std::size_t{256} << 20;
 
 meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
   std::stringstream text;
@@ -28,7 +27,7 @@ meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
     const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
     if (count <= 0) break;  // the end, or damage, which the reader then knows of
     total += static_cast<std::size_t>(count);
-    if (total > LARGEST_MANIFEST) throw meta::malformed_manifest("Manifest of more than 256 MiB");
+    if (total > meta::LARGEST_TEXT) throw meta::malformed_manifest("Manifest of more than 256 MiB");
     text.write(chunk.data(), count);
     names.add({chunk.data(), static_cast<std::size_t>(count)});
     has_null = has_null || std::memchr(chunk.data(), '\0', static_cast<std::size_t>(count)) != nullptr;
@@ -55,6 +54,7 @@ void require_no_error(const ArchiveReader& reader) {
 void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
                     const meta::Manifest& manifest) {
   diagnostics::line(3, "Storing manifest to '%s'", directory.c_str());
+  run_progress::begin_package(directory.text());
   const std::string text = meta::to_text(manifest);
   struct ::stat record {};
   record.st_mode = METADATA_MODE;

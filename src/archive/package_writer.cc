@@ -16,6 +16,9 @@ namespace harbix {
 namespace {
 
 constexpr std::int64_t RECORD_SIZE = 512;
+// What is over is left for the other attributes, and what the text has between keys and values.
+constexpr std::size_t MOST_ITEMS = meta::MOST_ATTRIBUTES - 1000;
+constexpr std::size_t MOST_RECORD_TEXT = meta::LARGEST_TEXT - (std::size_t{8} << 20);
 
 std::int64_t filled_up(std::int64_t bytes) {
   return saturated_sum(bytes, RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE;
@@ -40,7 +43,14 @@ bool PackageWriter::add(const fs::File& item) {
     report_left_out(item.path(), reason);
     return false;
   }
-  records_.push_back(style_.record(item));
+  meta::Attribute record = style_.record(item);
+  const std::size_t text = record.key.size() + record.value.size();
+  if (items_.size() >= MOST_ITEMS || record_text_ + text > MOST_RECORD_TEXT) {
+    report_left_out(item.path(), "the manifest is full");
+    return false;
+  }
+  record_text_ += text;
+  records_.push_back(std::move(record));
   items_.push_back({item.path(), item.record().st_dev, item.record().st_ino});
   const std::int64_t size = item.record().st_size;
   bytes_ = saturated_sum(bytes_, size);
@@ -61,6 +71,7 @@ SizeResult PackageWriter::estimate() const {
 }
 
 void PackageWriter::store(const fs::Path& name, const fs::Path& base, meta::Manifest attributes) {
+  leave_out_other_manifests(name, base);
   std::ranges::move(records_, std::back_inserter(attributes));
   store_manifest(writer_, name, METADATA_NAME, attributes);
   // Not needed any more, and as large as the list of items.
@@ -70,11 +81,25 @@ void PackageWriter::store(const fs::Path& name, const fs::Path& base, meta::Mani
   for (const PackageItem& item : items_) store_item(item, name / item.path.relative_to(base), progress);
 }
 
+void PackageWriter::leave_out_other_manifests(const fs::Path& name, const fs::Path& base) {
+  // A restore would take each of them for the beginning of a package.
+  for (std::size_t i = items_.size(); i-- > 0;) {
+    const fs::Path& path = items_[i].path;
+    if (!begins_package((name / path.relative_to(base)).text())) continue;
+    report_left_out(path, "has the name of a manifest");
+    records_.erase(records_.begin() + static_cast<std::ptrdiff_t>(i));
+    items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+}
+
 void PackageWriter::store_item(const PackageItem& item, const fs::Path& name,
                                report::ProgressLines& progress) {
   try {
     style_.announce(progress, item.path, name);
     style_.write(writer_, folder_, item, name);
+  } catch (const ResourceError& error) {
+    writer_.fail(error.what());
+    throw;
   } catch (const ArchiveError&) {
     throw;  // there is no archive to go on with
   } catch (const fs::IdentityError&) {
@@ -93,7 +118,7 @@ void report_unlisted(const fs::Exception& failure, Completeness& completeness) {
 void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name) {
   const Source source = open_source(folder, item.path);
   const struct ::stat& record = source.file.record();
-  if (record.st_dev != item.device || record.st_ino != item.inode) throw unopened(item.path);
+  if (record.st_dev != item.device || record.st_ino != item.inode) throw_replaced(item.path);
   writer.write(source, name);
 }
 

@@ -46,7 +46,8 @@ class PackageWriter {
       : writer_(writer), folder_(folder), style_(style) {}
 
   /// Takes an item into the package. What no archive can hold (fifos, sockets, devices, and the archive that
-  /// is being written) is left out with its record, and reported on standard error and in the log at level 1.
+  /// is being written) is left out with its record, and reported on standard error and in the log at level 1;
+  /// so is what the manifest has no room for.
   /// @return whether it was taken.
   bool add(const fs::File& item);
 
@@ -65,12 +66,14 @@ class PackageWriter {
   [[nodiscard]] SizeResult estimate() const;
 
   /// Writes the package `name`: a manifest of `attributes` and the records, then the items, each under `name`
-  /// joined with its path relative to `base`. An item that cannot be archived (it vanished, another object
+  /// joined with its path relative to `base`. An item that would take the name of a manifest is left out with
+  /// its record, and reported. An item that cannot be archived (it vanished, another object
   /// took its place, it cannot be opened) is reported, and the rest is archived. Ends the use of this object.
   /// @throws ArchiveError when the archive cannot be written any further.
   void store(const fs::Path& name, const fs::Path& base, meta::Manifest attributes = {});
 
  private:
+  void leave_out_other_manifests(const fs::Path& name, const fs::Path& base);
   void store_item(const PackageItem& item, const fs::Path& name, report::ProgressLines& progress);
 
   ArchiveWriter& writer_;
@@ -78,6 +81,7 @@ class PackageWriter {
   PackageStyle style_;
   std::vector<PackageItem> items_;
   meta::Manifest records_;
+  std::size_t record_text_ = 0;  ///< bytes of keys and values
   std::int64_t bytes_ = 0;
   std::int64_t entry_bytes_ = 0;  ///< headers and filled-up contents
 };

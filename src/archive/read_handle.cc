@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <archive.h>
+#include <archive_entry.h>
 
 #include "archive/error.h"
 
@@ -17,17 +18,23 @@ constexpr std::int64_t END_MARK_SIZE = 1024;
 // No error number of the system's or the library's.
 constexpr int INPUT_ENDED = 1 << 20;
 
-/// Everything the library reads but listings of files (mtree): nearly every text passes for one, and it could
-/// name files of this device as the contents of its entries.
+constexpr std::array FORMATS{::archive_read_support_format_cpio, ::archive_read_support_format_tar,
+                             ::archive_read_support_format_zip};
+constexpr std::array FILTERS{::archive_read_support_filter_gzip,    ::archive_read_support_filter_bzip2,
+                             ::archive_read_support_filter_xz,      ::archive_read_support_filter_lzma,
+                             ::archive_read_support_filter_zstd,    ::archive_read_support_filter_lz4,
+                             ::archive_read_support_filter_compress};
+
+/// Few formats, for root reads what others wrote; and of the filters those that the library has itself: for
+/// others it would run a program that it finds in PATH.
 void support_formats(::archive* handle) {
-  constexpr std::array FORMATS{::archive_read_support_format_7zip,    ::archive_read_support_format_ar,
-                               ::archive_read_support_format_cab,     ::archive_read_support_format_cpio,
-                               ::archive_read_support_format_iso9660, ::archive_read_support_format_lha,
-                               ::archive_read_support_format_rar,     ::archive_read_support_format_rar5,
-                               ::archive_read_support_format_tar,     ::archive_read_support_format_warc,
-                               ::archive_read_support_format_xar,     ::archive_read_support_format_zip};
   // A format that this build of the library lacks is then unrecognized, like any other.
   for (const auto support : FORMATS) static_cast<void>(support(handle));
+  for (const auto support : FILTERS) {
+    const ReadHandle::Owner probe(::archive_read_new());
+    if (probe == nullptr) throw std::bad_alloc();
+    if (support(probe.get()) == ARCHIVE_OK) static_cast<void>(support(handle));
+  }
 }
 
 }  // namespace
@@ -40,8 +47,6 @@ void ReadHandle::Closer::operator()(::archive* handle) const noexcept {
 ReadHandle::ReadHandle(InputFile input) : input_(std::move(input)), handle_(::archive_read_new()) {
   if (handle_ == nullptr) throw std::bad_alloc();
   support_formats(get());
-  // Filters that need an outside program are answered by ARCHIVE_WARN; they are available all the same.
-  ::archive_read_support_filter_all(get());
   if (open() != ARCHIVE_OK && !input_.is_empty()) throw ArchiveError(error_text(get()));
   // Formats that would have to seek in a pipe have said so, and lost the bid; that is no error.
   ::archive_clear_error(get());
@@ -64,8 +69,9 @@ int ReadHandle::next_header() {
   is_in_header_ = false;
   if (status == ARCHIVE_EOF) return status_ = judge_end();
   if (status == ARCHIVE_WARN) return status_ = judge_warning();
-  if (status == ARCHIVE_OK) ::archive_clear_error(get());
-  return status_ = status;
+  if (status != ARCHIVE_OK) return status_ = status;
+  ::archive_clear_error(get());
+  return status_ = judge_names();
 }
 
 int ReadHandle::judge_end() {
@@ -85,6 +91,18 @@ int ReadHandle::judge_warning() {
   // the library could not read is passed over with a warning: the name may be another one.
   if (::archive_errno(get()) != EILSEQ) return ARCHIVE_FATAL;
   ::archive_clear_error(get());
+  return judge_names();
+}
+
+int ReadHandle::judge_names() {
+  // No system takes a longer one; and some work on names takes more time than they are long.
+  constexpr std::size_t LONGEST_NAME = std::size_t{64} << 10;
+  for (const auto name_of : {::archive_entry_pathname, ::archive_entry_symlink}) {
+    const char* const name = name_of(entry_);
+    if (name == nullptr || ::strnlen(name, LONGEST_NAME + 1) <= LONGEST_NAME) continue;
+    ::archive_set_error(get(), ENAMETOOLONG, "Name of more than 64 KiB");
+    return ARCHIVE_FATAL;
+  }
   return ARCHIVE_OK;
 }
 

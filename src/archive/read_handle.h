@@ -12,6 +12,11 @@ namespace harbix {
 /// A handle of the library that reads an archive of any kind that a restore takes.
 class ReadHandle {
  public:
+  struct Closer {
+    void operator()(::archive* handle) const noexcept;
+  };
+  using Owner = std::unique_ptr<::archive, Closer>;
+
   /// @throws ArchiveError with the library's reason when the input is no archive. An input of zero bytes is
   /// taken for an archive without entries.
   explicit ReadHandle(InputFile input);
@@ -35,9 +40,6 @@ class ReadHandle {
   void close();
 
  private:
-  struct Closer {
-    void operator()(::archive* handle) const noexcept;
-  };
   // What the library calls back.
   static std::ptrdiff_t read(::archive* handle, void* self, const void** data);
   static std::int64_t skip(::archive* handle, void* self, std::int64_t count);
@@ -46,9 +48,10 @@ class ReadHandle {
   int open();
   int judge_end();
   int judge_warning();
+  int judge_names();
 
   InputFile input_;
-  std::unique_ptr<::archive, Closer> handle_;
+  Owner handle_;
   ::archive_entry* entry_ = nullptr;
   bool is_in_header_ = false;
   int status_ = 0;  ///< of the last header

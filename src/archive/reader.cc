@@ -8,6 +8,7 @@
 
 #include "archive/error.h"
 #include "base/log.h"
+#include "base/run_progress.h"
 
 namespace harbix {
 namespace {
@@ -25,6 +26,7 @@ void ArchiveReader::begin_section(Section section) {
   if (!is_begun_) refuse_zeros();
   is_begun_ = true;
   section_ = std::move(section);
+  has_met_own_ = false;
 }
 
 void ArchiveReader::refuse_zeros() {
@@ -68,17 +70,21 @@ int ArchiveReader::advance() {
     if (!std::exchange(held_back_, false)) status_ = handle_.next_header();
     if (status_ != ARCHIVE_OK) return status_;
     note_package();
-    if (in_package_of(section_.later)) {
+    if (in_package_of(section_.later) || (has_met_own_ && in_package_of(section_.rest))) {
       held_back_ = true;
       return ARCHIVE_EOF;
     }
-    if (!in_package_of(section_.earlier)) return ARCHIVE_OK;
+    if (in_package_of(section_.earlier)) continue;
+    run_progress::add_item();
+    return ARCHIVE_OK;
   }
 }
 
 void ArchiveReader::note_package() {
   if (!entry().begins_package()) return;
   if (const std::optional<fs::Path> name = entry().name()) package_ = name->dirname();
+  run_progress::begin_package(package_.text());
+  has_met_own_ = has_met_own_ || in_package_of(section_.own);
 }
 
 bool ArchiveReader::in_package_of(const std::vector<fs::Path>& prefixes) const {
@@ -94,7 +100,9 @@ void ArchiveReader::skip(const EntryView& entry) {
 }
 
 std::int64_t ArchiveReader::read_data(char* buffer, std::size_t size) {
-  return ::archive_read_data(handle_.get(), buffer, size);
+  const la_ssize_t count = ::archive_read_data(handle_.get(), buffer, size);
+  if (count > 0) run_progress::add_bytes(count);
+  return count;
 }
 
 std::optional<DataBlock> ArchiveReader::read_block() {
@@ -104,6 +112,7 @@ std::optional<DataBlock> ArchiveReader::read_block() {
   const int status = ::archive_read_data_block(handle_.get(), &data, &size, &offset);
   if (status == ARCHIVE_EOF) return std::nullopt;
   if (status < ARCHIVE_WARN) throw DataError(error_text());
+  run_progress::add_bytes(static_cast<std::int64_t>(size));
   return DataBlock{static_cast<const char*>(data), size, offset};
 }
 

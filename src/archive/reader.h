@@ -10,6 +10,7 @@
 #include "archive/entry_view.h"
 #include "archive/read_handle.h"
 #include "archive/survey.h"
+#include "archive/written_file_systems.h"
 
 struct archive;
 
@@ -20,6 +21,8 @@ namespace harbix {
 struct Section {
   std::vector<fs::Path> earlier;  ///< packages of keywords that come before this one: passed over
   std::vector<fs::Path> later;  ///< packages of keywords that this run restores afterwards: the end, for now
+  std::vector<fs::Path> own = {};   ///< packages of this keyword
+  std::vector<fs::Path> rest = {};  ///< packages of later keywords: the end, once one of its own has been met
 };
 
 /// A piece of an entry's data.
@@ -94,6 +97,12 @@ class ArchiveReader {
   /// Forgets the last error, once it has been told.
   void clear_error();
 
+  /// Where extraction notes what it writes to.
+  [[nodiscard]] WrittenFileSystems& written() noexcept { return written_; }
+
+  /// Ends the work with a stream: reads away what waits in a pipe.
+  void drain() { handle_.input().drain(); }
+
   /// Whether an object is the file that this archive is being read from.
   [[nodiscard]] bool is_input(const fs::File& file) const noexcept;
 
@@ -113,6 +122,8 @@ class ArchiveReader {
   bool held_back_ = false;  ///< the last header still waits to be handed on
   bool is_begun_ = false;
   bool is_empty_ = false;
+  bool has_met_own_ = false;  ///< a package of the section's own keyword
+  WrittenFileSystems written_;
 };
 
 }  // namespace harbix

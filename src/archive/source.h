@@ -19,14 +19,19 @@ struct Source {
 /// Opens the plain file, directory or symbolic link `path`, which lies below `folder`; a relative path counts
 /// from there. Follows no link. The status is that of the very object that was opened: whatever has happened
 /// since it was listed, header and contents agree.
-/// @throws std::runtime_error "Error opening: PATH", for objects of other kinds as well.
+/// @throws std::runtime_error "Error opening: PATH: REASON", for objects of other kinds as well;
+/// ResourceError with the same text when no object could be opened just now.
 [[nodiscard]] Source open_source(fs::Folder& folder, const fs::Path& path);
 
 /// What a symbolic link below `folder` points to.
-/// @throws std::runtime_error "Error opening: PATH"
+/// @throws as open_source does.
 [[nodiscard]] std::string read_link(fs::Folder& folder, const fs::Path& path);
 
-/// The error "Error opening: PATH" of an object that cannot be archived.
-[[nodiscard]] std::runtime_error unopened(const fs::Path& path);
+/// Reports that an object cannot be archived, for the reason that this error number has.
+/// @throws as open_source does, always.
+[[noreturn]] void throw_unopened(const fs::Path& path, int error);
+
+/// The same for an object that is not the one that was listed.
+[[noreturn]] void throw_replaced(const fs::Path& path);
 
 }  // namespace harbix

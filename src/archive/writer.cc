@@ -13,11 +13,18 @@
 #include "archive/error.h"
 #include "archive/plain_header.h"
 #include "base/log.h"
+#include "base/run_progress.h"
 
 namespace harbix {
 namespace {
 
 constexpr std::size_t CHUNK_SIZE = 32768;
+
+void report_unread(const fs::File& file, int error) {
+  const char* const reason = std::strerror(error);
+  diagnostics::line(0, "File '%s' could not be read to its end: %s", file.path().c_str(), reason);
+  std::cerr << "Error: File '" << file.path() << "' could not be read to its end: " << reason << '\n';
+}
 
 void report_change(const fs::File& file, const char* what) {
   diagnostics::line(1, "File '%s' %s while it was archived", file.path().c_str(), what);
@@ -60,6 +67,7 @@ void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record
 }
 
 void ArchiveWriter::close() {
+  if (!failure_.empty()) throw ResourceError(failure_);
   const int status = ::archive_write_close(handle_.get());
   const std::string reason = error_text(handle_.get());
   // What is still gathered reaches the system only here.
@@ -87,6 +95,8 @@ void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& na
   const int status = ::archive_write_header(current_, entry_.get());
   if (status == ARCHIVE_FATAL) throw ArchiveError(error_text(current_));
   if (status < ARCHIVE_WARN) throw std::runtime_error("Archive error: " + error_text(current_));
+  has_entries_ = true;
+  run_progress::add_item();
   if (status == ARCHIVE_WARN) {
     // The entry is complete: a name that is not valid UTF-8 is stored byte for byte, and warned of.
     diagnostics::line(4, "Archive header: %s", error_text(current_).c_str());
@@ -95,6 +105,7 @@ void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& na
 }
 
 void ArchiveWriter::write_data(const char* data, std::size_t size) {
+  run_progress::add_bytes(static_cast<std::int64_t>(size));
   if (size == 0 || ::archive_write_data(current_, data, size) >= 0) return;
   throw ArchiveError(error_text(current_) + "(" + std::to_string(::archive_errno(current_)) + ")");
 }
@@ -105,8 +116,12 @@ void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
   for (;;) {
     const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
     if (count == -1 && errno == EINTR) continue;
-    if (count < 1)
-      break;  // the end of the file, or of what can be read of it: either way the rest is missing
+    if (count == -1) {
+      // The archive has zeros for the rest.
+      report_unread(file, errno);
+      return;
+    }
+    if (count == 0) break;
     if (count > rest) {
       write_data(chunk.data(), static_cast<std::size_t>(rest));
       report_change(file, "grew");

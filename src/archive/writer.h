@@ -42,8 +42,15 @@ class ArchiveWriter {
   /// @throws as write does.
   void write_text(const fs::Path& name, const struct ::stat& record, std::string_view text);
 
+  /// Whether anything has been written.
+  [[nodiscard]] bool has_entries() const noexcept { return has_entries_; }
+
+  /// Remembers why the archive cannot be ended as a whole one.
+  void fail(const std::string& reason) { failure_ = reason; }
+
   /// Ends the archive and hands its last bytes to the system.
-  /// @throws ArchiveError when any byte of it did not get there.
+  /// @throws ArchiveError when any byte of it did not get there; ResourceError with the text of fail(), and
+  /// the archive then has no end mark.
   void close();
 
   /// How many bytes the archive has emitted, padding included; meaningful after close().
@@ -64,8 +71,10 @@ class ArchiveWriter {
 
   OutputFile output_;
   WriteHandle handle_;
-  WriteHandle plain_;                                     ///< for entries without extensions
-  ::archive* current_ = nullptr;                          ///< the one that has the entry at hand
+  WriteHandle plain_;             ///< for entries without extensions
+  ::archive* current_ = nullptr;  ///< the one that has the entry at hand
+  bool has_entries_ = false;
+  std::string failure_;
   std::unique_ptr<::archive_entry, EntryDeleter> entry_;  ///< of the header at hand; used again for the next
 };
 

@@ -1,5 +1,7 @@
 #include "base/report.h"
 
+#include <algorithm>
+
 #include "base/log.h"
 
 namespace harbix::report {
@@ -10,7 +12,9 @@ constexpr std::size_t CAPACITY = 4096;
 }  // namespace
 
 void error(std::string_view text, std::string_view prefix) {
-  diagnostics::line(0, "ERROR: %s", std::string(text).c_str());
+  // Without memory of its own: there may be none left.
+  constexpr std::size_t LONGEST = diagnostics::LINE_CAPACITY;
+  diagnostics::line(0, "ERROR: %.*s", static_cast<int>(std::min(text.size(), LONGEST)), text.data());
   std::cerr << prefix << text << '\n';
 }
 

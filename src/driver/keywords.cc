@@ -81,10 +81,13 @@ Section section_of(const Keyword& keyword, std::span<const std::string> selected
   for (const Keyword& other : all_keywords()) {
     if (other.name == keyword.name) {
       is_later = true;
+      section.own = other.prefixes;
     } else if (!is_later) {
       section.earlier.insert(section.earlier.end(), other.prefixes.begin(), other.prefixes.end());
     } else if (std::ranges::find(selected, other.name) != selected.end()) {
       section.later.insert(section.later.end(), other.prefixes.begin(), other.prefixes.end());
+    } else {
+      section.rest.insert(section.rest.end(), other.prefixes.begin(), other.prefixes.end());
     }
   }
   return section;

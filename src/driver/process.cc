@@ -8,15 +8,41 @@
 #include <cerrno>
 #include <clocale>
 #include <csignal>
+#include <cstdlib>
+#include <exception>
 #include <initializer_list>
+#include <memory>
+#include <new>
 
 #include "base/domains.h"
+#include "base/file_descriptor.h"
 #include "base/places.h"
+#include "base/report.h"
 #include "fs/accounts.h"
 #include "fs/exception.h"
 #include "fs/working_directory.h"
 
 namespace harbix {
+namespace {
+
+/// What reports of errors, and cleaning up, may take.
+using Reserve = std::array<char, std::size_t{256} << 10>;
+std::unique_ptr<Reserve> reserve;
+
+[[noreturn]] void end_without_memory() {
+  constexpr int STATUS_EXCEPTION = 2;
+  try {
+    if (const std::exception_ptr error = std::current_exception()) std::rethrow_exception(error);
+  } catch (const std::bad_alloc&) {
+    report::error("Out of memory", "ERROR: ");
+    ::_exit(STATUS_EXCEPTION);
+  } catch (...) {
+    std::abort();
+  }
+  std::abort();
+}
+
+}  // namespace
 
 void let_writes_fail() {
   // A handler and not SIG_IGN: that would be inherited by the scripts that the program runs.
@@ -27,6 +53,23 @@ void let_writes_fail() {
     // Fails only for signals that do not exist.
     static_cast<void>(::sigaction(signal, &action, nullptr));
   }
+  // A caller that ignores it hands that on, and nothing that was started could be waited for.
+  static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
+}
+
+void survive_lack_of_memory() {
+  reserve.reset(new (std::nothrow) Reserve);
+  std::set_new_handler([] {
+    reserve.reset();
+    throw std::bad_alloc();
+  });
+  std::set_terminate(end_without_memory);
+}
+
+void detach_standard_input() {
+  const base::FileDescriptor nothing(::open(places::DEV_NULL, O_RDONLY | O_CLOEXEC));
+  // Where that fails, a script that reads takes what the caller has there.
+  if (nothing) static_cast<void>(::dup2(nothing.get(), STDIN_FILENO));
 }
 
 void occupy_closed_streams() {

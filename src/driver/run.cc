@@ -1,8 +1,11 @@
 #include "driver/run.h"
 
 #include <algorithm>
+#include <cstring>
 #include <exception>
 #include <iostream>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +17,7 @@
 #include "base/log.h"
 #include "base/places.h"
 #include "base/report.h"
+#include "base/run_progress.h"
 #include "driver/keywords.h"
 #include "driver/options.h"
 #include "driver/process.h"
@@ -60,12 +64,18 @@ std::vector<std::string> package_ids(const Options& options) {
 
 int restore_archive(const Options& options) {
   ArchiveReader reader(options.file_name);
+  detach_standard_input();
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
     if (!is_selected(options, keyword)) continue;
+    run_progress::begin_keyword(keyword.name.data());
     reader.begin_section(section_of(keyword, options.keywords));
     result = keyword.restore(reader);
   }
+  reader.drain();
+  if (const int error = reader.written().synchronize(); error != 0)
+    throw std::runtime_error(std::string("What was restored may not be on the medium: ") +
+                             std::strerror(error));
   return result;
 }
 
@@ -74,11 +84,13 @@ int write_archive(const Options& options) {
   report::progress("Archiving");
   diagnostics::line(3, "Archiving");
   ArchiveWriter writer(options.size_only ? places::DEV_NULL : options.file_name);
+  detach_standard_input();
   const std::vector<std::string> ids = package_ids(options);
   SizeResult total;
   int result = 0;
   for (const Keyword& keyword : all_keywords()) {
     if (!is_selected(options, keyword)) continue;
+    run_progress::begin_keyword(keyword.name.data());
     report::progress(keyword.label);
     diagnostics::line(2, "%s", std::string(keyword.label).c_str());
     // Each operation gets a record of its own: some assign what they know instead of adding it.
@@ -86,6 +98,8 @@ int write_archive(const Options& options) {
     result = options.size_only ? keyword.measure(writer, ids, size) : keyword.back_up(writer, ids);
     total += size;
   }
+  // What failed before its first entry is no better than the backup of yesterday, which is still there.
+  if (result != 0 && !options.size_only && !writer.has_entries()) return result;
   writer.close();
   if (options.size_only) {
     write_size_report(options.file_name, size_report_text(total, writer.compressed_position()));
@@ -104,6 +118,8 @@ constexpr std::string_view FAILURE = "ERROR: ";
 int run_guarded(const Options& options) {
   try {
     return run_archive_stage(options);
+  } catch (const std::bad_alloc&) {
+    report::error("Out of memory", FAILURE);
   } catch (const std::exception& error) {
     report::error(error.what(), FAILURE);
   } catch (...) {
@@ -125,6 +141,9 @@ int run_operation(Options options) {
 }  // namespace
 
 int run_program(int argc, char* const argv[]) {
+  let_writes_fail();
+  survive_lack_of_memory();
+  run_progress::answer_signals();
   occupy_closed_streams();
   fs::become_superuser();
   const std::optional<Options> options = parse_options(argc, argv);
@@ -134,7 +153,6 @@ int run_program(int argc, char* const argv[]) {
     diagnostics::line(0, "%s", refusal->message.c_str());
     return STATUS_REFUSED;
   }
-  let_writes_fail();
   if (options->initiation) {
     notify_subscribers(*options, SubscriberManager::RESTORE_START, SubscriberManager::BACKUP_START,
                        Wait::YES);

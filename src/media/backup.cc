@@ -164,6 +164,8 @@ int guarded(bool size_only, Work work) {
     Completeness completeness;
     work(completeness);
     return completeness.result();
+  } catch (const std::bad_alloc&) {
+    throw;  // the run is over
   } catch (const std::exception& error) {
     report::error(error.what());
     return 1;

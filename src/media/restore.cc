@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <vector>
@@ -228,6 +229,8 @@ int restore(ArchiveReader& reader) {
     // Behind the media, where the restore did not get to it.
     if (!is_whole) throw std::runtime_error("The archive is damaged: " + *survey->damage());
     return completeness.result();
+  } catch (const std::bad_alloc&) {
+    throw;  // the run is over
   } catch (const std::exception& error) {
     report_failure(error.what());
     return 1;

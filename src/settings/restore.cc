@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -170,6 +171,8 @@ int restore(ArchiveReader& reader) {
     restore_settings(reader, completeness);
     platform::flushall();
     return completeness.result();
+  } catch (const std::bad_alloc&) {
+    throw;  // the run is over
   } catch (const std::exception& error) {
     report::error(error.what());
     return 1;

@@ -111,7 +111,9 @@ TEST_F(ApplicationArchive, HasAPackageWithoutAnyData) {
     EXPECT_FALSE(reader.next_header());
     std::string expected;
     for (const std::string& path : paths)
-      expected.append("Archive: " + path + "\nError opening: ").append(path).append("\n");
+      expected.append("Archive: " + path + "\nError opening: ")
+          .append(path)
+          .append(": No such file or directory\n");
     EXPECT_EQ(errors, expected);
   }));
 }

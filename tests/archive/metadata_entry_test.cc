@@ -136,16 +136,6 @@ TEST_F(MetadataEntry, WithoutAFolderIsAnError) {
   }
 }
 
-TEST_F(MetadataEntry, WithoutANameIsAnError) {
-  write_file(folder_ / "\xC3\xA9", "1");
-  const auto made = run_program(
-      {"sh", "-c", "cd '" + folder_.path() + "' && LC_ALL=C.UTF-8 bsdtar --format=7zip -cf a.tar \xC3\xA9"});
-  ASSERT_EQ(made.status, 0) << made.errors;
-  Reader reader(archive_);
-  EXPECT_THROW(static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)),
-               std::runtime_error);
-}
-
 TEST_F(MetadataEntry, NowhereInTheArchiveIsNoError) {
   const CapturedOutput errors(STDERR_FILENO);
   for (const bool verbose : {false, true}) {

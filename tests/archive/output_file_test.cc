@@ -44,6 +44,22 @@ TEST(OutputFile, TruncatesWhatWasThere) {
   EXPECT_EQ(read_file(folder / "a"), "new");
 }
 
+TEST(OutputFile, LeavesWhatWasThereUntilTheFirstByteIsWrittenOut) {
+  const TemporaryFolder folder;
+  write_file(folder / "a", "yesterday");
+  {
+    OutputFile output(folder / "a");
+    EXPECT_EQ(output.write(bytes("gathered")), 0);
+  }
+  EXPECT_EQ(read_file(folder / "a"), "yesterday");
+}
+
+TEST(OutputFile, LeavesNoFileThatItMadeForNothing) {
+  const TemporaryFolder folder;
+  { const OutputFile output(folder / "a"); }
+  EXPECT_TRUE(Tree{}.matches(folder.path()));
+}
+
 TEST(OutputFile, TakesStandardOutputForAnEmptyName) {
   const CapturedOutput captured(STDOUT_FILENO);
   OutputFile output("");

@@ -113,8 +113,9 @@ TEST_F(PackageWriterTest, KeepsARecordOfWhatDoesNotExist) {
   EXPECT_EQ(package.bytes(), 0);
   package.store("/app/x/appdata", Path(temporary_.path()));
   EXPECT_EQ(stored_names(), (Texts{"/app/x/appdata/.backup.metadata"}));
-  EXPECT_EQ(errors.text(), "Error opening: " + gone.text() + "\n");
-  EXPECT_EQ(log.messages(), (Texts{"2 ERROR: Error opening: " + gone.text()}));
+  EXPECT_EQ(errors.text(), "Error opening: " + gone.text() + ": No such file or directory\n");
+  EXPECT_EQ(log.messages(),
+            (Texts{"2 ERROR: Error opening: " + gone.text() + ": No such file or directory"}));
 }
 
 TEST_F(PackageWriterTest, EstimatesContentsInWholeRecords) {
@@ -182,6 +183,23 @@ TEST_F(PackageWriterTest, NamesEntriesByTheirPathBelowTheBase) {
   EXPECT_EQ(stored_names(), (Texts{"/app/x/bin/.backup.metadata", "/app/x/bin/f", "/app/x/bin/lib/g"}));
 }
 
+TEST_F(PackageWriterTest, LeavesOutWhatWouldTakeTheNameOfItsManifest) {
+  Tree{file(".backup.metadata", "mine"), file("a"), dir("d", {file(".backup.metadata", "mine")})}.build(
+      temporary_.path());
+  const RecordedLog log(1);
+  const CapturedOutput errors(STDERR_FILENO);
+  PackageWriter package = package_of({".backup.metadata", "a", "d/.backup.metadata"});
+  package.store("/media/x", "");
+  EXPECT_EQ(stored_names(),
+            (Texts{"/media/x/.backup.metadata", "/media/x/a", "/media/x/d/.backup.metadata"}));
+  EXPECT_EQ(errors.text(), "has the name of a manifest: .backup.metadata skipping\n");
+  EXPECT_EQ(log.messages(), (Texts{"3 has the name of a manifest: '.backup.metadata'; skipping."}));
+  Reader reader(archive_);
+  const auto found = harbix::find_manifest(reader, METADATA_NAME, harbix::OtherEntries::REFUSE);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(harbix::read_file_records(found->manifest).size(), 2U);
+}
+
 TEST_F(PackageWriterTest, GoesOnBehindAnItemThatVanished) {
   Tree{file("a"), file("b"), file("c")}.build(temporary_.path());
   const RecordedLog log(0);
@@ -190,8 +208,8 @@ TEST_F(PackageWriterTest, GoesOnBehindAnItemThatVanished) {
   std::filesystem::remove(temporary_ / "b");
   package.store("/media/x", "");
   EXPECT_EQ(stored_names(), (Texts{"/media/x/.backup.metadata", "/media/x/a", "/media/x/c"}));
-  EXPECT_EQ(errors.text(), "Error: Error opening: b\n");
-  EXPECT_EQ(log.messages(), (Texts{"2 ERROR: Error opening: b"}));
+  EXPECT_EQ(errors.text(), "Error: Error opening: b: No such file or directory\n");
+  EXPECT_EQ(log.messages(), (Texts{"2 ERROR: Error opening: b: No such file or directory"}));
 }
 
 TEST_F(PackageWriterTest, ArchivesNothingElseThatTookAnItemsPlace) {
@@ -212,8 +230,10 @@ TEST_F(PackageWriterTest, ArchivesNothingElseThatTookAnItemsPlace) {
   package.store("/media/x", "");
   EXPECT_EQ(stored_names(), (Texts{"/media/x/.backup.metadata"}));
   EXPECT_EQ(errors.text(),
-            "Error: Error opening: mine/a\nError: Error opening: c\nError: Error opening: d\n"
-            "Error: Error opening: last/b\n");
+            "Error: Error opening: mine/a: Not a directory\n"
+            "Error: Error opening: c: another object took its place\n"
+            "Error: Error opening: d: another object took its place\n"
+            "Error: Error opening: last/b: another object took its place\n");
 }
 
 TEST_F(PackageWriterTest, EndsWhereTheArchiveCannotBeWrittenAnyFurther) {

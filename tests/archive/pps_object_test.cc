@@ -30,6 +30,8 @@ using harbix::persistent_lines;
 
 using namespace std::string_literals;
 
+using Texts = std::vector<std::string>;
+
 constexpr std::size_t LARGEST_TEXT = 32768;
 
 TEST(PersistentLines, AreAllButThoseThatBeginWithTheMarks) {
@@ -174,13 +176,33 @@ TEST_F(PpsObject, IsStoredWithItsStatusAndTheSizeOfItsText) {
   EXPECT_EQ(record.st_mtim.tv_sec, object.record().st_mtim.tv_sec);
 }
 
+TEST_F(PpsObject, ThatMayBeLongerThanOneReadIsReportedAsCut) {
+  struct Row {
+    std::string text;
+    bool is_cut;
+  };
+  for (const Row& row : {Row{std::string(32767, 'x'), false}, Row{std::string(32768, 'x'), true},
+                         Row{std::string("a::1\n\0b::2\n", 11), true}, Row{"a::1\n", false}}) {
+    write_file(object_, row.text);
+    const RecordedLog log(1);
+    const CapturedOutput errors(STDERR_FILENO);
+    Writer writer(archive_);
+    store(writer, object_);
+    writer.close();
+    const std::string name = "PPS object '" + object_ + "' was cut in the archive";
+    EXPECT_EQ(errors.text(), row.is_cut ? "Warning: " + name + "\n" : "");
+    EXPECT_EQ(log.messages(), row.is_cut ? Texts{"3 " + name} : Texts{});
+  }
+}
+
 TEST_F(PpsObject, ThatCannotBeReadLeavesNoEntry) {
   write_file(object_, "a::1\n");
   std::filesystem::remove(object_);
   const long before = open_descriptors();
   {
     Writer writer(archive_);
-    EXPECT_EQ(message_of<std::runtime_error>([&] { store(writer, object_); }), "Error opening: " + object_);
+    EXPECT_EQ(message_of<std::runtime_error>([&] { store(writer, object_); }),
+              "Error opening: " + object_ + ": No such file or directory");
     EXPECT_EQ(message_of<fs::Exception>([&] { store(writer, folder_.path()); }),
               "Error reading pps object [errno:21 'Is a directory']");
     writer.close();
@@ -209,13 +231,18 @@ TEST_F(PpsObject, IsAppendedToWithoutWhatMustNotTravel) {
   }
 }
 
-TEST_F(PpsObject, IsRestoredInChunksThatAreFilteredEachByItself) {
+TEST_F(PpsObject, IsRestoredInChunksAndFilteredAcrossTheirEdges) {
   const std::string full(LARGEST_TEXT, 'x');
   EXPECT_EQ(restored(full), "old\n" + full);
   EXPECT_EQ(restored(full + "y"), "old\n" + full + "y");
   EXPECT_EQ(restored(full + full + full + "end\n"), "old\n" + full + full + full + "end\n");
-  // What begins a chunk begins a line, and a NUL ends its chunk alone.
-  EXPECT_EQ(restored(full + "-rest of a line\nnext\n"), "old\n" + full + "next\n");
+  // What begins a chunk is the rest of a line, and a NUL ends its chunk alone.
+  EXPECT_EQ(restored(full + "-rest of a line\nnext\n"), "old\n" + full + "-rest of a line\nnext\n");
+  const std::string line = std::string(LARGEST_TEXT - 3, 'x');
+  for (const std::string filler : {"\n", "y\n", "yy\n"})
+    EXPECT_EQ(restored(line + filler + "[n]not persistent\nnext\n"), "old\n" + line + filler + "next\n");
+  for (const std::string end : {"[", "[n", "[x", "[nx"})
+    EXPECT_EQ(restored(line + "\n" + end), "old\n" + line + "\n" + end);
   EXPECT_EQ(restored("a"s + std::string(LARGEST_TEXT - 1, '\0') + full), "old\na" + full);
 }
 
@@ -230,9 +257,19 @@ TEST_F(PpsObject, TakesEachChunkInOneWrite) {
     restore(TarBuilder().file("/x", std::string(LARGEST_TEXT, 'x') + "1\n2\n").text(), name);
     EXPECT_EQ(read_file(name), "1\n2\n\n");
     // Nothing left of a chunk is nothing written.
-    restore(TarBuilder().file("/x", std::string(LARGEST_TEXT, 'x') + "-1\n").text(), name);
+    restore(TarBuilder().file("/x", std::string(LARGEST_TEXT - 1, 'x') + "\n-1\n").text(), name);
     EXPECT_EQ(read_file(name), "xxxxxxxxxxxxxxx\n");
   }));
+}
+
+TEST_F(PpsObject, OfMoreThanOneMebibyteIsRefused) {
+  write_file(object_, "old\n");
+  EXPECT_EQ(message_of<std::runtime_error>([this] {
+              restore(TarBuilder().add(TarBuilder::FILE, "/x", "a", 0660, "", (1U << 20) + 1).text(),
+                      object_);
+            }),
+            "PPS object of more than 1 MiB");
+  EXPECT_EQ(read_file(object_), "old\n");
 }
 
 TEST_F(PpsObject, MustExistToBeRestoredEvenFromNothing) {

@@ -1,5 +1,6 @@
 #include "archive/source.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,12 +10,15 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "archive/error.h"
 #include "fs/identity.h"
 #include "tests/support/archive.h"
 #include "tests/support/folder.h"
+#include "tests/support/program.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
@@ -68,10 +72,11 @@ TEST(Source, OfALinkIsItsTargetWithoutFollowingIt) {
 }
 
 TEST(Source, OfOtherKindsIsRefusedWithoutWaiting) {
+  const std::string KIND = ": not a file, folder or link";
   const TemporaryFolder folder;
   Tree{fifo("pipe")}.build(folder.path());
-  EXPECT_EQ(refusal(folder / "pipe"), "Error opening: " + (folder / "pipe"));
-  EXPECT_EQ(refusal("/dev/null"), "Error opening: /dev/null");
+  EXPECT_EQ(refusal(folder / "pipe"), "Error opening: " + (folder / "pipe") + KIND);
+  EXPECT_EQ(refusal("/dev/null"), std::string("Error opening: /dev/null") + KIND);
 
   const base::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const std::string name = folder / "socket";
@@ -79,15 +84,27 @@ TEST(Source, OfOtherKindsIsRefusedWithoutWaiting) {
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, name.c_str(), name.size());
   ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const ::sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(refusal(name), "Error opening: " + name);
+  EXPECT_EQ(refusal(name), "Error opening: " + name + ": No such device or address");
 }
 
 TEST(Source, ThatIsGoneOrClosedIsRefused) {
   const TemporaryFolder folder;
   Tree{file("closed", "", 0600)}.build(folder.path());
-  EXPECT_EQ(refusal(folder / "gone"), "Error opening: " + (folder / "gone"));
+  EXPECT_EQ(refusal(folder / "gone"), "Error opening: " + (folder / "gone") + ": No such file or directory");
   const fs::EffectiveUser nobody(65534);
-  EXPECT_EQ(refusal(folder / "closed"), "Error opening: " + (folder / "closed"));
+  EXPECT_EQ(refusal(folder / "closed"), "Error opening: " + (folder / "closed") + ": Permission denied");
+}
+
+TEST(Source, EndsTheRunWhenNothingCouldBeOpened) {
+  const TemporaryFolder folder;
+  Tree{file("f", "12")}.build(folder.path());
+  EXPECT_TRUE(passes_in_child([&folder] {
+    fs::Folder root{Path(folder.path())};
+    const struct ::rlimit none { .rlim_cur = 3, .rlim_max = 3 };
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(message_of<harbix::ResourceError>([&] { static_cast<void>(harbix::open_source(root, "f")); }),
+              "Error opening: f: Too many open files");
+  }));
 }
 
 TEST(Source, DescribesWhatWasOpenedNotWhatWasListed) {
@@ -121,8 +138,10 @@ TEST(Source, ThatCannotBeOpenedIsNamedAndTheNextOneIs) {
   const TemporaryFolder folder;
   Tree{dir("a", {file("f", "12345")})}.build(folder.path());
   fs::Folder root{Path(folder.path())};
-  for (const char* path : {"none/f", "a/none", "a/f/below"}) {
-    const std::string message = std::string("Error opening: ") + path;
+  const std::string none = ": No such file or directory";
+  for (const auto& [path, reason] : {std::pair{"none/f", none}, std::pair{"a/none", none},
+                                     std::pair{"a/f/below", std::string(": Not a directory")}}) {
+    const std::string message = std::string("Error opening: ") + path + reason;
     EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }),
               message);
     EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::read_link(root, path)); }),
@@ -137,8 +156,9 @@ TEST(Source, IsNotReachedThroughALink) {
       .build(folder.path());
   fs::Folder root{Path(folder.path())};
   for (const char* path : {"app/folder/secret", "app/root/etc/passwd", "app/../others/secret"}) {
-    EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }),
-              std::string("Error opening: ") + path);
+    const std::string text =
+        message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); });
+    EXPECT_TRUE(text.starts_with(std::string("Error opening: ") + path + ": ")) << text;
   }
 }
 

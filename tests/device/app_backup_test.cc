@@ -122,7 +122,8 @@ TEST_F(AppBackup, DescribesAnApplicationWithoutDataByThreePathsThatAreNotThere) 
                             "File: 0 0 0 0 0 /accounts/1000/appdata/new/logs",
                             "File: 0 0 0 0 0 /accounts/1000/appdata/new/tmp"}));
   for (const char* name : {"data", "logs", "tmp"}) {
-    const std::string error = std::string("Error opening: /accounts/1000/appdata/new/") + name;
+    const std::string error =
+        std::string("Error opening: /accounts/1000/appdata/new/") + name + ": No such file or directory";
     EXPECT_THAT(lines_of(outcome.errors), Contains(error));
     EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), Contains("ERROR: " + error));
   }

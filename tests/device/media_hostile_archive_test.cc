@@ -156,23 +156,6 @@ TEST_F(HostileArchive, MayClaimAHugeManifest) {
       1);
 }
 
-TEST_F(HostileArchive, MayHaveNamesThatCannotBeConverted) {
-  device_.write("/tmp/in/media/M/caf\xc3\xa9", "nameless");
-  device_.write("/tmp/in/media/M/plain", "plain");
-  ASSERT_EQ(
-      device_
-          .shell(
-              "cd /tmp/in && LC_ALL=C.UTF-8 bsdtar --format 7zip -s ,^media,/media, -P -cf /tmp/x.7z media")
-          .status,
-      0);
-  const Snapshot before = rest_of_device();
-  const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/x.7z", "media"});
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.errors, "Error: Malformed archive: an entry has no name\n");
-  EXPECT_EQ(device_.read(shared("M/plain")), "plain");
-  EXPECT_EQ(difference(before, rest_of_device()), "");
-}
-
 TEST_F(HostileArchive, ThatIsNoArchiveRemovesNothing) {
   struct Row {
     std::string archive;

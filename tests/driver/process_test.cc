@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -49,6 +51,24 @@ TEST(Signals, KeepTheirUsualMeaningInProgramsThatAreStarted) {
     // The shell dies of a signal that it did not inherit as ignored.
     EXPECT_EQ(WEXITSTATUS(std::system("sh -c 'kill -PIPE $$; exit 0'")), 128 + SIGPIPE);  // NOLINT
   }));
+}
+
+TEST(LackOfMemory, EndsTheProcessWithStatusTwoWhereItCannotBeCaught) {
+  EXPECT_EXIT(
+      {
+        survive_lack_of_memory();
+        []() noexcept { throw std::bad_alloc(); }();
+      },
+      testing::ExitedWithCode(2), "^ERROR: Out of memory\n$");
+}
+
+TEST(LackOfMemory, LeavesOtherErrorsThatCannotBeCaughtAsTheyAre) {
+  EXPECT_EXIT(
+      {
+        survive_lack_of_memory();
+        []() noexcept { throw std::runtime_error("text"); }();
+      },
+      testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST(StandardStreams, AreOccupiedWhereTheyAreClosed) {
