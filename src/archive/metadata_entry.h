@@ -30,8 +30,8 @@ struct Package {
 /// left.
 /// @throws std::runtime_error "Archive not ARCHIVE_OK TEXT", "Failed to read archive header TEXT", "Error
 /// pathname" for an entry without a directory, and "Not meta file: NAME" for another entry where those are
-/// refused; meta::malformed_manifest for a text of more than 256 MiB or
-/// with a null byte.
+/// refused; meta::malformed_manifest for a text of more than 256 MiB or 2,000,000 attributes, with a null
+/// byte, or compressed beyond all measure.
 [[nodiscard]] std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
                                                    OtherEntries others);
 

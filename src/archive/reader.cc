@@ -116,6 +116,11 @@ std::optional<DataBlock> ArchiveReader::read_block() {
   return DataBlock{static_cast<const char*>(data), size, offset};
 }
 
+std::size_t ArchiveReader::input_bytes() const {
+  constexpr int OUTERMOST = -1;
+  return static_cast<std::size_t>(::archive_filter_bytes(handle_.get(), OUTERMOST));
+}
+
 int ArchiveReader::error_number() const { return held_back_ ? 0 : ::archive_errno(handle_.get()); }
 
 std::string ArchiveReader::error_text() const { return harbix::error_text(handle_.get()); }

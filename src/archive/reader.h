@@ -90,6 +90,9 @@ class ArchiveReader {
   /// @throws DataError when the archive is damaged there.
   [[nodiscard]] std::optional<DataBlock> read_block();
 
+  /// How many bytes of the input have been taken, compressed as they are.
+  [[nodiscard]] std::size_t input_bytes() const;
+
   /// The library's last error number and text; 0 and "" when there is none. The number does not show the
   /// damage of a header that still waits to be handed on.
   [[nodiscard]] int error_number() const;

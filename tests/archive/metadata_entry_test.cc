@@ -197,9 +197,23 @@ TEST_F(MetadataEntry, WithANullByteIsMalformed) {
   }
 }
 
-TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
+TEST_F(MetadataEntry, OfASmallFileTakesLittleMemory) {
+  std::string text;
+  for (int i = 0; i < 600'000; ++i) text += "a:b\n";
+  archive(TarBuilder().file("/settings/.backup.metadata", text).text());
+  const auto made = run_program({"sh", "-c", "gzip < '" + archive_ + "' > '" + archive_ + ".gz'"});
+  ASSERT_EQ(made.status, 0) << made.errors;
+  Reader reader(archive_ + ".gz");
+  EXPECT_EQ(message_of<meta::malformed_manifest>(
+                [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+            "Manifest that is compressed too far");
+  Reader whole(archive_);
+  EXPECT_EQ(find_manifest(whole, METADATA_NAME, OtherEntries::SKIP)->manifest.size(), 600'000U);
+}
+
+TEST_F(MetadataEntry, OfAHoleIsMalformedAtItsFirstByte) {
   ASSERT_EQ(::mkdir((folder_ / "settings").c_str(), 0755), 0);
-  // A hole on disk and in the archive: no more than some kilobytes in either.
+  // On disk and in the archive no more than some kilobytes.
   const base::FileDescriptor hole(
       ::open((folder_ / "settings/.backup.metadata").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
   ASSERT_EQ(::pwrite(hole.get(), "x", 1, off_t{257} << 20), 1);
@@ -207,6 +221,14 @@ TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
       run_program({"sh", "-c", "cd '" + folder_.path() + "' && tar -S -cf a.tar settings/.backup.metadata"});
   ASSERT_EQ(made.status, 0) << made.errors;
   Reader reader(archive_);
+  EXPECT_EQ(message_of<meta::malformed_manifest>(
+                [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
+            "Manifest with a null byte");
+}
+
+TEST_F(MetadataEntry, OfMoreThan256MebibytesIsMalformed) {
+  const std::string text((std::size_t{256} << 20) + 1, 'x');
+  Reader reader(archive(TarBuilder().file("/settings/.backup.metadata", text).text()));
   EXPECT_EQ(message_of<meta::malformed_manifest>(
                 [&] { static_cast<void>(find_manifest(reader, METADATA_NAME, OtherEntries::SKIP)); }),
             "Manifest of more than 256 MiB");

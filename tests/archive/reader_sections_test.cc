@@ -102,6 +102,20 @@ TEST_F(ArchiveSections, HandStrangePackagesOnAsTheyAre) {
   EXPECT_EQ(reader.names().size(), 8U);
 }
 
+TEST_F(ArchiveSections, EndAtALaterKeywordOnceAPackageOfTheirOwnWasMet) {
+  Section section = app(false, false);
+  section.own = {Path("/app")};
+  section.rest = {Path("/media"), Path("/dtm"), Path("/settings")};
+  Reader reader(archive(all().text()));
+  reader.begin_section(section);
+  EXPECT_EQ(reader.names(), APP);
+  TarBuilder tar;
+  tar.file("/media/m/.backup.metadata", "");
+  Reader foreign(archive(tar.text()));
+  foreign.begin_section(section);
+  EXPECT_EQ(foreign.names(), Names{"/media/m/.backup.metadata"});
+}
+
 TEST_F(ArchiveSections, EndPrefixesOnAComponentBoundary) {
   TarBuilder tar;
   tar.file("/settingsx/.backup.metadata", "Settings: 1\n\n").file("/settingsx/s", "4");

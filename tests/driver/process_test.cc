@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <new>
-#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -53,11 +53,22 @@ TEST(Signals, KeepTheirUsualMeaningInProgramsThatAreStarted) {
   }));
 }
 
+template <typename Error>
+void fail() {
+  throw Error();
+}
+
+/// Like a destructor that fails.
+template <typename Error>
+void unwind() noexcept {
+  fail<Error>();
+}
+
 TEST(LackOfMemory, EndsTheProcessWithStatusTwoWhereItCannotBeCaught) {
   EXPECT_EXIT(
       {
         survive_lack_of_memory();
-        []() noexcept { throw std::bad_alloc(); }();
+        unwind<std::bad_alloc>();
       },
       testing::ExitedWithCode(2), "^ERROR: Out of memory\n$");
 }
@@ -66,7 +77,7 @@ TEST(LackOfMemory, LeavesOtherErrorsThatCannotBeCaughtAsTheyAre) {
   EXPECT_EXIT(
       {
         survive_lack_of_memory();
-        []() noexcept { throw std::runtime_error("text"); }();
+        unwind<std::bad_function_call>();
       },
       testing::KilledBySignal(SIGABRT), "");
 }
