@@ -1,6 +1,7 @@
 #include "archive/record_names.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <iostream>
 
@@ -13,14 +14,18 @@ constexpr std::string_view BEGINNING = "File: ";
 constexpr std::string_view NEXT = "\nFile: ";
 constexpr std::string_view END = "\n\n";
 
-/// Whether a header has room for a name, which its checksum covers then.
-bool fits_header(std::string_view name) {
-  constexpr std::size_t ROOM = 100;
-  return name.size() <= ROOM &&
-         std::ranges::all_of(name, [](char each) { return static_cast<unsigned char>(each) < 0x80; });
-}
+// No name is as long, and a text that claims so must not take memory.
+constexpr std::size_t LONGEST_RECORD = std::size_t{128} << 10;
+
+// What a header has room for without an extension, at least.
+constexpr std::size_t SHORT_NAME = 100;
 
 std::uint64_t hash_of(std::string_view path) { return std::hash<std::string_view>()(path); }
+
+bool needs_extension(std::string_view path) {
+  constexpr auto IS_BEYOND_ASCII = [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; };
+  return path.size() > SHORT_NAME || std::ranges::any_of(path, IS_BEYOND_ASCII);
+}
 
 }  // namespace
 
@@ -34,6 +39,11 @@ void RecordNames::add(std::string_view piece) {
     begin = next + 1;
   }
   rest_.erase(0, begin);
+  drop_endless_record();
+}
+
+void RecordNames::drop_endless_record() {
+  if (rest_.size() > LONGEST_RECORD) rest_.erase(0, rest_.size() - NEXT.size());
 }
 
 void RecordNames::finish() {
@@ -43,25 +53,31 @@ void RecordNames::finish() {
   std::ranges::sort(hashes_);
 }
 
-bool RecordNames::holds(const fs::Path& path) const {
-  return std::ranges::binary_search(hashes_, hash_of(path.text()));
+void RecordNames::meet(const fs::Path& path) {
+  // A path that spells the beginning of a record has made another one of its rest.
+  const std::string_view listed = std::string_view(path.text()).substr(0, path.text().find(NEXT));
+  if (!holds(listed)) {
+    ++unlisted_;
+  } else if (needs_extension(listed)) {
+    ++met_long_;
+  }
 }
 
-bool RecordNames::contradicts(const fs::Path& entry_name, const fs::Path& path) const {
-  if (empty() || fits_header(entry_name.text()) || holds(path)) return false;
-  // A path that spells the beginning of a record is two records in the manifest.
-  return path.text().find(NEXT) == std::string::npos;
-}
-
-void report_strange_name(const fs::Path& name) {
-  diagnostics::line(1, "'%s' is not in the list of its package", name.c_str());
-  std::cerr << "Warning: " << name << ": not in the list of its package\n";
+bool RecordNames::holds(std::string_view path) const {
+  return std::ranges::binary_search(hashes_, hash_of(path));
 }
 
 void RecordNames::take(std::string_view record) {
   const std::size_t line_end = record.find('\n');
   if (!record.starts_with(BEGINNING) || line_end == std::string_view::npos) return;
-  hashes_.push_back(hash_of(record.substr(line_end + 1)));
+  const std::string_view path = record.substr(line_end + 1);
+  hashes_.push_back(hash_of(path));
+  if (needs_extension(path)) ++long_;
+}
+
+void report_changed_names(const fs::Path& package) {
+  diagnostics::line(1, "'%s' holds items under names that it does not list", package.c_str());
+  std::cerr << "Warning: " << package << ": holds items under names that it does not list\n";
 }
 
 }  // namespace harbix

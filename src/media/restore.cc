@@ -100,6 +100,7 @@ class MediaRestore {
         reader_.skip(*entry);
       }
     }
+    end_package();
   }
 
  private:
@@ -107,6 +108,8 @@ class MediaRestore {
 
   void restore(const EntryView& entry, const fs::Path& name) {
     if (entry.begins_package()) {
+      end_package();
+      package_ = name.dirname();
       names_ = read_record_names(reader_);
     } else if (name.text().starts_with(places::DTM_PREFIX)) {
       restore_dtm(entry, name);
@@ -118,7 +121,7 @@ class MediaRestore {
   void restore_dtm(const EntryView& entry, const fs::Path& name) {
     enter(Place::DTM);
     const fs::Path below = name.relative_to(places::DTM_PREFIX);
-    check_name(name, below);
+    names_.meet(below);
     const fs::Path target = fs::Path("./") / below;
     if (!entry.is_restorable()) {
       skip(entry, target);
@@ -163,7 +166,7 @@ class MediaRestore {
   /// Where an entry goes, relative to the shared media.
   [[nodiscard]] fs::Path media_target(const fs::Path& name) {
     const fs::Path below = fs::name_below(name, places::MEDIA_PREFIX);
-    check_name(name, below);
+    names_.meet(below);
     fs::Path folder("./");
     if (is_relocated(name.dirname())) {
       folder = places::LOST_AND_FOUND;
@@ -172,10 +175,10 @@ class MediaRestore {
     return folder / below;
   }
 
-  /// An item under a name that is not its own comes back all the same.
-  void check_name(const fs::Path& name, const fs::Path& below) {
-    if (!names_.contradicts(name, below)) return;
-    report_strange_name(name);
+  /// Looks back at the package that ends: an item under a name that is not its own comes back all the same.
+  void end_package() {
+    if (!names_.has_changed_names()) return;
+    report_changed_names(package_);
     completeness_.note_missing();
   }
 
@@ -207,7 +210,8 @@ class MediaRestore {
   ArchiveReader& reader_;
   Completeness& completeness_;
   std::vector<fs::Path> relocated_{places::BOOKMARKS_PREFIX};
-  RecordNames names_;  ///< of the package at hand
+  fs::Path package_;   ///< the one at hand
+  RecordNames names_;  ///< that its manifest lists
   std::optional<Extraction> area_;
   Place place_ = Place::NONE;
 };

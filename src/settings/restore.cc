@@ -52,7 +52,7 @@ class SettingsRestore {
         break;
       }
       if (verbose) report_space(*package);
-      if (reader_.error_number() == 0) restore_entries(package->names);
+      if (reader_.error_number() == 0) restore_package(*package);
     }
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
@@ -66,9 +66,18 @@ class SettingsRestore {
     std::cerr << space_report(wrapped_at_32_bits(space_needed(records)), package.entry_name);
   }
 
+  /// An item under a name that is not its own is most often refused, and would be missing unseen.
+  void restore_package(const Package& package) {
+    RecordNames names = package.names;
+    restore_entries(names);
+    if (!names.has_changed_names()) return;
+    report_changed_names(fs::Path(package.entry_name).dirname());
+    completeness_.note_missing();
+  }
+
   /// Restores up to the next package or the end of the section. The records are not counted on: names with
   /// line ends can make more or fewer of them than there are entries.
-  void restore_entries(const RecordNames& names) {
+  void restore_entries(RecordNames& names) {
     while (const std::optional<EntryView> entry = reader_.next_header()) {
       const std::optional<fs::Path> name = entry->name();
       if (!name) {
@@ -79,20 +88,15 @@ class SettingsRestore {
         reader_.hold_back();
         return;
       } else {
-        check_name(*name, names);
+        note_name(*name, names);
         restore_one(*entry, *name);
       }
     }
   }
 
-  /// An item under a name that is not its own is most often refused, and would be missing unseen.
-  void check_name(const fs::Path& name, const RecordNames& names) {
+  static void note_name(const fs::Path& name, RecordNames& names) {
     const fs::Path prefix(places::SETTINGS_PREFIX);
-    if (!name.is_inside(prefix) ||
-        !names.contradicts(name, fs::Path(places::ROOT) / name.relative_to(prefix)))
-      return;
-    report_strange_name(name);
-    completeness_.note_missing();
+    if (name.is_inside(prefix)) names.meet(fs::Path(places::ROOT) / name.relative_to(prefix));
   }
 
   void restore_one(const EntryView& entry, const fs::Path& name) {

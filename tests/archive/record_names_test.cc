@@ -14,6 +14,8 @@ const std::vector<std::string> PATHS{"Music",
                                      "Music/l\xc3\xa4nge",
                                      "Music/ends with a newline\n"};
 
+const std::string LONG_NAME = "Music/" + std::string(120, 'n');
+
 std::string text_of(const std::vector<std::string>& paths) {
   meta::Manifest manifest;
   for (const std::string& path : paths) manifest.push_back(plain_record(fs::File(fs::Path(path), {})));
@@ -28,27 +30,54 @@ RecordNames names_of(const std::string& text, std::size_t piece_size) {
   return names;
 }
 
-TEST(RecordNames, HoldThePathsOfAManifestHoweverItIsCutIntoPieces) {
+bool has_changed_names(RecordNames names, const std::vector<std::string>& entries) {
+  for (const std::string& path : entries) names.meet(fs::Path(path));
+  return names.has_changed_names();
+}
+
+TEST(RecordNames, AreThoseOfTheManifestHoweverItIsCutIntoPieces) {
   const std::string text = text_of(PATHS);
   for (std::size_t piece_size = 1; piece_size <= text.size(); ++piece_size) {
     const RecordNames names = names_of(text, piece_size);
-    for (const std::string& path : PATHS)
-      EXPECT_TRUE(names.holds(fs::Path(path))) << path << " in pieces of " << piece_size;
+    EXPECT_FALSE(has_changed_names(names, PATHS)) << "in pieces of " << piece_size;
+    // One of a name is missing, so that any other one shows.
+    for (const char* path :
+         {"", "music", "Music/a", "Music/a: b\n", "Music/two", "lines", "Music/ends with", "0"})
+      EXPECT_TRUE(has_changed_names(names, {path})) << path << " in pieces of " << piece_size;
   }
 }
 
-TEST(RecordNames, HoldNoOtherPath) {
-  const RecordNames names = names_of(text_of(PATHS), 64);
-  for (const char* path :
-       {"", "music", "Music/a", "Music/a: b\n", "Music/two", "lines", "Music/ends with", "0"})
-    EXPECT_FALSE(names.holds(fs::Path(path))) << path;
+TEST(RecordNames, KnowAPathThatSpellsTheBeginningOfARecord) {
+  const std::vector<std::string> paths{"Music/\xc3\xb6\nFile: 12\nMusic/a"};
+  const std::string text = text_of(paths);
+  EXPECT_FALSE(has_changed_names(names_of(text, text.size()), paths));
 }
 
-TEST(RecordNames, AreEmptyForAManifestWithoutRecords) {
-  EXPECT_TRUE(names_of("", 1).empty());
-  EXPECT_TRUE(names_of("\n", 1).empty());
-  EXPECT_TRUE(names_of("Package-Name: x\n\n", 3).empty());
-  EXPECT_FALSE(names_of(text_of(PATHS), 512).empty());
+TEST(RecordNames, ShowALongNameAndOneBeyondAsciiThatHaveChanged) {
+  const std::string text = text_of({"Music", LONG_NAME, "Music/l\xc3\xa4nge"});
+  const RecordNames names = names_of(text, text.size());
+  EXPECT_FALSE(has_changed_names(names, {"Music", LONG_NAME, "Music/l\xc3\xa4nge"}));
+  EXPECT_TRUE(has_changed_names(names, {"Music", LONG_NAME, "Music/l\xc3\xb4nge"}));
+  EXPECT_TRUE(has_changed_names(names, {"Music", LONG_NAME.substr(0, 100), "Music/l\xc3\xa4nge"}));
+}
+
+TEST(RecordNames, AreContentWithItemsThatVanishedOrWereAdded) {
+  const std::string text = text_of(PATHS);
+  const RecordNames names = names_of(text, text.size());
+  EXPECT_FALSE(has_changed_names(names, {"Music"}));
+  std::vector<std::string> more = PATHS;
+  more.emplace_back("Music/added");
+  EXPECT_FALSE(has_changed_names(names, more));
+  EXPECT_FALSE(has_changed_names(names_of("", 1), PATHS));
+  EXPECT_FALSE(has_changed_names(names_of("Package-Name: x\n\n", 3), PATHS));
+}
+
+TEST(RecordNames, TakeNoMemoryForARecordWithoutAnEnd) {
+  RecordNames names;
+  for (int i = 0; i < 64; ++i) names.add(std::string(std::size_t{1} << 20, 'x'));
+  names.add("\nFile: 1\nMusic/l\xc3\xa4nge\n\n");
+  names.finish();
+  EXPECT_TRUE(has_changed_names(names, {"Music/lange"}));
 }
 
 }  // namespace

@@ -351,7 +351,7 @@ TEST_F(Settings, WithAChangedByteInALongNameAreNeverASuccess) {
   EXPECT_EQ(outcome.status, 1);
   const std::string changed = "/settings/b" + name.substr(2);
   EXPECT_EQ(outcome.errors,
-            "Warning: " + changed + ": not in the list of its package\nSkip: " + changed + "\n");
+            "Skip: " + changed + "\nWarning: /settings: holds items under names that it does not list\n");
 }
 
 TEST_F(Settings, LeaveStandardInputToTheCaller) {
