@@ -29,6 +29,27 @@ if(HARBIX_SANITIZE)
   add_link_options(-fsanitize=${HARBIX_SANITIZE})
 endif()
 
+# Parsed once for all programs, which else spend a third of the time of their building on these. clang-tidy, which does
+# without, notices a missing #include of one of them. gcc would warn of what is in them: it forgets that they are the
+# system's. The target has no source of its own.
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  file(CONFIGURE OUTPUT headers.cc CONTENT "")
+  add_library(harbix_headers OBJECT ${PROJECT_BINARY_DIR}/headers.cc)
+  target_precompile_headers(harbix_headers PRIVATE
+    <algorithm> <filesystem> <functional> <iostream> <map> <memory> <optional> <sstream> <stdexcept> <string> <vector>)
+  target_link_libraries(harbix_headers PRIVATE harbix_settings)
+endif()
+
+# harbix_precompile(TARGET...)
+function(harbix_precompile)
+  if(NOT TARGET harbix_headers)
+    return()
+  endif()
+  foreach(target ${ARGN})
+    target_precompile_headers(${target} REUSE_FROM harbix_headers)
+  endforeach()
+endfunction()
+
 # harbix_layer(NAME SOURCES file... [LINKS target...])
 #
 # Declares the static library harbix::NAME for the current folder, src/NAME. LINKS are the only layers that the folder may
@@ -39,6 +60,7 @@ function(harbix_layer name)
   add_library(harbix::${name} ALIAS harbix_${name}_layer)
   target_include_directories(harbix_${name}_layer PUBLIC ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(harbix_${name}_layer PUBLIC ${LAYER_LINKS} PRIVATE harbix_settings)
+  harbix_precompile(harbix_${name}_layer)
 
   set(allowed ${LAYER_LINKS})
   list(FILTER allowed INCLUDE REGEX "^harbix::")
