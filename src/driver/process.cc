@@ -28,6 +28,7 @@ namespace {
 /// What reports of errors, and cleaning up, may take.
 using Reserve = std::array<char, std::size_t{256} << 10>;
 std::unique_ptr<Reserve> reserve;
+std::terminate_handler usual_end = std::abort;
 
 [[noreturn]] void end_without_memory() {
   constexpr int STATUS_EXCEPTION = 2;
@@ -37,8 +38,9 @@ std::unique_ptr<Reserve> reserve;
     report::error("Out of memory", "ERROR: ");
     ::_exit(STATUS_EXCEPTION);
   } catch (...) {
-    std::abort();
+    usual_end();  // which reports the error
   }
+  usual_end();
   std::abort();
 }
 
@@ -63,7 +65,7 @@ void survive_lack_of_memory() {
     reserve.reset();
     throw std::bad_alloc();
   });
-  std::set_terminate(end_without_memory);
+  usual_end = std::set_terminate(end_without_memory);
 }
 
 void detach_standard_input() {

@@ -1,6 +1,7 @@
 #include "archive/input_file.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
@@ -90,6 +91,20 @@ TEST(InputFile, ReadsStandardInputForAnEmptyNameAndSkipsNothingInAPipe) {
     EXPECT_FALSE(input.is_regular());
     EXPECT_EQ(input.skip(2), 0);
     EXPECT_EQ(rest_of(input), "text");
+  }));
+}
+
+TEST(InputFile, ReadsAwayWhatWaitsInAPipeAndWaitsForNoMore) {
+  EXPECT_TRUE(passes_in_child([] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    ASSERT_EQ(::write(ends[1], "text", 4), 4);
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    InputFile input("");
+    input.drain();
+    int waiting = -1;
+    ASSERT_EQ(::ioctl(ends[0], FIONREAD, &waiting), 0);
+    EXPECT_EQ(waiting, 0);
   }));
 }
 

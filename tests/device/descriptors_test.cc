@@ -56,14 +56,6 @@ TEST_F(CallersDescriptors, MayBeFullWithoutBlocking) {
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
 }
 
-TEST_F(CallersDescriptors, OfAPipeAreReadToItsEnd) {
-  device_.write("/tmp/a.tar", TarBuilder().file("/settings/.backup.metadata", "Settings: 0\n\n").text() +
-                                  std::string(600000, '\0'));
-  const Outcome outcome =
-      device_.shell("(cat /tmp/a.tar; echo $? > /tmp/writer) | harbix -r media; cat /tmp/writer");
-  EXPECT_EQ(outcome.output, "0\n");
-}
-
 TEST_F(CallersDescriptors, AreNotReadByScripts) {
   add_script("greedy", "cat >> /tmp/eaten\n");
   device_.write("/tmp/a.tar", TarBuilder().file("/settings/.backup.metadata", "Settings: 0\n\n").text());

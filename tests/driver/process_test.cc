@@ -79,7 +79,7 @@ TEST(LackOfMemory, LeavesOtherErrorsThatCannotBeCaughtAsTheyAre) {
         survive_lack_of_memory();
         unwind<std::bad_function_call>();
       },
-      testing::KilledBySignal(SIGABRT), "");
+      testing::KilledBySignal(SIGABRT), "bad_function_call");
 }
 
 TEST(StandardStreams, AreOccupiedWhereTheyAreClosed) {
