@@ -34,19 +34,19 @@ endif()
 # system's. The target has no source of its own.
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   file(CONFIGURE OUTPUT headers.cc CONTENT "")
-  add_library(harbix_headers OBJECT ${PROJECT_BINARY_DIR}/headers.cc)
-  target_precompile_headers(harbix_headers PRIVATE
+  add_library(precompiled_headers OBJECT ${PROJECT_BINARY_DIR}/headers.cc)
+  target_precompile_headers(precompiled_headers PRIVATE
     <algorithm> <filesystem> <functional> <iostream> <map> <memory> <optional> <sstream> <stdexcept> <string> <vector>)
-  target_link_libraries(harbix_headers PRIVATE harbix_settings)
+  target_link_libraries(precompiled_headers PRIVATE harbix_settings)
 endif()
 
 # harbix_precompile(TARGET...)
 function(harbix_precompile)
-  if(NOT TARGET harbix_headers)
+  if(NOT TARGET precompiled_headers)
     return()
   endif()
   foreach(target ${ARGN})
-    target_precompile_headers(${target} REUSE_FROM harbix_headers)
+    target_precompile_headers(${target} REUSE_FROM precompiled_headers)
   endforeach()
 endfunction()
 
