@@ -139,9 +139,10 @@ TEST(Source, ThatCannotBeOpenedIsNamedAndTheNextOneIs) {
   Tree{dir("a", {file("f", "12345")})}.build(folder.path());
   fs::Folder root{Path(folder.path())};
   const std::string none = ": No such file or directory";
-  for (const auto& [path, reason] : {std::pair{"none/f", none}, std::pair{"a/none", none},
+  for (const auto& [name, reason] : {std::pair{"none/f", none}, std::pair{"a/none", none},
                                      std::pair{"a/f/below", std::string(": Not a directory")}}) {
-    const std::string message = std::string("Error opening: ") + path + reason;
+    const Path path(name);
+    const std::string message = "Error opening: " + path.text() + reason;
     EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::open_source(root, path)); }),
               message);
     EXPECT_EQ(message_of<std::runtime_error>([&] { static_cast<void>(harbix::read_link(root, path)); }),
