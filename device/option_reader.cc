@@ -81,7 +81,7 @@ std::vector<std::string> read_options(std::span<const Option> options,
     }
     option.take(value);
   }
-  return {words.begin() + ::optind - 1, words.end()};
+  return {words.begin() + (::optind - 1), words.end()};
 }
 
 int parse_descriptor(const std::string& text) {

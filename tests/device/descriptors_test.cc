@@ -126,6 +126,8 @@ TEST_F(CallersDescriptors, AndSignalsThatEndSettingsWorkAreToldToSubscribers) {
   }
 }
 
+// The sanitizers take terabytes of addresses.
+#ifndef HARBIX_SANITIZED
 TEST_F(CallersDescriptors, AndLackOfMemoryEndsARunWithStatusTwo) {
   for (int i = 0; i < 200; ++i)
     device_.write(shared("Music/" + std::string(200, 'n') + std::to_string(i)), "x");
@@ -142,6 +144,7 @@ TEST_F(CallersDescriptors, AndLackOfMemoryEndsARunWithStatusTwo) {
   }
   EXPECT_TRUE(has_ended);
 }
+#endif
 
 }  // namespace
 }  // namespace harbix::test

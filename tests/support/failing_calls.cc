@@ -3,7 +3,7 @@
 //
 // Make one call of one function fail:
 //   HARBIX_FAIL_CALL   open, openat, openat2, read, write, pwrite, close, lstat, fstatat, unlinkat, renameat,
-//                      mkdirat, symlinkat, fchownat, fchmod, readdir, popen, setresuid or setresgid
+//                      mkdirat, symlinkat, fchownat, fchmod, fsync, readdir, popen, setresuid or setresgid
 //   HARBIX_FAIL_NTH    which call of it, from 1
 //   HARBIX_FAIL_ERRNO  the error number
 // The object of a close that is made to fail is closed all the same, as the system does.
@@ -171,6 +171,7 @@ int failing_mkdirat(int directory, const char* path, mode_t mode) __asm__("mkdir
 int failing_symlinkat(const char* target, int directory, const char* path) __asm__("symlinkat");
 int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, int flags) __asm__("fchownat");
 int failing_fchmod(int descriptor, mode_t mode) __asm__("fchmod");
+int failing_fsync(int descriptor) __asm__("fsync");
 ::dirent* failing_readdir(::DIR* directory) __asm__("readdir");
 ::dirent64* failing_readdir64(::DIR* directory) __asm__("readdir64");
 std::FILE* failing_popen(const char* command, const char* type) __asm__("popen");
@@ -289,6 +290,11 @@ int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, i
 int failing_fchmod(int descriptor, mode_t mode) {
   if (fails("fchmod")) return -1;
   return next<int(int, mode_t)>("fchmod")(descriptor, mode);
+}
+
+int failing_fsync(int descriptor) {
+  if (fails("fsync")) return -1;
+  return next<int(int)>("fsync")(descriptor);
 }
 
 ::dirent* failing_readdir(::DIR* directory) { return read_through<::dirent>("readdir", directory); }
