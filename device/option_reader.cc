@@ -34,14 +34,14 @@ struct Tables {
 /// The option's name as it was given: "--state" of "--state=DIR".
 std::string name_in(const std::string& word) { return word.substr(0, word.find('=')); }
 
-WrongOption wrong_option(int problem, const std::string& word, std::span<const Option> options) {
-  if (problem == ':') return WrongOption("option '" + word + "' needs a value");
+/// What is wrong with a word that getopt_long did not take.
+std::string mistake_in(const std::string& word, int problem, std::span<const Option> options) {
+  if (problem == ':') return "option '" + word + "' needs a value";
   if (::optopt >= FIRST_LONG && name_in(word) == std::string("--") + options[index_of(::optopt)].name) {
-    return WrongOption("option '" + name_in(word) + "' takes no value");
+    return "option '" + name_in(word) + "' takes no value";
   }
   const bool is_letter = ::optopt > 0 && ::optopt < FIRST_LONG;
-  return WrongOption("unknown option '" +
-                     (is_letter ? std::string("-") + static_cast<char>(::optopt) : word) + "'");
+  return "unknown option '" + (is_letter ? std::string("-") + static_cast<char>(::optopt) : word) + "'";
 }
 
 const Option& option_of(int found, std::span<const Option> options, const std::string& word) {
@@ -73,7 +73,7 @@ std::vector<std::string> read_options(std::span<const Option> options,
         ::getopt_long(count, arguments.data(), tables.letters.c_str(), tables.names.data(), nullptr);
     if (found == -1) break;
     const std::string& word = words[static_cast<std::size_t>(at) - 1];
-    if (found == '?' || found == ':') throw wrong_option(found, word, options);
+    if (found == '?' || found == ':') throw WrongOption(mistake_in(word, found, options));
     const Option& option = option_of(found, options, word);
     const std::string value = option.has_value ? ::optarg : "";
     if (option.has_value && value.empty()) {
