@@ -53,7 +53,7 @@ struct FileRecord {
 /// and a path that ends in ':' swallows the line of the next record. Number and order of the records are
 /// exact all the same, for every path that neither spells a record itself nor begins with a ':'. A path may
 /// come out without the white space behind a
-/// ':' in it, and the last path of a manifest is lost unless it has a ':'; whoever needs paths to the letter
+/// ':' in it, and the last path of a manifest is lost unless it has a ':'; a caller that needs exact paths
 /// writes the one-line shape.
 [[nodiscard]] std::vector<FileRecord> read_file_records(const meta::Manifest& manifest);
 

@@ -103,7 +103,7 @@ void PackageWriter::store_item(const PackageItem& item, const fs::Path& name,
   } catch (const ArchiveError&) {
     throw;  // there is no archive to go on with
   } catch (const fs::IdentityError&) {
-    throw;  // nor may the next item be read as somebody else
+    throw;  // nor may the next item be read under another identity
   } catch (const std::runtime_error& error) {
     progress.flush();
     report::error(error.what(), style_.error_prefix);

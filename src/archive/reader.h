@@ -74,7 +74,7 @@ class ArchiveReader {
   [[nodiscard]] int advance();
   [[nodiscard]] EntryView entry() const { return EntryView(handle_.entry()); }
 
-  /// Lets the next call hand over the current entry again: it belongs to whoever asks then.
+  /// Lets the next call hand over the current entry again: it belongs to the next reader of headers.
   void hold_back() noexcept { held_back_ = true; }
 
   /// Skips an entry's data, if it has any.

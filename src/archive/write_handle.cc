@@ -10,7 +10,7 @@
 namespace harbix {
 
 void WriteHandle::Closer::operator()(::archive* handle) const noexcept {
-  ::archive_write_free(handle);  // whatever it says at its end, nobody asks any more
+  ::archive_write_free(handle);  // its result no longer matters: the caller has closed it, or gives it up
 }
 
 WriteHandle::WriteHandle(int format, OutputFile& output) : output_(&output), handle_(::archive_write_new()) {

@@ -28,7 +28,7 @@ class ArchiveWriter {
   ArchiveWriter& operator=(ArchiveWriter&&) = delete;
 
   /// Writes header and contents of one object under the name `name`. A file that changes size on the way is
-  /// told of on standard error and keeps the size of its header in the archive.
+  /// reported on standard error and keeps the size of its header in the archive.
   /// @throws std::runtime_error with the library's reason for refusing this object alone; ArchiveError when
   /// the archive cannot be written any further.
   void write(const Source& source, const fs::Path& name);

@@ -15,7 +15,7 @@ FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
 }
 
 FileDescriptor::~FileDescriptor() {
-  // Whoever needs to know whether the last bytes arrived has called close() before.
+  // A caller that needs to know whether the last bytes arrived has called close() before.
   close();
 }
 

@@ -29,7 +29,7 @@ bool is_level(int number) { return number >= 0 && number <= HIGHEST_LEVEL; }
   text[tag] = ':';
   // A message that cannot be formatted leaves the tag alone to tell that something was said.
   std::vsnprintf(text.data() + tag + 1, LINE_CAPACITY - 1 - tag, format, arguments);
-  // Nobody is left to tell when the system log itself fails.
+  // A failure of the system log itself cannot be reported anywhere.
   platform::slogf(MESSAGE_CODE, severity, "%s", text.data());
 }
 

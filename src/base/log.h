@@ -4,7 +4,7 @@
 
 /// The diagnostics log: lines to the system log, at six debug levels.
 ///
-/// The log never filters: whoever writes a line tests the level first. `line()` does both at once.
+/// The log never filters: the caller tests the level before it writes a line. `line()` does both at once.
 namespace diagnostics {
 
 /// A line with its terminator; what does not fit is cut.

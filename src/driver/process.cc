@@ -89,7 +89,7 @@ void occupy_closed_streams() {
 void prepare_process() {
   fs::change_directory(places::ROOT);
   const std::array<gid_t, 2> groups{domains::USER_ACCOUNT, fs::group_id(domains::SYSTEM_GROUP)};
-  // Refused to whoever is not the superuser, who then meets the limits of his own groups.
+  // The system refuses this to all but the superuser. Others go on within the limits of their own groups.
   static_cast<void>(::setgroups(groups.size(), groups.data()));
 }
 

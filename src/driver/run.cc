@@ -39,7 +39,7 @@ bool is_selected(const Options& options, const Keyword& keyword) {
   return std::ranges::find(options.keywords, keyword.name) != options.keywords.end();
 }
 
-/// A backup that would only be measured is announced to nobody.
+/// A size query is not announced.
 void notify_subscribers(const Options& options, const std::string& restore_event,
                         const std::string& backup_event, Wait wait) {
   const std::vector<fs::Path> scripts = fs::list_by_glob(SubscriberManager::FSSCRIPTROOT);

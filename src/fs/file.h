@@ -24,7 +24,7 @@ class File {
   /// @throws fs::Exception "Path '...' stat failed."
   explicit File(Path path);
 
-  /// Takes a status that somebody else has looked up.
+  /// Takes a status that the caller has looked up.
   File(Path path, const struct ::stat& record) : stat_(record), path_(std::move(path)) {}
 
   [[nodiscard]] const Path& path() const noexcept { return path_; }
@@ -54,7 +54,7 @@ class File {
 
   /// Whether the mode bits of the record grant the effective user all `wanted` rights. Only the effective
   /// group is compared, never the supplementary ones. The superuser gets everything but the execution of a
-  /// plain file that nobody may execute.
+  /// plain file without any execute permission.
   [[nodiscard]] bool allows(unsigned wanted) const noexcept;
 
  private:

@@ -35,7 +35,8 @@ void set_effective_user(uid_t user);
 void set_effective_group(gid_t group);
 
 /// Runs the enclosing scope as another effective user, then goes back to the one it found. Where the system
-/// does not let it go back, the process ends with status 2: to go on would be to work as somebody else.
+/// does not let it go back, the process ends with status 2: going on would mean working under another
+/// identity.
 class EffectiveUser {
  public:
   /// @throws as set_effective_user does.

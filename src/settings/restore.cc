@@ -103,7 +103,7 @@ class SettingsRestore {
     try {
       restore_or_skip(entry, name);
     } catch (const fs::IdentityError&) {
-      throw;  // the next entry would be restored by somebody else
+      throw;  // the next entry would be restored under another identity
     } catch (const std::runtime_error& error) {
       std::cerr << "WARNING: File " << name << " could not be restored due to " << error.what() << '\n';
       completeness_.note_missing();
@@ -158,7 +158,7 @@ void restore_settings(ArchiveReader& reader, Completeness& completeness) {
   static_cast<void>(settings_script_list(ScriptList::BLACKLIST));
   subscribers::SubscriberNotice notice(true, subscribers::SubscriberManager::NOTIFY_MODE);
   notice.start();
-  // A stream that fails is told of where it is written to.
+  // A stream that fails is reported where it is written to.
   platform::flushall();
   const fs::WorkingDirectory root{places::ROOT};
   SettingsRestore(reader, completeness).run();

@@ -7,9 +7,9 @@
 
 namespace subscribers {
 
-/// While it lives, SIGTERM, SIGINT and SIGHUP run shell commands before they end the process: what was told
-/// of the beginning of some work is told of its end. Signals that the caller ignores stay ignored. One at a
-/// time.
+/// While it lives, SIGTERM, SIGINT and SIGHUP run shell commands before they end the process: programs that
+/// heard of the beginning of some work hear of its end. Signals that the caller ignores stay ignored. One at
+/// a time.
 class Interruption {
  public:
   /// The commands must come back soon: a '&' at their end sees to that.
