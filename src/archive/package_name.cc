@@ -35,7 +35,8 @@ bool is_kind_of_application_package(std::string_view text) {
 std::string_view part_of(std::string_view name) {
   name = without_root(name);
   const std::string_view first = take_component(name);
-  const auto found = std::ranges::find(PARTS, first, [](std::string_view part) { return part.substr(1); });
+  const auto* const found =
+      std::ranges::find(PARTS, first, [](std::string_view part) { return part.substr(1); });
   return found == PARTS.end() ? std::string_view() : *found;
 }
 
