@@ -16,8 +16,8 @@
 namespace installer {
 namespace {
 
-Refusal cannot(const std::string& action, const std::string& path, int error) {
-  return Refusal("cannot " + action + " '" + path + "': " + std::generic_category().message(error));
+[[noreturn]] void give_up(const std::string& action, const std::string& path, int error) {
+  throw Refusal("cannot " + action + " '" + path + "': " + std::generic_category().message(error));
 }
 
 bool is_folder(const std::string& path) {
@@ -49,7 +49,7 @@ uid_t data_user(gid_t gid) {
 void remove_tree(const std::string& path) {
   std::error_code error;
   std::filesystem::remove_all(path, error);
-  if (error) throw cannot("remove", path, error.value());
+  if (error) give_up("remove", path, error.value());
 }
 
 }  // namespace
@@ -130,14 +130,14 @@ void Installer::make_data_folder(const Application& application) const {
   for (const std::string& path : {folder, folder + "/data", folder + "/logs", folder + "/tmp"}) {
     if (::mkdir(path.c_str(), 0700) == -1) {
       if (errno == EEXIST && is_folder(path)) continue;
-      throw cannot("create the folder", path, errno);
+      give_up("create the folder", path, errno);
     }
     // Applications are the group of their own folder, which stays the installer's, and own what is in it.
     const uid_t user = path == folder ? device::APPS_USER : data_user(application.gid);
     if (::chown(path.c_str(), user, application.gid) == -1) {
-      throw cannot("set the owner of", path, errno);
+      give_up("set the owner of", path, errno);
     }
-    if (::chmod(path.c_str(), 0770) == -1) throw cannot("set the mode of", path, errno);
+    if (::chmod(path.c_str(), 0770) == -1) give_up("set the mode of", path, errno);
   }
 }
 

@@ -42,7 +42,8 @@ std::optional<std::int64_t> number_of(std::string_view record, const Field& plac
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(text.begin(), text.end(), number, OCTAL);
   const std::string_view rest(end, text.end());
-  if (error != std::errc() || number < 0 || rest.find_first_not_of(std::string_view(" \0", 2)) != rest.npos)
+  if (error != std::errc() || number < 0 ||
+      rest.find_first_not_of(std::string_view(" \0", 2)) != std::string_view::npos)
     return std::nullopt;
   return number;
 }
@@ -99,7 +100,7 @@ std::optional<PlainHeader> PlainHeaders::read(std::int64_t offset) {
   const std::string_view record(begin, RECORD_SIZE);
   const std::optional<std::int64_t> size = number_of(record, SIZE);
   const char type = record[TYPE_AT];
-  if (field(record, MAGIC) != USTAR || PLAIN_TYPES.find(type) == PLAIN_TYPES.npos || !size ||
+  if (field(record, MAGIC) != USTAR || PLAIN_TYPES.find(type) == std::string_view::npos || !size ||
       *size > LARGEST_SIZE || !has_right_checksum(record)) {
     return std::nullopt;
   }

@@ -74,7 +74,7 @@ int ReadHandle::next_header() {
   return status_ = judge_names();
 }
 
-int ReadHandle::judge_end() {
+int ReadHandle::judge_end() const {
   const bool is_tar = (::archive_format(get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
   // A whole archive ends in two records of zeros, which stand where the library looked for another header.
   // Where it met the end of the input instead, also behind records of extensions, it keeps the error set in

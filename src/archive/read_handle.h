@@ -46,7 +46,7 @@ class ReadHandle {
   static std::int64_t seek(::archive* handle, void* self, std::int64_t offset, int whence);
 
   int open();
-  int judge_end();
+  [[nodiscard]] int judge_end() const;
   int judge_warning();
   int judge_names();
 
