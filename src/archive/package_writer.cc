@@ -85,7 +85,8 @@ void PackageWriter::leave_out_other_manifests(const fs::Path& name, const fs::Pa
   // A restore would take each of them for the beginning of a package.
   for (std::size_t i = items_.size(); i-- > 0;) {
     const fs::Path& path = items_[i].path;
-    if (!begins_package((name / path.relative_to(base)).text())) continue;
+    if (!path.text().ends_with(METADATA_NAME) || !begins_package((name / path.relative_to(base)).text()))
+      continue;
     report_left_out(path, "has the name of a manifest");
     records_.erase(records_.begin() + static_cast<std::ptrdiff_t>(i));
     items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(i));

@@ -1,7 +1,6 @@
 #include "archive/survey.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 #include <archive.h>
@@ -12,17 +11,9 @@
 #include "archive/package_name.h"
 #include "archive/plain_headers.h"
 #include "archive/read_handle.h"
+#include "base/size_result.h"
 
 namespace harbix {
-namespace {
-
-/// Headers claim what they like.
-std::uint64_t saturated_sum(std::uint64_t one, std::uint64_t other) {
-  constexpr std::uint64_t MOST = std::numeric_limits<std::uint64_t>::max();
-  return one > MOST - other ? MOST : one + other;
-}
-
-}  // namespace
 
 Survey::Survey(InputFile input) {
   PlainHeaders plain(input);
