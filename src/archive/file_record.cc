@@ -86,48 +86,6 @@ FileRecord parse_value(std::string_view text) {
   return record;
 }
 
-/// Puts together again what the parser took apart.
-class RecordCollector {
- public:
-  void add(const meta::Attribute& attribute) {
-    if (attribute.key == RECORD_KEY) {
-      end_record();
-      begin_record(attribute.value);
-    } else if (attribute.key.ends_with(RECORD_KEY_AFTER_PATH)) {
-      rest_ += attribute.key.substr(0, attribute.key.size() - RECORD_KEY_AFTER_PATH.size());
-      end_record();
-      begin_record(attribute.value);
-    } else if (attribute.value.starts_with(SWALLOWED_RECORD) && awaits_path_) {
-      rest_ += attribute.key + ":";
-      end_record();
-      begin_record(std::string_view(attribute.value).substr(SWALLOWED_RECORD.size()));
-    } else {
-      rest_ += attribute.key + ":" + attribute.value;
-    }
-  }
-
-  std::vector<FileRecord> take() {
-    end_record();
-    return std::move(records_);
-  }
-
- private:
-  void begin_record(std::string_view value) {
-    records_.push_back(parse_value(value));
-    awaits_path_ = records_.back().path.empty();
-  }
-
-  void end_record() {
-    if (awaits_path_) records_.back().path = fs::Path(rest_);
-    rest_.clear();
-    awaits_path_ = false;
-  }
-
-  std::vector<FileRecord> records_;
-  std::string rest_;          ///< text met since the last record began
-  bool awaits_path_ = false;  ///< the last record's path is still to come
-};
-
 }  // namespace
 
 meta::Attribute plain_record(const fs::File& file) {
@@ -155,10 +113,60 @@ bool begins_file_record(const meta::Attribute& attribute) {
   return attribute.key == RECORD_KEY || attribute.key.ends_with(RECORD_KEY_AFTER_PATH);
 }
 
+void RecordCollector::add(const meta::Attribute& attribute) {
+  if (attribute.key == RECORD_KEY) {
+    end_record();
+    begin_record(attribute.value);
+  } else if (attribute.key.ends_with(RECORD_KEY_AFTER_PATH)) {
+    add_to_path(
+        std::string_view(attribute.key).substr(0, attribute.key.size() - RECORD_KEY_AFTER_PATH.size()));
+    end_record();
+    begin_record(attribute.value);
+  } else if (attribute.value.starts_with(SWALLOWED_RECORD) && awaits_path_) {
+    add_to_path(attribute.key + ":");
+    end_record();
+    begin_record(std::string_view(attribute.value).substr(SWALLOWED_RECORD.size()));
+  } else {
+    add_to_path(attribute.key + ":" + attribute.value);
+  }
+}
+
+void RecordCollector::add_to_path(std::string_view text) {
+  // No path is as long, and a text that claims so must not take memory.
+  if (awaits_path_ && path_.size() <= meta::LARGEST_ATTRIBUTE) path_ += text;
+}
+
+void RecordCollector::begin_record(std::string_view value) {
+  records_.push_back(parse_value(value));
+  awaits_path_ = records_.back().path.empty();
+}
+
+void RecordCollector::end_record() {
+  if (awaits_path_) records_.back().path = fs::Path(path_);
+  path_.clear();
+  awaits_path_ = false;
+}
+
+std::vector<FileRecord> RecordCollector::take() {
+  std::optional<FileRecord> unfinished;
+  if (awaits_path_) {
+    unfinished = std::move(records_.back());
+    records_.pop_back();
+  }
+  std::vector<FileRecord> whole = std::exchange(records_, {});
+  if (unfinished) records_.push_back(*std::move(unfinished));
+  return whole;
+}
+
+std::vector<FileRecord> RecordCollector::finish() {
+  end_record();
+  return std::exchange(records_, {});
+}
+
 std::vector<FileRecord> read_file_records(const meta::Manifest& manifest) {
   RecordCollector collector;
   for (const meta::Attribute& attribute : manifest) collector.add(attribute);
-  return collector.take();
+  return collector.finish();
 }
 
 }  // namespace harbix

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "archive/manifest.h"
@@ -47,7 +49,8 @@ struct FileRecord {
 /// Whether a parsed attribute is, or ends with, the beginning of a file record.
 [[nodiscard]] bool begins_file_record(const meta::Attribute& attribute);
 
-/// All file records of a parsed manifest, in order; attributes of other kinds are passed over.
+/// Puts the file records of a manifest together again from its attributes, in order; attributes of other
+/// kinds are passed over.
 ///
 /// The parser does not know of values with two lines: it leaves the path at the beginning of the next key,
 /// and a path that ends in ':' swallows the line of the next record. Number and order of the records are
@@ -55,6 +58,26 @@ struct FileRecord {
 /// come out without the white space behind a
 /// ':' in it, and the last path of a manifest is lost unless it has a ':'; a caller that needs exact paths
 /// writes the one-line shape.
+class RecordCollector {
+ public:
+  void add(const meta::Attribute& attribute);
+
+  /// The records that are whole by now, and were not taken before.
+  [[nodiscard]] std::vector<FileRecord> take();
+  /// Ends the manifest; as take() with the last record.
+  [[nodiscard]] std::vector<FileRecord> finish();
+
+ private:
+  void begin_record(std::string_view value);
+  void end_record();
+  void add_to_path(std::string_view text);
+
+  std::vector<FileRecord> records_;
+  std::string path_;          ///< of the last record, as far as it is known
+  bool awaits_path_ = false;  ///< the last record's path is still to come
+};
+
+/// All file records of a parsed manifest.
 [[nodiscard]] std::vector<FileRecord> read_file_records(const meta::Manifest& manifest);
 
 }  // namespace harbix

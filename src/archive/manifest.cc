@@ -1,6 +1,7 @@
 #include "archive/manifest.h"
 
 #include <algorithm>
+#include <array>
 #include <istream>
 #include <numeric>
 
@@ -17,13 +18,20 @@ std::size_t text_size(const Manifest& manifest) {
                          });
 }
 
-std::string read_value(std::istream& stream) {
-  std::string value;
-  stream >> std::ws;
-  std::getline(stream, value);
-  std::string continuation;
-  while (stream.good() && stream.peek() == ' ' && std::getline(stream, continuation)) value += continuation;
-  return value;
+/// As std::getline, behind what the text has already.
+void append_up_to(char delimiter, std::istream& stream, std::string& text) {
+  std::array<char, 4096> piece{};
+  for (;;) {
+    stream.getline(piece.data(), piece.size(), delimiter);
+    const bool has_delimiter = stream.good();
+    const auto read = static_cast<std::size_t>(stream.gcount());
+    text.append(piece.data(), read - (has_delimiter ? 1 : 0));
+    if (text.size() > LARGEST_ATTRIBUTE)
+      throw malformed_manifest("Manifest with an attribute of more than 1 MiB");
+    // A piece that is full fails, and is not the last.
+    if (has_delimiter || stream.eof() || read == 0) return;
+    stream.clear();
+  }
 }
 
 }  // namespace
@@ -40,20 +48,36 @@ std::string to_text(const Manifest& manifest) {
   return text;
 }
 
-Manifest parse(std::istream& stream) {
-  stream.exceptions(stream.exceptions() | std::ios::badbit);
-  Manifest manifest;
-  std::string key;
-  while (stream.good()) {
-    std::getline(stream, key, ':');
-    if (key.empty() || stream.eof() || WHITE_SPACE.find(key.front()) != std::string_view::npos) continue;
-    if (manifest.size() == MOST_ATTRIBUTES)
+AttributeReader::AttributeReader(std::istream& stream) : stream_(stream) {
+  stream_.exceptions(stream_.exceptions() | std::ios::badbit);
+}
+
+Attribute* AttributeReader::next() {
+  while (stream_.good()) {
+    attribute_.key.clear();
+    append_up_to(':', stream_, attribute_.key);
+    const std::string& key = attribute_.key;
+    if (key.empty() || stream_.eof() || WHITE_SPACE.find(key.front()) != std::string_view::npos) continue;
+    if (count_++ == MOST_ATTRIBUTES)
       throw malformed_manifest("Manifest of more than " + std::to_string(MOST_ATTRIBUTES) + " attributes");
-    std::string value = read_value(stream);
-    manifest.push_back({std::move(key), std::move(value)});
-    key.clear();
-    if (stream.good()) stream >> std::ws;
+    read_value();
+    if (stream_.good()) stream_ >> std::ws;
+    return &attribute_;
   }
+  return nullptr;
+}
+
+void AttributeReader::read_value() {
+  attribute_.value.clear();
+  stream_ >> std::ws;
+  if (stream_.good()) append_up_to('\n', stream_, attribute_.value);
+  while (stream_.good() && stream_.peek() == ' ') append_up_to('\n', stream_, attribute_.value);
+}
+
+Manifest parse(std::istream& stream) {
+  AttributeReader reader(stream);
+  Manifest manifest;
+  while (Attribute* const attribute = reader.next()) manifest.push_back(std::move(*attribute));
   return manifest;
 }
 

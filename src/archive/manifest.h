@@ -14,6 +14,7 @@ namespace meta {
 // Beyond every real device; and below what an archive can claim to hold.
 inline constexpr std::size_t MOST_ATTRIBUTES = 2'000'000;
 inline constexpr std::size_t LARGEST_TEXT = std::size_t{256} << 20;
+inline constexpr std::size_t LARGEST_ATTRIBUTE = std::size_t{1} << 20;  // of its key, and of its value
 
 /// The text is no manifest.
 class malformed_manifest : public std::runtime_error {
@@ -31,14 +32,32 @@ struct Attribute {
 /// In the order written or read; keys may repeat.
 using Manifest = std::vector<Attribute>;
 
+/// Reads a manifest one attribute after the other, so that a large one never is in memory as a whole. A key
+/// is everything up to the next ':', line breaks included, and is dropped when it begins with white space; a
+/// line that begins with a blank continues the value before it, blank kept.
+class AttributeReader {
+ public:
+  /// The stream is the caller's, and outlives this object. It throws what it cannot read from here on.
+  explicit AttributeReader(std::istream& stream);
+
+  /// The next attribute, valid until the next call; nothing at the end of the stream.
+  /// @throws std::ios_base::failure when the stream cannot be read; malformed_manifest "Manifest of more than
+  /// 2000000 attributes" or "Manifest with an attribute of more than 1 MiB".
+  [[nodiscard]] Attribute* next();
+
+ private:
+  void read_value();
+
+  std::istream& stream_;
+  Attribute attribute_;
+  std::size_t count_ = 0;
+};
+
 /// A "KEY: VALUE" line an attribute, an empty line for one without a key, and an empty line at the end.
 [[nodiscard]] std::string to_text(const Manifest& manifest);
 
-/// Reads to the end of the stream. A key is everything up to the next ':', line breaks included, and is
-/// dropped when it begins with white space; a line that begins with a blank continues the value before it,
-/// blank kept.
-/// @throws std::ios_base::failure when the stream cannot be read; malformed_manifest "Manifest of more than
-/// 2000000 attributes".
+/// Reads to the end of the stream.
+/// @throws as AttributeReader::next does.
 [[nodiscard]] Manifest parse(std::istream& stream);
 
 /// The value of the first attribute with this key.

@@ -1,15 +1,14 @@
 #include "archive/metadata_entry.h"
 
-#include <algorithm>
 #include <array>
 #include <ctime>
 #include <istream>
 #include <stdexcept>
-#include <streambuf>
 #include <string_view>
 
 #include <archive.h>
 
+#include "archive/manifest_text.h"
 #include "base/log.h"
 #include "base/report.h"
 #include "base/run_progress.h"
@@ -20,47 +19,8 @@ namespace {
 constexpr mode_t METADATA_MODE = S_IFREG | S_IRWXU;
 constexpr std::size_t CHUNK_SIZE = 4096;
 
-/// The text of the current entry as it comes out of the archive, so that it never is in memory as a whole.
-class ManifestText : public std::streambuf {
- public:
-  ManifestText(ArchiveReader& reader, RecordNames& names) : reader_(reader), names_(names) {}
-
- protected:
-  int_type underflow() override {
-    const std::int64_t count = reader_.read_data(chunk_.data(), chunk_.size());
-    if (count <= 0) return traits_type::eof();  // the end, or damage, which the reader then knows of
-    const std::string_view text(chunk_.data(), static_cast<std::size_t>(count));
-    judge(text);
-    names_.add(text);
-    setg(chunk_.data(), chunk_.data(), chunk_.data() + count);
-    return traits_type::to_int_type(chunk_.front());
-  }
-
- private:
-  void judge(std::string_view text) {
-    size_ += text.size();
-    if (size_ > meta::LARGEST_TEXT) throw meta::malformed_manifest("Manifest of more than 256 MiB");
-    // No name has one, and what is behind it would be judged here and not be seen by the system.
-    if (text.find('\0') != std::string_view::npos)
-      throw meta::malformed_manifest("Manifest with a null byte");
-    attributes_ += static_cast<std::size_t>(std::ranges::count(text, ':'));
-    // A small file must not take the memory of a large one: no list of names shrinks that far.
-    constexpr std::size_t SMALL = std::size_t{32} << 20;
-    constexpr std::size_t FARTHEST = 128;
-    const std::size_t memory = size_ + attributes_ * sizeof(meta::Attribute);
-    if (memory > SMALL && memory / FARTHEST > reader_.input_bytes())
-      throw meta::malformed_manifest("Manifest that is compressed too far");
-  }
-
-  ArchiveReader& reader_;
-  RecordNames& names_;
-  std::array<char, CHUNK_SIZE> chunk_{};
-  std::size_t size_ = 0;
-  std::size_t attributes_ = 0;  ///< at most
-};
-
 meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
-  ManifestText text(reader, names);
+  ManifestText text(reader, [&names](std::string_view piece) { names.add(piece); });
   std::istream stream(&text);
   meta::Manifest manifest = meta::parse(stream);
   names.finish();

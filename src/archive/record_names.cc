@@ -29,7 +29,7 @@ bool needs_extension(std::string_view path) {
 
 }  // namespace
 
-void RecordNames::add(std::string_view piece) {
+void PlainRecords::add(std::string_view piece, const Taker& take) {
   // The beginning of the next record may stand across two pieces.
   std::size_t from = rest_.size() - std::min(rest_.size(), NEXT.size() - 1);
   rest_ += piece;
@@ -42,25 +42,41 @@ void RecordNames::add(std::string_view piece) {
   drop_endless_record();
 }
 
-void RecordNames::drop_endless_record() {
+void PlainRecords::drop_endless_record() {
   if (rest_.size() > LONGEST_RECORD) rest_.erase(0, rest_.size() - NEXT.size());
 }
 
-void RecordNames::finish() {
+void PlainRecords::finish(const Taker& take) {
   if (rest_.ends_with(END)) rest_.resize(rest_.size() - END.size());
   take(rest_);
   rest_ = std::string();
+}
+
+std::optional<std::string_view> PlainRecords::path_of(std::string_view record) {
+  const std::size_t line_end = record.find('\n');
+  if (!record.starts_with(BEGINNING) || line_end == std::string_view::npos) return std::nullopt;
+  return record.substr(line_end + 1);
+}
+
+void RecordNames::add(std::string_view piece) {
+  records_.add(piece, [this](std::string_view record) { take(record); });
+}
+
+void RecordNames::finish() {
+  records_.finish([this](std::string_view record) { take(record); });
   std::ranges::sort(hashes_);
 }
 
-void RecordNames::meet(const fs::Path& path) {
+bool RecordNames::meet(const fs::Path& path) {
   // A path that spells the beginning of a record has made another one of its rest.
   const std::string_view listed = std::string_view(path.text()).substr(0, path.text().find(NEXT));
-  if (!holds(listed)) {
+  const bool is_listed = holds(listed);
+  if (!is_listed) {
     ++unlisted_;
   } else if (needs_extension(listed)) {
     ++met_long_;
   }
+  return is_listed;
 }
 
 bool RecordNames::holds(std::string_view path) const {
@@ -68,11 +84,10 @@ bool RecordNames::holds(std::string_view path) const {
 }
 
 void RecordNames::take(std::string_view record) {
-  const std::size_t line_end = record.find('\n');
-  if (!record.starts_with(BEGINNING) || line_end == std::string_view::npos) return;
-  const std::string_view path = record.substr(line_end + 1);
-  hashes_.push_back(hash_of(path));
-  if (needs_extension(path)) ++long_;
+  const std::optional<std::string_view> path = PlainRecords::path_of(record);
+  if (!path) return;
+  hashes_.push_back(hash_of(*path));
+  if (needs_extension(*path)) ++long_;
 }
 
 void report_changed_names(const fs::Path& package) {

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +12,28 @@
 
 namespace harbix {
 
+/// Takes the text of a manifest of media or of settings apart: a row of "File: SIZE newline PATH newline",
+/// and an empty line at its end. What the parser of manifests makes of a path in a line of its own is not
+/// exact, and this is: a record ends where the next one begins.
+class PlainRecords {
+ public:
+  /// Takes a whole record, "File: SIZE newline PATH", or what stands in the place of one.
+  using Taker = std::function<void(std::string_view record)>;
+
+  /// Takes the next piece of the text, and hands on the records that are whole by now.
+  void add(std::string_view piece, const Taker& take);
+  /// Ends the text, and hands on the last record.
+  void finish(const Taker& take);
+
+  /// The path of a record; nothing for a text that is none.
+  [[nodiscard]] static std::optional<std::string_view> path_of(std::string_view record);
+
+ private:
+  void drop_endless_record();
+
+  std::string rest_;  ///< what follows the last record that is known to be whole
+};
+
 /// The paths of a package's manifest, of media or of settings, held against the entries that follow it.
 ///
 /// A tar header that is too short for a name, because that is long or beyond ASCII, is preceded by an
@@ -17,15 +41,15 @@ namespace harbix {
 /// another name, and the manifest alone tells. A path takes 8 bytes of memory here.
 class RecordNames {
  public:
-  /// Takes the next piece of the manifest's text, a row of "File: SIZE newline PATH newline" and an empty
-  /// line. What the parser of manifests makes of a path in a line of its own is not exact, and this is.
+  /// Takes the next piece of the manifest's text.
   void add(std::string_view piece);
 
   /// Ends the text: from then on entries are met.
   void finish();
 
   /// Notes an entry of the package, by its path as a record would have it.
-  void meet(const fs::Path& path);
+  /// @return whether a record has it.
+  bool meet(const fs::Path& path);
 
   /// Whether an entry was met that has no record, while there is no entry for a record whose name needs an
   /// extension. An item that vanished during the backup has a record and no entry; that is no change.
@@ -33,10 +57,9 @@ class RecordNames {
 
  private:
   void take(std::string_view record);
-  void drop_endless_record();
   [[nodiscard]] bool holds(std::string_view path) const;
 
-  std::string rest_;                   ///< what follows the last record that is known to be whole
+  PlainRecords records_;
   std::vector<std::uint64_t> hashes_;  ///< of the paths; in order when the text has ended
   std::size_t long_ = 0;               ///< records whose names need an extension
   std::size_t met_long_ = 0;           ///< those with an entry

@@ -170,6 +170,18 @@ TEST(RecordCountOfMixedPaths, IsExactWhereAwkwardPathsFollowEachOther) {
   }
 }
 
+TEST(FileRecords, AreHandedOnAsSoonAsTheyAreWhole) {
+  harbix::RecordCollector collector;
+  collector.add({"File", "1 100644 0 0 5 /a"});
+  EXPECT_EQ(collector.take().size(), 1U);
+  collector.add({"File", "2"});
+  EXPECT_EQ(collector.take().size(), 0U);
+  collector.add({"b\nFile", "3"});
+  EXPECT_EQ(collector.take(), (std::vector<FileRecord>{{.size = 2, .path = Path("b"), .status = {}}}));
+  collector.add({"c", "d"});
+  EXPECT_EQ(collector.finish(), (std::vector<FileRecord>{{.size = 3, .path = Path("c:d"), .status = {}}}));
+}
+
 // Pinned, not wished for: the parser takes nothing for a key without characters, nor for what follows it. No
 // package has such a path unless a top-level media folder begins with ':', and no restore reads those
 // records.

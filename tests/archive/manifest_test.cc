@@ -97,6 +97,23 @@ TEST(ManifestText, OfManyAttributesComesBackInOrder) {
   EXPECT_TRUE(manifest == parsed(meta::to_text(manifest)));
 }
 
+TEST(ManifestText, WithAnAttributeOfAnyLengthComesBack) {
+  for (const std::size_t size : {4094U, 4095U, 4096U, 4097U, 8190U, 8191U, 1U << 20U}) {
+    const Manifest manifest{{std::string(size, 'k'), std::string(size, 'v')}, {"Next", "one"}};
+    EXPECT_TRUE(parsed(meta::to_text(manifest)) == manifest) << size;
+    EXPECT_TRUE(parsed("A: " + std::string(size, 'v')) == (Manifest{{"A", std::string(size, 'v')}})) << size;
+  }
+}
+
+TEST(ManifestText, WithAnAttributeOfMoreThanAMebibyteIsMalformed) {
+  const std::string much(1 << 19, 'x');
+  for (const std::string& text : {much + much + "x: y\n", "K: " + much + much + "x\n",
+                                  "K: " + much + "\n " + much + "\n", much + '\n' + much + ":y\n"}) {
+    EXPECT_EQ(message_of<meta::malformed_manifest>([&] { static_cast<void>(parsed(text)); }),
+              "Manifest with an attribute of more than 1 MiB");
+  }
+}
+
 TEST(ManifestText, ThatCannotBeReadThrows) {
   std::istringstream stream("Name: x\n");
   stream.setstate(std::ios::badbit);

@@ -72,6 +72,32 @@ TEST(RecordNames, AreContentWithItemsThatVanishedOrWereAdded) {
   EXPECT_FALSE(has_changed_names(names_of("Package-Name: x\n\n", 3), PATHS));
 }
 
+TEST(RecordNames, TellOfAnEntryWhetherARecordHasIt) {
+  RecordNames names = names_of(text_of({"Music", "Music/a"}), 7);
+  EXPECT_TRUE(names.meet("Music/a"));
+  EXPECT_FALSE(names.meet("Music/b"));
+}
+
+TEST(PlainRecords, AreHandedOnWholeWhereverThePiecesEnd) {
+  const std::string text = "File: 5\nMusic\nFile: 0\nMusic/a: b\nc\nFile: 17\nMusic/File: 3\n\n";
+  const std::vector<std::string> expected{"File: 5\nMusic", "File: 0\nMusic/a: b\nc",
+                                          "File: 17\nMusic/File: 3"};
+  for (std::size_t size = 1; size <= text.size(); ++size) {
+    harbix::PlainRecords records;
+    std::vector<std::string> found;
+    const auto take = [&found](std::string_view record) { found.emplace_back(record); };
+    for (std::size_t at = 0; at < text.size(); at += size) records.add(text.substr(at, size), take);
+    records.finish(take);
+    EXPECT_EQ(found, expected) << size;
+  }
+}
+
+TEST(PlainRecords, HaveAPathBehindTheFirstLine) {
+  EXPECT_EQ(harbix::PlainRecords::path_of("File: 5\na\nb"), "a\nb");
+  EXPECT_EQ(harbix::PlainRecords::path_of("File: 5"), std::nullopt);
+  EXPECT_EQ(harbix::PlainRecords::path_of("Dir: 5\na"), std::nullopt);
+}
+
 TEST(RecordNames, TakeNoMemoryForARecordWithoutAnEnd) {
   RecordNames names;
   for (int i = 0; i < 64; ++i) names.add(std::string(std::size_t{1} << 20, 'x'));
