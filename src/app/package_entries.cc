@@ -28,6 +28,14 @@ void warn_of_missing_entry(const fs::Path& path) {
 
 }  // namespace
 
+std::optional<fs::Path> record_path(const EntryView& entry, const fs::Path& package, const fs::Path& base) {
+  const std::optional<fs::Path> name = entry.name();
+  if (!name) return std::nullopt;
+  const fs::Path full = rooted(*name);
+  if (full == package || !full.is_inside(package)) return std::nullopt;
+  return base / full.relative_to(package);
+}
+
 PackageEntries::PackageEntries(ArchiveReader& reader, std::span<const FileRecord> records, fs::Path name,
                                fs::Path base)
     : reader_(reader),
@@ -44,7 +52,7 @@ std::optional<PackageEntries::Match> PackageEntries::next() {
       end();
       break;
     }
-    const std::optional<fs::Path> path = path_of(entry);
+    const std::optional<fs::Path> path = record_path(entry, name_, base_);
     const std::optional<std::size_t> position = path ? take_record_of(*path) : std::nullopt;
     if (position) return Match{entry, *position};
     skip(entry, path.has_value());
@@ -91,14 +99,6 @@ bool PackageEntries::has_every_item() const {
     if (!is_met_[i] && status && status->mode != 0) return false;
   }
   return true;
-}
-
-std::optional<fs::Path> PackageEntries::path_of(const EntryView& entry) const {
-  const std::optional<fs::Path> name = entry.name();
-  if (!name) return std::nullopt;
-  const fs::Path full = rooted(*name);
-  if (full == name_ || !full.is_inside(name_)) return std::nullopt;
-  return base_ / full.relative_to(name_);
 }
 
 std::optional<std::size_t> PackageEntries::take_record_of(const fs::Path& path) {

@@ -10,6 +10,12 @@
 
 namespace harbix {
 
+/// The path that the record of an entry would have: `base` and what the entry's name has behind
+/// "/app/PACKAGE/KIND", the package's. Nothing for an entry outside of the package, and for one without a
+/// name.
+[[nodiscard]] std::optional<fs::Path> record_path(const EntryView& entry, const fs::Path& package,
+                                                  const fs::Path& base);
+
 /// Pairs the entries that follow a package's metadata entry with the package's records, by name: an entry
 /// belongs to the record of the same path, in whatever order the two stand, and to no other record.
 class PackageEntries {
@@ -43,7 +49,6 @@ class PackageEntries {
   bool advance();
   void end();
   void skip(const EntryView& entry, bool is_inside);
-  [[nodiscard]] std::optional<fs::Path> path_of(const EntryView& entry) const;
   [[nodiscard]] std::optional<std::size_t> take_record_of(const fs::Path& path);
   [[nodiscard]] std::optional<std::size_t> find_record_of(const fs::Path& path);
   const std::vector<std::size_t>& by_path();

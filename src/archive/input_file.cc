@@ -117,6 +117,14 @@ void InputFile::drain() {
   }
 }
 
+bool InputFile::has_changed() const noexcept {
+  struct ::stat now {};
+  // What cannot be asked again is taken for what it was.
+  if (!is_regular() || ::fstat(file_.get(), &now) == -1) return false;
+  return now.st_size != record_.st_size || now.st_mtim.tv_sec != record_.st_mtim.tv_sec ||
+         now.st_mtim.tv_nsec != record_.st_mtim.tv_nsec;
+}
+
 bool InputFile::is_longer_than(std::int64_t count) {
   if (is_regular()) return record_.st_size - begin_ > count;
   while (position_ <= count) {

@@ -41,6 +41,12 @@ class InputFile {
   /// @return how many were passed over: 0 where the file can only be read on.
   [[nodiscard]] std::int64_t skip(std::int64_t count);
 
+  /// What is read next, in bytes from where the archive begins.
+  [[nodiscard]] std::int64_t position() const noexcept { return position_; }
+
+  /// Whether a regular file has become another one since it was opened, by its size and its time of change.
+  [[nodiscard]] bool has_changed() const noexcept;
+
   /// As lseek(2), for a regular file.
   /// @return the new offset, or -1 with errno set.
   [[nodiscard]] std::int64_t seek(std::int64_t offset, int whence);

@@ -1,5 +1,6 @@
 #include "archive/read_handle.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -74,14 +75,34 @@ int ReadHandle::next_header() {
   return status_ = judge_names();
 }
 
+bool ReadHandle::is_tar() const {
+  return (::archive_format(get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
+}
+
+std::int64_t ReadHandle::header_position() const { return ::archive_read_header_position(get()); }
+
+bool ReadHandle::has_more_behind_end() {
+  // What is behind a compressed stream is the filter's affair.
+  if (status_ != ARCHIVE_EOF || !is_tar() || ::archive_filter_code(get(), 0) != ARCHIVE_FILTER_NONE)
+    return false;
+  const std::int64_t block_begin = block_end_ - static_cast<std::int64_t>(block_.size());
+  const std::int64_t end = std::max(header_position() + END_MARK_SIZE - block_begin, std::int64_t{0});
+  std::span<const std::byte> rest = block_.subspan(std::min(static_cast<std::size_t>(end), block_.size()));
+  for (;;) {
+    if (std::ranges::any_of(rest, [](std::byte byte) { return byte != std::byte{0}; })) return true;
+    const std::optional<std::span<const std::byte>> next = input_.read_block();
+    if (!next || next->empty()) return false;
+    rest = *next;
+  }
+}
+
 int ReadHandle::judge_end() const {
-  const bool is_tar = (::archive_format(get()) & ARCHIVE_FORMAT_BASE_MASK) == ARCHIVE_FORMAT_TAR;
   // A whole archive ends in two records of zeros, which stand where the library looked for another header.
   // Where it met the end of the input instead, also behind records of extensions, it keeps the error set in
   // read(); records of zeros clear that.
   const std::int64_t read_for_end = ::archive_filter_bytes(get(), 0) - ::archive_read_header_position(get());
   const bool has_mark = read_for_end >= END_MARK_SIZE && ::archive_errno(get()) != INPUT_ENDED;
-  if (!is_tar || has_mark) return ARCHIVE_EOF;
+  if (!is_tar() || has_mark) return ARCHIVE_EOF;
   ::archive_set_error(get(), EINVAL, "Truncated archive: the end mark is missing");
   return ARCHIVE_FATAL;
 }
@@ -120,6 +141,8 @@ std::ptrdiff_t ReadHandle::read(::archive* handle, void* self, const void** data
     return -1;
   }
   if (block->empty() && own->is_in_header_) ::archive_set_error(handle, INPUT_ENDED, "The input ended");
+  own->block_ = *block;
+  own->block_end_ = own->input_.position();
   *data = block->data();
   return static_cast<std::ptrdiff_t>(block->size());
 }

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <span>
 
 #include "archive/input_file.h"
 
@@ -36,6 +39,14 @@ class ReadHandle {
   [[nodiscard]] int next_header();
   [[nodiscard]] ::archive_entry* entry() const noexcept { return entry_; }
 
+  /// Where the header that was asked for last begins, in bytes from the beginning of the archive,
+  /// uncompressed.
+  [[nodiscard]] std::int64_t header_position() const;
+
+  /// At the end of a tar archive that is not compressed: whether anything but zeros follows its end mark,
+  /// which a restore does not see. Reads on to the end of the input.
+  [[nodiscard]] bool has_more_behind_end();
+
   /// Stops reading. Further headers answer the end of the archive.
   void close();
 
@@ -47,10 +58,13 @@ class ReadHandle {
 
   int open();
   [[nodiscard]] int judge_end() const;
+  [[nodiscard]] bool is_tar() const;
   int judge_warning();
   int judge_names();
 
   InputFile input_;
+  std::span<const std::byte> block_{};  ///< of the input, the last that the library took
+  std::int64_t block_end_ = 0;          ///< where the input has come to by it
   Owner handle_;
   ::archive_entry* entry_ = nullptr;
   bool is_in_header_ = false;

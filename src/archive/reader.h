@@ -93,6 +93,11 @@ class ArchiveReader {
   /// How many bytes of the input have been taken, compressed as they are.
   [[nodiscard]] std::size_t input_bytes() const;
 
+  /// Where the current entry begins, as ReadHandle says.
+  [[nodiscard]] std::int64_t position() const { return handle_.header_position(); }
+  [[nodiscard]] bool has_more_behind_end() { return handle_.has_more_behind_end(); }
+  [[nodiscard]] const InputFile& input() const noexcept { return handle_.input(); }
+
   /// The library's last error number and text; 0 and "" when there is none. The number does not show the
   /// damage of a header that still waits to be handed on.
   [[nodiscard]] int error_number() const;

@@ -126,11 +126,16 @@ Path name_below(const Path& name, const Path& prefix) {
   return name.relative_to(prefix);
 }
 
-bool leads_inside(Folder& root, const Path& path, std::string_view link_target, const Path& folder) {
+bool names_inside(const Path& path, std::string_view link_target, const Path& folder) {
   const bool is_absolute = link_target.starts_with(Path::SEPARATOR);
   const Path target = is_absolute ? Path(link_target) : path.dirname() / link_target;
+  return !has_parent_behind_name(link_target) &&
+         target.lexically_normal().is_inside(folder.lexically_normal());
+}
+
+bool leads_inside(Folder& root, const Path& path, std::string_view link_target, const Path& folder) {
+  if (!names_inside(path, link_target, folder)) return false;
   const Path inside = folder.lexically_normal();
-  if (has_parent_behind_name(link_target) || !target.lexically_normal().is_inside(inside)) return false;
   try {
     Follower follower(root, path.dirname().lexically_normal().components());
     return follower.follow(link_target) && follower.reached().is_inside(inside);

@@ -6,7 +6,7 @@
 #include "fs/path.h"
 
 /// What an archive may name. Entries, links and manifests can come from anybody, and a restore runs as root:
-/// every name that leads to the device passes one of these tests first. All but the last judge the text
+/// every name that leads to the device passes one of these tests first. All but leads_inside() judge the text
 /// alone; that nothing on disk leads elsewhere, and that no program swaps a folder meanwhile, is fs::Folder's
 /// part, which follows no link below its root.
 namespace fs {
@@ -27,12 +27,15 @@ namespace fs {
 /// @throws Exception "Path 'NAME' is not subdirectory of 'PREFIX'"
 [[nodiscard]] Path name_below(const Path& name, const Path& prefix);
 
-/// Whether a symbolic link at `path` leads to something inside `folder`, both absolute. A relative target
-/// counts from the link's own folder. The target is judged by its text, where a ".." behind a name is refused
-/// (the name can be another link by the time at which the link is used), and then followed on the device
-/// below `root`, which is "/": what exists of it must lead inside as well. Guards the links of settings, PPS
-/// objects and the home screen: a link that leads out would give its owner's files away, or have later writes
-/// land where it leads.
+/// Whether the text of a symbolic link's target at `path` names something inside `folder`, both absolute. A
+/// relative target counts from the link's own folder, and a ".." behind a name is refused: the name can be
+/// another link by the time at which the link is used.
+[[nodiscard]] bool names_inside(const Path& path, std::string_view link_target, const Path& folder);
+
+/// Whether a symbolic link at `path` leads to something inside `folder`, both absolute. The target is judged
+/// by its text, as names_inside does, and then followed on the device below `root`, which is "/": what exists
+/// of it must lead inside as well. Guards the links of settings, PPS objects and the home screen: a link that
+/// leads out would give its owner's files away, or have later writes land where it leads.
 [[nodiscard]] bool leads_inside(Folder& root, const Path& path, std::string_view link_target,
                                 const Path& folder);
 

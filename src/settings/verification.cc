@@ -38,13 +38,13 @@ bool first_stands_at_end(const std::string& text, const std::string& ending) {
 
 bool contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
+}  // namespace
+
 bool has_tricks(const std::string& text) {
   return text.starts_with("./") || text.starts_with("../") || first_stands_at_end(text, "/..") ||
          first_stands_at_end(text, "/.") || contains(text, "/./") || contains(text, "/../") ||
          contains(text, "//");
 }
-
-}  // namespace
 
 bool verify_restore_path(const AllowedSettings& allowed, const fs::Path& candidate) {
   const bool is_listed = std::ranges::binary_search(allowed.paths, candidate);

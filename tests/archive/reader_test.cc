@@ -201,6 +201,36 @@ TEST_F(ArchiveReaderTest, AnswersTheEndOnceClosed) {
   EXPECT_FALSE(reader.next_header());
 }
 
+TEST_F(ArchiveReaderTest, TellsWhereAnEntryBegins) {
+  Reader reader(archive(three_entries().text()));
+  std::vector<std::int64_t> positions;
+  while (reader.next_header()) positions.push_back(reader.position());
+  EXPECT_EQ(positions, (std::vector<std::int64_t>{0, 1024, 2560}));
+}
+
+TEST_F(ArchiveReaderTest, SeesWhatFollowsTheEndMark) {
+  const std::string whole = three_entries().text();
+  const std::string zeros(300'000, '\0');
+  struct Row {
+    std::string behind;
+    bool is_more;
+  };
+  for (const Row& row : {Row{"", false}, Row{zeros, false}, Row{"x", true}, Row{zeros + "x", true},
+                         Row{whole, true}, Row{zeros.substr(0, 511) + "x" + zeros, true}}) {
+    Reader reader(archive(whole + row.behind));
+    EXPECT_FALSE(reader.has_more_behind_end()) << "asked before the end";
+    EXPECT_EQ(reader.names().size(), 3U);
+    EXPECT_EQ(reader.has_more_behind_end(), row.is_more) << row.behind.size();
+  }
+}
+
+TEST_F(ArchiveReaderTest, SeesThatItsFileGrows) {
+  Reader reader(archive(three_entries().text()));
+  EXPECT_FALSE(reader.input().has_changed());
+  write_file(archive_, three_entries().text() + "x");
+  EXPECT_TRUE(reader.input().has_changed());
+}
+
 TEST_F(ArchiveReaderTest, KnowsItsOwnFile) {
   const Reader reader(archive(three_entries().text()));
   write_file(folder_ / "other", "");
