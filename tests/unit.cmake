@@ -35,6 +35,7 @@ harbix_unit_test(archive_test
     archive/plain_header_test.cc archive/plain_headers_test.cc archive/pps_object_test.cc archive/reader_damage_test.cc archive/reader_sections_test.cc
     archive/reader_test.cc archive/record_names_test.cc archive/source_test.cc archive/space_report_test.cc archive/survey_test.cc
     archive/writer_test.cc
+    archive/item_list_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscribers_test.cc

@@ -13,9 +13,7 @@ constexpr std::string_view WHITE_SPACE = " \t\n\r\f\v";
 
 std::size_t text_size(const Manifest& manifest) {
   return std::accumulate(manifest.begin(), manifest.end(), std::size_t{1},
-                         [](std::size_t sum, const Attribute& item) {
-                           return sum + item.key.size() + KEY_END.size() + item.value.size() + 1;
-                         });
+                         [](std::size_t sum, const Attribute& item) { return sum + line_size(item); });
 }
 
 /// As std::getline, behind what the text has already.
@@ -38,14 +36,20 @@ void append_up_to(char delimiter, std::istream& stream, std::string& text) {
 
 std::string to_text(const Manifest& manifest) {
   std::string text;
-  // A share of a million files makes this text large: never more memory than it needs.
   text.reserve(text_size(manifest));
-  for (const Attribute& attribute : manifest) {
-    if (!attribute.key.empty()) text.append(attribute.key).append(KEY_END).append(attribute.value);
-    text += '\n';
-  }
+  for (const Attribute& attribute : manifest) append_line(text, attribute);
   text += '\n';
   return text;
+}
+
+void append_line(std::string& text, const Attribute& attribute) {
+  if (!attribute.key.empty()) text.append(attribute.key).append(KEY_END).append(attribute.value);
+  text += '\n';
+}
+
+std::size_t line_size(const Attribute& attribute) noexcept {
+  const std::size_t text = attribute.key.size() + KEY_END.size() + attribute.value.size();
+  return (attribute.key.empty() ? 0 : text) + 1;
 }
 
 AttributeReader::AttributeReader(std::istream& stream) : stream_(stream) {

@@ -56,6 +56,12 @@ class AttributeReader {
 /// A "KEY: VALUE" line an attribute, an empty line for one without a key, and an empty line at the end.
 [[nodiscard]] std::string to_text(const Manifest& manifest);
 
+/// Appends the line of one attribute. A manifest's text is these lines, and an empty one.
+void append_line(std::string& text, const Attribute& attribute);
+
+/// How many bytes that is.
+[[nodiscard]] std::size_t line_size(const Attribute& attribute) noexcept;
+
 /// Reads to the end of the stream.
 /// @throws as AttributeReader::next does.
 [[nodiscard]] Manifest parse(std::istream& stream);

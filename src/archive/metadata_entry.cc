@@ -18,6 +18,7 @@ namespace {
 
 constexpr mode_t METADATA_MODE = S_IFREG | S_IRWXU;
 constexpr std::size_t CHUNK_SIZE = 4096;
+constexpr std::string_view LAST_LINE = "\n";
 
 meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
   ManifestText text(reader, [&names](std::string_view piece) { names.add(piece); });
@@ -42,15 +43,24 @@ void require_no_error(const ArchiveReader& reader) {
 
 void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
                     const meta::Manifest& manifest) {
+  const std::string text = meta::to_text(manifest);
+  const std::string_view lines = std::string_view(text).substr(0, text.size() - LAST_LINE.size());
+  store_manifest(writer, directory, entry_name, lines.size(), [lines](const TextSink& put) { put(lines); });
+}
+
+void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
+                    std::size_t bytes, const TextSource& lines) {
   diagnostics::line(3, "Storing manifest to '%s'", directory.c_str());
   run_progress::begin_package(directory.text());
-  const std::string text = meta::to_text(manifest);
   struct ::stat record {};
   record.st_mode = METADATA_MODE;
-  record.st_size = static_cast<off_t>(text.size());
+  record.st_size = static_cast<off_t>(bytes + LAST_LINE.size());
   const std::time_t now = std::time(nullptr);
   record.st_atim.tv_sec = record.st_mtim.tv_sec = record.st_ctim.tv_sec = now;
-  writer.write_text(directory / entry_name, record, text);
+  writer.write_text(directory / entry_name, record, [&lines](const TextSink& put) {
+    lines(put);
+    put(LAST_LINE);
+  });
 }
 
 std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,

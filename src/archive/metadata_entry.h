@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "archive/manifest.h"
 #include "archive/package_name.h"
@@ -15,6 +18,11 @@ namespace harbix {
 /// @throws std::runtime_error; ArchiveError when the archive cannot be written any further.
 void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
                     const meta::Manifest& manifest);
+
+/// The same for a manifest that is not in memory as a whole: `lines` hands over the lines of its attributes,
+/// `bytes` in all.
+void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::string_view entry_name,
+                    std::size_t bytes, const TextSource& lines);
 
 /// What the search for a metadata entry does with the entries before it.
 enum class OtherEntries { REFUSE, SKIP };

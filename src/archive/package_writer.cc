@@ -1,9 +1,8 @@
 #include "archive/package_writer.h"
 
-#include <algorithm>
-#include <iterator>
+#include <iostream>
 #include <stdexcept>
-#include <utility>
+#include <string>
 
 #include "archive/error.h"
 #include "archive/metadata_entry.h"
@@ -18,6 +17,7 @@ namespace {
 constexpr std::int64_t RECORD_SIZE = 512;
 // What is over is left for the other attributes, and what the text has between keys and values.
 constexpr std::size_t MOST_ITEMS = meta::MOST_ATTRIBUTES - 1000;
+constexpr std::size_t MANIFEST_PIECE = std::size_t{32} << 10;
 constexpr std::size_t MOST_RECORD_TEXT = meta::LARGEST_TEXT - (std::size_t{8} << 20);
 
 std::int64_t filled_up(std::int64_t bytes) {
@@ -43,15 +43,13 @@ bool PackageWriter::add(const fs::File& item) {
     report_left_out(item.path(), reason);
     return false;
   }
-  meta::Attribute record = style_.record(item);
-  const std::size_t text = record.key.size() + record.value.size();
+  const std::size_t text = meta::line_size(style_.record(item));
   if (items_.size() >= MOST_ITEMS || record_text_ + text > MOST_RECORD_TEXT) {
     report_left_out(item.path(), "the manifest is full");
     return false;
   }
   record_text_ += text;
-  records_.push_back(std::move(record));
-  items_.push_back({item.path(), item.record().st_dev, item.record().st_ino});
+  items_.add(item);
   const std::int64_t size = item.record().st_size;
   bytes_ = saturated_sum(bytes_, size);
   entry_bytes_ = saturated_sum(entry_bytes_, RECORD_SIZE);
@@ -60,43 +58,58 @@ bool PackageWriter::add(const fs::File& item) {
 }
 
 void PackageWriter::add_missing(const fs::Path& path) {
-  records_.push_back(style_.record({path, {}}));
-  items_.push_back({path, 0, 0});
+  const fs::File missing(path, {});
+  record_text_ += meta::line_size(style_.record(missing));
+  items_.add(missing);
 }
 
 SizeResult PackageWriter::estimate() const {
-  const auto manifest_bytes = static_cast<std::int64_t>(meta::to_text(records_).size());
+  const auto manifest_bytes = static_cast<std::int64_t>(record_text_ + meta::to_text({}).size());
   return {.bytes = saturated_sum(RECORD_SIZE + filled_up(manifest_bytes), entry_bytes_),
           .files = static_cast<std::int32_t>(items_.size())};
 }
 
-void PackageWriter::store(const fs::Path& name, const fs::Path& base, meta::Manifest attributes) {
+void PackageWriter::store(const fs::Path& name, const fs::Path& base, const meta::Manifest& attributes) {
   leave_out_other_manifests(name, base);
-  std::ranges::move(records_, std::back_inserter(attributes));
-  store_manifest(writer_, name, METADATA_NAME, attributes);
-  // Not needed any more, and as large as the list of items.
-  records_ = meta::Manifest();
-  attributes = meta::Manifest();
+  store_records(name, attributes);
   report::ProgressLines progress;
-  for (const PackageItem& item : items_) store_item(item, name / item.path.relative_to(base), progress);
+  for (std::size_t i = 0; i < items_.size(); ++i) {
+    const fs::File item = items_[i];
+    store_item(item, name / item.path().relative_to(base), progress);
+  }
+}
+
+void PackageWriter::store_records(const fs::Path& name, const meta::Manifest& attributes) {
+  std::size_t bytes = record_text_;
+  for (const meta::Attribute& attribute : attributes) bytes += meta::line_size(attribute);
+  store_manifest(writer_, name, METADATA_NAME, bytes, [&](const TextSink& put) {
+    std::string text;
+    for (const meta::Attribute& attribute : attributes) meta::append_line(text, attribute);
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+      meta::append_line(text, style_.record(items_[i]));
+      if (text.size() < MANIFEST_PIECE) continue;
+      put(text);
+      text.clear();
+    }
+    put(text);
+  });
 }
 
 void PackageWriter::leave_out_other_manifests(const fs::Path& name, const fs::Path& base) {
   // A restore would take each of them for the beginning of a package.
   for (std::size_t i = items_.size(); i-- > 0;) {
-    const fs::Path& path = items_[i].path;
-    if (!path.text().ends_with(METADATA_NAME) || !begins_package((name / path.relative_to(base)).text()))
-      continue;
-    report_left_out(path, "has the name of a manifest");
-    records_.erase(records_.begin() + static_cast<std::ptrdiff_t>(i));
-    items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(i));
+    if (items_.name(i) != METADATA_NAME) continue;
+    const fs::File item = items_[i];
+    if (!begins_package((name / item.path().relative_to(base)).text())) continue;
+    report_left_out(item.path(), "has the name of a manifest");
+    record_text_ -= meta::line_size(style_.record(item));
+    items_.remove(i);
   }
 }
 
-void PackageWriter::store_item(const PackageItem& item, const fs::Path& name,
-                               report::ProgressLines& progress) {
+void PackageWriter::store_item(const fs::File& item, const fs::Path& name, report::ProgressLines& progress) {
   try {
-    style_.announce(progress, item.path, name);
+    style_.announce(progress, item.path(), name);
     style_.write(writer_, folder_, item, name);
   } catch (const ResourceError& error) {
     writer_.fail(error.what());
@@ -116,10 +129,9 @@ void report_unlisted(const fs::Exception& failure, Completeness& completeness) {
   completeness.note_missing();
 }
 
-void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name) {
-  const Source source = open_source(folder, item.path);
-  const struct ::stat& record = source.file.record();
-  if (record.st_dev != item.device || record.st_ino != item.inode) throw_replaced(item.path);
+void write_object(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name) {
+  const Source source = open_source(folder, item.path());
+  if (!item.is_same_object(source.file.record())) throw_replaced(item.path());
   writer.write(source, name);
 }
 

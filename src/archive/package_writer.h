@@ -1,13 +1,12 @@
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "archive/completeness.h"
 #include "archive/file_record.h"
+#include "archive/item_list.h"
 #include "archive/manifest.h"
 #include "archive/writer.h"
 #include "base/report.h"
@@ -17,22 +16,15 @@
 
 namespace harbix {
 
-/// An item of a package as it was listed. Its turn to be archived comes later, and by then another object may
-/// stand in its place.
-struct PackageItem {
-  fs::Path path;
-  dev_t device;
-  ino_t inode;
-};
-
 /// What the packages of a keyword have of their own.
 struct PackageStyle {
   /// Describes an item in the manifest.
   meta::Attribute (*record)(const fs::File& item);
   /// Says that an item is put into the archive under `name`.
   void (*announce)(report::ProgressLines& progress, const fs::Path& path, const fs::Path& name);
-  /// Writes an item's entry. @throws std::runtime_error for an error of the item alone.
-  void (*write)(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name);
+  /// Writes the entry of an item, which comes as it was listed: another object may stand in its place by now.
+  /// @throws std::runtime_error for an error of the item alone.
+  void (*write)(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name);
   /// Stands before an item's error on standard error.
   std::string_view error_prefix = "Error: ";
 };
@@ -44,6 +36,11 @@ class PackageWriter {
   /// All items lie below `folder`, and are opened there.
   PackageWriter(ArchiveWriter& writer, fs::Folder& folder, const PackageStyle& style)
       : writer_(writer), folder_(folder), style_(style) {}
+  PackageWriter(const PackageWriter&) = delete;
+  PackageWriter& operator=(const PackageWriter&) = delete;
+  PackageWriter(PackageWriter&&) = delete;
+  PackageWriter& operator=(PackageWriter&&) = delete;
+  ~PackageWriter() = default;
 
   /// Takes an item into the package. What no archive can hold (fifos, sockets, devices, and the archive that
   /// is being written) is left out with its record, and reported on standard error and in the log at level 1;
@@ -55,9 +52,7 @@ class PackageWriter {
   /// exists by then.
   void add_missing(const fs::Path& path);
 
-  [[nodiscard]] const std::vector<PackageItem>& items() const noexcept { return items_; }
-  /// The file records, one an item, in the same order.
-  [[nodiscard]] const meta::Manifest& records() const noexcept { return records_; }
+  [[nodiscard]] const ItemList& items() const noexcept { return items_; }
   /// Sum of the recorded sizes, in bytes.
   [[nodiscard]] std::int64_t bytes() const noexcept { return bytes_; }
 
@@ -70,18 +65,18 @@ class PackageWriter {
   /// its record, and reported. An item that cannot be archived (it vanished, another object
   /// took its place, it cannot be opened) is reported, and the rest is archived. Ends the use of this object.
   /// @throws ArchiveError when the archive cannot be written any further.
-  void store(const fs::Path& name, const fs::Path& base, meta::Manifest attributes = {});
+  void store(const fs::Path& name, const fs::Path& base, const meta::Manifest& attributes = {});
 
  private:
   void leave_out_other_manifests(const fs::Path& name, const fs::Path& base);
-  void store_item(const PackageItem& item, const fs::Path& name, report::ProgressLines& progress);
+  void store_records(const fs::Path& name, const meta::Manifest& attributes);
+  void store_item(const fs::File& item, const fs::Path& name, report::ProgressLines& progress);
 
   ArchiveWriter& writer_;
   fs::Folder& folder_;
   PackageStyle style_;
-  std::vector<PackageItem> items_;
-  meta::Manifest records_;
-  std::size_t record_text_ = 0;  ///< bytes of keys and values
+  ItemList items_;
+  std::size_t record_text_ = 0;  ///< bytes of their lines in the manifest
   std::int64_t bytes_ = 0;
   std::int64_t entry_bytes_ = 0;  ///< headers and filled-up contents
 };
@@ -90,7 +85,7 @@ class PackageWriter {
 void report_unlisted(const fs::Exception& failure, Completeness& completeness);
 
 /// For PackageStyle: archives the object itself, if it still is the one that was listed.
-void write_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item, const fs::Path& name);
+void write_object(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name);
 
 /// For PackageStyle: "Archive: PATH to NAME" with -v and in the log at level 3.
 void announce_with_name(report::ProgressLines& progress, const fs::Path& path, const fs::Path& name);

@@ -105,13 +105,12 @@ std::string persistent_lines(std::string_view text) {
   return kept += lines.rest();
 }
 
-void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item,
-                      const fs::Path& name) {
-  const base::FileDescriptor object = open_object(folder, item.path);
+void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name) {
+  const base::FileDescriptor object = open_object(folder, item.path());
   struct ::stat record {};
-  if (::fstat(object.get(), &record) == -1) throw_unopened(item.path, errno);
+  if (::fstat(object.get(), &record) == -1) throw_unopened(item.path(), errno);
   const std::string whole = read_object(object);
-  if (whole.size() == LARGEST_TEXT || whole.find('\0') != std::string::npos) report_cut(item.path);
+  if (whole.size() == LARGEST_TEXT || whole.find('\0') != std::string::npos) report_cut(item.path());
   const std::string text = persistent_lines(whole);
   record.st_size = static_cast<off_t>(text.size());
   writer.write_text(name, record, text);

@@ -31,8 +31,7 @@ class PersistentLines {
 /// For PackageStyle: stores what one read of a PPS object gives, at most 32,768 bytes.
 /// @throws std::runtime_error "Error opening: PATH: REASON"; fs::Exception "Error reading pps object" or
 /// "Path '...' stat failed."; ArchiveError when the archive cannot be written any further.
-void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const PackageItem& item,
-                      const fs::Path& name);
+void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name);
 
 /// Publishes the text of the current entry in the object at `path`, which must exist.
 /// @throws fs::Exception "restore_pps failed" when it cannot be opened, or takes less than it is given;

@@ -61,8 +61,12 @@ void ArchiveWriter::write_header_only(const fs::File& file, const std::string& l
 }
 
 void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record, std::string_view text) {
+  write_text(name, record, [text](const TextSink& put) { put(text); });
+}
+
+void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record, const TextSource& text) {
   write_header(record, name, nullptr);
-  write_data(text.data(), text.size());
+  text([this](std::string_view piece) { write_data(piece.data(), piece.size()); });
   finish_entry();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,6 +15,11 @@ struct archive;
 struct archive_entry;
 
 namespace harbix {
+
+/// Takes the next piece of a text.
+using TextSink = std::function<void(std::string_view piece)>;
+/// Hands over a text, piece by piece.
+using TextSource = std::function<void(const TextSink& put)>;
 
 /// The archive that a run writes: tar, not compressed, 512-byte records, no padding beyond the last one.
 class ArchiveWriter {
@@ -41,6 +47,8 @@ class ArchiveWriter {
   /// Writes an entry whose content is `text`; the size in `record` must be that of the text.
   /// @throws as write does.
   void write_text(const fs::Path& name, const struct ::stat& record, std::string_view text);
+  /// The same for a text that comes in pieces.
+  void write_text(const fs::Path& name, const struct ::stat& record, const TextSource& text);
 
   /// Whether anything has been written.
   [[nodiscard]] bool has_entries() const noexcept { return has_entries_; }

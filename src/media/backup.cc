@@ -98,9 +98,10 @@ void collect_dtm(fs::Folder& share, const fs::File& top, PackageWriter& package,
 
 void report_items(const PackageWriter& package) {
   if (!verbose) return;
-  for (const PackageItem& item : package.items()) {
-    diagnostics::line(3, "Item: %s", item.path.c_str());
-    report::progress("Item: ", item.path);
+  for (std::size_t i = 0; i < package.items().size(); ++i) {
+    const fs::File item = package.items()[i];
+    diagnostics::line(3, "Item: %s", item.path().c_str());
+    report::progress("Item: ", item.path());
   }
 }
 

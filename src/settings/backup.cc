@@ -22,13 +22,13 @@ void announce(report::ProgressLines& /*progress*/, const fs::Path& path, const f
   report::progress("Archive: ", path);
 }
 
-void write_setting(ArchiveWriter& writer, fs::Folder& root, const PackageItem& item, const fs::Path& name) {
-  (is_pps_path(item.path) ? write_pps_object : write_object)(writer, root, item, name);
+void write_setting(ArchiveWriter& writer, fs::Folder& root, const fs::File& item, const fs::Path& name) {
+  (is_pps_path(item.path()) ? write_pps_object : write_object)(writer, root, item, name);
 }
 
-void write_header(ArchiveWriter& writer, fs::Folder& root, const PackageItem& item, const fs::Path& name) {
-  const fs::File file = root.file(root.relative(item.path));
-  writer.write_header_only(file, file.is_symbolic_link() ? read_link(root, item.path) : "", name);
+void write_header(ArchiveWriter& writer, fs::Folder& root, const fs::File& item, const fs::Path& name) {
+  const fs::File file = root.file(root.relative(item.path()));
+  writer.write_header_only(file, file.is_symbolic_link() ? read_link(root, item.path()) : "", name);
 }
 
 constexpr PackageStyle STORED{.record = plain_record, .announce = announce, .write = write_setting};

@@ -89,7 +89,7 @@ class PpsObject : public ::testing::Test {
  protected:
   static void store(Writer& writer, const std::string& path) {
     fs::Folder root("/");
-    harbix::write_pps_object(writer, root, {.path = Path(path), .device = 0, .inode = 0}, "/settings/pps/x");
+    harbix::write_pps_object(writer, root, fs::File(Path(path), {}), "/settings/pps/x");
   }
   /// Stores an object with this text and returns what the archive holds of it.
   std::string stored(const std::string& text) {
