@@ -36,6 +36,7 @@ harbix_unit_test(archive_test
     archive/reader_test.cc archive/record_names_test.cc archive/source_test.cc archive/space_report_test.cc archive/survey_test.cc
     archive/writer_test.cc
     archive/item_list_test.cc
+    archive/read_ahead_test.cc
   LINKS harbix_recorded_log harbix::archive)
 harbix_unit_test(subscribers_test
   SOURCES subscribers/subscribers_test.cc

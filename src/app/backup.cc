@@ -59,8 +59,12 @@ void announce_object(report::ProgressLines& /*progress*/, const fs::Path& path, 
   report::progress("Entry: ", path);
 }
 
-constexpr PackageStyle OBJECTS{
-    .record = object_record, .announce = announce_object, .write = write_pps_object};
+bool is_on_disk(const fs::Path& /*object*/) { return false; }
+
+constexpr PackageStyle OBJECTS{.record = object_record,
+                               .announce = announce_object,
+                               .write = write_pps_object,
+                               .is_on_disk = is_on_disk};
 
 /// Writes the package of the navigator's PPS objects, with those of them that exist.
 void archive_navigator_objects(ArchiveWriter& writer) {

@@ -74,6 +74,7 @@ void PackageWriter::store(const fs::Path& name, const fs::Path& base, const meta
   store_records(name, attributes);
   report::ProgressLines progress;
   for (std::size_t i = 0; i < items_.size(); ++i) {
+    ahead_.reach(i);
     const fs::File item = items_[i];
     store_item(item, name / item.path().relative_to(base), progress);
   }

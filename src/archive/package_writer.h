@@ -8,6 +8,7 @@
 #include "archive/file_record.h"
 #include "archive/item_list.h"
 #include "archive/manifest.h"
+#include "archive/read_ahead.h"
 #include "archive/writer.h"
 #include "base/report.h"
 #include "base/size_result.h"
@@ -27,6 +28,8 @@ struct PackageStyle {
   void (*write)(ArchiveWriter& writer, fs::Folder& folder, const fs::File& item, const fs::Path& name);
   /// Stands before an item's error on standard error.
   std::string_view error_prefix = "Error: ";
+  /// Whether an item's contents are read from a disk, which can be asked for them ahead.
+  bool (*is_on_disk)(const fs::Path& path) = [](const fs::Path& /*path*/) { return true; };
 };
 
 /// Gathers what a package holds and stores it: the manifest first, and then an entry for each item. The
@@ -35,7 +38,7 @@ class PackageWriter {
  public:
   /// All items lie below `folder`, and are opened there.
   PackageWriter(ArchiveWriter& writer, fs::Folder& folder, const PackageStyle& style)
-      : writer_(writer), folder_(folder), style_(style) {}
+      : writer_(writer), folder_(folder), style_(style), ahead_(folder, items_, style.is_on_disk) {}
   PackageWriter(const PackageWriter&) = delete;
   PackageWriter& operator=(const PackageWriter&) = delete;
   PackageWriter(PackageWriter&&) = delete;
@@ -76,6 +79,7 @@ class PackageWriter {
   fs::Folder& folder_;
   PackageStyle style_;
   ItemList items_;
+  ReadAhead ahead_;
   std::size_t record_text_ = 0;  ///< bytes of their lines in the manifest
   std::int64_t bytes_ = 0;
   std::int64_t entry_bytes_ = 0;  ///< headers and filled-up contents

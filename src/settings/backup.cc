@@ -31,8 +31,13 @@ void write_header(ArchiveWriter& writer, fs::Folder& root, const fs::File& item,
   writer.write_header_only(file, file.is_symbolic_link() ? read_link(root, item.path()) : "", name);
 }
 
-constexpr PackageStyle STORED{.record = plain_record, .announce = announce, .write = write_setting};
-constexpr PackageStyle MEASURED{.record = plain_record, .announce = announce, .write = write_header};
+bool is_plain_setting(const fs::Path& path) { return !is_pps_path(path); }
+bool is_never_read(const fs::Path& /*path*/) { return false; }
+
+constexpr PackageStyle STORED{
+    .record = plain_record, .announce = announce, .write = write_setting, .is_on_disk = is_plain_setting};
+constexpr PackageStyle MEASURED{
+    .record = plain_record, .announce = announce, .write = write_header, .is_on_disk = is_never_read};
 
 /// @return how many items there are.
 std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style, Completeness& completeness) {

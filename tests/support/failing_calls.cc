@@ -1,4 +1,4 @@
-// A library to preload (LD_PRELOAD) into a program that is tested as it ships. It can do two things, as the
+// A library to preload (LD_PRELOAD) into a program that is tested as it ships. It can do three things, as the
 // environment asks.
 //
 // Make one call of one function fail:
@@ -6,6 +6,7 @@
 //                      mkdirat, symlinkat, fchownat, fchmod, fsync, readdir, popen, setresuid or setresgid
 //   HARBIX_FAIL_NTH    which call of it, from 1
 //   HARBIX_FAIL_ERRNO  the error number
+//   HARBIX_FAIL_PATH   for openat: what the absolute path must end with; other calls are not counted
 // The object of a close that is made to fail is closed all the same, as the system does.
 //
 // Run a shell command, once, at one moment of the program's work, so that what another program could do by
@@ -14,11 +15,15 @@
 //                       closed: a folder has been listed to its end
 //                       open:   an object is about to be opened, whether it is to be made or not
 //                       opened: open(2) has just returned
+//                       announced: the system was told that an object will be read
 //   HARBIX_ACT_PATH     what the object's absolute path must end with
 //   HARBIX_ACT_NTH      which of these moments, from 1
 //   HARBIX_ACT_COMMAND  for /bin/sh, which root runs without this library, also when the program is another
 //                       user just then
 // Whether the command ran shows in what it did.
+//
+// Let disks seem to be slow, with HARBIX_COLD: whenever the process asks, it has waited for one since it
+// asked last, though everything is in memory.
 //
 // Calls and moments are counted in each process for itself, from its start on; without the variables nothing
 // happens. What the program does through other calls (readv, statx, ...) and what the C library does inside
@@ -27,6 +32,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -54,6 +60,7 @@ struct Failure {
   std::string_view call = setting("HARBIX_FAIL_CALL");
   long nth = number("HARBIX_FAIL_NTH");
   int error = static_cast<int>(number("HARBIX_FAIL_ERRNO"));
+  std::string_view path = setting("HARBIX_FAIL_PATH");
   long seen = 0;
 };
 
@@ -64,10 +71,11 @@ struct Act {
   long seen = 0;
 };
 
-/// Counts one call; true, with errno set, when it is the one that fails.
-bool fails(std::string_view call) {
+/// Counts one call; true, with errno set, when it is the one that fails. `path` is that of its object, where
+/// that can be asked for.
+bool fails(std::string_view call, const std::string& path = "") {
   static Failure plan;
-  if (plan.call != call || ++plan.seen != plan.nth) return false;
+  if (plan.call != call || !path.ends_with(plan.path) || ++plan.seen != plan.nth) return false;
   errno = plan.error;
   return true;
 }
@@ -133,7 +141,7 @@ int open_through(const char* name, const char* path, int flags, mode_t mode) {
 
 int openat_through(const char* name, int directory, const char* path, int flags, mode_t mode) {
   come_to("open", [&] { return path_of(directory, path); });
-  if (fails("openat")) return -1;
+  if (fails("openat", path_of(directory, path))) return -1;
   return next<int(int, const char*, int, ...)>(name)(directory, path, flags, mode);
 }
 
@@ -178,6 +186,9 @@ std::FILE* failing_popen(const char* command, const char* type) __asm__("popen")
 int failing_setresuid(uid_t real, uid_t effective, uid_t saved) __asm__("setresuid");
 int failing_setresgid(gid_t real, gid_t effective, gid_t saved) __asm__("setresgid");
 int failing_closedir(::DIR* directory) __asm__("closedir");
+int failing_fadvise(int descriptor, off_t offset, off_t size, int advice) __asm__("posix_fadvise");
+int failing_fadvise64(int descriptor, off_t offset, off_t size, int advice) __asm__("posix_fadvise64");
+int failing_getrusage(int who, struct ::rusage* usage) __asm__("getrusage");
 long failing_syscall(long number, ...) __asm__("syscall");
 }
 
@@ -304,6 +315,23 @@ int failing_fsync(int descriptor) {
 int failing_closedir(::DIR* directory) {
   come_to("closed", [&] { return path_of(::dirfd(directory)); });
   return next<int(::DIR*)>("closedir")(directory);
+}
+
+int failing_fadvise(int descriptor, off_t offset, off_t size, int advice) {
+  const int error = next<int(int, off_t, off_t, int)>("posix_fadvise")(descriptor, offset, size, advice);
+  come_to("announced", [&] { return path_of(descriptor); });
+  return error;
+}
+
+int failing_fadvise64(int descriptor, off_t offset, off_t size, int advice) {
+  return failing_fadvise(descriptor, offset, size, advice);
+}
+
+int failing_getrusage(int who, struct ::rusage* usage) {
+  static long blocks = 0;
+  const int result = next<int(int, struct ::rusage*)>("getrusage")(who, usage);
+  if (!setting("HARBIX_COLD").empty()) usage->ru_inblock += ++blocks;
+  return result;
 }
 
 std::FILE* failing_popen(const char* command, const char* type) {
