@@ -104,10 +104,10 @@ END {
   print "\nTargets"
   judge_time("large", "backup", "gnutar", 1)
   judge_time("small", "backup", "gnutar", 1)
-  judge_time("large", "restore", "bsdtar", 1)
-  judge_time("small", "restore", "bsdtar", 1)
+  judge_time("large", "restore", "gnutar", 0.8)
+  judge_time("small", "restore", "gnutar", 0.85)
   judge_time("applications", "backup", "gnutar", 1.1)
-  judge_time("applications", "restore", "bsdtar", 1.3)
+  judge_time("applications", "restore", "gnutar", 0.9)
   judge_settings("backup")
   judge_settings("restore")
   judge_size("small")

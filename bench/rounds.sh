@@ -18,6 +18,11 @@ back_up() {
   esac
 }
 
+# For bash: PROGRAM ARCHIVE TARGET. harbix has succeeded when everything is on the medium, so the other programs get the
+# system's wait for that behind them.
+# shellcheck disable=SC2016  # expanded by the inner shell
+readonly EXTRACT='"$1" -C "$3" -xf "$2" && sync --file-system "$3"'
+
 # Each into an empty folder of its own. Nothing is deleted in between: for some seconds after many files have been
 # deleted, ext4 searches long for an inode that was not in use of late, for any program.
 restore() {
@@ -27,8 +32,8 @@ restore() {
   cat "$archive" >/dev/null  # in memory, as it is for a program that has just received it
   case $program in
     harbix) with_share "$target" measure "$share" restore harbix harbix -r -f "$archive" media ;;
-    gnutar) measure "$share" restore gnutar tar -C "$target" -xf "$archive" ;;
-    bsdtar) measure "$share" restore bsdtar bsdtar -C "$target" -xf "$archive" ;;
+    gnutar) measure "$share" restore gnutar bash -c "$EXTRACT" extract tar "$archive" "$target" ;;
+    bsdtar) measure "$share" restore bsdtar bash -c "$EXTRACT" extract bsdtar "$archive" "$target" ;;
   esac
   require_same "$work/$share" "$target"
 }

@@ -111,7 +111,7 @@ DiskWriter::~DiskWriter() {
     try {
       settle(*folder);
     } catch (const fs::Exception& error) {
-      report_unwritten(folder_.path() / folder->path.strip_leading_dots(), error.reason());
+      report_unwritten(folder_.path() / folder->path, error.reason());
       completeness_.note_missing();
     }
   }

@@ -41,8 +41,7 @@ std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, con
     throw std::runtime_error("Extracting data for '" + path.text() + "' failed ('%s')");
   } catch (const fs::Exception& error) {
     const std::string reason = error.error() == EXDEV ? "Path contains '..'" : error.reason();
-    const fs::Path relative = folder_.relative(destination.path()).strip_leading_dots();
-    report_unwritten(folder_.path() / relative, reason);
+    report_unwritten(folder_.path() / folder_.relative(destination.path()), reason);
     completeness_.note_missing();
     reader_.skip(entry);
     return ExtractionWarning{error.error() == fs::Exception::NO_ERROR_NUMBER ? 0 : error.error(), reason};

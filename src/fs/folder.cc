@@ -56,7 +56,8 @@ Folder::Folder(Path path) : path_(std::move(path)), descriptor_(::open(path_.c_s
 
 Path Folder::relative(const Path& path) const {
   const Path trimmed(without_separators_at_end(path.text()));
-  return path.text().starts_with(Path::SEPARATOR) ? trimmed.relative_to(path_) : trimmed;
+  Path below = path.text().starts_with(Path::SEPARATOR) ? trimmed.relative_to(path_) : trimmed;
+  return below.strip_leading_dots();
 }
 
 Place Folder::place_of(const Path& relative) {

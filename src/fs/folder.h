@@ -43,8 +43,8 @@ class Folder {
   [[nodiscard]] const Path& path() const noexcept { return path_; }
   [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
 
-  /// What `path` is called from here: a relative path stays as it is, an absolute one must lie below this
-  /// folder.
+  /// What `path` is called from here, without "./" in front, so that the same folder has the same name: an
+  /// absolute path must lie below this folder.
   /// @throws fs::Exception (no error number) when it does not.
   [[nodiscard]] Path relative(const Path& path) const;
 

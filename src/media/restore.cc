@@ -145,7 +145,7 @@ class MediaRestore {
   /// Whether something stands at `target` already. Where the disk does not say, the entry is given up: it
   /// could take the place of an existing file.
   bool is_taken(const fs::Path& target) {
-    const fs::Path path = area_->folder().relative(target).strip_leading_dots();
+    const fs::Path path = area_->folder().relative(target);
     try {
       static_cast<void>(area_->folder().file(path));
       return true;

@@ -92,6 +92,8 @@ TEST_F(FolderTest, IsNotLedElsewhereByWhatIsPutInTheWayOfALaterStep) {
 TEST_F(FolderTest, TakesPathsThatAreItsOwnApart) {
   const Folder folder{Path(path_)};
   EXPECT_EQ(folder.relative(Path(path_ + "/a/f")).text(), "a/f");
+  EXPECT_EQ(folder.relative(Path("././a/f")).text(), "a/f");
+  EXPECT_EQ(folder.relative(Path("./")).text(), ".");
   EXPECT_EQ(folder.relative("a/f").text(), "a/f");
   EXPECT_EQ(folder.relative(Path(path_)).text(), "");
   EXPECT_THROW(static_cast<void>(folder.relative("/elsewhere")), fs::Exception);
