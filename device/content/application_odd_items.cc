@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr std::array NAMES = {
+constexpr std::array APPLICATION_NAMES = {
     "a:b"sv,
     "colon:"sv,
     ":"sv,
@@ -32,12 +32,11 @@ constexpr std::array NAMES = {
     "\x80"sv,
     "\u6771\u4eac"sv,
 };
-// The most bytes that a Linux file system takes for one name.
-constexpr std::size_t LONGEST_NAME = 255;
 
 void write_odd_names(ApplicationFolder& folder, const std::string& path) {
   folder.folder(path);
-  for (const std::string_view name : NAMES) folder.text_file(path + "/" + std::string(name), "odd\n");
+  for (const std::string_view name : APPLICATION_NAMES)
+    folder.text_file(path + "/" + std::string(name), "odd\n");
   folder.folder(path + "/folder\xe9:");
   folder.text_file(path + "/folder\xe9:/inside:", "odd\n");
 }

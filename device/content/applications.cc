@@ -10,8 +10,6 @@ namespace {
 
 using installer::Application;
 
-constexpr std::uint64_t KIB = 1024;
-
 /// Odd names and links of every kind; logs and temporary files that are worth nothing.
 void write_reader(TreeWriter& tree, const Application& application) {
   ApplicationFolder binaries = make_binaries(tree, application);

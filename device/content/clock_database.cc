@@ -1,18 +1,8 @@
-#include <memory>
-
-#include <sqlite3.h>
-
 #include "device/content/contents.h"
+#include "device/content/database.h"
 #include "device/failure.h"
 
 namespace device {
-namespace {
-
-struct DatabaseCloser {
-  void operator()(sqlite3* database) const noexcept { sqlite3_close(database); }
-};
-
-}  // namespace
 
 void write_clock_database(const TreeWriter& tree, const std::string& path, Owner owner, mode_t mode) {
   constexpr const char* CONTENT =
@@ -22,7 +12,7 @@ void write_clock_database(const TreeWriter& tree, const std::string& path, Owner
   sqlite3* opened = nullptr;
   const int result = sqlite3_open(tree.host_path(path).c_str(), &opened);
   // Given even when it could not be opened.
-  const std::unique_ptr<sqlite3, DatabaseCloser> database(opened);
+  const Database database(opened);
   if (result != SQLITE_OK || sqlite3_exec(database.get(), CONTENT, nullptr, nullptr, nullptr) != SQLITE_OK) {
     throw Failure("cannot fill '" + path + "': " + sqlite3_errmsg(database.get()));
   }

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,10 @@
 // write_applications().
 
 namespace device {
+
+inline constexpr std::uint64_t KIB = 1024;
+/// The most bytes that a Linux file system takes for one name.
+inline constexpr std::size_t LONGEST_NAME = 255;
 
 /// Puts installed applications into the tree, and the ledger of the installer that knows them: four from the
 /// storefront, two of other sources, two built-in ones, the runtime that is listed like an application, and

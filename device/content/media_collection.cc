@@ -8,7 +8,6 @@
 namespace device {
 namespace {
 
-constexpr std::uint64_t KIB = 1024;
 constexpr std::uint64_t MIB = 1024 * KIB;
 
 /// "007" for 7 and 3 places.

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include "device/content/contents.h"
+#include "device/content/database.h"
 #include "device/failure.h"
 
 namespace device {
@@ -12,9 +13,6 @@ namespace {
 
 constexpr std::string_view DATABASE = "/accounts/1000/db/mmlibrary.db";
 
-struct DatabaseCloser {
-  void operator()(sqlite3* database) const noexcept { sqlite3_close(database); }
-};
 struct StatementCloser {
   void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
 };
@@ -71,7 +69,7 @@ class Library {
     throw Failure("cannot fill '" + std::string(DATABASE) + "': " + sqlite3_errmsg(database_.get()));
   }
 
-  std::unique_ptr<sqlite3, DatabaseCloser> database_;
+  Database database_;
 };
 
 }  // namespace

@@ -7,9 +7,6 @@
 namespace device {
 namespace {
 
-// The most bytes that a Linux file system takes for one name.
-constexpr std::size_t LONGEST_NAME = 255;
-
 void write_names(MediaShare& share) {
   using namespace std::string_view_literals;
   constexpr std::array NAMES = {

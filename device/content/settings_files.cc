@@ -8,7 +8,7 @@
 namespace device {
 namespace {
 
-constexpr std::array<std::string_view, 14> ODD_NAMES = {
+constexpr std::array<std::string_view, 14> FILE_NAMES = {
     "a:b",
     "colon:",
     ":",
@@ -31,7 +31,7 @@ struct Mode {
   std::string_view name;
   mode_t bits;
 };
-constexpr std::array MODES = {Mode{"0600", 0600}, Mode{"0640", 0640}, Mode{"0755", 0755}};
+constexpr std::array FILE_MODES = {Mode{"0600", 0600}, Mode{"0640", 0640}, Mode{"0755", 0755}};
 
 /// A file whose bytes depend on its path alone.
 void write_binary(const TreeWriter& tree, const std::string& path, Owner owner, mode_t mode,
@@ -48,10 +48,10 @@ void write_account(TreeWriter& tree) {
   tree.folder(settings + "/profiles", ACCOUNT_OWNER, 0755);
   for (std::size_t number = 0; number < 30; ++number) {
     tree.file(settings + "/profiles/profile " + std::to_string(number), ACCOUNT_OWNER,
-              MODES.at(number % MODES.size()).bits, "volume=" + std::to_string(number) + "\n");
+              FILE_MODES.at(number % FILE_MODES.size()).bits, "volume=" + std::to_string(number) + "\n");
   }
   tree.folder(settings + "/odd names", ACCOUNT_OWNER, 0755);
-  for (const std::string_view name : ODD_NAMES) {
+  for (const std::string_view name : FILE_NAMES) {
     tree.file(settings + "/odd names/" + std::string(name), ACCOUNT_OWNER, 0640, "odd\n");
   }
   tree.folder(settings + "/odd names/folder:", ACCOUNT_OWNER, 0700);
@@ -75,7 +75,7 @@ void write_of_several_owners(TreeWriter& tree) {
                            Kind{"user", ACCOUNT_OWNER}}) {
     const std::string own = folder + "/" + std::string(kind.name);
     tree.folder(own, kind.owner, 0755);
-    for (const Mode& mode : MODES) {
+    for (const Mode& mode : FILE_MODES) {
       write_binary(tree, own + "/" + std::string(mode.name), kind.owner, mode.bits, 200 + mode.bits);
     }
     tree.file(folder + "/" + std::string(kind.name) + ".conf", kind.owner, 0640,
@@ -83,7 +83,7 @@ void write_of_several_owners(TreeWriter& tree) {
   }
 }
 
-void write_system(TreeWriter& tree) {
+void write_system_files(TreeWriter& tree) {
   const std::string keyboard = "/accounts/1000/sys/keyboard";
   tree.folder(keyboard, SYS_OWNER, 0770);
   tree.file(keyboard + "/layout", SYS_OWNER, 0660, "qwertz\n");
@@ -121,7 +121,7 @@ void write_links(TreeWriter& tree) {
 void write_settings_files(TreeWriter& tree) {
   write_account(tree);
   write_of_several_owners(tree);
-  write_system(tree);
+  write_system_files(tree);
   write_links(tree);
 }
 

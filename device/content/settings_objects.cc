@@ -30,7 +30,7 @@ constexpr std::array SERVICES = {
 };
 
 // What an object's name may hold: no '?', '@' or newline.
-constexpr std::array<std::string_view, 12> ODD_NAMES = {
+constexpr std::array<std::string_view, 12> OBJECT_NAMES = {
     "a:b",
     "colon:",
     ":",
@@ -119,12 +119,12 @@ void write_lists(TreeWriter& tree) {
   write_numbered(tree, "services/clock/alarms", "alarm", 15, {"clock", ACCOUNT_OWNER, 0644});
   write_numbered(tree, "services/notify/apps", "com.example.app", 30, {"notify", APPS_OWNER, 0640});
   tree.folder("/var/pps/services/notify/odd names", APPS_OWNER, 0755);
-  for (const std::string_view name : ODD_NAMES) {
+  for (const std::string_view name : OBJECT_NAMES) {
     write_object(tree, "services/notify/odd names/" + std::string(name), {"notify", APPS_OWNER, 0644});
   }
 }
 
-void write_system(TreeWriter& tree) {
+void write_system_objects(TreeWriter& tree) {
   tree.folder("/var/pps/system", ROOT_OWNER, 0755);
   // A folder with a part of its own as well: the objects are /pps/system/locale/language and so on.
   tree.folder("/var/pps/system/locale@2", ROOT_OWNER, 0755);
@@ -145,7 +145,7 @@ void write_settings_objects(TreeWriter& tree) {
   tree.folder("/var/pps/services", ROOT_OWNER, 0755);
   write_services(tree);
   write_lists(tree);
-  write_system(tree);
+  write_system_objects(tree);
   tree.file("/var/pps/services/navigator/wallpaper", ROOT_OWNER, 0644,
             "@wallpaper\npath::/accounts/1000/settings/wallpaper/current.jpg\nfit::cover\n");
 }

@@ -23,10 +23,6 @@ namespace {
 
 using updater::RegisteredApplication;
 
-bool is_from_storefront(const RegisteredApplication& application) {
-  return application.source == domains::STOREFRONT_SOURCE;
-}
-
 void announce(report::ProgressLines& progress, const fs::Path& path, const fs::Path& /*name*/) {
   if (verbose) progress.add("Entry: ", path.text());
   progress.add("Archive: ", path.text());

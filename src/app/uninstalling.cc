@@ -21,10 +21,6 @@ namespace {
 
 using updater::RegisteredApplication;
 
-bool is_from_storefront(const RegisteredApplication& application) {
-  return application.source == domains::STOREFRONT_SOURCE;
-}
-
 dev_t device_of(const fs::Folder& folder) {
   struct ::stat record {};
   // A folder that is open has a status.
@@ -98,7 +94,7 @@ void uninstall_storefront(std::vector<RegisteredApplication>& installed) {
   if (updater::read_registered_applications(left)) {
     installed = std::move(left);
   } else {
-    std::erase_if(installed, is_from_storefront);
+    std::erase_if(installed, updater::is_from_storefront);
   }
 }
 

@@ -30,20 +30,20 @@ int open_input(const std::string& name) {
   return name.empty() ? take_standard_input() : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
-[[noreturn]] void throw_unopened(const std::string& name) {
+[[noreturn]] void throw_unopened_input(const std::string& name) {
   throw ArchiveError("Failed to open '" + name + "': " + std::strerror(errno));
 }
 
 }  // namespace
 
 InputFile::InputFile(const std::string& name) : file_(open_input(name)), block_(BLOCK_SIZE) {
-  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened(name);
-  if (is_regular() && (begin_ = ::lseek(file_.get(), 0, SEEK_CUR)) == -1) throw_unopened(name);
+  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened_input(name);
+  if (is_regular() && (begin_ = ::lseek(file_.get(), 0, SEEK_CUR)) == -1) throw_unopened_input(name);
 }
 
 InputFile::InputFile(base::FileDescriptor file, std::int64_t begin)
     : file_(std::move(file)), block_(BLOCK_SIZE), begin_(begin) {
-  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened("");
+  if (!file_ || ::fstat(file_.get(), &record_) == -1) throw_unopened_input("");
 }
 
 std::optional<InputFile> InputFile::again() const {

@@ -37,10 +37,10 @@ std::string_view text_of(std::string_view record, const Field& place) {
 
 /// Digits, and nothing behind them but blanks and zeros.
 std::optional<std::int64_t> number_of(std::string_view record, const Field& place) {
-  constexpr int OCTAL = 8;
+  constexpr int BASE = 8;
   const std::string_view text = field(record, place);
   std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(text.begin(), text.end(), number, OCTAL);
+  const auto [end, error] = std::from_chars(text.begin(), text.end(), number, BASE);
   const std::string_view rest(end, text.end());
   if (error != std::errc() || number < 0 ||
       rest.find_first_not_of(std::string_view(" \0", 2)) != std::string_view::npos)

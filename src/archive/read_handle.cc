@@ -117,10 +117,10 @@ int ReadHandle::judge_warning() {
 
 int ReadHandle::judge_names() {
   // No system takes a longer one; and some work on names takes more time than they are long.
-  constexpr std::size_t LONGEST_NAME = std::size_t{64} << 10;
+  constexpr std::size_t MOST_BYTES = std::size_t{64} << 10;
   for (const auto name_of : {::archive_entry_pathname, ::archive_entry_symlink}) {
     const char* const name = name_of(entry_);
-    if (name == nullptr || ::strnlen(name, LONGEST_NAME + 1) <= LONGEST_NAME) continue;
+    if (name == nullptr || ::strnlen(name, MOST_BYTES + 1) <= MOST_BYTES) continue;
     ::archive_set_error(get(), ENAMETOOLONG, "Name of more than 64 KiB");
     return ARCHIVE_FATAL;
   }

@@ -3,7 +3,7 @@
 namespace harbix {
 namespace {
 
-constexpr std::uint64_t BLOCK_SIZE = 4096;
+constexpr std::uint64_t DISK_BLOCK = 4096;
 
 }  // namespace
 
@@ -11,7 +11,7 @@ SpaceNeeded space_needed(std::span<const FileRecord> records) {
   SpaceNeeded needed;
   for (const FileRecord& record : records) {
     needed.bytes += record.size;
-    needed.real_bytes += (record.size + BLOCK_SIZE - 1) / BLOCK_SIZE * BLOCK_SIZE;
+    needed.real_bytes += (record.size + DISK_BLOCK - 1) / DISK_BLOCK * DISK_BLOCK;
   }
   return needed;
 }
@@ -24,7 +24,7 @@ SpaceNeeded wrapped_at_32_bits(const SpaceNeeded& needed) {
 std::string space_report(const SpaceNeeded& needed, const std::string& metadata_name) {
   return "Required space on disk: " + std::to_string(needed.bytes) + " bytes, or " +
          std::to_string(needed.real_bytes) + " real bytes or " +
-         std::to_string(needed.real_bytes / BLOCK_SIZE) + " blocks\n************* " + metadata_name +
+         std::to_string(needed.real_bytes / DISK_BLOCK) + " blocks\n************* " + metadata_name +
          " ******************\n";
 }
 

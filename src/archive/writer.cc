@@ -18,7 +18,7 @@
 namespace harbix {
 namespace {
 
-constexpr std::size_t CHUNK_SIZE = 32768;
+constexpr std::size_t BUFFER_SIZE = 32768;
 
 void report_unread(const fs::File& file, int error) {
   const char* const reason = std::strerror(error);
@@ -115,7 +115,7 @@ void ArchiveWriter::write_data(const char* data, std::size_t size) {
 }
 
 void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
-  std::array<char, CHUNK_SIZE> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by read
+  std::array<char, BUFFER_SIZE> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by read
   std::int64_t rest = file.record().st_size;
   for (;;) {
     const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());

@@ -53,6 +53,10 @@ RegisteredApplication parse_registered_application(const std::string& line) {
   return application;
 }
 
+bool is_from_storefront(const RegisteredApplication& application) {
+  return application.source == harbix::domains::STOREFRONT_SOURCE;
+}
+
 std::string source_of(const std::string& remainder) {
   std::istringstream stream(remainder);
   std::string key;

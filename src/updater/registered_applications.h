@@ -19,6 +19,9 @@ struct RegisteredApplication {
   friend bool operator==(const RegisteredApplication&, const RegisteredApplication&) = default;
 };
 
+/// Whether the user has bought it: then a backup holds its binaries, and a restore replaces it.
+[[nodiscard]] bool is_from_storefront(const RegisteredApplication& application);
+
 /// Parses one attribute line, without its newline.
 /// Shape:  "id::dir,version,rest", where rest is a list of "key:encoding:value" items separated by commas.
 /// @throws updater::Exception "Invalid PPS attribute entry" for an empty line, "Malformed PPS attribute line:

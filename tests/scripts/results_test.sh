@@ -18,8 +18,10 @@ expect 'a build that fails shows all of its output' \
   "$(cmake_status=3 outcome scripts/build debug)"
 expect 'clang-tidy that succeeds is silent' 'status 0' "$(outcome scripts/tidy)"
 expect 'clang-tidy that fails shows its output' \
-  $'cmake --preset tidy\nclang-tidy -p=build file\ntidy: not clean; the text above is kept in build/tidy.log\nstatus 1' \
+  $'cmake --preset tidy -D CMAKE_UNITY_BUILD=ON\nclang-tidy -p=build file\ntidy: not clean; the text above is kept in build/tidy.log\nstatus 1' \
   "$(tidy_status=1 outcome scripts/tidy)"
+expect 'clang-tidy of files that are named looks at them one by one' 'cmake --preset tidy -D CMAKE_UNITY_BUILD=OFF' \
+  "$(scripts/tidy src/base </dev/null && head -n 1 build/tidy.log)"
 expect 'clang-tidy that looks at no file is a failure' $'tidy: no source file matches: src/toast\nstatus 1' \
   "$(files=0 outcome scripts/tidy src/toast)"
 
@@ -73,7 +75,7 @@ expect 'nothing is there afterwards' "$(printf '%s\n' 'a copy' calls programs)" 
 expect 'no process is there afterwards' '' "$(pgrep -f 'sleep 600' || true)"
 
 expect 'too little room is told before anything is done' \
-  "test: 200 MiB are needed in $folder/small, and 1 are free; make room, or set TMPDIR to another folder"$'\nstatus 70' \
+  "test: 700 MiB are needed in $folder/small, and 1 are free; make room, or set TMPDIR to another folder"$'\nstatus 70' \
   "$(mkdir "$folder/small" && unshare --mount bash -c 'mount -t tmpfs -o size=1m none "$0" && TMPDIR=$0 scripts/test' \
     "$folder/small" 2>&1; echo "status $?")"
 

@@ -22,6 +22,7 @@ namespace harbix::test {
 namespace {
 
 using updater::find_application;
+using updater::is_from_storefront;
 using updater::MustExist;
 using updater::parse_registered_application;
 using updater::read_registered_applications;
@@ -30,6 +31,13 @@ using updater::RegisteredApplication;
 using updater::source_of;
 
 static_assert(std::is_base_of_v<std::runtime_error, updater::Exception>);
+
+TEST(RegisteredApplication, IsBoughtWhenTheStorefrontInstalledIt) {
+  EXPECT_TRUE(is_from_storefront({.id = "a", .dir = "/apps/a", .version = "1", .source = "shopvale"}));
+  for (const char* source : {"", "websl", "sideloaded", "shopvale2", "Shopvale"})
+    EXPECT_FALSE(is_from_storefront({.id = "a", .dir = "/apps/a", .version = "1", .source = source}))
+        << source;
+}
 
 TEST(RegisteredApplicationLine, IsSplitIntoItsFields) {
   struct Row {
