@@ -7,10 +7,13 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "app/layout.h"
+#include "base/log.h"
+#include "base/report.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 #include "fs/walk.h"
@@ -42,6 +45,41 @@ base::FileDescriptor make_folder(const fs::Folder& parent, const std::string& na
   throw fs::Exception(error, "Mkdir '" + (parent.path() / name).text() + "' failed.");
 }
 
+/// The name of the data that `staging` holds beside old data that was taken away; nothing where there is no
+/// such pair.
+/// @throws fs::Exception where the folder cannot be listed.
+std::optional<fs::Path> find_half_done(fs::Folder& all_data, const fs::Path& staging) {
+  if (!all_data.holds(staging / OLD_DATA)) return std::nullopt;
+  std::optional<fs::Path> name;
+  fs::Walk walk(all_data, staging, fs::Path());
+  while (const fs::WalkItem* item = walk.next()) {
+    walk.stay_out();
+    if (item->failure) throw fs::Exception(*item->failure);
+    if (item->file.path() != fs::Path(OLD_DATA)) name = item->file.path();
+  }
+  return name;
+}
+
+/// Between the two steps of an exchange neither the old nor the new data is in its place: does the second
+/// step once more, or takes back the first.
+/// @throws fs::Exception "The data for 'PATH' stays in 'FOLDER'" when neither can be done.
+void finish_exchange(fs::Folder& all_data, const fs::Path& staging) {
+  const std::optional<fs::Path> name = find_half_done(all_data, staging);
+  if (!name) return;
+  const fs::Path place = all_data.path() / *name;
+  // What a program of the application has made there meanwhile knows nothing of either.
+  if (all_data.holds(*name)) fs::remove_tree(all_data, *name);
+  for (const fs::Path& data : {staging / *name, staging / OLD_DATA}) {
+    if (::renameat(all_data.descriptor(), data.c_str(), all_data.descriptor(), name->c_str()) == -1) continue;
+    all_data.let_go();
+    diagnostics::line(1, "'%s' was taken from '%s'", place.c_str(), data.c_str());
+    return;
+  }
+  const int error = errno;
+  throw fs::Exception(
+      error, "The data for '" + place.text() + "' stays in '" + (all_data.path() / staging).text() + "'");
+}
+
 }  // namespace
 
 StagedData::StagedData(fs::Folder& all_data, fs::Path name, const Role& maker)
@@ -51,6 +89,12 @@ StagedData::StagedData(fs::Folder& all_data, fs::Path name, const Role& maker)
       descriptor_(make_folder(all_data, staging_, maker)) {}
 
 StagedData::~StagedData() {
+  try {
+    finish_exchange(all_data_, fs::Path(staging_));
+  } catch (const fs::Exception& error) {
+    report::error(error.what());
+    return;
+  }
   // Another try is made after a removal that failed; what stays is removed at the next start.
   for (int attempt = 0; attempt < 2 && all_data_.holds(fs::Path(staging_)); ++attempt) {
     fs::remove_tree(all_data_, fs::Path(staging_));
@@ -79,6 +123,7 @@ void StagedData::take_place() {
 
 void StagedData::exchange() {
   // Not every kernel and file system exchanges names; and there may be nothing to exchange with.
+  // A run that is interrupted in between leaves both for the next start, which finishes this.
   const bool has_old = all_data_.holds(name_);
   if (has_old) take_old_away();
   if (::renameat(descriptor_.get(), name_.c_str(), all_data_.descriptor(), name_.c_str()) == 0) return;
@@ -141,7 +186,10 @@ void remove_interrupted_data() {
       left.push_back(item->file.path());
     }
   }
-  for (const fs::Path& item : left) fs::remove_tree(all_data, item);
+  for (const fs::Path& item : left) {
+    finish_exchange(all_data, item);
+    fs::remove_tree(all_data, item);
+  }
 }
 
 }  // namespace harbix

@@ -28,7 +28,8 @@ class StagedData {
   [[nodiscard]] fs::Folder folder() const;
 
   /// Puts the new data in the place of the old, or takes the old away where there is none.
-  /// @throws fs::Exception "Rename 'FROM' to 'TO' failed"; the old data is then where it was.
+  /// @throws fs::Exception "Rename 'FROM' to 'TO' failed". The old data is then where it was, or else
+  /// one of the two gets its place at the end of this object.
   void take_place();
 
  private:
@@ -51,7 +52,9 @@ class StagedData {
 /// @throws fs::Exception when the system cannot tell.
 [[nodiscard]] std::uint64_t space_left(const fs::Folder& folder);
 
-/// Removes what interrupted runs have left in the folder of all data, if there is one.
+/// Removes what interrupted runs have left in the folder of all data, if there is one. Where a run was
+/// interrupted between taking away old data and putting the new in its place, that is done first.
+/// @throws fs::Exception "The data for 'PATH' stays in 'FOLDER'" where that cannot be done.
 void remove_interrupted_data();
 
 }  // namespace harbix

@@ -3,8 +3,9 @@
 //
 // Make one call of one function fail:
 //   HARBIX_FAIL_CALL   open, openat, openat2, read, write, pwrite, close, lstat, fstatat, unlinkat, renameat,
-//                      mkdirat, symlinkat, fchownat, fchmod, fsync, readdir, popen, setresuid or setresgid
-//   HARBIX_FAIL_NTH    which call of it, from 1
+//                      renameat2, mkdirat, symlinkat, fchownat, fchmod, fsync, syncfs, readdir, popen,
+//                      setresuid or setresgid
+//   HARBIX_FAIL_NTH    which call of it, from 1; with a '+' behind it, all from that one on
 //   HARBIX_FAIL_ERRNO  the error number
 //   HARBIX_FAIL_PATH   for openat: what the absolute path must end with; other calls are not counted
 // The object of a close that is made to fail is closed all the same, as the system does.
@@ -16,6 +17,7 @@
 //                       open:   an object is about to be opened, whether it is to be made or not
 //                       opened: open(2) has just returned
 //                       announced: the system was told that an object will be read
+//                       renamed: renameat(2) has just given an object this path
 //   HARBIX_ACT_PATH     what the object's absolute path must end with
 //   HARBIX_ACT_NTH      which of these moments, from 1
 //   HARBIX_ACT_COMMAND  for /bin/sh, which root runs without this library, also when the program is another
@@ -59,6 +61,7 @@ long number(const char* variable) { return std::strtol(setting(variable).data(),
 struct Failure {
   std::string_view call = setting("HARBIX_FAIL_CALL");
   long nth = number("HARBIX_FAIL_NTH");
+  bool is_lasting = setting("HARBIX_FAIL_NTH").ends_with('+');
   int error = static_cast<int>(number("HARBIX_FAIL_ERRNO"));
   std::string_view path = setting("HARBIX_FAIL_PATH");
   long seen = 0;
@@ -71,11 +74,12 @@ struct Act {
   long seen = 0;
 };
 
-/// Counts one call; true, with errno set, when it is the one that fails. `path` is that of its object, where
-/// that can be asked for.
+/// Counts one call; true, with errno set, when it is one that fails. `path` is that of its object, where that
+/// can be asked for.
 bool fails(std::string_view call, const std::string& path = "") {
   static Failure plan;
-  if (plan.call != call || !path.ends_with(plan.path) || ++plan.seen != plan.nth) return false;
+  if (plan.call != call || !path.ends_with(plan.path) || ++plan.seen < plan.nth) return false;
+  if (plan.seen > plan.nth && !plan.is_lasting) return false;
   errno = plan.error;
   return true;
 }
@@ -175,11 +179,14 @@ ssize_t failing_pwrite64(int descriptor, const void* buffer, std::size_t size,
 int failing_unlinkat(int directory, const char* path, int flags) __asm__("unlinkat");
 int failing_renameat(int from_directory, const char* from, int to_directory,
                      const char* to) __asm__("renameat");
+int failing_renameat2(int from_directory, const char* from, int to_directory, const char* to,
+                      unsigned flags) __asm__("renameat2");
 int failing_mkdirat(int directory, const char* path, mode_t mode) __asm__("mkdirat");
 int failing_symlinkat(const char* target, int directory, const char* path) __asm__("symlinkat");
 int failing_fchownat(int directory, const char* path, uid_t user, gid_t group, int flags) __asm__("fchownat");
 int failing_fchmod(int descriptor, mode_t mode) __asm__("fchmod");
 int failing_fsync(int descriptor) __asm__("fsync");
+int failing_syncfs(int descriptor) __asm__("syncfs");
 ::dirent* failing_readdir(::DIR* directory) __asm__("readdir");
 ::dirent64* failing_readdir64(::DIR* directory) __asm__("readdir64");
 std::FILE* failing_popen(const char* command, const char* type) __asm__("popen");
@@ -280,7 +287,17 @@ int failing_unlinkat(int directory, const char* path, int flags) {
 
 int failing_renameat(int from_directory, const char* from, int to_directory, const char* to) {
   if (fails("renameat")) return -1;
-  return next<int(int, const char*, int, const char*)>("renameat")(from_directory, from, to_directory, to);
+  const int result =
+      next<int(int, const char*, int, const char*)>("renameat")(from_directory, from, to_directory, to);
+  if (result == 0) come_to("renamed", [&] { return path_of(to_directory, to); });
+  return result;
+}
+
+int failing_renameat2(int from_directory, const char* from, int to_directory, const char* to,
+                      unsigned flags) {
+  if (fails("renameat2")) return -1;
+  return next<int(int, const char*, int, const char*, unsigned)>("renameat2")(from_directory, from,
+                                                                              to_directory, to, flags);
 }
 
 int failing_mkdirat(int directory, const char* path, mode_t mode) {
@@ -306,6 +323,11 @@ int failing_fchmod(int descriptor, mode_t mode) {
 int failing_fsync(int descriptor) {
   if (fails("fsync")) return -1;
   return next<int(int)>("fsync")(descriptor);
+}
+
+int failing_syncfs(int descriptor) {
+  if (fails("syncfs")) return -1;
+  return next<int(int)>("syncfs")(descriptor);
 }
 
 ::dirent* failing_readdir(::DIR* directory) { return read_through<::dirent>("readdir", directory); }

@@ -42,6 +42,7 @@ bool probe_calls_with_names() {
   probe("symlinkat", [&] { return without(::symlinkat("target", AT_FDCWD, "object")); });
   if (::symlink("target", "object") == -1) return false;
   probe("renameat", [] { return ::renameat(AT_FDCWD, "object", AT_FDCWD, "object"); });
+  probe("renameat2", [] { return ::renameat2(AT_FDCWD, "object", AT_FDCWD, "object", RENAME_EXCHANGE); });
   probe("fchownat",
         [] { return ::fchownat(AT_FDCWD, "object", ::getuid(), ::getgid(), AT_SYMLINK_NOFOLLOW); });
   probe("unlinkat", [] {
@@ -72,6 +73,7 @@ int main() {
   probe("openat2",
         [&] { return static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, "/dev/null", &how, sizeof how)); });
   probe("pwrite", [&] { return static_cast<int>(::pwrite(null, "x", 1, 0)); });
+  probe("syncfs", [&] { return ::syncfs(null); });
   if (!probe_calls_with_names()) return EXIT_FAILURE;
   probe("close", [] { return ::close(::openat(AT_FDCWD, "/dev/null", O_RDONLY | O_CLOEXEC)); });
   probe("open", [] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });

@@ -24,9 +24,9 @@ std::string probe(const std::string& call, const std::string& nth, const std::st
 }
 
 /// In the probe's order.
-const std::vector<std::string> PROBED{"openat",   "read",     "write",    "lstat",   "fstatat",
-                                      "openat2",  "pwrite",   "fchmod",   "mkdirat", "symlinkat",
-                                      "renameat", "fchownat", "unlinkat", "close",   "open"};
+const std::vector<std::string> PROBED{"openat",    "read",     "write",    "lstat",   "fstatat",   "openat2",
+                                      "pwrite",    "syncfs",   "fchmod",   "mkdirat", "symlinkat", "renameat",
+                                      "renameat2", "fchownat", "unlinkat", "close",   "open"};
 
 /// All probes untouched, with one line exchanged.
 std::string report(const std::string& call, const std::string& line) {
@@ -43,6 +43,7 @@ TEST(FailingCalls, FailTheCallThatIsNamedAndNoOther) {
     EXPECT_EQ(probe(call, "1", "28"), report(call, "28 0 0")) << call;
     EXPECT_EQ(probe(call, "2", "5"), report(call, "0 5 0")) << call;
   }
+  EXPECT_EQ(probe("read", "2+", "5"), report("read", "0 5 5"));
   // The probe itself has opened one file before.
   EXPECT_EQ(probe("open", "3", "13"), report("open", "0 13 0"));
 }
