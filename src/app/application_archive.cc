@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "app/layout.h"
+#include "archive/error.h"
 #include "archive/package_writer.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -36,6 +37,7 @@ bool is_there(fs::Folder& folder, const fs::Path& relative) try {
   static_cast<void>(folder.file(relative));
   return true;
 } catch (const fs::Exception& failure) {
+  if (ends_run(failure)) throw;
   return failure.error() != ENOENT && failure.error() != ENOTDIR && failure.error() != ELOOP;
 }
 
@@ -44,6 +46,7 @@ void collect(fs::Folder& folder, const fs::Path& path, PackageWriter& package) {
   try {
     package.add(folder.file(folder.relative(path)));
   } catch (const fs::Exception& missing) {
+    if (ends_run(missing)) throw;
     diagnostics::line(5, "%s", missing.what());
     package.add_missing(path);
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -28,6 +29,10 @@ class ResourceError : public ArchiveError {
 
 /// Whether an error number is not about one path, but about all that the process does.
 [[nodiscard]] bool is_resource_error(int error) noexcept;
+
+/// Whether an error is one of the whole run, and not of the item at hand: no memory, or a ResourceError, or
+/// an fs::Exception with such a number.
+[[nodiscard]] bool ends_run(const std::exception& error) noexcept;
 
 /// The data of one entry cannot be read: what() is the library's text.
 class DataError : public std::runtime_error {

@@ -120,12 +120,14 @@ void PackageWriter::store_item(const fs::File& item, const fs::Path& name, repor
   } catch (const fs::IdentityError&) {
     throw;  // nor may the next item be read under another identity
   } catch (const std::runtime_error& error) {
+    if (ends_run(error)) throw;
     progress.flush();
     report::error(error.what(), style_.error_prefix);
   }
 }
 
 void report_unlisted(const fs::Exception& failure, Completeness& completeness) {
+  if (ends_run(failure)) throw ResourceError(failure.what());
   report::error(failure.what());
   completeness.note_missing();
 }

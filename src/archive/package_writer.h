@@ -86,6 +86,7 @@ class PackageWriter {
 };
 
 /// Reports by name and reason what could not be listed, and notes it: what is missing behind it is not known.
+/// @throws ResourceError where the reason is one of the whole run: nothing would be listed from here on.
 void report_unlisted(const fs::Exception& failure, Completeness& completeness);
 
 /// For PackageStyle: archives the object itself, if it still is the one that was listed.

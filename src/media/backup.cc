@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <exception>
 
+#include "archive/error.h"
 #include "archive/package_writer.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -157,7 +158,7 @@ void archive_dtm_share(ArchiveWriter& writer, Completeness& completeness) {
   }
 }
 
-/// @return 0, or 1 after an error, which is reported, or when `work` is not complete.
+/// @return 0, or 1 after an error, which is reported, or when `work` is not complete. What ends the run passes.
 template <typename Work>
 int guarded(bool size_only, Work work) {
   diagnostics::line(3, "archiving media sizeonly is %s", size_only ? "true" : "false");
@@ -165,9 +166,8 @@ int guarded(bool size_only, Work work) {
     Completeness completeness;
     work(completeness);
     return completeness.result();
-  } catch (const std::bad_alloc&) {
-    throw;  // the run is over
   } catch (const std::exception& error) {
+    if (ends_run(error)) throw;
     report::error(error.what());
     return 1;
   }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "archive/error.h"
 #include "archive/package_writer.h"
 #include "archive/pps_object.h"
 #include "archive/source.h"
@@ -48,6 +49,7 @@ std::size_t write_settings(ArchiveWriter& writer, const PackageStyle& style, Com
     try {
       package.add(root.file(root.relative(path)));
     } catch (const fs::Exception& failure) {
+      if (ends_run(failure)) throw;
       diagnostics::line(5, "%s", failure.what());
       if (failure.error() != ENOENT && failure.error() != ENOTDIR) report::error(failure.what());
     }

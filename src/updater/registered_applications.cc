@@ -1,6 +1,8 @@
 #include "updater/registered_applications.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -74,6 +76,8 @@ std::string source_of(const std::string& remainder) {
 
 bool read_registered_applications(std::vector<RegisteredApplication>& applications) {
   std::ifstream object(REGISTERED_APPLICATIONS);
+  if (const int error = errno; !object && (error == EMFILE || error == ENFILE || error == ENOMEM))
+    throw Exception("Failed to open " + std::string(REGISTERED_APPLICATIONS) + ": " + std::strerror(error));
   std::string line;
   if (object) std::getline(object, line);  // names the object
   while (object && std::getline(object, line)) take_line(line, applications);

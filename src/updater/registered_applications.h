@@ -40,6 +40,7 @@ enum class MustExist { NO, YES };
 /// Reads the list, in the object's order. Lines of the Android runtime are left out; a line that does not fit
 /// is skipped with a warning on standard error.
 /// @return false, with a message on standard error, when the object cannot be read.
+/// @throws Exception when that is for lack of descriptors or memory.
 [[nodiscard]] bool read_registered_applications(std::vector<RegisteredApplication>& applications);
 
 /// The first application whose package has this name; without one, a record of empty texts.

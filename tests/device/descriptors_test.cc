@@ -86,19 +86,6 @@ TEST_F(CallersDescriptors, MayComeWithEndsOfProgramsIgnored) {
     EXPECT_EQ(line.text.find("No child processes"), std::string::npos);
 }
 
-TEST_F(CallersDescriptors, ThatAreTooFewEndABackup) {
-  for (int i = 0; i < 20; ++i) device_.write(shared("Music/f" + std::to_string(i)), "x");
-  bool is_complete = false;
-  for (int count = 4; count < 40 && !is_complete; ++count) {
-    const Outcome outcome =
-        device_.shell("ulimit -n " + std::to_string(count) + "; exec harbix -f /tmp/a.tar media");
-    if (outcome.status != 0) continue;
-    is_complete = true;
-    EXPECT_EQ(device_.shell("tar -Ptf /tmp/a.tar | grep -c Music/f").output, "20\n") << count;
-  }
-  EXPECT_TRUE(is_complete);
-}
-
 TEST_F(CallersDescriptors, AndSignalsAreAnsweredWithOneLine) {
   device_.write("/tmp/a.tar",
                 TarBuilder().file("/media/M/.backup.metadata", "").file("/media/M/a", "1").text());

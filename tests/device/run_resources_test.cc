@@ -1,0 +1,92 @@
+// Lack of descriptors or memory is an error of the run, and not of the item that it shows at.
+
+#include <cerrno>
+#include <cstring>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/application_device.h"
+#include "tests/support/failing.h"
+
+namespace harbix::test {
+namespace {
+
+/// A backup of one keyword on a device that has something of all three.
+class RunResources : public testing::TestWithParam<const char*> {
+ protected:
+  RunResources() {
+    for (const char* path : {"/Music/a", "/Music/sub/b", "/Photos/c"})
+      device_.write(std::string(SHARED) + path, path);
+    device_.write(std::string(DTM) + "/f/d", "d");
+    device_.write("/base/scripts/backup_and_restore/settings/lists",
+                  "#!/bin/sh\n[ $1 != whitelist ] || echo whitelist /accounts/1000/settings\n", 0755);
+    device_.write("/accounts/1000/settings/sub/one", "1");
+    for (const InstalledApplication& each : {bought_application(), loaded_application()}) {
+      device_.install(each);
+      device_.add_file(each, "native/main", "program");
+      device_.add_data(each, "data/sub/state", "state");
+    }
+    device_.shell("mkdir -p /pps/services/x; echo a::1 > /pps/services/x/object");
+    EXPECT_EQ(back_up("").status, 0);
+    whole_ = names();
+  }
+
+  Outcome back_up(const std::string& before) {
+    return device_.shell(before + "harbix -f /tmp/a.tar " + GetParam());
+  }
+  std::string names() { return device_.shell("tar -Ptf /tmp/a.tar | sort").output; }
+
+  ApplicationDevice device_;
+  std::string whole_;
+};
+
+TEST_P(RunResources, ThatAreTooFewDescriptorsEndABackupWithStatusTwo) {
+  int failures = 0;
+  int status = 2;
+  for (int count = 5; count < 60 && status != 0; ++count) {
+    const Outcome outcome = back_up("ulimit -n " + std::to_string(count) + "; exec ");
+    status = outcome.status;
+    // The program could not even be loaded.
+    if (status == 127) continue;
+    EXPECT_THAT(status, testing::AnyOf(0, 2)) << count << outcome.errors;
+    if (status == 2) ++failures;
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_GT(failures, 1);
+  // The settings scripts have no more descriptors than the program, and may list nothing.
+  if (GetParam() != std::string("settings")) {
+    EXPECT_EQ(names(), whole_);
+  }
+}
+
+TEST_P(RunResources, ThatAreMissingForOneCallEndABackupWithStatusTwo) {
+  for (const auto& [call, error] :
+       {std::pair{"readdir", ENOMEM}, {"openat", EMFILE}, {"openat2", ENFILE}, {"fstatat", ENOMEM}}) {
+    int failures = 0;
+    for (int nth = 1; nth < 200; ++nth) {
+      const Outcome outcome = back_up(while_failing(call, std::to_string(nth), error));
+      if (outcome.status == 2) {
+        ++failures;
+        EXPECT_THAT(outcome.errors, testing::ContainsRegex("ERROR: .*" + std::string(std::strerror(error))))
+            << call << nth;
+        continue;
+      }
+      EXPECT_EQ(outcome.status, 0) << call << nth << outcome.errors;
+      EXPECT_EQ(names(), whole_) << call << nth << outcome.errors;
+      if (device_
+              .shell("! " + while_failing(call, std::to_string(nth) + "+", error) + "harbix -f /tmp/b.tar " +
+                     GetParam())
+              .status != 0)
+        break;
+    }
+    EXPECT_GT(failures, 2) << call;
+  }
+}
+
+std::string name_of(const testing::TestParamInfo<const char*>& keyword) { return keyword.param; }
+
+INSTANTIATE_TEST_SUITE_P(Keywords, RunResources, testing::Values("media", "settings", "app"), name_of);
+
+}  // namespace
+}  // namespace harbix::test
