@@ -97,7 +97,8 @@ RecordNames read_record_names(ArchiveReader& reader) {
     const std::int64_t count = reader.read_data(chunk.data(), chunk.size());
     if (count <= 0) break;
     total += static_cast<std::size_t>(count);
-    if (total > meta::LARGEST_TEXT) return {};
+    // No backup writes as much.
+    if (total > meta::LARGEST_TEXT || names.count() > meta::MOST_ATTRIBUTES) return {};
     names.add({chunk.data(), static_cast<std::size_t>(count)});
   }
   names.finish();

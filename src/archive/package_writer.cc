@@ -15,10 +15,7 @@ namespace harbix {
 namespace {
 
 constexpr std::int64_t RECORD_SIZE = 512;
-// What is over is left for the other attributes, and what the text has between keys and values.
-constexpr std::size_t MOST_ITEMS = meta::MOST_ATTRIBUTES - 1000;
 constexpr std::size_t MANIFEST_PIECE = std::size_t{32} << 10;
-constexpr std::size_t MOST_RECORD_TEXT = meta::LARGEST_TEXT - (std::size_t{8} << 20);
 
 std::int64_t filled_up(std::int64_t bytes) {
   return saturated_sum(bytes, RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE;
@@ -44,7 +41,7 @@ bool PackageWriter::add(const fs::File& item) {
     return false;
   }
   const std::size_t text = meta::line_size(style_.record(item));
-  if (items_.size() >= MOST_ITEMS || record_text_ + text > MOST_RECORD_TEXT) {
+  if (items_.size() >= bounds_.items || record_text_ + text > bounds_.record_text) {
     report_left_out(item.path(), "the manifest is full");
     return false;
   }

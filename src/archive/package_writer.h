@@ -32,13 +32,25 @@ struct PackageStyle {
   bool (*is_on_disk)(const fs::Path& path) = [](const fs::Path& /*path*/) { return true; };
 };
 
+/// What the records of a manifest may come to, so that every restore reads it. What is over in a manifest is
+/// left for the other attributes.
+struct PackageBounds {
+  std::size_t items = meta::MOST_ATTRIBUTES - 1000;
+  std::size_t record_text = meta::LARGEST_TEXT - (std::size_t{8} << 20);  ///< bytes of lines
+};
+
 /// Gathers what a package holds and stores it: the manifest first, and then an entry for each item. The
 /// items' paths are absolute, or relative to the folder.
 class PackageWriter {
  public:
   /// All items lie below `folder`, and are opened there.
-  PackageWriter(ArchiveWriter& writer, fs::Folder& folder, const PackageStyle& style)
-      : writer_(writer), folder_(folder), style_(style), ahead_(folder, items_, style.is_on_disk) {}
+  PackageWriter(ArchiveWriter& writer, fs::Folder& folder, const PackageStyle& style,
+                const PackageBounds& bounds = {})
+      : writer_(writer),
+        folder_(folder),
+        style_(style),
+        bounds_(bounds),
+        ahead_(folder, items_, style.is_on_disk) {}
   PackageWriter(const PackageWriter&) = delete;
   PackageWriter& operator=(const PackageWriter&) = delete;
   PackageWriter(PackageWriter&&) = delete;
@@ -78,6 +90,7 @@ class PackageWriter {
   ArchiveWriter& writer_;
   fs::Folder& folder_;
   PackageStyle style_;
+  PackageBounds bounds_;
   ItemList items_;
   ReadAhead ahead_;
   std::size_t record_text_ = 0;  ///< bytes of their lines in the manifest

@@ -51,6 +51,9 @@ class RecordNames {
   /// @return whether a record has it.
   bool meet(const fs::Path& path);
 
+  /// How many records there are.
+  [[nodiscard]] std::size_t count() const noexcept { return hashes_.size(); }
+
   /// Whether an entry was met that has no record, while there is no entry for a record whose name needs an
   /// extension. An item that vanished during the backup has a record and no entry; that is no change.
   [[nodiscard]] bool has_changed_names() const noexcept { return unlisted_ > 0 && met_long_ < long_; }

@@ -114,6 +114,16 @@ TEST(ManifestText, WithAnAttributeOfMoreThanAMebibyteIsMalformed) {
   }
 }
 
+TEST(ManifestText, HoldsTwoMillionAttributesAndNoMore) {
+  std::string text;
+  for (std::size_t i = 0; i < meta::MOST_ATTRIBUTES; ++i) text += "k:v\n";
+  std::istringstream most(text);
+  EXPECT_EQ(meta::parse(most).size(), 2'000'000U);
+  std::istringstream more(text + "k:v\n");
+  EXPECT_EQ(message_of<meta::malformed_manifest>([&] { static_cast<void>(meta::parse(more)); }),
+            "Manifest of more than 2000000 attributes");
+}
+
 TEST(ManifestText, ThatCannotBeReadThrows) {
   std::istringstream stream("Name: x\n");
   stream.setstate(std::ios::badbit);

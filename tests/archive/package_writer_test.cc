@@ -27,6 +27,7 @@ namespace {
 
 using fs::File;
 using fs::Path;
+using harbix::PackageBounds;
 using harbix::PackageStyle;
 using harbix::PackageWriter;
 using Texts = std::vector<std::string>;
@@ -81,6 +82,30 @@ TEST_F(PackageWriterTest, LeavesOutWhatNoArchiveHoldsWithItsRecord) {
             "not a file, folder or link: p skipping\nnot a file, folder or link: /dev/null skipping\n");
   EXPECT_EQ(log.messages(), (Texts{"3 not a file, folder or link: 'p'; skipping.",
                                    "3 not a file, folder or link: '/dev/null'; skipping."}));
+}
+
+TEST_F(PackageWriterTest, LeavesOutWhatItsManifestHasNoRoomFor) {
+  Tree{file("a"), file("b"), file("with a long name"), file("c")}.build(temporary_.path());
+  struct Row {
+    PackageBounds bounds;
+    Texts taken;
+  };
+  const std::size_t text = std::string("File: 0\na\n").size();
+  for (const Row& row : {Row{{.items = 2}, {"a", "b"}}, Row{{.record_text = 2 * text}, {"a", "b"}},
+                         Row{{.record_text = 3 * text}, {"a", "b", "c"}}}) {
+    const RecordedLog log;
+    const CapturedOutput errors(STDERR_FILENO);
+    PackageWriter package(writer_, folder_, STYLE, row.bounds);
+    std::string left_out;
+    for (const char* name : {"a", "b", "with a long name", "c"}) {
+      const bool is_taken = std::ranges::find(row.taken, name) != row.taken.end();
+      EXPECT_EQ(package.add(item(name)), is_taken) << name;
+      if (!is_taken) left_out += "the manifest is full: " + std::string(name) + " skipping\n";
+    }
+    EXPECT_EQ(errors.text(), left_out);
+    EXPECT_EQ(package.items().size(), row.taken.size());
+    EXPECT_EQ(log.lines().size(), 4 - row.taken.size());
+  }
 }
 
 TEST_F(PackageWriterTest, NeverTakesTheArchiveItselfUnderAnyName) {

@@ -1,0 +1,105 @@
+// Small archives that ask for much: what their restore takes of memory and time.
+
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/application_device.h"
+
+namespace harbix::test {
+namespace {
+
+/// Restores what a program writes with `archive`, a tar builder of its own, and prints status, MiB, seconds.
+constexpr char RESTORE_AND_MEASURE[] = R"(
+import gzip, os, sys, tarfile, time
+def header(name, size, kind=tarfile.REGTYPE):
+    info = tarfile.TarInfo(name)
+    info.size, info.type, info.mode = size, kind, 0o700
+    return info.tobuf(format=tarfile.USTAR_FORMAT)
+def padded(data):
+    return data + b'\0' * (-len(data) % 512)
+def long_name(name):
+    return header('././@LongLink', len(name) + 1, b'L') + padded(name + b'\0') + header('x', 1) + padded(b'1')
+keyword, package, kind = sys.argv[1:]
+path = '/tmp/bomb'
+small = header(package + '/.backup.metadata', 12) + padded(b'File: 1\n/a\n\n')
+if kind == 'manifest':
+    size = 240000000
+    piece = b'File: 1\n/a\n' * 9000
+    with gzip.open(path, 'wb', 1) as archive:
+        archive.write(header(package + '/.backup.metadata', size))
+        for begin in range(0, size, len(piece)):
+            archive.write(piece[:size - begin])
+        archive.write(b'\0' * (-size % 512 + 1024))
+elif kind == 'path':
+    with gzip.open(path, 'wb', 1) as archive:
+        archive.write(small + long_name(package.encode() + b'/' + b'x' * (32 << 20)) + b'\0' * 1024)
+else:
+    with open(path, 'wb') as archive:
+        archive.write(small + long_name(package.encode() + b'/a' * 400000) + b'\0' * 1024)
+begin = time.time()
+child = os.fork()
+if child == 0:
+    os.execvp('harbix', ['harbix', '-r', '-f', path, keyword])
+_, status, usage = os.wait4(child, 0)
+print(os.waitstatus_to_exitcode(status), usage.ru_maxrss >> 10, int(time.time() - begin))
+)";
+
+struct Keyword {
+  const char* name;
+  const char* package;
+};
+
+class Bounds : public testing::TestWithParam<Keyword> {
+ protected:
+  Bounds() { device_.write("/tmp/measure.py", RESTORE_AND_MEASURE); }
+
+  /// Takes at most 128 MiB and 30 s, and ends with `status` and a line of errors that matches.
+  void expect_bounded(const std::string& kind, int status, const std::string& error) {
+    const Outcome outcome = device_.shell("python3 /tmp/measure.py " + std::string(GetParam().name) + " " +
+                                          GetParam().package + " " + kind);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    std::istringstream figures(outcome.output);
+    int found = -1;
+    int mebibytes = -1;
+    int seconds = -1;
+    ASSERT_TRUE(figures >> found >> mebibytes >> seconds) << outcome.output;
+    EXPECT_EQ(found, status) << outcome.errors;
+    EXPECT_THAT(outcome.errors, testing::HasSubstr(error));
+    // The sanitizers take memory of their own.
+#ifndef HARBIX_SANITIZED
+    EXPECT_LE(mebibytes, 128);
+#endif
+    EXPECT_LE(seconds, 30);
+  }
+
+  bool is_media() { return GetParam().name == std::string("media"); }
+  bool is_app() { return GetParam().name == std::string("app"); }
+
+  ApplicationDevice device_;
+};
+
+TEST_P(Bounds, HoldForAManifestThatComesOutOfAFewHundredKibibytes) {
+  // The media themselves come back without their manifest, whose names are only held against theirs.
+  expect_bounded("manifest", is_media() ? 0 : 1, is_media() ? "" : "Manifest that is compressed too far\n");
+}
+
+TEST_P(Bounds, HoldForAPathOf32Mebibytes) {
+  expect_bounded("path", 1, is_app() ? "Special header too large\n" : "Could not read next archive header\n");
+}
+
+TEST_P(Bounds, HoldForANameOf400000Folders) {
+  expect_bounded("folders", 1,
+                 is_app() ? "Name of more than 64 KiB\n" : "Could not read next archive header\n");
+}
+
+std::string name_of(const testing::TestParamInfo<Keyword>& keyword) { return keyword.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Keywords, Bounds,
+                         testing::Values(Keyword{"media", "/media/M"}, Keyword{"settings", "/settings"},
+                                         Keyword{"app", "/app/side.app.pkg/appdata"}),
+                         name_of);
+
+}  // namespace
+}  // namespace harbix::test
