@@ -23,10 +23,10 @@ bool superuser_allows(const File& file, unsigned wanted) noexcept {
   return !is_data || (wanted & EXECUTE) == 0;
 }
 
-/// The three right bits that the record holds for the effective user `user`.
-unsigned granted_bits(uid_t user, const struct ::stat& record) noexcept {
-  if (user == record.st_uid) return record.st_mode >> 6;
-  if (::getegid() == record.st_gid) return record.st_mode >> 3;
+/// The three right bits that the record holds for these ids.
+unsigned granted_bits(const EffectiveIds& ids, const struct ::stat& record) noexcept {
+  if (ids.user == record.st_uid) return record.st_mode >> 6;
+  if (ids.group == record.st_gid) return record.st_mode >> 3;
   return record.st_mode;
 }
 
@@ -72,11 +72,10 @@ void File::unlink() const noexcept {
   diagnostics::line(1, "Failed to unlink '%s' (%s)", path_.c_str(), std::strerror(error));
 }
 
-bool File::allows(unsigned wanted) const noexcept {
+bool File::allows(unsigned wanted, const EffectiveIds& ids) const noexcept {
   if (wanted > ALL_RIGHTS) return false;
-  const uid_t user = ::geteuid();
-  if (user == 0) return superuser_allows(*this, wanted);
-  return (granted_bits(user, stat_) & wanted) == wanted;
+  if (ids.user == SUPERUSER) return superuser_allows(*this, wanted);
+  return (granted_bits(ids, stat_) & wanted) == wanted;
 }
 
 bool exists(const Path& path) noexcept {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 
+#include "fs/identity.h"
 #include "fs/path.h"
 
 namespace fs {
@@ -52,10 +53,11 @@ class File {
   /// Removes a file or link. A failure is logged at level 1; nothing is thrown.
   void unlink() const noexcept;
 
-  /// Whether the mode bits of the record grant the effective user all `wanted` rights. Only the effective
+  /// Whether the mode bits of the record grant the effective user all `wanted` rights: for many files, the
+  /// caller looks the ids up once. Only the effective
   /// group is compared, never the supplementary ones. The superuser gets everything but the execution of a
   /// plain file without any execute permission.
-  [[nodiscard]] bool allows(unsigned wanted) const noexcept;
+  [[nodiscard]] bool allows(unsigned wanted, const EffectiveIds& ids = effective_ids()) const noexcept;
 
  private:
   struct ::stat stat_ {};

@@ -31,6 +31,8 @@ int switch_group(gid_t group) noexcept { return ::setresgid(SAME_GROUP, group, S
 
 }  // namespace
 
+EffectiveIds effective_ids() noexcept { return {.user = ::geteuid(), .group = ::getegid()}; }
+
 void become_superuser() {
   if (::geteuid() != SUPERUSER || ::setresuid(SUPERUSER, SUPERUSER, SUPERUSER) != -1) return;
   throw IdentityError(std::string("Could not become root: ") + std::strerror(errno));

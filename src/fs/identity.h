@@ -12,6 +12,15 @@ namespace fs {
 
 inline constexpr uid_t SUPERUSER = 0;
 
+/// For whom the system takes the process.
+struct EffectiveIds {
+  uid_t user;
+  gid_t group;
+};
+
+/// Those of this moment: two calls of the system, and valid until one of the guards below begins or ends.
+[[nodiscard]] EffectiveIds effective_ids() noexcept;
+
 /// The process cannot work under the identity that a piece of work needs. It is no error of one item: work
 /// that goes on with the next item after another error lets this one pass.
 class IdentityError : public std::runtime_error {

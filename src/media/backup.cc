@@ -72,14 +72,15 @@ void report_failure(const fs::WalkItem& item, Completeness& completeness) {
 void collect_media(fs::Folder& share, const fs::File& folder, PackageWriter& package,
                    Completeness& completeness) {
   package.add(folder);
+  const fs::EffectiveIds ids = fs::effective_ids();
   fs::Walk walk(share, folder.path(), folder.path());
   while (const fs::WalkItem* item = walk.next()) {
     if (item->failure) {
       report_failure(*item, completeness);
       continue;
     }
-    if (!is_skipped(item->file)) package.add(item->file);
-    if (!item->file.allows(fs::READ)) walk.stay_out();
+    if (!is_skipped(item->file, ids)) package.add(item->file);
+    if (!item->file.allows(fs::READ, ids)) walk.stay_out();
   }
 }
 

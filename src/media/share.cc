@@ -13,12 +13,12 @@ const MediaGroups& media_groups() {
   return groups;
 }
 
-bool is_skipped(const fs::File& item) {
+bool is_skipped(const fs::File& item, const fs::EffectiveIds& ids) {
   if (item.record().st_gid == media_groups().protected_media) {
     report::progress("Skip: ", item.path());
     return true;
   }
-  if (item.allows(fs::READ)) return false;
+  if (item.allows(fs::READ, ids)) return false;
   report_unreadable(item.path());
   return true;
 }

@@ -4,6 +4,7 @@
 
 #include "base/places.h"
 #include "fs/file.h"
+#include "fs/identity.h"
 
 /// Where media lies on the device, and under which names it stands in archives.
 namespace harbix::places {
@@ -31,7 +32,7 @@ struct MediaGroups {
 /// Whether backup and wipe leave an item alone: items of the protected media group without a word (-v: "Skip:
 /// PATH"), and items that the effective ids may not read with a line in the log at level 1 (-v: "permission
 /// denied: PATH skipping").
-[[nodiscard]] bool is_skipped(const fs::File& item);
+[[nodiscard]] bool is_skipped(const fs::File& item, const fs::EffectiveIds& ids = fs::effective_ids());
 
 /// Says that an item cannot be read, as is_skipped() does.
 void report_unreadable(const fs::Path& path);

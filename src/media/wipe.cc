@@ -13,14 +13,15 @@ namespace {
 
 void report_skipped(const fs::Path& path) { diagnostics::line(1, "Skipped '%s'", path.c_str()); }
 
-bool is_kept(const fs::File& item, const ArchiveReader& reader) {
+bool is_kept(const fs::File& item, const fs::EffectiveIds& ids, const ArchiveReader& reader) {
   // The archive may be the owner's only copy.
-  return is_skipped(item) || reader.is_input(item);
+  return is_skipped(item, ids) || reader.is_input(item);
 }
 
 /// Removes what is below a top-level folder: files as they are met, folders at the end, the deepest first.
 void empty(fs::Folder& share, const fs::File& top, const ArchiveReader& reader) {
   std::vector<fs::Path> folders;
+  const fs::EffectiveIds ids = fs::effective_ids();
   fs::Walk walk(share, share.relative(top.path()), top.path());
   while (const fs::WalkItem* item = walk.next()) {
     const fs::Path& path = item->file.path();
@@ -31,7 +32,7 @@ void empty(fs::Folder& share, const fs::File& top, const ArchiveReader& reader) 
       continue;
     }
     diagnostics::line(3, "Unlinking '%s'", path.c_str());
-    if (is_kept(item->file, reader)) {
+    if (is_kept(item->file, ids, reader)) {
       diagnostics::line(3, "skip");
       walk.stay_out();
     } else if (item->file.is_directory()) {
