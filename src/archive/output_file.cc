@@ -14,7 +14,9 @@
 namespace harbix {
 namespace {
 
-constexpr std::size_t GATHERED_CAPACITY = std::size_t{128} << 10;
+// Larger ones fall out of the processor's memory between reading and writing.
+constexpr std::size_t CAPACITY = std::size_t{256} << 10;
+constexpr std::size_t SMALLEST_ROOM = CAPACITY / 4;
 constexpr mode_t CREATION_MODE = 0666;
 
 struct Freer {
@@ -36,7 +38,7 @@ std::string folder_of(const std::string& name, const base::FileDescriptor& file)
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& name) : name_(name) {
+OutputFile::OutputFile(const std::string& name) : name_(name), gathered_(CAPACITY) {
   if (name.empty()) {
     file_ = base::FileDescriptor(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
   } else {
@@ -59,17 +61,20 @@ OutputFile::~OutputFile() {
 int OutputFile::write(std::span<const std::byte> data) {
   size_ += static_cast<std::int64_t>(data.size());
   while (!data.empty() && error_ == 0) {
-    const std::span<const std::byte> part =
-        data.first(std::min(data.size(), GATHERED_CAPACITY - gathered_.size()));
+    std::byte* const end = gathered_.data() + gathered_size_;
+    const std::span<const std::byte> part = data.first(std::min(data.size(), CAPACITY - gathered_size_));
     data = data.subspan(part.size());
-    if (part.size() == GATHERED_CAPACITY) {
-      send(part);
-      continue;
-    }
-    gathered_.insert(gathered_.end(), part.begin(), part.end());
-    if (gathered_.size() == GATHERED_CAPACITY) flush();
+    // What was put into the room is there already.
+    if (part.data() != end) std::memcpy(end, part.data(), part.size());
+    gathered_size_ += part.size();
+    if (gathered_size_ == CAPACITY) flush();
   }
   return error_;
+}
+
+std::span<std::byte> OutputFile::room(std::uint64_t wanted) {
+  if (CAPACITY - gathered_size_ < std::min<std::uint64_t>(wanted, SMALLEST_ROOM)) flush();
+  return std::span(gathered_).subspan(gathered_size_);
 }
 
 int OutputFile::close() {
@@ -87,8 +92,8 @@ bool OutputFile::is_described_by(const struct ::stat& record) const noexcept {
 }
 
 void OutputFile::flush() {
-  send(gathered_);
-  gathered_.clear();
+  send(std::span(gathered_).first(gathered_size_));
+  gathered_size_ = 0;
 }
 
 void OutputFile::send(std::span<const std::byte> data) {

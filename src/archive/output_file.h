@@ -32,6 +32,11 @@ class OutputFile {
   /// @return 0, or the error number of the first write that failed. Nothing is written after a failure.
   int write(std::span<const std::byte> data);
 
+  /// Room for what is handed over next: what the caller puts there first, and then gives to write() from its
+  /// beginning, is not copied once more. `wanted` bytes, or as much as can be gathered; what is gathered by
+  /// now may be written out. Valid until the next call.
+  [[nodiscard]] std::span<std::byte> room(std::uint64_t wanted);
+
   /// Writes out what is gathered, waits until a plain file and its name are on the medium, and closes.
   /// @return 0 when every byte ever handed over has got there, else the first error number.
   int close();
@@ -52,7 +57,8 @@ class OutputFile {
   std::string created_;  ///< the path of a file that was not there before; empty otherwise
   base::FileDescriptor file_;
   struct ::stat record_ {};
-  std::vector<std::byte> gathered_;
+  std::vector<std::byte> gathered_;  ///< as large as it can be
+  std::size_t gathered_size_ = 0;    ///< how much of it is filled
   std::int64_t size_ = 0;
   bool is_begun_ = false;  ///< the first byte was to be written
   int error_ = 0;

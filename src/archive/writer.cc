@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
@@ -17,8 +16,6 @@
 
 namespace harbix {
 namespace {
-
-constexpr std::size_t BUFFER_SIZE = 32768;
 
 void report_unread(const fs::File& file, int error) {
   const char* const reason = std::strerror(error);
@@ -66,7 +63,7 @@ void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record
 
 void ArchiveWriter::write_text(const fs::Path& name, const struct ::stat& record, const TextSource& text) {
   write_header(record, name, nullptr);
-  text([this](std::string_view piece) { write_data(piece.data(), piece.size()); });
+  text([this](std::string_view piece) { write_data(std::as_bytes(std::span(piece))); });
   finish_entry();
 }
 
@@ -108,16 +105,17 @@ void ArchiveWriter::write_header(const struct ::stat& record, const fs::Path& na
   }
 }
 
-void ArchiveWriter::write_data(const char* data, std::size_t size) {
-  run_progress::add_bytes(static_cast<std::int64_t>(size));
-  if (size == 0 || ::archive_write_data(current_, data, size) >= 0) return;
+void ArchiveWriter::write_data(std::span<const std::byte> data) {
+  run_progress::add_bytes(static_cast<std::int64_t>(data.size()));
+  if (data.empty() || ::archive_write_data(current_, data.data(), data.size()) >= 0) return;
   throw ArchiveError(error_text(current_) + "(" + std::to_string(::archive_errno(current_)) + ")");
 }
 
 void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
-  std::array<char, BUFFER_SIZE> chunk;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled by read
   std::int64_t rest = file.record().st_size;
   for (;;) {
+    // One byte more, so that the end of the file shows without another call.
+    const std::span<std::byte> chunk = output_.room(static_cast<std::uint64_t>(rest) + 1);
     const ssize_t count = ::read(descriptor, chunk.data(), chunk.size());
     if (count == -1 && errno == EINTR) continue;
     if (count == -1) {
@@ -127,11 +125,11 @@ void ArchiveWriter::write_contents(int descriptor, const fs::File& file) {
     }
     if (count == 0) break;
     if (count > rest) {
-      write_data(chunk.data(), static_cast<std::size_t>(rest));
+      write_data(chunk.first(static_cast<std::size_t>(rest)));
       report_change(file, "grew");
       return;
     }
-    write_data(chunk.data(), static_cast<std::size_t>(count));
+    write_data(chunk.first(static_cast<std::size_t>(count)));
     rest -= count;
     // A short read that completes a file has met its end: no need to ask again.
     if (rest == 0 && static_cast<std::size_t>(count) < chunk.size()) return;

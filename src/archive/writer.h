@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -73,7 +75,7 @@ class ArchiveWriter {
   };
 
   void write_header(const struct ::stat& record, const fs::Path& name, const char* link_target);
-  void write_data(const char* data, std::size_t size);
+  void write_data(std::span<const std::byte> data);
   void write_contents(int descriptor, const fs::File& file);
   void finish_entry();
 

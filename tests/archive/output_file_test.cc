@@ -5,9 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <span>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -84,6 +87,31 @@ TEST(OutputFile, KeepsEveryByteInOrderAcrossItsGatheredWrites) {
   EXPECT_EQ(output.size(), static_cast<std::int64_t>(expected.size()));
   EXPECT_EQ(output.close(), 0);
   EXPECT_TRUE(expected == read_file(folder / "a"));
+}
+
+TEST(OutputFile, TakesWhatIsPutIntoItsRoomInOrderWithWhatIsNot) {
+  const TemporaryFolder folder;
+  OutputFile output(folder / "a");
+  std::string expected;
+  for (std::size_t i = 0; i < 300; ++i) {
+    const std::string header(512, static_cast<char>('A' + i % 26));
+    EXPECT_EQ(output.write(bytes(header)), 0);
+    // Small, larger than any room, and in between.
+    std::string contents(i % 50 == 0 ? 1'000'000 : i * 131 % 70'000, static_cast<char>('a' + i % 26));
+    expected += header + contents;
+    for (std::span<const std::byte> rest = bytes(contents); !rest.empty();) {
+      const std::span<std::byte> room = output.room(rest.size() + 1);
+      ASSERT_GE(room.size(), std::min<std::size_t>(rest.size(), 60'000));
+      const std::span<const std::byte> part = rest.first(std::min(room.size(), rest.size()));
+      std::ranges::copy(part, room.begin());
+      // In two pieces, as a library may hand it on.
+      EXPECT_EQ(output.write(room.first(part.size() / 3)), 0);
+      EXPECT_EQ(output.write(room.first(part.size()).subspan(part.size() / 3)), 0);
+      rest = rest.subspan(part.size());
+    }
+  }
+  EXPECT_EQ(output.close(), 0);
+  EXPECT_TRUE(read_file(folder / "a") == expected);
 }
 
 TEST(OutputFile, TellsWhyItCannotBeOpened) {
