@@ -46,8 +46,9 @@ TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
     const char* relative;
     off_t size;
   };
-  for (const Row& row : {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3},
-                         Row{"a/f", 2}, Row{"top", 1}}) {
+  for (const Row& row :
+       {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3}, Row{"a/f", 2},
+        Row{"top", 1}, Row{"./top", 1}, Row{"./a/f", 2}, Row{"././/a/b/g", 3}, Row{".//top", 1}}) {
     const fs::File found = folder.file(row.relative);
     EXPECT_EQ(found.record().st_size, row.size) << row.relative;
     EXPECT_EQ(found.path().text(), path_ + "/" + row.relative);
@@ -55,6 +56,16 @@ TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
   }
   EXPECT_TRUE(folder.file("a/b/l").is_symbolic_link());
   EXPECT_TRUE(folder.file("a").is_directory());
+}
+
+TEST_F(FolderTest, StaysInTheFolderThatWasAskedForLast) {
+  // A folder that is opened again would not be found.
+  Folder folder{Path(path_)};
+  ASSERT_TRUE(folder.holds("a/b/g"));
+  std::filesystem::rename(path_ + "/a", path_ + "/moved");
+  for (const char* name : {"a/b/l", "./a/b/g", "a/b/g", "././a/b/l"}) EXPECT_TRUE(folder.holds(name)) << name;
+  folder.let_go();
+  EXPECT_FALSE(folder.holds("./a/b/g"));
 }
 
 TEST_F(FolderTest, NamesWhatItCannotReach) {
