@@ -26,6 +26,8 @@ class UnlistableFolder : public testing::Test {
     device_.write(std::string(DTM) + "/f/d", "d");
     device_.write(std::string(SCRIPTS) + "/lists",
                   "#!/bin/bash\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
+    device_.make_folder(SETTINGS, 0777);
+    device_.make_folder(std::string(SETTINGS) + "/sub", 0777);
     device_.write(std::string(SETTINGS) + "/sub/one", "1");
     device_.write(std::string(SETTINGS) + "/two", "2");
     device_.shell("mkdir -p /pps/services/x; echo a::1 > /pps/services/x/object");
@@ -95,6 +97,8 @@ TEST_F(UnlistableFolder, FailsTheBackupThatGoesOnWithTheRest) {
 
 TEST_F(UnlistableFolder, FailsTheRestoreOfSettingsThatAreMeasuredByIt) {
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "settings"}).status, 0);
+  const Outcome whole = device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"});
+  ASSERT_EQ(whole.status, 0) << whole.errors;
   bool was_skipped = false;
   for (int nth = 1; nth < MOST_CALLS; ++nth) {
     const Outcome outcome = run_with_failure("readdir", nth, "-r -f /tmp/a.tar settings");
