@@ -17,17 +17,9 @@ namespace {
 
 constexpr std::size_t BLOCK_SIZE = std::size_t{256} << 10;
 
-/// Takes standard input over: scripts that are run meanwhile read nothing there, instead of the archive.
-int take_standard_input() {
-  const int input = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-  const base::FileDescriptor nothing(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  // Where that fails, a script that reads damages the archive, which is reported.
-  if (input != -1 && nothing) static_cast<void>(::dup2(nothing.get(), STDIN_FILENO));
-  return input;
-}
-
 int open_input(const std::string& name) {
-  return name.empty() ? take_standard_input() : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  return name.empty() ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                      : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
 [[noreturn]] void throw_unopened_input(const std::string& name) {
