@@ -20,9 +20,6 @@ namespace {
 constexpr mode_t NAVIGATOR_MASK = 0177;
 constexpr mode_t SYSTEM_TRAY_MASK = 0117;
 constexpr mode_t CLOCK_DATABASE_MODE = 0660;
-constexpr std::string_view CLOCK_DATABASE = "ClockServices.sqlite";
-// Links of PPS objects must stay in here.
-constexpr char NAVIGATOR_OBJECT_FOLDER[] = "/pps/system/navigator";
 
 void skip(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
   std::cerr << "Skip: " << path << '\n';
@@ -57,8 +54,9 @@ class NavigatorObjects {
     }
     std::cerr << "Restoring: " << object << '\n';
     const std::optional<std::string_view> target = entry.link_target();
-    const bool is_acceptable = target ? fs::leads_inside(root_, object, *target, NAVIGATOR_OBJECT_FOLDER)
-                                      : entry.destination(object).is_regular() && !entry.is_hard_link();
+    const bool is_acceptable = target
+                                   ? fs::leads_inside(root_, object, *target, places::NAVIGATOR_OBJECT_FOLDER)
+                                   : entry.destination(object).is_regular() && !entry.is_hard_link();
     if (is_acceptable) {
       restore_pps_object(reader_, entry, object);
     } else {
@@ -127,7 +125,7 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
     const fs::Path& path = package.records()[match->position].path;
     const fs::Path name = entry.name().value_or(fs::Path());
     std::cerr << "ae.path: " << name << "  basename: " << name.basename() << "\nit: " << path << '\n';
-    const bool is_clock_database = name.basename().text() == CLOCK_DATABASE;
+    const bool is_clock_database = name.basename().text() == places::CLOCK_DATABASE;
     if (is_clock_database) std::cerr << "Restoring: " << name << '\n';
     if (is_clock_database && component.accepts(path) && component.accepts(entry, path)) {
       component.extract(entry, clock_database(entry, path));

@@ -28,6 +28,11 @@ inline constexpr char SYSTEM_TRAY[] = "sys.systemtray";
 inline constexpr std::array NAVIGATOR_OBJECTS{"/pps/system/navigator/applications/uriapps",
                                               "/pps/system/navigator/applications/web_shortcuts"};
 
+inline constexpr char NAVIGATOR_OBJECT_FOLDER[] =
+    "/pps/system/navigator";  ///< where links of objects must stay
+inline constexpr std::string_view CLOCK_DATABASE =
+    "ClockServices.sqlite";  ///< all that comes back of the system tray
+
 }  // namespace harbix::places
 
 /// The keys of an application package's manifest, beside its file records.

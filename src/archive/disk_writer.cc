@@ -105,16 +105,17 @@ void fill(const base::FileDescriptor& file, off_t size, ArchiveReader& reader) {
 
 }  // namespace
 
-DiskWriter::~DiskWriter() {
+void DiskWriter::settle() {
   // What is inside a folder comes after it, and is settled before: the folder may be closed then.
   for (auto folder = unsettled_.rbegin(); folder != unsettled_.rend(); ++folder) {
     try {
       settle(*folder);
     } catch (const fs::Exception& error) {
-      report_unwritten(folder_.path() / folder->path, error.reason());
+      report_(folder_.path() / folder->path, error.reason());
       completeness_.note_missing();
     }
   }
+  unsettled_.clear();
 }
 
 void DiskWriter::make_file(const fs::Path& path, const struct ::stat& record) {

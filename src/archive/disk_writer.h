@@ -15,6 +15,13 @@ namespace harbix {
 /// Whether the permissions that an archive gives to an entry are put on disk as well.
 enum class Keep { NO, YES };
 
+/// Is told of an object that is not on disk as it should be, and why.
+using UnwrittenReport = void (*)(const fs::Path& path, const std::string& reason);
+
+/// Reports that an object is not on disk, or not as it should be: "Warning: PATH: REASON" on standard error,
+/// and in the log at level 1.
+void report_unwritten(const fs::Path& path, const std::string& reason);
+
 /// Puts the objects of an archive on disk below one folder, for the effective ids and under the mask that are
 /// in force. Everything is reached by descriptor, and nothing through a symbolic link. Folders that are
 /// missing above an object are made as the mask says.
@@ -29,12 +36,15 @@ class DiskWriter {
  public:
   /// The effective ids own what is made. `permissions` says whether those of the records are set; otherwise
   /// the mask limits the modes. Set-id and sticky bits are never set.
-  DiskWriter(fs::Folder& folder, ArchiveReader& reader, Keep permissions, Completeness& completeness)
-      : folder_(folder), reader_(reader), permissions_(permissions), completeness_(completeness) {}
+  DiskWriter(fs::Folder& folder, ArchiveReader& reader, Keep permissions, Completeness& completeness,
+             UnwrittenReport report = report_unwritten)
+      : folder_(folder),
+        reader_(reader),
+        permissions_(permissions),
+        completeness_(completeness),
+        report_(report) {}
 
-  /// Settles the modes of folders that could not be filled with them. Failures are reported, and noted in
-  /// `completeness`, which outlives this object.
-  ~DiskWriter();
+  ~DiskWriter() { settle(); }
   DiskWriter(const DiskWriter&) = delete;
   DiskWriter& operator=(const DiskWriter&) = delete;
   DiskWriter(DiskWriter&&) = delete;
@@ -45,6 +55,10 @@ class DiskWriter {
   void make_file(const fs::Path& path, const struct ::stat& record);
   void make_folder(const fs::Path& path, const struct ::stat& record);
   void make_link(const fs::Path& path, const std::string& target);
+
+  /// Settles the modes of folders that could not be filled with them, at the latest at the end of this
+  /// object. Failures are reported, and noted in `completeness`, which outlives this object.
+  void settle();
 
  private:
   /// A folder whose mode is set when nothing is put into it any more.
@@ -62,11 +76,8 @@ class DiskWriter {
   ArchiveReader& reader_;
   Keep permissions_;
   Completeness& completeness_;
+  UnwrittenReport report_;
   std::vector<Unsettled> unsettled_;
 };
-
-/// Reports that an object is not on disk, or not as it should be: "Warning: PATH: REASON" on standard error,
-/// and in the log at level 1.
-void report_unwritten(const fs::Path& path, const std::string& reason);
 
 }  // namespace harbix

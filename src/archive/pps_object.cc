@@ -19,7 +19,6 @@ namespace harbix {
 namespace {
 
 constexpr std::size_t LARGEST_TEXT = 32768;
-constexpr std::int64_t LARGEST_ARCHIVED_TEXT = std::int64_t{1} << 20;
 constexpr std::string_view NOT_PERSISTENT = "[n]";
 constexpr char DELETED = '-';
 
@@ -117,7 +116,7 @@ void write_pps_object(ArchiveWriter& writer, fs::Folder& folder, const fs::File&
 }
 
 void restore_pps_object(ArchiveReader& reader, const EntryView& entry, const fs::Path& path) {
-  if (entry.size() > LARGEST_ARCHIVED_TEXT) throw std::runtime_error("PPS object of more than 1 MiB");
+  if (entry.size() > LARGEST_ARCHIVED_OBJECT) throw std::runtime_error("PPS object of more than 1 MiB");
   base::FileDescriptor object(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   if (!object) {
     const int error = errno;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,9 @@
 #include "archive/writer.h"
 
 namespace harbix {
+
+// A restore refuses a larger one, in bytes.
+inline constexpr std::int64_t LARGEST_ARCHIVED_OBJECT = std::int64_t{1} << 20;
 
 /// Takes out of the text of a PPS object what must not travel, piece by piece: a line may begin in one piece
 /// and end in another. A NUL ends its piece.

@@ -64,7 +64,6 @@ void RecordNames::add(std::string_view piece) {
 
 void RecordNames::finish() {
   records_.finish([this](std::string_view record) { take(record); });
-  std::ranges::sort(hashes_);
 }
 
 bool RecordNames::meet(const fs::Path& path) {
@@ -79,8 +78,19 @@ bool RecordNames::meet(const fs::Path& path) {
   return is_listed;
 }
 
-bool RecordNames::holds(std::string_view path) const {
-  return std::ranges::binary_search(hashes_, hash_of(path));
+bool RecordNames::holds(std::string_view path) {
+  // Backups write entries in the order of their records, of which a few may have vanished.
+  constexpr std::size_t MOST_VANISHED = 16;
+  const std::uint64_t hash = hash_of(path);
+  for (std::size_t i = expected_; !is_sorted_ && i < std::min(expected_ + MOST_VANISHED, hashes_.size());
+       ++i) {
+    if (hashes_[i] != hash) continue;
+    expected_ = i + 1;
+    return true;
+  }
+  if (!is_sorted_) std::ranges::sort(hashes_);
+  is_sorted_ = true;
+  return std::ranges::binary_search(hashes_, hash);
 }
 
 void RecordNames::take(std::string_view record) {

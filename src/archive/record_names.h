@@ -60,10 +60,12 @@ class RecordNames {
 
  private:
   void take(std::string_view record);
-  [[nodiscard]] bool holds(std::string_view path) const;
+  [[nodiscard]] bool holds(std::string_view path);
 
   PlainRecords records_;
-  std::vector<std::uint64_t> hashes_;  ///< of the paths; in order when the text has ended
+  std::vector<std::uint64_t> hashes_;  ///< of the paths
+  std::size_t expected_ = 0;           ///< the record behind the one that was met last
+  bool is_sorted_ = false;             ///< by hash: entries no longer come in the order of the records
   std::size_t long_ = 0;               ///< records whose names need an extension
   std::size_t met_long_ = 0;           ///< those with an entry
   std::size_t unlisted_ = 0;           ///< entries without a record
