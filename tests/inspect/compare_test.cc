@@ -1,0 +1,84 @@
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include "tests/inspect/inspect_run.h"
+
+namespace harbix::test {
+namespace {
+
+class InspectCompare : public InspectRun {};
+
+TarBuilder package(const std::string& folder) {
+  TarBuilder tar;
+  tar.file("/media/" + folder + "/.backup.metadata", "\n");
+  return tar;
+}
+
+std::string before() {
+  TarBuilder tar = package("A");
+  tar.file("/media/A/same", "1")
+      .file("/media/A/text", "1")
+      .file("/media/A/mode", "1", 0640)
+      .link("/media/A/link", "x");
+  tar.file("/media/A/gone", "1").folder("/media/A/kind").file("/media/A/owner", "1");
+  return tar.text();
+}
+
+std::string after() {
+  TarBuilder tar = package("A");
+  tar.file("/media/A/text", "2")
+      .file("/media/A/same", "1")
+      .file("/media/A/mode", "1", 0600)
+      .link("/media/A/link", "y");
+  tar.file("/media/A/kind", "").owner(5).file("/media/A/owner", "1").owner(0).file("/media/A/new\033", "1");
+  return tar.text();
+}
+
+constexpr char CHANGES[] =
+    "/media/A:\n"
+    "* /media/A/text  (contents)\n"
+    "* /media/A/mode  (mode 0640 -> 0600)\n"
+    "* /media/A/link  (link)\n"
+    "* /media/A/kind  (kind)\n"
+    "* /media/A/owner  (owner 0:0 -> 5:0)\n"
+    "+ /media/A/new\\033\n"
+    "- /media/A/gone\n";
+
+TEST_F(InspectCompare, SaysNothingOfEqualArchives) {
+  const std::string name = archive(before());
+  const Outcome outcome = inspect({"compare", name, name});
+  EXPECT_EQ(outcome.output + outcome.errors, "");
+  EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(InspectCompare, SaysWhatCameWentAndChanged) {
+  const std::string name = archive(before());
+  const Outcome outcome = inspect({"compare", name, archive(after(), "b.tar")});
+  EXPECT_EQ(outcome.output, CHANGES);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(inspect({"compare", name, "-"}, after()).output, CHANGES) << "the new one from a pipe";
+}
+
+TEST_F(InspectCompare, TakesTheOldOneFromAPipe) {
+  const std::string name = archive(after());
+  const Outcome outcome = inspect({"compare", "-", name}, before());
+  EXPECT_EQ(outcome.status, 1);
+  std::string lines = outcome.output;
+  for (const char* line :
+       {"* /media/A/text  (contents)\n", "* /media/A/mode  (mode 0640 -> 0600)\n",
+        "* /media/A/owner  (owner 0:0 -> 5:0)\n", "+ /media/A/new\\033\n", "- /media/A/gone\n"})
+    EXPECT_NE(lines.find(line), std::string::npos) << line << lines;
+  EXPECT_EQ(inspect({"compare", "-", "/dev/null"}, before()).errors,
+            "harbix-inspect: One of the two archives must be a plain file\n");
+}
+
+TEST_F(InspectCompare, OfADamagedArchiveIsNoAnswer) {
+  const std::string name = archive(before());
+  const std::string cut = archive(before().substr(0, 3000), "cut");
+  EXPECT_EQ(inspect({"compare", name, cut}).status, 2);
+  EXPECT_EQ(inspect({"compare", cut, name}).status, 2);
+}
+
+}  // namespace
+}  // namespace harbix::test
