@@ -1,3 +1,5 @@
+#include <regex>
+#include <set>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -34,6 +36,49 @@ TEST_F(InspectCommandLine, HelpAndVersionAreOutput) {
     const Outcome outcome = inspect({command, "--help"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.output, HasSubstr("--json"));
+  }
+}
+
+/// All long options in a text.
+std::set<std::string> options_in(const std::string& text, const char* pattern) {
+  std::set<std::string> options;
+  const std::regex option(pattern);
+  for (std::sregex_iterator found(text.begin(), text.end(), option), end; found != end; ++found)
+    options.insert((*found)[1]);
+  return options;
+}
+
+TEST_F(InspectCommandLine, HasTheSameOptionsInHelpManualAndCompletions) {
+  std::set<std::string> options;
+  for (const char* command : {"list", "verify", "checksums", "compare", "extract"})
+    options.merge(options_in(inspect({command, "--help"}).output, "\\s(?:-[a-z],)?--([a-z]+)"));
+  EXPECT_EQ(options,
+            (std::set<std::string>{"bytes", "checksums", "color", "help", "json", "long", "notes", "to"}));
+  options.insert("version");
+  const std::string sources = HARBIX_SOURCES;
+  EXPECT_EQ(options_in(read_file(sources + "/docs/man/harbix-inspect.1"), "Fl -([a-z]+)"), options);
+  const std::string completions = sources + "/tools/inspect/completions/";
+  std::set<std::string> bash = options_in(read_file(completions + "harbix-inspect.bash"), "[ ']--([a-z]+)");
+  EXPECT_EQ(bash, options);
+  EXPECT_EQ(options_in(read_file(completions + "_harbix-inspect"), "[',]--([a-z]+)"), options);
+  EXPECT_EQ(options_in(read_file(completions + "harbix-inspect.fish"), "complete[^\\n]* -l ([a-z]+)"),
+            options);
+}
+
+TEST_F(InspectCommandLine, IsCompletedInBash) {
+  struct Row {
+    const char* words;
+    const char* reply;
+  };
+  for (const Row& row :
+       {Row{"c", "checksums compare"}, Row{"verify --n", "--notes"}, Row{"list --color a", "auto always"}}) {
+    const Outcome outcome = run_program(
+        {"bash", "-c",
+         std::string("source " HARBIX_SOURCES "/tools/inspect/completions/harbix-inspect.bash; "
+                     "COMP_WORDS=(harbix-inspect ") +
+             row.words +
+             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _harbix_inspect; echo -n \"${COMPREPLY[*]}\""});
+    EXPECT_EQ(outcome.output, row.reply) << outcome.errors;
   }
 }
 

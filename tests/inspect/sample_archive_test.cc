@@ -57,6 +57,16 @@ with tarfile.open(sys.argv[1], errors="surrogateescape") as old, \
   }
 }
 
+// The reader was written from the description of the format alone.
+TEST_F(InspectSample, IsReadByTheExampleOfTheFormat) {
+  const Outcome outcome = run_program({"python3", HARBIX_EXAMPLES "/read_archive.py", name_});
+  EXPECT_EQ(outcome.errors, "");
+  const std::vector<std::string> lines = lines_of(outcome.output);
+  const std::vector<std::string> packages = lines_of(inspect({"list", name_}).output);
+  ASSERT_EQ(lines.size(), packages.size());
+  for (const std::string& line : lines) EXPECT_THAT(line, HasSubstr(" 0 unknown, 0 without entry"));
+}
+
 TEST_F(InspectSample, CanBeExtractedAndChecked) {
   const Outcome outcome =
       inspect({"extract", name_, "/media", "/dtm", "/settings", "/app", "--to", folder_.path()});
