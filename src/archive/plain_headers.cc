@@ -1,5 +1,6 @@
 #include "archive/plain_headers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <span>
@@ -25,6 +26,13 @@ constexpr std::string_view USTAR(
     "ustar\0"
     "00",
     8);
+
+constexpr std::int64_t RECORD = 512;
+// Sums of these stay far from overflow.
+constexpr std::int64_t LARGEST_SIZE = std::int64_t{1} << 40;
+
+/// A size with what fills up its last record.
+std::int64_t padded(std::int64_t size) { return (size + RECORD - 1) / RECORD * RECORD; }
 
 std::string_view field(std::string_view record, const Field& place) {
   return record.substr(place.begin, place.size);
@@ -76,51 +84,126 @@ std::string name_of(std::string_view record) {
   return name.append(text_of(record, NAME));
 }
 
-}  // namespace
+/// What the record of a header says by itself.
+struct Fields {
+  std::string name;
+  char type;
+  std::int64_t size;
+};
 
-PlainHeaders::PlainHeaders(const InputFile& input) : input_(input) { header_ = read(0); }
-
-std::optional<PlainHeader> PlainHeaders::next() {
-  if (!header_) return std::nullopt;
-  constexpr std::int64_t RECORD = RECORD_SIZE;
-  const std::int64_t behind = offset_ + RECORD + (header_->size + RECORD - 1) / RECORD * RECORD;
-  std::optional<PlainHeader> following = read(behind);
-  if (!following) return std::nullopt;
-  offset_ = behind;
-  return std::exchange(header_, std::move(following));
+/// @return nothing for a record that is damaged, or is none of this kind.
+std::optional<Fields> fields_of(std::string_view record) {
+  if (record.empty() || field(record, MAGIC) != USTAR || !has_right_checksum(record)) return std::nullopt;
+  const std::optional<std::int64_t> size = number_of(record, SIZE);
+  if (!size || *size > LARGEST_SIZE) return std::nullopt;
+  return Fields{name_of(record), record[TYPE_AT], *size};
 }
 
-std::optional<PlainHeader> PlainHeaders::read(std::int64_t offset) {
-  constexpr char FILE = '0';
-  constexpr std::string_view PLAIN_TYPES = "025";
-  // Sums of these stay far from overflow.
-  constexpr std::int64_t LARGEST_SIZE = std::int64_t{1} << 40;
-  const char* const begin = record_at(offset);
-  if (begin == nullptr) return std::nullopt;
-  const std::string_view record(begin, RECORD_SIZE);
-  const std::optional<std::int64_t> size = number_of(record, SIZE);
-  const char type = record[TYPE_AT];
-  if (field(record, MAGIC) != USTAR || PLAIN_TYPES.find(type) == std::string_view::npos || !size ||
-      *size > LARGEST_SIZE || !has_right_checksum(record)) {
+/// What an extended header says in the place of the header's own fields.
+struct Extension {
+  std::optional<std::string> name;
+  std::optional<std::int64_t> size;
+};
+
+/// Takes one of the extended header's records, "LENGTH KEY=VALUE" and a newline, off the front of the text.
+/// The length is that of all of this.
+/// @return "KEY=VALUE"; nothing for what is not of this shape.
+std::optional<std::string_view> take_record(std::string_view& text) {
+  std::size_t length = 0;
+  const auto [end, error] = std::from_chars(text.begin(), text.end(), length);
+  const auto digits = static_cast<std::size_t>(end - text.begin());
+  if (error != std::errc() || length > text.size() || length < digits + 2 || text[digits] != ' ' ||
+      text[length - 1] != '\n') {
     return std::nullopt;
   }
-  PlainHeader header{name_of(record), type == FILE, *size};
+  const std::string_view record = text.substr(digits + 1, length - digits - 2);
+  text.remove_prefix(length);
+  return record;
+}
+
+/// @return whether nothing is left to the library: other keys may change what an entry is.
+bool note(std::string_view key, std::string_view value, Extension& extension) {
+  constexpr std::array<std::string_view, 9> OF_NO_MATTER_HERE{
+      "linkpath", "uid", "gid", "mtime", "atime", "ctime", "uname", "gname", "hdrcharset"};
+  if (key == "path") {
+    extension.name = value;
+    return value.find('\0') == std::string_view::npos;
+  }
+  if (key == "size") {
+    std::int64_t size = 0;
+    const auto [end, error] = std::from_chars(value.begin(), value.end(), size);
+    extension.size = size;
+    return error == std::errc() && end == value.end() && size >= 0 && size <= LARGEST_SIZE;
+  }
+  return std::ranges::find(OF_NO_MATTER_HERE, key) != OF_NO_MATTER_HERE.end();
+}
+
+std::optional<Extension> parse_extension(std::string_view text) {
+  Extension extension;
+  while (!text.empty()) {
+    const std::optional<std::string_view> record = take_record(text);
+    const std::size_t separator = record ? record->find('=') : std::string_view::npos;
+    if (separator == std::string_view::npos) return std::nullopt;
+    if (!note(record->substr(0, separator), record->substr(separator + 1), extension)) return std::nullopt;
+  }
+  return extension;
+}
+
+std::optional<PlainHeader> header_of(Fields fields, const Extension& extension) {
+  constexpr char FILE = '0';
+  constexpr std::string_view PLAIN_TYPES = "025";
+  if (PLAIN_TYPES.find(fields.type) == std::string_view::npos) return std::nullopt;
+  PlainHeader header{extension.name.value_or(std::move(fields.name)), fields.type == FILE,
+                     extension.size.value_or(fields.size)};
   // Old archives have folders of the type of files; and only files have data for certain.
-  if (header.name.empty() || (header.is_file ? header.name.ends_with('/') : *size != 0)) return std::nullopt;
+  if (header.name.empty() || (header.is_file ? header.name.ends_with('/') : header.size != 0))
+    return std::nullopt;
   return header;
 }
 
-const char* PlainHeaders::record_at(std::int64_t offset) {
-  constexpr std::int64_t RECORD = RECORD_SIZE;
-  if (offset < ahead_begin_ || offset + RECORD > ahead_end_) {
-    // What is read costs more than the call: more than a header only where the next one is near.
+}  // namespace
+
+PlainHeaders::PlainHeaders(const InputFile& input) : input_(input) { met_ = read(0); }
+
+std::optional<PlainHeader> PlainHeaders::next() {
+  if (!met_) return std::nullopt;
+  const std::int64_t behind = met_->data + padded(met_->header.size);
+  std::optional<Met> following = read(behind);
+  if (!following) return std::nullopt;
+  offset_ = behind;
+  return std::exchange(met_, std::move(following))->header;
+}
+
+std::optional<PlainHeaders::Met> PlainHeaders::read(std::int64_t offset) {
+  constexpr char EXTENDED = 'x';
+  std::optional<Fields> fields = fields_of(text_at(offset, RECORD_SIZE));
+  std::int64_t data = offset + RECORD;
+  Extension extension;
+  if (fields && fields->type == EXTENDED) {
+    if (fields->size > static_cast<std::int64_t>(ahead_.size())) return std::nullopt;
+    std::optional<Extension> parsed = parse_extension(text_at(data, static_cast<std::size_t>(fields->size)));
+    if (!parsed) return std::nullopt;
+    extension = *std::move(parsed);
+    data += padded(fields->size);
+    fields = fields_of(text_at(data, RECORD_SIZE));
+    data += RECORD;
+  }
+  std::optional<PlainHeader> header = fields ? header_of(*std::move(fields), extension) : std::nullopt;
+  if (!header) return std::nullopt;
+  return Met{*std::move(header), data};
+}
+
+/// @return nothing where the file does not have all of it.
+std::string_view PlainHeaders::text_at(std::int64_t offset, std::size_t size) {
+  const auto end = offset + static_cast<std::int64_t>(size);
+  if (offset < ahead_begin_ || end > ahead_end_) {
+    // What is read costs more than the call: more than is asked for only where the next header is near.
     const bool is_near = offset - ahead_begin_ < static_cast<std::int64_t>(ahead_.size());
     ahead_begin_ = offset;
-    ahead_end_ =
-        offset + input_.read_at(offset, std::span(ahead_).first(is_near ? ahead_.size() : RECORD_SIZE));
-    if (ahead_end_ < offset + RECORD) return nullptr;
+    ahead_end_ = offset + input_.read_at(offset, std::span(ahead_).first(is_near ? ahead_.size() : size));
+    if (ahead_end_ < end) return {};
   }
-  return ahead_.data() + (offset - ahead_begin_);
+  return {ahead_.data() + (offset - ahead_begin_), size};
 }
 
 }  // namespace harbix

@@ -53,7 +53,16 @@ TEST_F(PlainHeadersTest, StopAtTheEntryBeforeWhatOnlyTheLibraryKnows) {
   std::string in_base_256 = last;
   in_base_256[124] = '\x80';
   for (const std::string& rest :
-       {TarBuilder().add('x', "PaxHeader", "9 path=a\n").truncated_text() + last,
+       {TarBuilder().add('x', "PaxHeader", "9 path=ab").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "path=a\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "7 path\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "8 path=\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", std::string("10 path=\0\n", 10)).truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "11 size=1e\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "11 size=-1\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "22 GNU.sparse.major=1\n").truncated_text() + last,
+        TarBuilder().add('x', "PaxHeader", "10 path=a\n" + std::string(3000, '1')).truncated_text() + last,
+        TarBuilder().add('g', "PaxHeader", "10 path=a\n").truncated_text() + last,
         TarBuilder().add('L', "././@LongLink", "name").truncated_text() + last,
         TarBuilder().add(TarBuilder::HARD_LINK, "/h", "", 0660, "/a").text(), damaged, in_base_256,
         std::string(1024, '\0'), std::string(), last.substr(0, 511)}) {
@@ -61,6 +70,28 @@ TEST_F(PlainHeadersTest, StopAtTheEntryBeforeWhatOnlyTheLibraryKnows) {
     EXPECT_EQ(result.names, (Names{"/a 1"}));
     EXPECT_EQ(result.end, 2 * RECORD);
   }
+}
+
+TEST_F(PlainHeadersTest, TakeWhatDoesNotFitFromTheExtendedHeaderInFront) {
+  TarBuilder tar;
+  tar.add('x', "PaxHeader",
+          "15 path=/m/\xc3\xa9"
+          "a\n17 uid=100001000\n")
+      .file("cut", "text");
+  tar.add('x', "PaxHeader", "17 linkpath=long\n").link("/m/link", "cut").file("/m/b", "b");
+  const Result result = walk(tar.add('x', "PaxHeader", "").file("/last", "").text());
+  EXPECT_EQ(result.names, (Names{"/m/\xc3\xa9"
+                                 "a 4",
+                                 "/m/link", "/m/b 1"}));
+  EXPECT_EQ(result.end, 9 * RECORD);
+}
+
+TEST_F(PlainHeadersTest, TakeTheSizeOfTheDataFromTheExtendedHeader) {
+  const std::string larger = TarBuilder().add('x', "PaxHeader", "12 size=600\n").truncated_text();
+  // By itself the header says 512, and another one lies where its data would end.
+  const std::string bytes = larger + TarBuilder().file("/a", std::string(512, 'a')).truncated_text() +
+                            TarBuilder().file("/in the data", "").file("/b", "").text();
+  EXPECT_EQ(walk(bytes).names, (Names{"/a 600"}));
 }
 
 TEST_F(PlainHeadersTest, AreNotFoundInWhatIsNoTar) {
