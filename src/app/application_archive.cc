@@ -105,8 +105,7 @@ void archive_binaries(ArchiveWriter& writer, const RegisteredApplication& applic
   meta::Manifest manifest = describe(application);
   // An attribute without a value would take the next line for its own.
   if (!extras.empty()) manifest.push_back({package_attributes::EXTRAS, std::move(extras)});
-  package.store(package_name(application.dir, places::BINARY_KIND), binary_folder(application.id),
-                std::move(manifest));
+  package.store(package_name(application.dir, places::BINARY_KIND), binary_folder(application.id), manifest);
 }
 
 void archive_data(ArchiveWriter& writer, const RegisteredApplication& application,
