@@ -159,7 +159,8 @@ void archive_dtm_share(ArchiveWriter& writer, Completeness& completeness) {
   }
 }
 
-/// @return 0, or 1 after an error, which is reported, or when `work` is not complete. What ends the run passes.
+/// @return 0, or 1 after an error, which is reported, or when `work` is not complete. What ends the run
+/// passes.
 template <typename Work>
 int guarded(bool size_only, Work work) {
   diagnostics::line(3, "archiving media sizeonly is %s", size_only ? "true" : "false");
