@@ -89,24 +89,26 @@ function judge_size(share,    row) {
   target(middle[row] < 0.05, sprintf("size query %s: %.1f ms (under 50)", share, middle[row] * 1000))
 }
 
-# Peak memory in KiB has to stay below 16 MiB and 400 bytes for each file.
+# Peak memory in KiB has to stay below 12 MiB and 120 bytes for each file.
 function judge_memory(row,    field, limit) {
   split(row, field, FS)
   if (field[3] != "harbix") return
-  limit = 16 * 1024 + 400 * file_count[field[1]] / 1024
+  limit = 12 * 1024 + 120 * file_count[field[1]] / 1024
   target(peak[row] <= limit, sprintf("memory, %s %s: %d KiB (at most %d)%s", field[2], field[1], peak[row], limit,
-         file_count[field[1]] < 1000 ? "" : sprintf("; %d bytes a file above 16 MiB",
-         peak[row] > 16384 ? (peak[row] - 16384) * 1024 / file_count[field[1]] : 0)))
+         file_count[field[1]] < 1000 ? "" : sprintf("; %d bytes a file above 12 MiB",
+         peak[row] > 12288 ? (peak[row] - 12288) * 1024 / file_count[field[1]] : 0)))
 }
 
 END {
   print_table()
   print "\nTargets"
-  judge_time("large", "backup", "gnutar", 1)
-  judge_time("small", "backup", "gnutar", 1)
+  judge_time("large", "cold", "gnutar", 0.95)
+  judge_time("small", "cold", "gnutar", 0.5)
+  judge_time("large", "backup", "gnutar", 0.85)
+  judge_time("small", "backup", "gnutar", 0.85)
   judge_time("large", "restore", "gnutar", 0.8)
   judge_time("small", "restore", "gnutar", 0.85)
-  judge_time("applications", "backup", "gnutar", 1.1)
+  judge_time("applications", "backup", "gnutar", 0.9)
   judge_time("applications", "restore", "gnutar", 0.9)
   judge_settings("backup")
   judge_settings("restore")

@@ -12,7 +12,7 @@ namespace {
 
 // A place is the number of a block and an offset in it.
 constexpr unsigned OFFSET_BITS = 16;
-constexpr std::size_t BLOCK_SIZE = std::size_t{1} << OFFSET_BITS;
+constexpr std::size_t TEXT_BLOCK = std::size_t{1} << OFFSET_BITS;
 constexpr std::size_t MOST_BLOCKS = std::size_t{1} << (32 - OFFSET_BITS);
 constexpr std::uint32_t NO_FOLDER = std::numeric_limits<std::uint32_t>::max();
 
@@ -20,12 +20,12 @@ constexpr std::uint32_t NO_FOLDER = std::numeric_limits<std::uint32_t>::max();
 
 std::uint32_t PackedTexts::add(std::string_view text) {
   const std::size_t size = text.size() + 1;
-  if (blocks_.empty() || used_ + size > BLOCK_SIZE) {
+  if (blocks_.empty() || used_ + size > TEXT_BLOCK) {
     // One block is never taken: so no place is the largest number.
     if (blocks_.size() + 1 == MOST_BLOCKS) throw std::bad_alloc();
     // A path that is larger than a block, in a very deep tree, gets one of its own.
     blocks_.push_back(std::make_unique_for_overwrite<char[]>(  // NOLINT(modernize-avoid-c-arrays)
-        std::max(size, BLOCK_SIZE)));
+        std::max(size, TEXT_BLOCK)));
     used_ = 0;
   }
   char* const begin = blocks_.back().get() + used_;
@@ -36,7 +36,7 @@ std::uint32_t PackedTexts::add(std::string_view text) {
 }
 
 const char* PackedTexts::at(std::uint32_t place) const noexcept {
-  return blocks_[place >> OFFSET_BITS].get() + place % BLOCK_SIZE;
+  return blocks_[place >> OFFSET_BITS].get() + place % TEXT_BLOCK;
 }
 
 void ItemList::add(const fs::File& item) {

@@ -17,7 +17,7 @@ namespace {
 
 using harbix::ApplicationPackage;
 
-constexpr char DATA[] = "/accounts/1000/appdata";
+constexpr char APPLICATIONS_DATA[] = "/accounts/1000/appdata";
 
 ApplicationPackage named(const std::string& name) { return ApplicationPackage({name, {}}); }
 
@@ -28,7 +28,7 @@ ApplicationPackage with(const meta::Manifest& manifest) {
 /// A package of the application "a" that holds these paths.
 ApplicationPackage with_paths(const std::vector<std::string>& paths) {
   meta::Manifest manifest{
-      {"Package", "p"}, {"App-Directory", "a"}, {"Data-Directory", std::string(DATA) + "/a"}};
+      {"Package", "p"}, {"App-Directory", "a"}, {"Data-Directory", std::string(APPLICATIONS_DATA) + "/a"}};
   for (const std::string& path : paths) manifest.push_back({"File", "1 100644 0 0 0 " + path});
   return with(manifest);
 }
@@ -197,7 +197,7 @@ TEST(ApplicationPackagePaths, LieBelowTheBaseInNormalForm) {
 }
 
 TEST(ApplicationPackagePaths, OfDataLieBelowItsFolder) {
-  const fs::Path base(std::string(DATA) + "/a");
+  const fs::Path base(std::string(APPLICATIONS_DATA) + "/a");
   EXPECT_TRUE(with_paths({"/accounts/1000/appdata/a/data"}).has_valid_paths(base));
   EXPECT_FALSE(with_paths({"/accounts/1000/appdata/a"}).has_valid_paths(base));
   EXPECT_FALSE(with_paths({"/accounts/1000/appdata/ab/data"}).has_valid_paths(base));

@@ -19,20 +19,20 @@ using fs::Path;
 using harbix::ComponentRestore;
 using harbix::EntryView;
 
-constexpr char FOLDER[] = "/accounts/1000/appdata/sys.navigator";
+constexpr char COMPONENT_FOLDER[] = "/accounts/1000/appdata/sys.navigator";
 constexpr mode_t MASK = 0177;
 constexpr mode_t GROUP_MASK = 0117;
 
-std::string path(const std::string& name) { return FOLDER + ("/" + name); }
+std::string in_component(const std::string& name) { return COMPONENT_FOLDER + ("/" + name); }
 
 /// Restores every entry of an archive under its own name, as far as it is accepted.
 /// @return what it says.
-std::string restore(const TarBuilder& archive, mode_t mask = MASK) {
+std::string restore_component(const TarBuilder& archive, mode_t mask = MASK) {
   write_file("/a.tar", archive.text());
   Reader reader("/a.tar");
   const CapturedOutput errors(STDERR_FILENO);
   harbix::Completeness completeness;
-  ComponentRestore component(reader, Path(FOLDER), APPS_USER, mask, completeness);
+  ComponentRestore component(reader, Path(COMPONENT_FOLDER), APPS_USER, mask, completeness);
   while (const std::optional<EntryView> entry = reader.next_header()) {
     const Path destination = entry->name().value();
     if (component.accepts(destination) && component.accepts(*entry, destination))
@@ -48,14 +48,14 @@ TEST_F(ComponentRestoreTest, AcceptsRecordsBelowTheComponentsFolder) {
     write_file("/a.tar", TarBuilder().text());
     Reader reader("/a.tar");
     harbix::Completeness completeness;
-    ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
+    ComponentRestore component(reader, Path(COMPONENT_FOLDER), APPS_USER, MASK, completeness);
     for (const char* name : {"x", "data/x", "..x", "data/x y"})
-      EXPECT_TRUE(component.accepts(Path(path(name)))) << name;
+      EXPECT_TRUE(component.accepts(Path(in_component(name)))) << name;
     for (const std::string record :
-         {path(""), path("."), path(".."), path("../x"), path("x/../y"), path("x//y"), path("x/"),
-          std::string(FOLDER), FOLDER + std::string("x/y"),
-          std::string("/accounts/1000/appdata/sys.systemtray/x"), std::string("/etc/passwd"),
-          std::string("data/x"), std::string()})
+         {in_component(""), in_component("."), in_component(".."), in_component("../x"),
+          in_component("x/../y"), in_component("x//y"), in_component("x/"), std::string(COMPONENT_FOLDER),
+          COMPONENT_FOLDER + std::string("x/y"), std::string("/accounts/1000/appdata/sys.systemtray/x"),
+          std::string("/etc/passwd"), std::string("data/x"), std::string()})
       EXPECT_FALSE(component.accepts(Path(record))) << record;
   }));
 }
@@ -89,10 +89,10 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
       write_file("/a.tar", TarBuilder().add(row.type, "/e", "", 0660, row.target).text());
       Reader reader("/a.tar");
       harbix::Completeness completeness;
-      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
+      ComponentRestore component(reader, Path(COMPONENT_FOLDER), APPS_USER, MASK, completeness);
       const std::optional<EntryView> entry = reader.next_header();
       ASSERT_TRUE(entry);
-      EXPECT_EQ(component.accepts(*entry, Path(path("data/x"))), row.is_accepted)
+      EXPECT_EQ(component.accepts(*entry, Path(in_component("data/x"))), row.is_accepted)
           << row.type << " " << row.target;
     }
   }));
@@ -100,30 +100,35 @@ TEST_F(ComponentRestoreTest, AcceptsFilesFoldersAndLinksThatStay) {
 
 TEST_F(ComponentRestoreTest, LimitsModesByTheMaskAndKeepsFoldersSearchable) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ(restore(TarBuilder()
-                          .file(path("f"), "text", 07777)
-                          .file(path("none"), "", 0)
-                          .folder(path("d"), 07777)
-                          .folder(path("write_only"), 0200)
-                          .folder(path("read_only"), 0444)
-                          .link(path("l"), "f")),
+    EXPECT_EQ(restore_component(TarBuilder()
+                                    .file(in_component("f"), "text", 07777)
+                                    .file(in_component("none"), "", 0)
+                                    .folder(in_component("d"), 07777)
+                                    .folder(in_component("write_only"), 0200)
+                                    .folder(in_component("read_only"), 0444)
+                                    .link(in_component("l"), "f")),
               "");
     EXPECT_TRUE((Tree{file("f", "text", 0600).owned_by(APPS_USER, 0), file("none", "", 0),
                       dir("d", {}, 0700).owned_by(APPS_USER, 0), dir("write_only", {}, 0200),
                       dir("read_only", {}, 0500), link("l", "f").owned_by(APPS_USER, 0)}
-                     .matches(FOLDER)));
-    std::filesystem::remove_all(FOLDER);
-    EXPECT_EQ(
-        restore(TarBuilder().file(path("f"), "text", 0777).folder(path("d"), 0777).folder(path("mine"), 0700),
-                GROUP_MASK),
-        "");
-    EXPECT_TRUE((Tree{file("f", "text", 0660), dir("d", {}, 0770), dir("mine", {}, 0700)}.matches(FOLDER)));
+                     .matches(COMPONENT_FOLDER)));
+    std::filesystem::remove_all(COMPONENT_FOLDER);
+    EXPECT_EQ(restore_component(TarBuilder()
+                                    .file(in_component("f"), "text", 0777)
+                                    .folder(in_component("d"), 0777)
+                                    .folder(in_component("mine"), 0700),
+                                GROUP_MASK),
+              "");
+    EXPECT_TRUE(
+        (Tree{file("f", "text", 0660), dir("d", {}, 0770), dir("mine", {}, 0700)}.matches(COMPONENT_FOLDER)));
   }));
 }
 
 TEST_F(ComponentRestoreTest, MakesTheFoldersAboveAnEntry) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ(restore(TarBuilder().file(path("d/e/f"), "text").folder(path("d/g/h"), 0770)), "");
+    EXPECT_EQ(restore_component(
+                  TarBuilder().file(in_component("d/e/f"), "text").folder(in_component("d/g/h"), 0770)),
+              "");
     EXPECT_TRUE((Tree{dir("sys.navigator",
                           {dir("d",
                                {dir("e", {file("f", "text", 0600)}, 0700).owned_by(APPS_USER, 0),
@@ -133,8 +138,8 @@ TEST_F(ComponentRestoreTest, MakesTheFoldersAboveAnEntry) {
                           0700)
                           .owned_by(APPS_USER, 0)}
                      .matches(APPLICATION_DATA)));
-    std::filesystem::remove_all(FOLDER);
-    EXPECT_EQ(restore(TarBuilder().file(path("d/f"), "text"), GROUP_MASK), "");
+    std::filesystem::remove_all(COMPONENT_FOLDER);
+    EXPECT_EQ(restore_component(TarBuilder().file(in_component("d/f"), "text"), GROUP_MASK), "");
     EXPECT_TRUE((Tree{dir("sys.navigator", {dir("d", {file("f", "text", 0660)}, 0770)}, 0770)}.matches(
         APPLICATION_DATA)));
   }));
@@ -142,10 +147,10 @@ TEST_F(ComponentRestoreTest, MakesTheFoldersAboveAnEntry) {
 
 TEST_F(ComponentRestoreTest, LeavesFoldersAsTheyAre) {
   EXPECT_TRUE(on_the_device([] {
-    std::filesystem::create_directories(path("d"));
-    ASSERT_EQ(::chmod(FOLDER, 0755), 0);
-    ASSERT_EQ(::chmod(path("d").c_str(), 0777), 0);
-    EXPECT_EQ(restore(TarBuilder().file(path("d/f"), "text")), "");
+    std::filesystem::create_directories(in_component("d"));
+    ASSERT_EQ(::chmod(COMPONENT_FOLDER, 0755), 0);
+    ASSERT_EQ(::chmod(in_component("d").c_str(), 0777), 0);
+    EXPECT_EQ(restore_component(TarBuilder().file(in_component("d/f"), "text")), "");
     EXPECT_TRUE((Tree{dir("sys.navigator", {dir("d", {file("f", "text", 0600)}, 0777)}, 0755)}.matches(
         APPLICATION_DATA)));
   }));
@@ -155,13 +160,15 @@ TEST_F(ComponentRestoreTest, MakesNothingBehindALink) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directories("/out");
     ASSERT_EQ(::chmod("/out", 0777), 0);
-    std::filesystem::create_directories(FOLDER);
-    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
-    std::filesystem::create_symlink("/out", path("l"));
-    const std::string errors =
-        restore(TarBuilder().file(path("l/f"), "text").file(path("l/d/f"), "text").file(path("f"), "text"));
+    std::filesystem::create_directories(COMPONENT_FOLDER);
+    ASSERT_EQ(::chmod(COMPONENT_FOLDER, 0777), 0);
+    std::filesystem::create_symlink("/out", in_component("l"));
+    const std::string errors = restore_component(TarBuilder()
+                                                     .file(in_component("l/f"), "text")
+                                                     .file(in_component("l/d/f"), "text")
+                                                     .file(in_component("f"), "text"));
     EXPECT_TRUE(Tree{}.matches("/out"));
-    EXPECT_TRUE((Tree{link("l", "/out"), file("f", "text", 0600)}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{link("l", "/out"), file("f", "text", 0600)}.matches(COMPONENT_FOLDER)));
     EXPECT_EQ(count_of(errors, "Warning: "), 2U) << errors;
   }));
 }
@@ -174,7 +181,7 @@ TEST_F(ComponentRestoreTest, GivesIdentityAndMaskBack) {
       write_file("/a.tar", TarBuilder().text());
       Reader reader("/a.tar");
       harbix::Completeness completeness;
-      ComponentRestore component(reader, Path(FOLDER), APPS_USER, MASK, completeness);
+      ComponentRestore component(reader, Path(COMPONENT_FOLDER), APPS_USER, MASK, completeness);
       EXPECT_EQ(::geteuid(), APPS_USER);
       EXPECT_EQ(::getegid(), 0U);
     }

@@ -17,7 +17,7 @@ namespace {
 using harbix::ApplicationPackage;
 
 constexpr char OBJECTS[] = "/app/sys.navigator/pps";
-constexpr char URI_APPS[] = "/pps/system/navigator/applications/uriapps";
+constexpr char URI_APPS_OBJECT[] = "/pps/system/navigator/applications/uriapps";
 constexpr char WEB_SHORTCUTS[] = "/pps/system/navigator/applications/web_shortcuts";
 constexpr char NAVIGATOR[] = "/accounts/1000/appdata/sys.navigator";
 constexpr char TRAY[] = "/accounts/1000/appdata/sys.systemtray";
@@ -70,17 +70,18 @@ TEST_F(HomeScreenRestore, PassesOverOtherKindsOfPackages) {
 TEST_F(HomeScreenRestore, PublishesTheTwoObjectsAndNoOther) {
   EXPECT_TRUE(on_the_device([] {
     const std::string other = "/pps/system/navigator/applications/other";
-    for (const std::string& object : {std::string(URI_APPS), std::string(WEB_SHORTCUTS), other}) put(object);
+    for (const std::string& object : {std::string(URI_APPS_OBJECT), std::string(WEB_SHORTCUTS), other})
+      put(object);
     const auto entry = [](const std::string& object) { return OBJECTS + object; };
-    EXPECT_EQ(restore(OBJECTS, {{"File", URI_APPS}, {"File", other}, {"File", WEB_SHORTCUTS}},
+    EXPECT_EQ(restore(OBJECTS, {{"File", URI_APPS_OBJECT}, {"File", other}, {"File", WEB_SHORTCUTS}},
                       TarBuilder()
-                          .file(entry(URI_APPS), "a::1\n")
+                          .file(entry(URI_APPS_OBJECT), "a::1\n")
                           .file(entry(other), "b::1\n")
                           .file(entry(WEB_SHORTCUTS), "c::1\n")),
-              processing(OBJECTS) + "Navigator pps object: " + entry(URI_APPS) + "\nRestoring: " + URI_APPS +
-                  "\nNavigator pps object: " + entry(other) +
+              processing(OBJECTS) + "Navigator pps object: " + entry(URI_APPS_OBJECT) +
+                  "\nRestoring: " + URI_APPS_OBJECT + "\nNavigator pps object: " + entry(other) +
                   "\nNavigator pps object: " + entry(WEB_SHORTCUTS) + "\nRestoring: " + WEB_SHORTCUTS + "\n");
-    EXPECT_EQ(read_file(URI_APPS), "a::1\n");
+    EXPECT_EQ(read_file(URI_APPS_OBJECT), "a::1\n");
     EXPECT_EQ(read_file(other), "");
     EXPECT_EQ(read_file(WEB_SHORTCUTS), "c::1\n");
   }));
@@ -88,15 +89,15 @@ TEST_F(HomeScreenRestore, PublishesTheTwoObjectsAndNoOther) {
 
 TEST_F(HomeScreenRestore, PublishesNothingOfAnObjectThatIsNoFile) {
   EXPECT_TRUE(on_the_device([] {
-    put(URI_APPS, "old");
+    put(URI_APPS_OBJECT, "old");
     put("/etc/secret", "secret");
     for (const char type :
          {TarBuilder::HARD_LINK, TarBuilder::FIFO, TarBuilder::FOLDER, TarBuilder::SYMBOLIC_LINK}) {
       const std::string errors =
-          restore(OBJECTS, {{"File", URI_APPS}},
-                  TarBuilder().add(type, std::string(OBJECTS) + URI_APPS, "", 0660, "/etc/secret"));
-      EXPECT_TRUE(errors.ends_with("\nSkip: " + std::string(URI_APPS) + "\n")) << type << errors;
-      EXPECT_EQ(read_file(URI_APPS), "old") << type;
+          restore(OBJECTS, {{"File", URI_APPS_OBJECT}},
+                  TarBuilder().add(type, std::string(OBJECTS) + URI_APPS_OBJECT, "", 0660, "/etc/secret"));
+      EXPECT_TRUE(errors.ends_with("\nSkip: " + std::string(URI_APPS_OBJECT) + "\n")) << type << errors;
+      EXPECT_EQ(read_file(URI_APPS_OBJECT), "old") << type;
     }
   }));
 }

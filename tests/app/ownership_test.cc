@@ -34,8 +34,8 @@ constexpr uid_t USER = 1234;
 constexpr gid_t GROUP = 5678;
 constexpr uid_t NOBODY = 65534;
 
-constexpr Ownership BINARIES{.user = USER, .group = GROUP, .mode = 0750};
-constexpr Ownership DATA{.user = USER, .group = GROUP, .mode = 0770};
+constexpr Ownership OF_BINARIES{.user = USER, .group = GROUP, .mode = 0750};
+constexpr Ownership OF_DATA{.user = USER, .group = GROUP, .mode = 0770};
 
 std::vector<std::string> sorted(std::vector<std::string> texts) {
   std::ranges::sort(texts);
@@ -67,8 +67,8 @@ TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
   for (const Row& row : {Row{0777, 0750, 0770}, Row{0600, 0600, 0600}, Row{0644, 0640, 0640}, Row{0, 0, 0},
                          Row{0007, 0, 0}, Row{0755, 0750, 0750}, Row{0662, 0640, 0660},
                          Row{07777, 0750, 0770}, Row{06755, 0750, 0750}, Row{01070, 0050, 0070}}) {
-    for (const Ownership& ownership : {BINARIES, DATA}) {
-      const mode_t after = ownership.mode == BINARIES.mode ? row.binaries : row.data;
+    for (const Ownership& ownership : {OF_BINARIES, OF_DATA}) {
+      const mode_t after = ownership.mode == OF_BINARIES.mode ? row.binaries : row.data;
       Tree{file("f", "", row.before), dir("d", {}, row.before)}.build(folder_.path());
       apply_ownership(ownership, root_, "f");
       apply_ownership(ownership, root_, "d");
@@ -84,8 +84,8 @@ TEST_F(OwnershipTest, OnlyTakesPermissionsAway) {
 
 TEST_F(OwnershipTest, OfALinkIsItsOwnAndNotThatOfItsTarget) {
   Tree{file("f", "", 0777), link("l", "f"), link("dangling", "nowhere")}.build(folder_.path());
-  apply_ownership(DATA, root_, "l");
-  apply_ownership(DATA, root_, "dangling");
+  apply_ownership(OF_DATA, root_, "l");
+  apply_ownership(OF_DATA, root_, "dangling");
   EXPECT_TRUE((Tree{file("f", "", 0777).owned_by(0, 0), link("l", "f").owned_by(USER, GROUP),
                     link("dangling", "nowhere").owned_by(USER, GROUP)}
                    .matches(folder_.path())));
@@ -93,7 +93,7 @@ TEST_F(OwnershipTest, OfALinkIsItsOwnAndNotThatOfItsTarget) {
 
 TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
   Tree{dir("d", {}, 0777)}.build(folder_.path());
-  for (const char* name : {"d/."}) apply_ownership(DATA, root_, name);
+  for (const char* name : {"d/."}) apply_ownership(OF_DATA, root_, name);
   EXPECT_TRUE((Tree{dir("d", {}, 0777).owned_by(0, 0)}.matches(folder_.path())));
   struct ::stat record {};
   ASSERT_EQ(::stat(folder_.path().c_str(), &record), 0);
@@ -101,7 +101,7 @@ TEST_F(OwnershipTest, NeverTouchesTheFoldersOfEveryFolder) {
   // Names that only begin like them are names.
   Tree{file("..."), file("..x")}.build(folder_.path());
   for (const char* name : {"...", "..x"}) {
-    apply_ownership(DATA, root_, name);
+    apply_ownership(OF_DATA, root_, name);
     EXPECT_EQ(root_.file(name).record().st_uid, USER) << name;
   }
 }
@@ -110,11 +110,11 @@ TEST_F(OwnershipTest, IsToldOfWhenVerbose) {
   EXPECT_TRUE(passes_in_child([this] {
     Tree{file("f")}.build(folder_.path());
     const CapturedOutput errors(STDERR_FILENO);
-    apply_ownership(DATA, root_, "f");
+    apply_ownership(OF_DATA, root_, "f");
     EXPECT_EQ(errors.text(), "");
     harbix::verbose = true;
-    apply_ownership(DATA, root_, "f");
-    apply_ownership(DATA, root_, ".");
+    apply_ownership(OF_DATA, root_, "f");
+    apply_ownership(OF_DATA, root_, ".");
     EXPECT_EQ(errors.text(), "Applying ownership 1234:5678 to " + path("f") + "\n");
   }));
 }
@@ -125,7 +125,7 @@ TEST_F(OwnershipTest, FailsWherePermissionsCannotBeSet) {
     const fs::EffectiveUser user(NOBODY);
     const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(failure_of([&] { apply_ownership(DATA, root_, "theirs"); }),
+    EXPECT_EQ(failure_of([&] { apply_ownership(OF_DATA, root_, "theirs"); }),
               "Applying perms. to " + path("theirs") + " [errno:1 'Operation not permitted']");
     EXPECT_EQ(errors.text(),
               "ERROR applying permissions to " + path("theirs") + " (Operation not permitted)\n");
@@ -139,7 +139,7 @@ TEST_F(OwnershipTest, FailsWhereTheOwnerCannotBeSet) {
     const fs::EffectiveUser user(NOBODY);
     const RecordedLog log;
     const CapturedOutput errors(STDERR_FILENO);
-    EXPECT_EQ(failure_of([&] { apply_ownership(DATA, root_, "theirs"); }),
+    EXPECT_EQ(failure_of([&] { apply_ownership(OF_DATA, root_, "theirs"); }),
               "Applying exception to " + path("theirs") + " [errno:1 'Operation not permitted']");
     EXPECT_EQ(errors.text(),
               "ERROR applying ownership to " + path("theirs") + " (Operation not permitted)\n");
@@ -151,15 +151,15 @@ TEST_F(OwnershipTest, FailsWhereTheOwnerCannotBeSet) {
 TEST_F(OwnershipTest, GoesToNothingThatIsReachedThroughALink) {
   Tree{dir("app", {link("folder", "../others")}), dir("others", {file("secret", "", 0666)})}.build(
       folder_.path());
-  EXPECT_NE(failure_of([this] { apply_ownership(DATA, root_, "app/folder/secret"); }), "");
-  EXPECT_NE(failure_of([this] { apply_ownership_below(DATA, root_, "app/folder"); }), "");
+  EXPECT_NE(failure_of([this] { apply_ownership(OF_DATA, root_, "app/folder/secret"); }), "");
+  EXPECT_NE(failure_of([this] { apply_ownership_below(OF_DATA, root_, "app/folder"); }), "");
   EXPECT_TRUE((Tree{dir("app", {link("folder", "../others")}),
                     dir("others", {file("secret", "", 0666).owned_by(0, 0)})}
                    .matches(folder_.path())));
 }
 
 TEST_F(OwnershipTest, FailsForWhatIsGone) {
-  EXPECT_EQ(failure_of([this] { apply_ownership(DATA, root_, "gone"); }),
+  EXPECT_EQ(failure_of([this] { apply_ownership(OF_DATA, root_, "gone"); }),
             "Path '" + path("gone") + "' stat failed. [errno:2 'No such file or directory']");
 }
 
@@ -168,7 +168,7 @@ TEST_F(OwnershipTest, GoesThroughATreeAndLeavesItsRoot) {
        dir("out", {file("g", "", 0777)}, 0777)}
       .build(folder_.path());
   const CapturedOutput errors(STDERR_FILENO);
-  apply_ownership_below(DATA, root_, "d");
+  apply_ownership_below(OF_DATA, root_, "d");
   EXPECT_TRUE((Tree{
       dir("d",
           {file("f", "", 0770).owned_by(USER, GROUP),
@@ -189,7 +189,7 @@ TEST_F(OwnershipTest, GoesThroughATreeFromItsDeepestEnd) {
     Tree{dir("a", {dir("b", {dir("c", {file("d")})}), file("e")}), file("f")}.build(folder_.path());
     harbix::verbose = true;
     const CapturedOutput errors(STDERR_FILENO);
-    apply_ownership_below(DATA, root_, "");
+    apply_ownership_below(OF_DATA, root_, "");
     const std::vector<std::string> lines = lines_of(errors.text());
     ASSERT_EQ(lines.size(), 12U) << errors.text();
     // The list comes first, and is then gone through from its end.
@@ -210,7 +210,7 @@ TEST_F(OwnershipTest, ListsATreeOfManyFilesInFull) {
     write_file(names.back(), "");
   }
   const CapturedOutput errors(STDERR_FILENO);
-  apply_ownership_below(DATA, root_, "");
+  apply_ownership_below(OF_DATA, root_, "");
   EXPECT_EQ(sorted(lines_of(errors.text())), sorted(names));
 }
 
@@ -228,7 +228,7 @@ TEST_F(OwnershipTest, StopsAtTheFirstFailureAndKeepsWhatIsDone) {
 
 TEST_F(OwnershipTest, NeedsATreeThatCanBeListed) {
   const CapturedOutput errors(STDERR_FILENO);
-  EXPECT_EQ(failure_of([this] { apply_ownership_below(DATA, root_, "gone"); }),
+  EXPECT_EQ(failure_of([this] { apply_ownership_below(OF_DATA, root_, "gone"); }),
             "Directory '" + path("gone") + "' could not be opened. [errno:2 'No such file or directory']");
   EXPECT_EQ(errors.text(), "");
 }

@@ -21,12 +21,12 @@ using harbix::ApplicationPackage;
 using harbix::PackageExtraction;
 using harbix::Restorable;
 
-constexpr gid_t GROUP = 10007;
-constexpr char FOLDER[] = "/accounts/1000/appdata/a";
+constexpr gid_t APP_GROUP = 10007;
+constexpr char DATA_FOLDER[] = "/accounts/1000/appdata/a";
 constexpr char NO_ERROR[] = "Archive errno at this point: 0\n";
 
 /// The path of a record, and the name of its entry.
-std::string path(const std::string& name) { return FOLDER + ("/" + name); }
+std::string in_data(const std::string& name) { return DATA_FOLDER + ("/" + name); }
 std::string entry(const std::string& name) { return "/app/p/appdata/" + name; }
 
 struct Extracted {
@@ -43,20 +43,20 @@ Extracted extract(meta::Manifest records, const std::string& archive,
   const ApplicationPackage package({"/app/p/appdata/.backup.metadata", std::move(records)});
   const fs::FileMask mask(007);
   const CapturedOutput errors(STDERR_FILENO);
-  PackageExtraction extraction(reader, package, fs::Path(FOLDER), restorable);
-  extraction.extract(APPS_USER, GROUP);
+  PackageExtraction extraction(reader, package, fs::Path(DATA_FOLDER), restorable);
+  extraction.extract(APPS_USER, APP_GROUP);
   return {extraction.is_on_disk(), extraction.is_complete(), errors.text()};
 }
 
-TreeItem owned(const TreeItem& item) { return item.owned_by(APPS_USER, GROUP); }
+TreeItem owned(const TreeItem& item) { return item.owned_by(APPS_USER, APP_GROUP); }
 
 class PackageExtractionTest : public AppDevice {};
 
 TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
   EXPECT_TRUE(on_the_device([] {
     const Extracted extracted =
-        extract({record(S_IFDIR | 0700, path("d")), record(S_IFREG | 0640, path("d/f")),
-                 record(S_IFREG | 0400, path("g"))},
+        extract({record(S_IFDIR | 0700, in_data("d")), record(S_IFREG | 0640, in_data("d/f")),
+                 record(S_IFREG | 0400, in_data("g"))},
                 TarBuilder()
                     .folder(entry("d"), 0777)
                     .file(entry("d/f"), "text", 0777)
@@ -66,24 +66,24 @@ TEST_F(PackageExtractionTest, GivesItemsTheStatusOfTheirRecords) {
     EXPECT_EQ(extracted.errors, NO_ERROR);
     EXPECT_TRUE(
         (Tree{owned(dir("d", {owned(file("f", "text", 0640))}, 0700)), owned(file("g", "", 0400))}.matches(
-            FOLDER)));
+            DATA_FOLDER)));
   }));
 }
 
 TEST_F(PackageExtractionTest, GivesItemsTheirEntrysStatusWhereTheRecordHasNone) {
   EXPECT_TRUE(on_the_device([] {
     const Extracted extracted =
-        extract({{"File", path("f")}}, TarBuilder().file(entry("f"), "text", 0654).text());
+        extract({{"File", in_data("f")}}, TarBuilder().file(entry("f"), "text", 0654).text());
     EXPECT_TRUE(extracted.is_on_disk);
-    EXPECT_TRUE((Tree{owned(file("f", "text", 0650))}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{owned(file("f", "text", 0650))}.matches(DATA_FOLDER)));
   }));
 }
 
 TEST_F(PackageExtractionTest, DropsSetIdBitsAndWhatTheMaskForbids) {
   EXPECT_TRUE(on_the_device([] {
-    static_cast<void>(extract({record(S_IFREG | 06755, path("f")), record(S_IFDIR | 07777, path("d"))},
+    static_cast<void>(extract({record(S_IFREG | 06755, in_data("f")), record(S_IFDIR | 07777, in_data("d"))},
                               TarBuilder().file(entry("f"), "", 06755).folder(entry("d"), 07777).text()));
-    EXPECT_TRUE((Tree{owned(file("f", "", 0750)), owned(dir("d", {}, 0770))}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{owned(file("f", "", 0750)), owned(dir("d", {}, 0770))}.matches(DATA_FOLDER)));
   }));
 }
 
@@ -98,11 +98,11 @@ TEST_F(PackageExtractionTest, SkipsWhatIsNoFileFolderOrLink) {
                            Row{TarBuilder::BLOCK_DEVICE, S_IFBLK}, Row{TarBuilder::FIFO, S_IFIFO}}) {
       for (const mode_t type : {row.own_type, static_cast<mode_t>(S_IFREG)}) {
         const Extracted extracted = extract(
-            {record(type | 0660, path("x")), record(S_IFREG | 0660, path("f"))},
+            {record(type | 0660, in_data("x")), record(S_IFREG | 0660, in_data("f"))},
             TarBuilder().add(row.type, entry("x"), "", 0660, "/etc/secret").file(entry("f"), "text").text());
         EXPECT_TRUE(extracted.is_on_disk);
-        EXPECT_EQ("Skip: " + path("x") + "\n" + NO_ERROR, extracted.errors) << row.type;
-        EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER))) << row.type;
+        EXPECT_EQ("Skip: " + in_data("x") + "\n" + NO_ERROR, extracted.errors) << row.type;
+        EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(DATA_FOLDER))) << row.type;
       }
     }
   }));
@@ -119,14 +119,15 @@ TEST_F(PackageExtractionTest, SkipsWhatTheRecordCallsSomethingElse) {
           Row{TarBuilder::FILE, 0}, Row{TarBuilder::FOLDER, S_IFREG}, Row{TarBuilder::FOLDER, S_IFLNK},
           Row{TarBuilder::SYMBOLIC_LINK, S_IFREG}, Row{TarBuilder::SYMBOLIC_LINK, S_IFDIR},
           Row{TarBuilder::SYMBOLIC_LINK, S_IFBLK}}) {
-      const Extracted extracted = extract({record(row.recorded | 0660, path("x"))},
+      const Extracted extracted = extract({record(row.recorded | 0660, in_data("x"))},
                                           TarBuilder().add(row.type, entry("x"), "", 0660, "target").text());
-      EXPECT_EQ("Error: The record of '" + path("x") +
-                    "' describes another kind of item than its entry\nSkip: " + path("x") + "\n" + NO_ERROR,
+      EXPECT_EQ("Error: The record of '" + in_data("x") +
+                    "' describes another kind of item than its entry\nSkip: " + in_data("x") + "\n" +
+                    NO_ERROR,
                 extracted.errors)
           << row.type << row.recorded;
       EXPECT_FALSE(extracted.is_complete);
-      EXPECT_FALSE(fs::exists(fs::Path(path("x"))));
+      EXPECT_FALSE(fs::exists(fs::Path(in_data("x"))));
     }
   }));
 }
@@ -134,10 +135,10 @@ TEST_F(PackageExtractionTest, SkipsWhatTheRecordCallsSomethingElse) {
 TEST_F(PackageExtractionTest, RestoresLinksWhereverTheyLead) {
   EXPECT_TRUE(on_the_device([] {
     const Extracted extracted =
-        extract({record(S_IFLNK | 0777, path("l")), record(S_IFLNK | 0777, path("m"))},
+        extract({record(S_IFLNK | 0777, in_data("l")), record(S_IFLNK | 0777, in_data("m"))},
                 TarBuilder().link(entry("l"), "/etc/passwd").link(entry("m"), "../b").text());
     EXPECT_EQ(extracted.errors, NO_ERROR);
-    EXPECT_TRUE((Tree{owned(link("l", "/etc/passwd")), owned(link("m", "../b"))}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{owned(link("l", "/etc/passwd")), owned(link("m", "../b"))}.matches(DATA_FOLDER)));
   }));
 }
 
@@ -146,11 +147,12 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkOfThePackage) {
     put("/out/kept", "old");
     ASSERT_EQ(::chmod("/out", 0777), 0);
     const Extracted extracted = extract(
-        {record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l/f")),
-         record(S_IFREG | 0660, path("g"))},
+        {record(S_IFLNK | 0777, in_data("l")), record(S_IFREG | 0660, in_data("l/f")),
+         record(S_IFREG | 0660, in_data("g"))},
         TarBuilder().link(entry("l"), "/out").file(entry("l/f"), "text").file(entry("g"), "text").text());
-    EXPECT_EQ(extracted.errors, "Skip: " + path("l") + "\n" + NO_ERROR);
-    EXPECT_TRUE((Tree{dir("l", {file("f", "text", 0660)}, 0770), file("g", "text", 0660)}.matches(FOLDER)));
+    EXPECT_EQ(extracted.errors, "Skip: " + in_data("l") + "\n" + NO_ERROR);
+    EXPECT_TRUE(
+        (Tree{dir("l", {file("f", "text", 0660)}, 0770), file("g", "text", 0660)}.matches(DATA_FOLDER)));
     EXPECT_TRUE((Tree{file("kept", "old")}.matches("/out")));
   }));
 }
@@ -160,10 +162,10 @@ TEST_F(PackageExtractionTest, ReplacesALinkInsteadOfWritingToItsTarget) {
     put("/out", "old");
     ASSERT_EQ(::chmod("/out", 0666), 0);
     const Extracted extracted =
-        extract({record(S_IFLNK | 0777, path("l")), record(S_IFREG | 0660, path("l"))},
+        extract({record(S_IFLNK | 0777, in_data("l")), record(S_IFREG | 0660, in_data("l"))},
                 TarBuilder().link(entry("l"), "/out").file(entry("l"), "text").text());
     EXPECT_EQ(extracted.errors, NO_ERROR);
-    EXPECT_TRUE((Tree{file("l", "text", 0660)}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{file("l", "text", 0660)}.matches(DATA_FOLDER)));
     EXPECT_EQ(read_file("/out"), "old");
   }));
 }
@@ -172,20 +174,20 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
   EXPECT_TRUE(on_the_device([] {
     std::filesystem::create_directory("/out");
     ASSERT_EQ(::chmod("/out", 0777), 0);
-    std::filesystem::create_directory(FOLDER);
-    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
-    std::filesystem::create_symlink("/out", path("data"));
+    std::filesystem::create_directory(DATA_FOLDER);
+    ASSERT_EQ(::chmod(DATA_FOLDER, 0777), 0);
+    std::filesystem::create_symlink("/out", in_data("data"));
     harbix::verbose = true;
     const Extracted extracted =
-        extract({record(S_IFREG | 0660, path("data/f")), record(S_IFREG | 0660, path("g"))},
+        extract({record(S_IFREG | 0660, in_data("data/f")), record(S_IFREG | 0660, in_data("g"))},
                 TarBuilder().file(entry("data/f"), "text").file(entry("g"), "text").text());
     EXPECT_FALSE(extracted.is_on_disk) << "one entry costs itself";
     EXPECT_TRUE(Tree{}.matches("/out"));
-    EXPECT_TRUE((Tree{link("data", "/out"), file("g", "text", 0660)}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{link("data", "/out"), file("g", "text", 0660)}.matches(DATA_FOLDER)));
     const std::string what =
-        "1 " + path("data/f") + "\nExtracting as 4321:10007" + path("data/f") + "\nWarning: ";
+        "1 " + in_data("data/f") + "\nExtracting as 4321:10007" + in_data("data/f") + "\nWarning: ";
     EXPECT_EQ(extracted.errors.substr(0, what.size()), what);
-    EXPECT_EQ(count_of(extracted.errors, "\nError extracting " + path("data/f")), 1U) << extracted.errors;
+    EXPECT_EQ(count_of(extracted.errors, "\nError extracting " + in_data("data/f")), 1U) << extracted.errors;
     EXPECT_EQ(count_of(extracted.errors, "HERE"), 1U);
     // The last entry that was extracted had none.
     EXPECT_TRUE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
@@ -194,12 +196,12 @@ TEST_F(PackageExtractionTest, WritesNothingThroughALinkThatIsThere) {
 
 TEST_F(PackageExtractionTest, TellsOfTheLastWarningsNumberAtTheEnd) {
   EXPECT_TRUE(on_the_device([] {
-    put(path("d/kept"), "old");
-    ASSERT_EQ(::chmod(FOLDER, 0777), 0);
+    put(in_data("d/kept"), "old");
+    ASSERT_EQ(::chmod(DATA_FOLDER, 0777), 0);
     const Extracted extracted =
-        extract({record(S_IFREG | 0660, path("d"))}, TarBuilder().file(entry("d"), "text").text());
+        extract({record(S_IFREG | 0660, in_data("d"))}, TarBuilder().file(entry("d"), "text").text());
     EXPECT_FALSE(extracted.is_on_disk);
-    EXPECT_TRUE((Tree{dir("d", {file("kept", "old")})}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{dir("d", {file("kept", "old")})}.matches(DATA_FOLDER)));
     EXPECT_EQ(count_of(extracted.errors, "Warning: "), 1U) << extracted.errors;
     EXPECT_EQ(count_of(extracted.errors, "\nHERE\nArchive errno at this point: "), 1U) << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
@@ -211,19 +213,19 @@ TEST_F(PackageExtractionTest, OfDataKeepsToTheFoldersThatComeBack) {
   EXPECT_TRUE(on_the_device([] {
     for (const char* name : {"data", "data/x", "data/x/y", "logs", "logs/x", "tmp/x"}) {
       const Extracted extracted =
-          extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
+          extract({record(S_IFREG | 0660, in_data(name))}, TarBuilder().file(entry(name), "text").text(),
                   Restorable::DATA_FOLDERS);
       EXPECT_EQ(extracted.errors, NO_ERROR) << name;
-      EXPECT_TRUE(fs::exists(fs::Path(path(name)))) << name;
-      std::filesystem::remove_all(FOLDER);
+      EXPECT_TRUE(fs::exists(fs::Path(in_data(name)))) << name;
+      std::filesystem::remove_all(DATA_FOLDER);
     }
     for (const char* name :
          {"database/x", "datax", "Data/x", "x", "x/data/y", "dat", ".data/x", "tmp2", "log/x"}) {
       const Extracted extracted =
-          extract({record(S_IFREG | 0660, path(name))}, TarBuilder().file(entry(name), "text").text(),
+          extract({record(S_IFREG | 0660, in_data(name))}, TarBuilder().file(entry(name), "text").text(),
                   Restorable::DATA_FOLDERS);
-      EXPECT_EQ(extracted.errors, "Skip: " + path(name) + "\n" + NO_ERROR) << name;
-      EXPECT_FALSE(fs::exists(fs::Path(FOLDER))) << name;
+      EXPECT_EQ(extracted.errors, "Skip: " + in_data(name) + "\n" + NO_ERROR) << name;
+      EXPECT_FALSE(fs::exists(fs::Path(DATA_FOLDER))) << name;
     }
   }));
 }
@@ -232,11 +234,11 @@ TEST_F(PackageExtractionTest, WritesNothingWhenOnlyPretending) {
   EXPECT_TRUE(on_the_device([] {
     harbix::pretend = true;
     const Extracted extracted = extract(
-        {record(S_IFDIR | 0700, path("data")), record(S_IFREG | 0660, path("data/f"))},
+        {record(S_IFDIR | 0700, in_data("data")), record(S_IFREG | 0660, in_data("data/f"))},
         TarBuilder().folder(entry("data")).file(entry("data/f"), "text").text(), Restorable::DATA_FOLDERS);
     EXPECT_TRUE(extracted.is_on_disk);
     EXPECT_EQ(extracted.errors, NO_ERROR);
-    EXPECT_FALSE(fs::exists(fs::Path(FOLDER)));
+    EXPECT_FALSE(fs::exists(fs::Path(DATA_FOLDER)));
   }));
 }
 
@@ -250,15 +252,16 @@ TEST_F(PackageExtractionTest, ComesBackToTheIdentityItBeganWith) {
 
 TEST_F(PackageExtractionTest, EndsWhereTheArchiveEnds) {
   EXPECT_TRUE(on_the_device([] {
-    const Extracted extracted = extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g")),
-                                         record(S_IFREG | 0660, path("h"))},
-                                        TarBuilder().file(entry("f"), "text").text());
+    const Extracted extracted =
+        extract({record(S_IFREG | 0660, in_data("f")), record(S_IFREG | 0660, in_data("g")),
+                 record(S_IFREG | 0660, in_data("h"))},
+                TarBuilder().file(entry("f"), "text").text());
     EXPECT_EQ("Warning: unexpected failure of read next header\nWarning: No entry in the archive for " +
-                  path("g") + "\nWarning: No entry in the archive for " + path("h") + "\n" + NO_ERROR,
+                  in_data("g") + "\nWarning: No entry in the archive for " + in_data("h") + "\n" + NO_ERROR,
               extracted.errors);
     EXPECT_TRUE(extracted.is_on_disk);
     EXPECT_FALSE(extracted.is_complete);
-    EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(FOLDER)));
+    EXPECT_TRUE((Tree{file("f", "text", 0660)}.matches(DATA_FOLDER)));
   }));
 }
 
@@ -266,30 +269,30 @@ TEST_F(PackageExtractionTest, IsNotWholeWhereDataIsCutOff) {
   EXPECT_TRUE(on_the_device([] {
     const RecordedLog log;
     const Extracted extracted =
-        extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
+        extract({record(S_IFREG | 0660, in_data("f")), record(S_IFREG | 0660, in_data("g"))},
                 TarBuilder()
                     .file(entry("f"), "text")
                     .add(TarBuilder::FILE, entry("g"), "cut", 0660, "", 9999)
                     .truncated_text());
     EXPECT_FALSE(extracted.is_on_disk);
-    EXPECT_EQ(read_file(path("f")), "text");
+    EXPECT_EQ(read_file(in_data("f")), "text");
     EXPECT_EQ(1U,
-              count_of(extracted.errors, "Error: Extracting data for '" + path("g") + "' failed ('%s')\n"))
+              count_of(extracted.errors, "Error: Extracting data for '" + in_data("g") + "' failed ('%s')\n"))
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;
     EXPECT_EQ(::geteuid(), 0U);
     ASSERT_FALSE(log.messages().empty());
-    EXPECT_EQ(log.messages().back(), "2 ERROR: Extracting data for '" + path("g") + "' failed ('%s')");
+    EXPECT_EQ(log.messages().back(), "2 ERROR: Extracting data for '" + in_data("g") + "' failed ('%s')");
   }));
 }
 
 TEST_F(PackageExtractionTest, IsNotWholeWhereAHeaderIsDamaged) {
   EXPECT_TRUE(on_the_device([] {
     const Extracted extracted =
-        extract({record(S_IFREG | 0660, path("f")), record(S_IFREG | 0660, path("g"))},
+        extract({record(S_IFREG | 0660, in_data("f")), record(S_IFREG | 0660, in_data("g"))},
                 TarBuilder().file(entry("f"), "text").truncated_text() + std::string(512, 'x'));
     EXPECT_FALSE(extracted.is_on_disk);
-    EXPECT_EQ(read_file(path("f")), "text");
+    EXPECT_EQ(read_file(in_data("f")), "text");
     EXPECT_EQ(1U, count_of(extracted.errors, "Warning: unexpected failure of read next header\n"))
         << extracted.errors;
     EXPECT_FALSE(extracted.errors.ends_with(NO_ERROR)) << extracted.errors;

@@ -41,7 +41,7 @@ Restored restore_bytes(const std::string& archive) {
   return {status, errors.text(), log.messages()};
 }
 
-Restored restore(const TarBuilder& archive) { return restore_bytes(archive.text()); }
+Restored restore_archive(const TarBuilder& archive) { return restore_bytes(archive.text()); }
 
 /// Adds a package of the application in the folder `directory`, with one file.
 void add_package(TarBuilder& archive, const std::string& name, const std::string& directory,
@@ -74,7 +74,7 @@ class AppRestoreTest : public AppDevice {
 
 TEST_F(AppRestoreTest, NeedsTheListOfWhatIsInstalled) {
   EXPECT_TRUE(on_the_device([] {
-    const Restored restored = restore(TarBuilder());
+    const Restored restored = restore_archive(TarBuilder());
     EXPECT_EQ(restored.status, 1);
     EXPECT_EQ(restored.errors,
               "Failed to open /pps/system/installer/registeredapps/.all\nError reading registered apps\n");
@@ -84,7 +84,7 @@ TEST_F(AppRestoreTest, NeedsTheListOfWhatIsInstalled) {
 TEST_F(AppRestoreTest, NeedsTheOwnerOfApplications) {
   EXPECT_TRUE(with_empty_list([] {
     put("/etc/passwd", "root:x:0:0::/:/bin/sh\n");
-    const Restored restored = restore(TarBuilder());
+    const Restored restored = restore_archive(TarBuilder());
     EXPECT_EQ(restored.status, 1);
     EXPECT_EQ(restored.errors, "Error: User 'apps' does not exist\n");
     EXPECT_EQ(restored.log, (Texts{"2 ERROR: User 'apps' does not exist"}));
@@ -93,10 +93,10 @@ TEST_F(AppRestoreTest, NeedsTheOwnerOfApplications) {
 
 TEST_F(AppRestoreTest, OfAnArchiveWithoutPackagesDoesNothing) {
   EXPECT_TRUE(with_empty_list([] {
-    EXPECT_EQ(restore(TarBuilder()).status, 0);
-    EXPECT_EQ(restore(TarBuilder()).errors, "");
+    EXPECT_EQ(restore_archive(TarBuilder()).status, 0);
+    EXPECT_EQ(restore_archive(TarBuilder()).errors, "");
     harbix::verbose = true;
-    EXPECT_EQ(restore(TarBuilder()).errors, "EOF reached\nEOF\n");
+    EXPECT_EQ(restore_archive(TarBuilder()).errors, "EOF reached\nEOF\n");
   }));
 }
 
@@ -106,7 +106,7 @@ TEST_F(AppRestoreTest, StopsAtAPackageOfAnotherKind) {
       TarBuilder archive;
       add_metadata(archive, name, described("p", "a"));
       add_data(archive, "q", "b");
-      const Restored restored = restore(archive);
+      const Restored restored = restore_archive(archive);
       EXPECT_EQ(restored.status, 1);
       EXPECT_EQ(restored.errors, "Path " + name + "/.backup.metadata not recognized\n");
       EXPECT_EQ(restored.log, (Texts{"2 Package not recognized '" + name + "/.backup.metadata'"}));
@@ -122,7 +122,7 @@ TEST_F(AppRestoreTest, TellsWhatAPackageNeedsWhenVerbose) {
     const std::string report =
         "Required space on disk: 1 bytes, or 4096 real bytes or 1 blocks\n"
         "************* /app/p/appdata/.backup.metadata ******************\n";
-    const std::string errors = restore(archive).errors;
+    const std::string errors = restore_archive(archive).errors;
     EXPECT_EQ(errors.substr(0, report.size()), report);
     EXPECT_EQ(count_of(errors, "\nData Package p\n"), 1U) << errors;
     EXPECT_TRUE(errors.ends_with("EOF\n")) << errors;
@@ -134,7 +134,7 @@ TEST_F(AppRestoreTest, LeavesTheDataOfWhatIsNotInstalledAlone) {
     put("/accounts/1000/appdata/a/data/f", "old");
     TarBuilder archive;
     add_data(archive, "p", "a");
-    const Restored restored = restore(archive);
+    const Restored restored = restore_archive(archive);
     EXPECT_EQ(restored.status, 0);
     EXPECT_EQ(restored.errors, NOT_INSTALLED);
     EXPECT_EQ(restored.log, (Texts{"3 Application '/apps/a' does not exist"}));
@@ -162,7 +162,7 @@ TEST_F(AppRestoreTest, SkipsDataThatDoesNotFitItsDescriptionAndFails) {
                     {"Data-Directory", row.data_directory},
                     record(S_IFREG | 0640, row.path)});
       archive.file("/app/p/appdata/data/f", "new");
-      const Restored restored = restore(archive);
+      const Restored restored = restore_archive(archive);
       EXPECT_EQ(restored.status, 1) << row.path;
       EXPECT_EQ(restored.errors, DATA_MISFIT) << row.path;
       EXPECT_EQ((Texts{"2 ERROR: The package '/app/p/appdata' does not fit its description"}), restored.log)
@@ -195,7 +195,7 @@ TEST_F(AppRestoreTest, RefusesBinariesOutsideOfTheirFolderAndTheDataThatFollows)
       add_package(archive, "/app/p/bin", row.directory, row.path, "f");
       add_data(archive, "p", "a");
       add_data(archive, "p", "b");
-      const Restored restored = restore(archive);
+      const Restored restored = restore_archive(archive);
       EXPECT_EQ(restored.status, 1) << row.path;
       EXPECT_EQ(1U, count_of(restored.errors, row.reason + REFUSED))
           << row.directory << row.path << restored.errors;
@@ -217,7 +217,8 @@ TEST_F(AppRestoreTest, SkipsOnlyTheDataOfThePackageThatWasRefused) {
     add_binaries(archive, "p", "..");
     add_data(archive, "q", "a");
     add_data(archive, "p", "a");
-    EXPECT_EQ(REFUSED + std::string(NOT_INSTALLED) + "Skipping package: p\n", restore(archive).errors);
+    EXPECT_EQ(REFUSED + std::string(NOT_INSTALLED) + "Skipping package: p\n",
+              restore_archive(archive).errors);
   }));
 }
 
@@ -229,7 +230,7 @@ TEST_F(AppRestoreTest, RefusesToPutBinariesInThePlaceOfWhatIsNoFolder) {
     for (const char* directory : {"file", "link"}) {
       TarBuilder archive;
       add_binaries(archive, "p", directory);
-      const Restored restored = restore(archive);
+      const Restored restored = restore_archive(archive);
       EXPECT_EQ(restored.status, 0) << directory;
       EXPECT_EQ(restored.errors, "Application binaries will not be restored.\n") << directory;
     }
@@ -247,7 +248,7 @@ TEST_F(AppRestoreTest, GoesOnWithoutTheInstallerAndFailsInTheEnd) {
     add_data(archive, "q", "there");
     add_binaries(archive, "r", "new");
     add_data(archive, "s", "gone");
-    const Restored restored = restore(archive);
+    const Restored restored = restore_archive(archive);
     EXPECT_EQ(restored.status, 1);
     const std::string there = "Error: Installer request for '/apps/there' failed: Failed to create file '";
     const std::string fresh = "Error: Installer request for '/apps/new' failed: Failed to create file '";
@@ -272,7 +273,7 @@ TEST_F(AppRestoreTest, UninstallsWhatTheStorefrontInstalledFirst) {
     put_registered_applications(
         "a.id::a.p,1.0,source::shopvale\nb.id::b.p,1.0,source::websl\nc.id::c.p,1.0,source::shopvale\n");
     harbix::verbose = true;
-    const Restored restored = restore(TarBuilder());
+    const Restored restored = restore_archive(TarBuilder());
     EXPECT_EQ(restored.status, 0) << "what cannot be uninstalled is not what is restored";
     EXPECT_EQ(restored.log, (Texts{"2 Unregister of 'a.id' failed", "2 Unregister of 'c.id' failed"}));
     EXPECT_EQ(count_of(restored.errors, "Error: Failed to create file '/pps/system/installer/upd/current/"),
@@ -313,7 +314,7 @@ TEST_F(AppRestoreTest, FailsForAPackageWithoutItsDescription) {
     for (const char* kind : {"bin", "appdata"}) {
       TarBuilder archive;
       add_metadata(archive, "/app/p/" + std::string(kind), {{"Package", "p"}});
-      const Restored restored = restore(archive);
+      const Restored restored = restore_archive(archive);
       EXPECT_EQ(restored.status, 1) << kind;
       EXPECT_EQ(restored.errors, "Error: Key App-Directory not found.\n") << kind;
     }
@@ -326,7 +327,7 @@ TEST_F(AppRestoreTest, StopsTheHomeScreenOnceBeforeItsFirstPackage) {
     for (const char* name :
          {"/app/sys.systemtray/appdata", "/app/sys.navigator/appdata", "/app/sys.navigator/pps"})
       add_metadata(archive, name, described("x", "x"));
-    const Restored restored = restore(archive);
+    const Restored restored = restore_archive(archive);
     EXPECT_EQ(restored.status, 0);
     EXPECT_EQ(restored.errors,
               "HMI component (sys.systemtray)\n"
@@ -341,7 +342,7 @@ TEST_F(AppRestoreTest, StopsTheHomeScreenOnceBeforeItsFirstPackage) {
 TEST_F(AppRestoreTest, GivesTheMaskBack) {
   EXPECT_TRUE(with_empty_list([] {
     const mode_t before = ::umask(0123);
-    static_cast<void>(restore(TarBuilder()));
+    static_cast<void>(restore_archive(TarBuilder()));
     EXPECT_EQ(::umask(before), 0123U);
   }));
 }

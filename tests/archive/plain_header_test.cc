@@ -20,7 +20,7 @@ namespace {
 using fs::Path;
 using harbix::is_plain_header;
 
-struct ::stat plain_record() {
+struct ::stat plain_status() {
   struct ::stat record {};
   record.st_mode = S_IFREG | 0640U;
   record.st_uid = 1001;
@@ -50,7 +50,7 @@ struct Row {
 std::vector<Row> rows() {
   std::vector<Row> rows;
   const auto add = [&rows](const std::string& what, bool plain, const auto& change) {
-    Row row{what, plain, plain_record(), "/media/name"};
+    Row row{what, plain, plain_status(), "/media/name"};
     change(row);
     rows.push_back(row);
   };
@@ -105,7 +105,7 @@ TEST(PlainHeader, IsOneThatFitsTheFieldsOfUstar) {
 }
 
 TEST(PlainHeader, HasASizeOfElevenOctalDigits) {
-  struct ::stat record = plain_record();
+  struct ::stat record = plain_status();
   record.st_size = 077777777777;
   EXPECT_TRUE(is_plain_header(record, Path("/n")));
   record.st_size += 1;

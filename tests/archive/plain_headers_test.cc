@@ -17,7 +17,7 @@ using harbix::PlainHeaders;
 
 using Names = std::vector<std::string>;
 
-constexpr std::int64_t RECORD = 512;
+constexpr std::int64_t RECORD_SIZE = 512;
 
 class PlainHeadersTest : public ArchiveReaderTest {
  protected:
@@ -42,7 +42,7 @@ TEST_F(PlainHeadersTest, AreReadUpToTheLastEntryOfAWholeArchive) {
   tar.file("/media/a", "text").file("/media/b", std::string(1000, 'b')).folder("/media/c/").link("/l", "a");
   const Result result = walk(tar.file("/last", "").text());
   EXPECT_EQ(result.names, (Names{"/media/a 4", "/media/b 1000", "/media/c/", "/l"}));
-  EXPECT_EQ(result.end, 7 * RECORD);
+  EXPECT_EQ(result.end, 7 * RECORD_SIZE);
 }
 
 TEST_F(PlainHeadersTest, StopAtTheEntryBeforeWhatOnlyTheLibraryKnows) {
@@ -68,7 +68,7 @@ TEST_F(PlainHeadersTest, StopAtTheEntryBeforeWhatOnlyTheLibraryKnows) {
         std::string(1024, '\0'), std::string(), last.substr(0, 511)}) {
     const Result result = walk(plain + rest);
     EXPECT_EQ(result.names, (Names{"/a 1"}));
-    EXPECT_EQ(result.end, 2 * RECORD);
+    EXPECT_EQ(result.end, 2 * RECORD_SIZE);
   }
 }
 
@@ -83,7 +83,7 @@ TEST_F(PlainHeadersTest, TakeWhatDoesNotFitFromTheExtendedHeaderInFront) {
   EXPECT_EQ(result.names, (Names{"/m/\xc3\xa9"
                                  "a 4",
                                  "/m/link", "/m/b 1"}));
-  EXPECT_EQ(result.end, 9 * RECORD);
+  EXPECT_EQ(result.end, 9 * RECORD_SIZE);
 }
 
 TEST_F(PlainHeadersTest, TakeTheSizeOfTheDataFromTheExtendedHeader) {

@@ -22,7 +22,6 @@ using harbix::ArchiveError;
 
 using Names = std::vector<std::string>;
 
-constexpr std::size_t RECORD = 512;
 constexpr const char* UNREADABLE = "Could not read next archive header";
 
 TEST_F(ArchiveReaderTest, RefusesAnArchiveOfZeroBytesBeforeTheFirstOperation) {

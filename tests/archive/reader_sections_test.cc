@@ -43,26 +43,26 @@ class ArchiveSections : public ArchiveReaderTest {
   static Section settings() { return {.earlier = {Path("/app"), Path("/media"), Path("/dtm")}, .later = {}}; }
 };
 
-const Names APP{"/app/x/bin/.backup.metadata", "/app/x/bin/f"};
-const Names MEDIA{"/media/m/.backup.metadata", "/media/m/a", "/dtm/d/.backup.metadata", "/dtm/d/b"};
-const Names SETTINGS{"/settings/.backup.metadata", "/settings/s"};
+const Names APP_NAMES{"/app/x/bin/.backup.metadata", "/app/x/bin/f"};
+const Names MEDIA_NAMES{"/media/m/.backup.metadata", "/media/m/a", "/dtm/d/.backup.metadata", "/dtm/d/b"};
+const Names SETTINGS_NAMES{"/settings/.backup.metadata", "/settings/s"};
 
 TEST_F(ArchiveSections, HandEachOperationItsOwnPart) {
   Reader reader(archive(all().text()));
   reader.begin_section(app(true, true));
-  EXPECT_EQ(reader.names(), APP);
+  EXPECT_EQ(reader.names(), APP_NAMES);
   EXPECT_FALSE(reader.next_header());
   reader.begin_section(media(true));
-  EXPECT_EQ(reader.names(), MEDIA);
+  EXPECT_EQ(reader.names(), MEDIA_NAMES);
   reader.begin_section(settings());
-  EXPECT_EQ(reader.names(), SETTINGS);
+  EXPECT_EQ(reader.names(), SETTINGS_NAMES);
   EXPECT_FALSE(reader.next_header());
 }
 
 TEST_F(ArchiveSections, PassOverThePackagesOfEarlierKeywords) {
   Reader reader(archive(all().text()));
   reader.begin_section(settings());
-  EXPECT_EQ(reader.names(), SETTINGS);
+  EXPECT_EQ(reader.names(), SETTINGS_NAMES);
 }
 
 TEST_F(ArchiveSections, PassOverWhatAnEarlierOperationLeftUnread) {
@@ -70,8 +70,8 @@ TEST_F(ArchiveSections, PassOverWhatAnEarlierOperationLeftUnread) {
   reader.begin_section(app(true, false));
   ASSERT_TRUE(reader.next_header());
   reader.begin_section(media(false));
-  Names expected = MEDIA;
-  expected.insert(expected.end(), SETTINGS.begin(), SETTINGS.end());
+  Names expected = MEDIA_NAMES;
+  expected.insert(expected.end(), SETTINGS_NAMES.begin(), SETTINGS_NAMES.end());
   EXPECT_EQ(reader.names(), expected);
 }
 
@@ -93,7 +93,7 @@ TEST_F(ArchiveSections, SkipAWholeKeywordThatTheArchiveLacks) {
   reader.begin_section(media(true));
   EXPECT_EQ(reader.names(), Names{});
   reader.begin_section(settings());
-  EXPECT_EQ(reader.names(), SETTINGS);
+  EXPECT_EQ(reader.names(), SETTINGS_NAMES);
 }
 
 TEST_F(ArchiveSections, HandStrangePackagesOnAsTheyAre) {
@@ -108,7 +108,7 @@ TEST_F(ArchiveSections, EndAtALaterKeywordOnceAPackageOfTheirOwnWasMet) {
   section.rest = {Path("/media"), Path("/dtm"), Path("/settings")};
   Reader reader(archive(all().text()));
   reader.begin_section(section);
-  EXPECT_EQ(reader.names(), APP);
+  EXPECT_EQ(reader.names(), APP_NAMES);
   TarBuilder tar;
   tar.file("/media/m/.backup.metadata", "");
   Reader foreign(archive(tar.text()));
@@ -130,9 +130,9 @@ TEST_F(ArchiveSections, TakeNamesWithoutTheLeadingSeparatorForTheSameNames) {
   tar.file("./settings/.backup.metadata", "Settings: 1\n\n").file("./settings/s", "4");
   Reader reader(archive(tar.text()));
   reader.begin_section(app(true, true));
-  EXPECT_EQ(reader.names(), APP);
+  EXPECT_EQ(reader.names(), APP_NAMES);
   reader.begin_section(settings());
-  EXPECT_EQ(reader.names(), SETTINGS);
+  EXPECT_EQ(reader.names(), SETTINGS_NAMES);
 }
 
 TEST_F(ArchiveSections, AreNotEndedByAFileOfTheNameOfAMetadataEntry) {
@@ -156,10 +156,10 @@ TEST_F(ArchiveSections, AreReadAheadWithoutLoss) {
   Reader reader(archive(all().text()));
   reader.begin_section(media(true));
   reader.require_readable();
-  EXPECT_EQ(reader.names(), MEDIA);
+  EXPECT_EQ(reader.names(), MEDIA_NAMES);
   reader.begin_section(settings());
   reader.require_readable();
-  EXPECT_EQ(reader.names(), SETTINGS);
+  EXPECT_EQ(reader.names(), SETTINGS_NAMES);
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/program.h"
 #include "tests/support/recorded_log.h"
+#include "tests/support/tar_builder.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
@@ -28,7 +29,6 @@ using fs::Path;
 using harbix::ArchiveError;
 using harbix::Source;
 
-constexpr std::size_t RECORD = 512;
 const std::string END_MARK(2 * RECORD, '\0');
 
 class ArchiveWriterTest : public ::testing::Test {

@@ -5,19 +5,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/device/size_text.h"
 #include "tests/support/application_device.h"
 
 namespace harbix::test {
 namespace {
 
 using testing::ElementsAre;
-
-// An empty archive and the end mark that is counted on top of it.
-constexpr long EMPTY_REPORT = 1024 + 1024;
-
-std::string report(long bytes, int files) {
-  return "bytesize=" + std::to_string(bytes) + "\ncount=" + std::to_string(files) + "\n";
-}
 
 /// A storefront application with data, and one from elsewhere.
 class AppSize : public testing::Test {
@@ -64,10 +58,10 @@ TEST_F(AppSize, AddsUpWhatPackagesWouldHoldAndCountsApplications) {
   const long bought = size_below(bought_.folder()) + data_size(bought_);
   const Outcome outcome = device_.harbix({"-s", "app"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + bought + data_size(loaded_), 2));
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + bought + data_size(loaded_), 2));
   EXPECT_EQ(outcome.errors, "");
-  EXPECT_EQ(device_.harbix({"-s", "app", "shop.app.pkg"}).output, report(EMPTY_REPORT + bought, 1));
-  EXPECT_EQ(device_.harbix({"-s", "app", "sys.navigator"}).output, report(EMPTY_REPORT, 0));
+  EXPECT_EQ(device_.harbix({"-s", "app", "shop.app.pkg"}).output, size_text(EMPTY_REPORT + bought, 1));
+  EXPECT_EQ(device_.harbix({"-s", "app", "sys.navigator"}).output, size_text(EMPTY_REPORT, 0));
 }
 
 TEST_F(AppSize, GoesToTheNamedFileAndAsksTheInstallerNothing) {
@@ -75,21 +69,21 @@ TEST_F(AppSize, GoesToTheNamedFileAndAsksTheInstallerNothing) {
   const Outcome outcome = device_.harbix({"-s", "-f", "/tmp/size", "app", "side.app.pkg"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(device_.read("/tmp/size"), report(EMPTY_REPORT + data_size(loaded_), 1));
+  EXPECT_EQ(device_.read("/tmp/size"), size_text(EMPTY_REPORT + data_size(loaded_), 1));
 }
 
 TEST_F(AppSize, CountsDataThatIsNotThereAsNothing) {
   std::filesystem::remove_all(device_.outside(loaded_.data()));
   const Outcome outcome = device_.harbix({"-s", "app", "side.app.pkg"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT, 1));
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT, 1));
 }
 
 TEST_F(AppSize, PassesOverALoadedApplicationThatHasLostItsFolder) {
   std::filesystem::remove_all(device_.outside(loaded_.folder()));
   const Outcome outcome = device_.harbix({"-s", "app"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + size_below(bought_.folder()) + data_size(bought_), 1));
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + size_below(bought_.folder()) + data_size(bought_), 1));
 }
 
 TEST_F(AppSize, FailsForAStorefrontApplicationThatHasLostItsFolder) {

@@ -94,12 +94,12 @@ TEST_P(Bounds, HoldForANameOf400000Folders) {
                  is_app() ? "Name of more than 64 KiB\n" : "Could not read next archive header\n");
 }
 
-std::string name_of(const testing::TestParamInfo<Keyword>& keyword) { return keyword.param.name; }
+std::string name_of_keyword(const testing::TestParamInfo<Keyword>& keyword) { return keyword.param.name; }
 
 INSTANTIATE_TEST_SUITE_P(Keywords, Bounds,
                          testing::Values(Keyword{"media", "/media/M"}, Keyword{"settings", "/settings"},
                                          Keyword{"app", "/app/side.app.pkg/appdata"}),
-                         name_of);
+                         name_of_keyword);
 
 }  // namespace
 }  // namespace harbix::test

@@ -11,13 +11,9 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr std::size_t RECORD = 512;
-
 class DamagedArchive : public testing::Test {
  protected:
   DamagedArchive() { device_.write(shared("Old/photo"), "old"); }
-
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
   static TarBuilder two_files() {
     TarBuilder tar;

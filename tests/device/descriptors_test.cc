@@ -14,8 +14,6 @@ using testing::HasSubstr;
 
 class CallersDescriptors : public testing::Test {
  protected:
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
-
   void add_script(const std::string& name, const std::string& body) {
     const std::string path = "/base/scripts/backup_and_restore/settings/" + name;
     device_.write(path, "#!/bin/sh\n" + body, 0755);

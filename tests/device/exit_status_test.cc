@@ -13,9 +13,6 @@
 namespace harbix::test {
 namespace {
 
-constexpr char SETTINGS[] = "/accounts/1000/settings";
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
-
 struct Row {
   std::string name;
   std::string script;  ///< a shell script whose status is that of the run
@@ -33,7 +30,7 @@ class ExitStatus : public testing::TestWithParam<Row> {
   ExitStatus() {
     device_.write(std::string(SHARED) + "/Music/song", "song");
     device_.write(std::string(DTM) + "/folder/item", "item");
-    device_.write(std::string(SCRIPTS) + "/lists",
+    device_.write(std::string(SETTINGS_SCRIPTS) + "/lists",
                   "#!/bin/sh\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
     device_.write(std::string(SETTINGS) + "/sub/one", "1");
     for (const InstalledApplication& each : {bought_application(), loaded_application()}) {
@@ -146,7 +143,7 @@ std::string when_told(const std::string& call, int error, const std::string& com
          "' /tmp/out && break; done; cat /tmp/out; exit $result";
 }
 
-std::string name_of(const testing::TestParamInfo<Row>& row) { return row.param.name; }
+std::string name_of_row(const testing::TestParamInfo<Row>& row) { return row.param.name; }
 
 const std::string BACKUP = "harbix -f /tmp/a.tar ";
 const std::string SIZE = "harbix -s ";
@@ -196,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
                         "printf '#!/bin/sh\\nexit 3\\n' > /base/scripts/backup_and_restore/s; chmod 755 "
                         "/base/scripts/backup_and_restore/s; harbix -t",
                         0, ""}),
-    name_of);
+    name_of_row);
 
 INSTANTIATE_TEST_SUITE_P(
     One, ExitStatus,
@@ -237,7 +234,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"IsForASizeOfAFolderThatCannotBeListed",
             while_failing("readdir", "1", EIO) + SIZE + "app shop.app.pkg", 1,
             "could not be read. [errno:5 "}),
-    name_of);
+    name_of_row);
 
 INSTANTIATE_TEST_SUITE_P(
     OneOfARestoreOfApplications, ExitStatus,
@@ -276,7 +273,7 @@ INSTANTIATE_TEST_SUITE_P(
                           on_a_disk("/accounts/1000/appdata", "size=64k,mode=755",
                                     restore("large.tar", "app"))),
             1, "Error: The applications need 400000 bytes, and there is room for "}),
-    name_of);
+    name_of_row);
 
 const std::string ON_A_SMALL_SHARE = "touch /tmp/owner; chown media:1000_shared /tmp/owner; ";
 
@@ -331,7 +328,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"IsForARestoreOfSettingsWithoutAScript",
             while_failing("popen", "1", ENOMEM) + restore("settings.tar", "settings"), 1,
             "Could not popen b&r settings script /base/scripts/backup_and_restore/settings/lists\n"}),
-    name_of);
+    name_of_row);
 
 /// The rows that are alike for each keyword.
 std::vector<Row> rows_of_all_keywords() {
@@ -371,7 +368,7 @@ std::vector<Row> rows_of_all_keywords() {
   return rows;
 }
 
-INSTANTIATE_TEST_SUITE_P(Two, ExitStatus, testing::ValuesIn(rows_of_all_keywords()), name_of);
+INSTANTIATE_TEST_SUITE_P(Two, ExitStatus, testing::ValuesIn(rows_of_all_keywords()), name_of_row);
 
 INSTANTIATE_TEST_SUITE_P(
     TwoOfOneKeyword, ExitStatus,
@@ -394,7 +391,7 @@ INSTANTIATE_TEST_SUITE_P(
             "echo refuse::query > /pps/system/installer/control; " + BACKUP + "app", 2, "ERROR: "},
         Row{"IsForTheSizeOfAnApplicationWithoutItsFolder", "rm -r /apps/shop.app; " + SIZE + "app", 2,
             "ERROR: "}),
-    name_of);
+    name_of_row);
 
 }  // namespace
 }  // namespace harbix::test

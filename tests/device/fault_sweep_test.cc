@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/application_device.h"
+#include "tests/support/test_name.h"
 
 namespace harbix::test {
 namespace {
@@ -174,8 +175,6 @@ TEST_P(ApplicationFaultSweep, TellsOfWhatIsMissingOrBelongsToTheWrongUser) {
   ASSERT_EQ(device_.shell("harbix " + restore).status, 0);
   EXPECT_EQ(difference(before, restored()), "");
 }
-
-std::string name_of(const testing::TestParamInfo<const char*>& call) { return call.param; }
 
 INSTANTIATE_TEST_SUITE_P(Calls, MediaBackupFaultSweep,
                          testing::Values("open", "openat", "openat2", "read", "write", "close"), name_of);

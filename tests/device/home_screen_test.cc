@@ -19,7 +19,7 @@ using testing::Not;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-const std::string NAVIGATOR = "/accounts/1000/appdata/sys.navigator";
+const std::string NAVIGATOR = NAVIGATOR_DATA;
 const std::string TRAY = "/accounts/1000/appdata/sys.systemtray";
 const std::string OBJECTS = "/pps/system/navigator/applications";
 

@@ -6,6 +6,7 @@
 
 #include "tests/support/device.h"
 #include "tests/support/tar_builder.h"
+#include "tests/support/test_name.h"
 
 namespace harbix::test {
 namespace {
@@ -13,11 +14,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr int MOST_CALLS = 60;
-constexpr char SETTINGS[] = "/accounts/1000/settings";
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
-
-std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
+constexpr int MOST_SWITCHES = 60;
 
 /// Work for other users, on a device that does not let the program become them.
 class Identity : public testing::Test {
@@ -26,7 +23,7 @@ class Identity : public testing::Test {
     device_.write(shared("Music/a"), "music");
     device_.write(shared("Music/locked"), "only root may read this", 0600);
     device_.own(shared("Music/locked"), "root", "root");
-    device_.write(std::string(SCRIPTS) + "/lists",
+    device_.write(std::string(SETTINGS_SCRIPTS) + "/lists",
                   "#!/bin/bash\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
     device_.make_folder(SETTINGS, 0777);
   }
@@ -49,7 +46,7 @@ class LostIdentity : public Identity, public testing::WithParamInterface<const c
 TEST_P(LostIdentity, PutsNothingIntoABackupThatAnotherUserWouldNotHaveRead) {
   int failures = 0;
   for (const int error : {EAGAIN, EPERM}) {
-    for (int nth = 1; nth < MOST_CALLS; ++nth) {
+    for (int nth = 1; nth < MOST_SWITCHES; ++nth) {
       std::filesystem::remove(device_.outside("/tmp/a.tar"));
       const Outcome outcome = run(GetParam(), nth, error, "-f /tmp/a.tar media");
       if (device_.exists("/tmp/a.tar")) {
@@ -77,7 +74,7 @@ TEST_P(LostIdentity, RestoresNothingForAnotherUser) {
                                   .file("/settings" + std::string(SETTINGS) + "/two", "2")
                                   .text();
   int failures = 0;
-  for (int nth = 1; nth < MOST_CALLS; ++nth) {
+  for (int nth = 1; nth < MOST_SWITCHES; ++nth) {
     for (const std::string& restored :
          {shared("Music/new"), std::string(SETTINGS) + "/one", std::string(SETTINGS) + "/two"}) {
       std::filesystem::remove(device_.outside(restored));
@@ -97,8 +94,6 @@ TEST_P(LostIdentity, RestoresNothingForAnotherUser) {
   }
   EXPECT_GT(failures, 1);
 }
-
-std::string name_of(const testing::TestParamInfo<const char*>& call) { return call.param; }
 
 INSTANTIATE_TEST_SUITE_P(Calls, LostIdentity, testing::Values("setresuid", "setresgid"), name_of);
 

@@ -19,7 +19,6 @@ using testing::UnorderedElementsAre;
 
 class MediaBackup : public testing::Test {
  protected:
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
   static std::string dtm(const std::string& path) { return std::string(DTM) + "/" + path; }
 
   Outcome back_up(std::vector<std::string> options = {}) {

@@ -21,8 +21,6 @@ class HostileArchive : public testing::Test {
     device_.write(shared("Old/photo"), "old");
   }
 
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
-
   Outcome restore(const std::string& archive) {
     const Snapshot before = rest_of_device();
     Outcome outcome = device_.harbix({"-r", "media"}, archive);

@@ -16,7 +16,6 @@ using testing::IsEmpty;
 
 class MediaRestore : public testing::Test {
  protected:
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
   static std::string dtm(const std::string& path) { return std::string(DTM) + "/" + path; }
 
   Outcome restore(const std::string& archive, std::vector<std::string> options = {}) {

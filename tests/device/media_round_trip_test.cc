@@ -7,15 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/device.h"
+#include "tests/support/seed.h"
 
 namespace harbix::test {
 namespace {
-
-unsigned chosen_seed() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): tests have one thread
-  const char* text = std::getenv("HARBIX_TEST_SEED");
-  return text == nullptr ? std::random_device()() : static_cast<unsigned>(std::stoul(text));
-}
 
 /// Fills the share with a tree that is different for every seed.
 class RandomTree {

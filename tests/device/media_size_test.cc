@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/device/size_text.h"
 #include "tests/support/device.h"
 
 namespace harbix::test {
@@ -10,13 +11,6 @@ using testing::Contains;
 using testing::ElementsAre;
 
 constexpr char LIBRARY[] = "/accounts/1000/db/mmlibrary.db";
-// An empty archive and the end mark that is counted on top of it.
-constexpr long EMPTY_REPORT = 1024 + 1024;
-
-std::string report(long bytes, int files) {
-  return "bytesize=" + std::to_string(bytes) + "\ncount=" + std::to_string(files) + "\n";
-}
-
 class MediaSize : public testing::Test {
  protected:
   MediaSize() { std::filesystem::remove(device_.outside(LIBRARY)); }
@@ -41,7 +35,7 @@ TEST_F(MediaSize, ComesFromTheLibrary) {
   add_one_small_file();
   const Outcome outcome = device_.harbix({"-d", "3", "-s", "media"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + 4000000123, 4));
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + 4000000123, 4));
   EXPECT_EQ(outcome.errors, "");
   EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("The number of files is: 4  Their total size is 4000000123"));
@@ -53,7 +47,7 @@ TEST_F(MediaSize, ComesFromTheLibrary) {
 TEST_F(MediaSize, LeavesTheLibraryAsItWas) {
   make_library("create table files(ftype integer, size integer); insert into files values(1,100);");
   const Snapshot before = device_.snapshot("/accounts/1000/db");
-  ASSERT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 100, 1));
+  ASSERT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + 100, 1));
   EXPECT_EQ(difference(before, device_.snapshot("/accounts/1000/db")), "");
 }
 
@@ -62,7 +56,7 @@ TEST_F(MediaSize, LeavesAWriteAheadLibraryAsItWas) {
       "pragma journal_mode=wal; create table files(ftype integer, size integer); insert into files "
       "values(1,100);");
   const Snapshot before = device_.snapshot("/accounts/1000/db");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 100, 1));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + 100, 1));
   EXPECT_EQ(difference(before, device_.snapshot("/accounts/1000/db")), "");
 }
 
@@ -74,14 +68,14 @@ TEST_F(MediaSize, ComesFromAWriteAheadLibraryThatIsInUse) {
       " > /tmp/open & until grep -q 1 /tmp/open; do sleep 0.05; done; ls /accounts/1000/db; "
       "harbix -s media; ls /accounts/1000/db; echo > /tmp/hold; wait");
   const std::string files = "mmlibrary.db\nmmlibrary.db-shm\nmmlibrary.db-wal\n";
-  EXPECT_EQ(outcome.output, files + report(EMPTY_REPORT + 100, 1) + files) << outcome.errors;
+  EXPECT_EQ(outcome.output, files + size_text(EMPTY_REPORT + 100, 1) + files) << outcome.errors;
 }
 
 TEST_F(MediaSize, IsWalkedWhenTheLibraryIsMissing) {
   add_one_small_file();
   const Outcome outcome = device_.harbix({"-s", "media"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2));
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2));
   EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
               ElementsAre("Problem opening DB to read Media " + std::string(LIBRARY) +
                           " reason: unable to open database file"));
@@ -106,7 +100,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryCannotTell) {
             "select count(*), sum(size) from files where ftype in (6,4,2,1)"}}) {
     std::filesystem::remove(device_.outside(LIBRARY));
     make_library(row.sql);
-    EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << row.sql;
+    EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << row.sql;
     EXPECT_THAT(device_.logged(row.priority), ElementsAre(row.message));
   }
 }
@@ -114,7 +108,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryCannotTell) {
 TEST_F(MediaSize, IsWalkedWhenTheLibraryIsDamaged) {
   add_one_small_file();
   device_.write(LIBRARY, std::string(5000, 'x'));
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2));
   EXPECT_THAT(
       device_.logged(LOG_PRIORITY_ERROR),
       ElementsAre("Error executing select count(*), sum(size) from files where ftype in (6,4,2,1); reason: "
@@ -124,7 +118,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsDamaged) {
 TEST_F(MediaSize, IsWalkedWhenTheLibraryIsEmpty) {
   add_one_small_file();
   device_.write(LIBRARY, "");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2));
   EXPECT_EQ(device_.read(LIBRARY), "");
 }
 
@@ -136,7 +130,7 @@ TEST_F(MediaSize, IsWalkedWhenTheLibraryIsLocked) {
                     std::string(LIBRARY) +
                     " > /tmp/locked & until grep -q 1 /tmp/locked; do sleep 0.05; done; harbix -s media; "
                     "echo > /tmp/hold; wait");
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
   EXPECT_THAT(
       device_.logged(LOG_PRIORITY_ERROR),
       ElementsAre("Error executing select count(*), sum(size) from files where ftype in (6,4,2,1); reason: "
@@ -149,7 +143,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryIsNoPlainFile) {
     std::filesystem::remove(device_.outside(LIBRARY));
     const Outcome outcome =
         device_.shell(std::string(making) + " " + LIBRARY + " && timeout -s KILL 20 harbix -s media");
-    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
+    EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
     EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
                 ElementsAre("Problem opening DB to read Media " + std::string(LIBRARY) +
                             " reason: it is not a plain file"))
@@ -164,7 +158,7 @@ TEST_F(MediaSize, ComesFromTheLibraryThatALinkLeadsTo) {
       "insert into files values(1,100); select 1;'; cat /tmp/hold) | sqlite3 /tmp/real/library.db > "
       "/tmp/open &\n"
       "until grep -q 1 /tmp/open; do sleep 0.05; done; harbix -s media; echo > /tmp/hold; wait");
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + 100, 1)) << outcome.errors;
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + 100, 1)) << outcome.errors;
 }
 
 TEST_F(MediaSize, IsWalkedWhereTheLogOfTheLibraryIsOdd) {
@@ -182,7 +176,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLogOfTheLibraryIsOdd) {
     device_.own(LIBRARY, "media", "1000_shared");
     device_.own("/accounts/1000/db", "media", "1000_shared");
     const Outcome outcome = device_.shell(making + " && timeout -s KILL 20 harbix -s media");
-    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
+    EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << making;
     EXPECT_EQ(device_.snapshot("/tmp").at("victim").owner, 0U) << making;
     EXPECT_EQ(device_.read("/tmp/victim"), "only root may read this") << making;
   }
@@ -210,7 +204,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryWouldRunWhatItsAuthorThoughtOf) {
     std::filesystem::remove(device_.outside(LIBRARY));
     make_library(sql);
     const Outcome outcome = device_.shell("timeout -s KILL 60 harbix -s media");
-    EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << sql;
+    EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << sql;
   }
 }
 
@@ -222,7 +216,7 @@ TEST_F(MediaSize, IsWalkedWhereTheLibraryChangesMeanwhile) {
       std::string(LIBRARY) + " HARBIX_ACT_COMMAND='touch -d 2001-01-01 " + LIBRARY +
       " && touch /tmp/acted'; LD_PRELOAD=/opt/harbix/bin/tests/libfailing_calls.so exec harbix -s media");
   ASSERT_TRUE(device_.exists("/tmp/acted"));
-  EXPECT_EQ(outcome.output, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
+  EXPECT_EQ(outcome.output, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)) << outcome.errors;
   EXPECT_THAT(device_.logged(LOG_PRIORITY_WARNING),
               ElementsAre(std::string(LIBRARY) + " changed while it was read"));
 }
@@ -237,9 +231,9 @@ TEST_F(MediaSize, IsAskedOfTheLibraryAsItsOwnerAndNeverAsRoot) {
   constexpr auto OWNER_ALONE = std::filesystem::perms::owner_read;
   constexpr auto EVERYBODY =
       OWNER_ALONE | std::filesystem::perms::group_read | std::filesystem::perms::others_read;
-  for (const Row& row : {Row{"apps", OWNER_ALONE, report(EMPTY_REPORT + 100, 1)},
-                         Row{"root", EVERYBODY, report(EMPTY_REPORT + 100, 1)},
-                         Row{"root", OWNER_ALONE, report(EMPTY_REPORT + ONE_SMALL_FILE, 2)}}) {
+  for (const Row& row : {Row{"apps", OWNER_ALONE, size_text(EMPTY_REPORT + 100, 1)},
+                         Row{"root", EVERYBODY, size_text(EMPTY_REPORT + 100, 1)},
+                         Row{"root", OWNER_ALONE, size_text(EMPTY_REPORT + ONE_SMALL_FILE, 2)}}) {
     std::filesystem::remove(device_.outside(LIBRARY));
     make_library("create table files(ftype integer, size integer); insert into files values(1,100);");
     device_.own(LIBRARY, row.user, row.user);
@@ -264,22 +258,22 @@ TEST_F(MediaSize, CountsHeadersAndFullBlocks) {
        {Row{"", 512}, Row{"1", 1024}, Row{std::string(512, 'x'), 1024}, Row{std::string(513, 'x'), 1536}}) {
     device_.write(std::string(SHARED) + "/M/a", row.content);
     // The folder's header, the manifest's header and its one block come on top.
-    EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L + row.bytes, 2))
+    EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + 3 * 512L + row.bytes, 2))
         << row.content.size();
   }
 }
 
 TEST_F(MediaSize, CountsEmptyFoldersAndLinks) {
   device_.make_folder(std::string(SHARED) + "/Empty");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 3 * 512L, 1));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + 3 * 512L, 1));
   device_.link(std::string(SHARED) + "/Empty/link", "/nowhere");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT + 4 * 512L, 2));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT + 4 * 512L, 2));
 }
 
 TEST_F(MediaSize, LeavesOutTopLevelFilesAndTheDtmShare) {
   device_.write(std::string(SHARED) + "/top.mp3", "top");
   device_.write(std::string(DTM) + "/folder/file", "dtm");
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(EMPTY_REPORT, 0));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(EMPTY_REPORT, 0));
 }
 
 TEST_F(MediaSize, OfTheWalkIsTheSizeOfTheArchive) {
@@ -289,7 +283,7 @@ TEST_F(MediaSize, OfTheWalkIsTheSizeOfTheArchive) {
   }
   ASSERT_EQ(device_.harbix({"-f", "/tmp/a.tar", "media"}).status, 0);
   const auto archive_size = static_cast<long>(std::filesystem::file_size(device_.outside("/tmp/a.tar")));
-  EXPECT_EQ(device_.harbix({"-s", "media"}).output, report(archive_size + 1024, 44));
+  EXPECT_EQ(device_.harbix({"-s", "media"}).output, size_text(archive_size + 1024, 44));
 }
 
 TEST_F(MediaSize, ListsItsItemsWhenVerbose) {
@@ -304,7 +298,7 @@ TEST_F(MediaSize, GoesToTheNamedFile) {
   const Outcome outcome = device_.harbix({"-d", "4", "-s", "-f", "/tmp/report", "media"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.output, "");
-  EXPECT_EQ(device_.read("/tmp/report"), report(EMPTY_REPORT, 0));
+  EXPECT_EQ(device_.read("/tmp/report"), size_text(EMPTY_REPORT, 0));
   EXPECT_THAT(device_.logged(LOG_PRIORITY_DEBUG), Contains(testing::StartsWith("Response: 'bytesize=2048")));
 }
 

@@ -13,8 +13,6 @@ using testing::HasSubstr;
 
 constexpr char SECRET[] = "only root may read this";
 constexpr char VAULT[] = "/etc/vault";
-constexpr char SETTINGS[] = "/accounts/1000/settings";
-constexpr char NAVIGATOR[] = "/accounts/1000/appdata/sys.navigator";
 
 /// When an owner acts between two calls of the program.
 struct Moment {
@@ -44,7 +42,6 @@ class Race : public testing::TestWithParam<Kernel> {
   }
 
   static std::string file_in_vault() { return std::string(VAULT) + "/file"; }
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
   /// A folder of the loaded application's data while that is made: beside its place, where no owner comes.
   [[nodiscard]] std::string staged(const std::string& path) const {
@@ -207,14 +204,15 @@ TEST_P(Race, RemovesNoStrangersFileWithOldApplicationData) {
 
 TEST_P(Race, RemovesNoStrangersFileWithOldNavigatorData) {
   lock_vault("apps");
-  device_.make_owned_folder(std::string(NAVIGATOR) + "/data/sub", 0700, device_.user("apps"), 0);
-  device_.write_owned(std::string(NAVIGATOR) + "/data/sub/file", "old", 0600, device_.user("apps"), 0);
+  device_.make_owned_folder(std::string(NAVIGATOR_DATA) + "/data/sub", 0700, device_.user("apps"), 0);
+  device_.write_owned(std::string(NAVIGATOR_DATA) + "/data/sub/file", "old", 0600, device_.user("apps"), 0);
   const std::string archive =
-      archive_of({CraftedPackage("/app/sys.navigator/appdata", NAVIGATOR).file("data/new", "new")});
-  const Outcome outcome = race({"closed", "data/sub"}, swap_for_link(std::string(NAVIGATOR) + "/data/sub"),
-                               {NAVIGATOR}, "-r app", archive);
+      archive_of({CraftedPackage("/app/sys.navigator/appdata", NAVIGATOR_DATA).file("data/new", "new")});
+  const Outcome outcome =
+      race({"closed", "data/sub"}, swap_for_link(std::string(NAVIGATOR_DATA) + "/data/sub"), {NAVIGATOR_DATA},
+           "-r app", archive);
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(device_.read(std::string(NAVIGATOR) + "/data/new"), "new");
+  EXPECT_EQ(device_.read(std::string(NAVIGATOR_DATA) + "/data/new"), "new");
 }
 
 TEST_P(Race, GivesNoStrangersFileToTheOwnerOfData) {
@@ -251,13 +249,14 @@ TEST_P(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
   EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/file"));
 }
 
-std::string name_of(const testing::TestParamInfo<Kernel>& kernel) {
+std::string name_of_kernel(const testing::TestParamInfo<Kernel>& kernel) {
   return kernel.param == Kernel::NEW ? "NewKernel" : "WithoutOpenat2";
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Race, testing::Values(Kernel::NEW, Kernel::WITHOUT_OPENAT2), name_of);
+INSTANTIATE_TEST_SUITE_P(Kernels, Race, testing::Values(Kernel::NEW, Kernel::WITHOUT_OPENAT2),
+                         name_of_kernel);
 INSTANTIATE_TEST_SUITE_P(Kernels, SettingsRace, testing::Values(Kernel::NEW, Kernel::WITHOUT_OPENAT2),
-                         name_of);
+                         name_of_kernel);
 
 }  // namespace
 }  // namespace harbix::test

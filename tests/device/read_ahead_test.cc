@@ -14,8 +14,6 @@ class ReadAheadBackup : public testing::Test {
  protected:
   ReadAheadBackup() { fill(); }
 
-  static std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
-
   void fill() {
     for (int i = 0; i < FILES; ++i)
       device_.write(shared("Music/f" + std::to_string(i)), "contents " + std::to_string(i));

@@ -8,6 +8,7 @@
 
 #include "tests/support/application_device.h"
 #include "tests/support/failing.h"
+#include "tests/support/test_name.h"
 
 namespace harbix::test {
 namespace {
@@ -83,8 +84,6 @@ TEST_P(RunResources, ThatAreMissingForOneCallEndABackupWithStatusTwo) {
     EXPECT_GT(failures, 2) << call;
   }
 }
-
-std::string name_of(const testing::TestParamInfo<const char*>& keyword) { return keyword.param; }
 
 INSTANTIATE_TEST_SUITE_P(Keywords, RunResources, testing::Values("media", "settings", "app"), name_of);
 

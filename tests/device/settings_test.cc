@@ -14,8 +14,6 @@ using testing::HasSubstr;
 using testing::IsSupersetOf;
 using testing::Not;
 
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
-
 /// A device with live PPS objects, one settings script and whitelisted files.
 class Settings : public testing::Test {
  protected:
@@ -30,8 +28,8 @@ class Settings : public testing::Test {
   }
 
   void add_script(const std::string& name, const std::string& text, mode_t mode = 0755) {
-    device_.write(std::string(SCRIPTS) + "/" + name, "#!/bin/bash\n" + text, mode);
-    device_.own(std::string(SCRIPTS) + "/" + name, "root", "root");
+    device_.write(std::string(SETTINGS_SCRIPTS) + "/" + name, "#!/bin/bash\n" + text, mode);
+    device_.own(std::string(SETTINGS_SCRIPTS) + "/" + name, "root", "root");
   }
 
   static std::string publish(const std::string& object, const std::string& lines) {
@@ -125,13 +123,13 @@ TEST_F(Settings, ReportWhatScriptsSayAndGoOn) {
   device_.write("/etc/harbix-setting", "single file");
   const Outcome outcome = device_.harbix({"-f", "/tmp/a.tar", "settings"});
   EXPECT_EQ(outcome.status, 0);
-  const std::string script = std::string(SCRIPTS) + "/bad";
+  const std::string script = std::string(SETTINGS_SCRIPTS) + "/bad";
   EXPECT_THAT(outcome.errors,
               HasSubstr("Empty whitelist line or non-absolute path detected in " + script + "\n"));
   EXPECT_THAT(outcome.errors, HasSubstr("script log: " + script + ": hello\n"));
   EXPECT_THAT(outcome.errors, HasSubstr("script log: " + script + ": oops\n"));
   EXPECT_THAT(outcome.errors, HasSubstr("script log: " + script + ": " + std::string(1023, 'x')));
-  EXPECT_THAT(outcome.errors, HasSubstr("script log: " + std::string(SCRIPTS) + "/notexecutable: "));
+  EXPECT_THAT(outcome.errors, HasSubstr("script log: " + std::string(SETTINGS_SCRIPTS) + "/notexecutable: "));
   EXPECT_THAT(names(), IsSupersetOf({std::string("/settings/etc/harbix-setting")}));
   EXPECT_THAT(names(), Not(testing::Contains("/settings/etc/passwd")));
 }
@@ -139,7 +137,7 @@ TEST_F(Settings, ReportWhatScriptsSayAndGoOn) {
 TEST_F(Settings, TellScriptsAndPathsWhenVerbose) {
   device_.write("/accounts/1000/settings/a", "a");
   const Outcome outcome = device_.harbix({"-v", "-f", "/tmp/a.tar", "settings"});
-  const std::string script = std::string(SCRIPTS) + "/lists";
+  const std::string script = std::string(SETTINGS_SCRIPTS) + "/lists";
   for (const std::string& line :
        {"System client b&r settings script:  " + script,
         std::string("Adding /accounts/1000/settings to the settings whitelist"),
@@ -313,7 +311,7 @@ TEST_F(Settings, ComeBackWhateverTheirNamesAre) {
 
 TEST_F(Settings, AreNotBackedUpOrRestoredWhereAScriptCannotBeStarted) {
   device_.write("/accounts/1000/settings/secret", "blacklisted");
-  const std::string script = std::string(SCRIPTS) + "/lists";
+  const std::string script = std::string(SETTINGS_SCRIPTS) + "/lists";
   const std::string told = "Could not popen b&r settings script " + script + "\n";
   const std::string reason =
       "Settings script '" + script + "' could not be started. [errno:12 'Cannot allocate memory']\n";

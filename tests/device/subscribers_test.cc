@@ -6,8 +6,6 @@
 namespace harbix::test {
 namespace {
 
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore";
-
 class Subscribers : public testing::Test {
  protected:
   void add_script(const std::string& path, const std::string& text) {

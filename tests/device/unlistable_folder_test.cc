@@ -5,6 +5,7 @@
 
 #include "tests/support/device.h"
 #include "tests/support/tar_builder.h"
+#include "tests/support/test_name.h"
 
 namespace harbix::test {
 namespace {
@@ -12,11 +13,7 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 
-constexpr int MOST_CALLS = 120;
-constexpr char SETTINGS[] = "/accounts/1000/settings";
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
-
-std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
+constexpr int MOST_LISTINGS = 120;
 
 /// A device with media, a PPS object and a whitelisted folder of settings.
 class UnlistableFolder : public testing::Test {
@@ -24,7 +21,7 @@ class UnlistableFolder : public testing::Test {
   UnlistableFolder() {
     for (const char* path : {"Music/a", "Music/sub/b", "Photos/c"}) device_.write(shared(path), path);
     device_.write(std::string(DTM) + "/f/d", "d");
-    device_.write(std::string(SCRIPTS) + "/lists",
+    device_.write(std::string(SETTINGS_SCRIPTS) + "/lists",
                   "#!/bin/bash\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
     device_.make_folder(SETTINGS, 0777);
     device_.make_folder(std::string(SETTINGS) + "/sub", 0777);
@@ -55,7 +52,7 @@ TEST_P(UnlistableFolderSweep, FailsTheBackupAndTheSizeReportByNameAndReason) {
   const std::string whole = names();
   const std::string whole_size = device_.harbix({"-s", keyword}).output;
   int failures = 0;
-  for (int nth = 1; nth < MOST_CALLS; ++nth) {
+  for (int nth = 1; nth < MOST_LISTINGS; ++nth) {
     const Outcome backup = run_with_failure("readdir", nth, "-f /tmp/a.tar " + keyword);
     const std::vector<std::string> logged = device_.logged(LOG_PRIORITY_ERROR);
     if (backup.errors.empty()) {
@@ -74,8 +71,6 @@ TEST_P(UnlistableFolderSweep, FailsTheBackupAndTheSizeReportByNameAndReason) {
   }
   EXPECT_GT(failures, 3);
 }
-
-std::string name_of(const testing::TestParamInfo<const char*>& keyword) { return keyword.param; }
 
 INSTANTIATE_TEST_SUITE_P(Keywords, UnlistableFolderSweep, testing::Values("media", "settings"), name_of);
 
@@ -100,7 +95,7 @@ TEST_F(UnlistableFolder, FailsTheRestoreOfSettingsThatAreMeasuredByIt) {
   const Outcome whole = device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"});
   ASSERT_EQ(whole.status, 0) << whole.errors;
   bool was_skipped = false;
-  for (int nth = 1; nth < MOST_CALLS; ++nth) {
+  for (int nth = 1; nth < MOST_LISTINGS; ++nth) {
     const Outcome outcome = run_with_failure("readdir", nth, "-r -f /tmp/a.tar settings");
     const bool is_skipped = outcome.errors.find("Skip: ") != std::string::npos;
     EXPECT_TRUE(outcome.status == 1 || !is_skipped) << nth << outcome.errors;
@@ -135,7 +130,7 @@ TEST_F(UnlistableFolder, IsTheWholeShareWhereTheMediaUserMayNotSearchIt) {
 TEST_F(UnlistableFolder, IsNoReasonToWipeTheShareAndRestoreNothing) {
   const std::string archive = TarBuilder().file("/media/Music/new", "new").text();
   int failures = 0;
-  for (int nth = 1; nth < MOST_CALLS; ++nth) {
+  for (int nth = 1; nth < MOST_LISTINGS; ++nth) {
     device_.write(shared("Music/a"), "old");
     device_.write(shared("Photos/c"), "old");
     std::filesystem::remove(device_.outside(shared("Music/new")));

@@ -8,8 +8,6 @@
 namespace harbix::test {
 namespace {
 
-constexpr char SETTINGS[] = "/accounts/1000/settings";
-constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
 constexpr std::size_t TOO_LARGE = std::size_t{256} << 10;
 
 /// Restores onto storage that does not take everything. What is mounted goes with the run, so that it is
@@ -17,7 +15,7 @@ constexpr std::size_t TOO_LARGE = std::size_t{256} << 10;
 class UnwritableStorage : public testing::Test {
  protected:
   UnwritableStorage() {
-    device_.write(std::string(SCRIPTS) + "/lists",
+    device_.write(std::string(SETTINGS_SCRIPTS) + "/lists",
                   "#!/bin/bash\n[ $1 != whitelist ] || echo whitelist " + std::string(SETTINGS) + "\n", 0755);
     device_.make_folder(SETTINGS, 0777);
   }
@@ -105,9 +103,9 @@ TEST_F(UnwritableStorage, FailsARestoreOfASettingThatDoesNotFitAndKeepsTheOldOne
 
 TEST_F(UnwritableStorage, KeepsExistingMediaWhoseStatusCannotBeTaken) {
   const std::string photo = std::string(SHARED) + "/M/photo";
-  constexpr int MOST_CALLS = 60;
+  constexpr int MOST_STATUS_CALLS = 60;
   bool was_unknown = false;
-  for (int nth = 1; nth < MOST_CALLS; ++nth) {
+  for (int nth = 1; nth < MOST_STATUS_CALLS; ++nth) {
     // The media user cannot read it, so that it is there after the wipe.
     device_.write(photo, "old", 0000);
     const Outcome outcome =

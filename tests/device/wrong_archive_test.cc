@@ -13,9 +13,6 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 
 constexpr char NO_MEDIA[] = "Error: The archive holds no media\n";
-constexpr std::size_t RECORD = 512;
-
-std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
 class WrongArchive : public testing::Test {
  protected:

@@ -11,14 +11,13 @@
 #include "fs/exception.h"
 #include "fs/identity.h"
 #include "tests/support/folder.h"
+#include "tests/support/root.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
 namespace {
 
 using fs::Path;
-
-constexpr uid_t NOBODY = 65534;
 
 TEST(Glob, ThatMatchesNothingIsEmptyAndNoError) {
   const TemporaryFolder folder;

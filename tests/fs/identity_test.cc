@@ -19,8 +19,8 @@
 namespace harbix::test {
 namespace {
 
-constexpr uid_t USER = 4001;
-constexpr gid_t GROUP = 4002;
+constexpr uid_t ANOTHER_USER = 4001;
+constexpr gid_t ANOTHER_GROUP = 4002;
 constexpr uid_t INVALID = static_cast<uid_t>(-1);
 
 /// Takes one privilege away from the superuser, for the rest of the process's life.
@@ -35,8 +35,8 @@ void drop_capability(unsigned capability) {
 
 TEST(EffectiveUserGuard, SwitchesByIdAndComesBack) {
   {
-    const fs::EffectiveUser user(USER);
-    EXPECT_EQ(::geteuid(), USER);
+    const fs::EffectiveUser user(ANOTHER_USER);
+    EXPECT_EQ(::geteuid(), ANOTHER_USER);
     EXPECT_EQ(::getuid(), 0U);
   }
   EXPECT_EQ(::geteuid(), 0U);
@@ -51,17 +51,17 @@ TEST(EffectiveUserGuard, SwitchesByNameAndComesBack) {
 }
 
 TEST(EffectiveUserGuard, NestsAndComesBackStepByStep) {
-  const fs::EffectiveUser outer(USER);
+  const fs::EffectiveUser outer(ANOTHER_USER);
   {
     const fs::EffectiveUser inner(0);
     EXPECT_EQ(::geteuid(), 0U);
   }
-  EXPECT_EQ(::geteuid(), USER);
+  EXPECT_EQ(::geteuid(), ANOTHER_USER);
 }
 
 TEST(EffectiveUserGuard, ComesBackAfterThrow) {
   try {
-    const fs::EffectiveUser user(USER);
+    const fs::EffectiveUser user(ANOTHER_USER);
     throw std::runtime_error("on the way");
   } catch (const std::runtime_error&) {
     EXPECT_EQ(::geteuid(), 0U);
@@ -80,7 +80,7 @@ TEST(EffectiveUserGuard, ChangesNothingForAnUnknownName) {
 
 TEST(EffectiveUserGuard, TellsAndLogsWhatTheSystemRefuses) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
+    ASSERT_EQ(::setresuid(ANOTHER_USER, ANOTHER_USER, ANOTHER_USER), 0);
     const RecordedLog log(0);
     try {
       const fs::EffectiveUser user(0);
@@ -90,7 +90,7 @@ TEST(EffectiveUserGuard, TellsAndLogsWhatTheSystemRefuses) {
     }
     EXPECT_EQ(log.messages(),
               (std::vector<std::string>{"2 Could not set effective uid 0: Operation not permitted"}));
-    EXPECT_EQ(::geteuid(), USER);
+    EXPECT_EQ(::geteuid(), ANOTHER_USER);
   }));
 }
 
@@ -101,20 +101,20 @@ TEST(EffectiveUserGuard, LeavesTheEffectiveUserWhereItIsForTheUnchangedId) {
 }
 
 TEST(EffectiveUserGuard, KeepsRealAndSavedUserSoThatTheOtherOneCannotSignal) {
-  const fs::EffectiveUser user(USER);
+  const fs::EffectiveUser user(ANOTHER_USER);
   uid_t real = INVALID;
   uid_t effective = INVALID;
   uid_t saved = INVALID;
   ASSERT_EQ(::getresuid(&real, &effective, &saved), 0);
   EXPECT_EQ(real, 0U);
-  EXPECT_EQ(effective, USER);
+  EXPECT_EQ(effective, ANOTHER_USER);
   EXPECT_EQ(saved, 0U);
 }
 
 TEST(EffectiveUserGuard, EndsTheProcessWhenItCannotComeBack) {
   const auto lose_the_way_back = [] {
-    const fs::EffectiveUser user(USER);
-    static_cast<void>(::setresuid(USER, USER, USER));
+    const fs::EffectiveUser user(ANOTHER_USER);
+    static_cast<void>(::setresuid(ANOTHER_USER, ANOTHER_USER, ANOTHER_USER));
   };
   EXPECT_EXIT(lose_the_way_back(), testing::ExitedWithCode(2),
               "^ERROR: Could not restore effective uid 0: Operation not permitted\n$");
@@ -122,9 +122,9 @@ TEST(EffectiveUserGuard, EndsTheProcessWhenItCannotComeBack) {
 
 TEST(EffectiveGroupGuard, EndsTheProcessWhenItCannotComeBack) {
   const auto lose_the_way_back = [] {
-    const fs::EffectiveGroup group(GROUP);
-    static_cast<void>(::setresgid(GROUP, GROUP, GROUP));
-    static_cast<void>(::setresuid(USER, USER, USER));
+    const fs::EffectiveGroup group(ANOTHER_GROUP);
+    static_cast<void>(::setresgid(ANOTHER_GROUP, ANOTHER_GROUP, ANOTHER_GROUP));
+    static_cast<void>(::setresuid(ANOTHER_USER, ANOTHER_USER, ANOTHER_USER));
   };
   EXPECT_EXIT(lose_the_way_back(), testing::ExitedWithCode(2),
               "^ERROR: Could not restore effective gid 0: Operation not permitted\n$");
@@ -133,21 +133,21 @@ TEST(EffectiveGroupGuard, EndsTheProcessWhenItCannotComeBack) {
 TEST(EffectiveGroupGuard, ComesBackUnderAnotherUserThatWasTakenMeanwhile) {
   EXPECT_TRUE(passes_in_child([] {
     {
-      const fs::EffectiveGroup group(GROUP);
-      fs::set_effective_user(USER);
+      const fs::EffectiveGroup group(ANOTHER_GROUP);
+      fs::set_effective_user(ANOTHER_USER);
     }
     EXPECT_EQ(::getegid(), 0U);
-    EXPECT_EQ(::geteuid(), USER);
+    EXPECT_EQ(::geteuid(), ANOTHER_USER);
   }));
 }
 
 TEST(BecomeSuperuser, OpensTheWayBackForAProgramStartedWithTheSetUserIdBit) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(::setresuid(USER, 0, 0), 0);
+    ASSERT_EQ(::setresuid(ANOTHER_USER, 0, 0), 0);
     fs::become_superuser();
     {
-      const fs::EffectiveUser media(USER + 1);
-      EXPECT_EQ(::geteuid(), USER + 1);
+      const fs::EffectiveUser media(ANOTHER_USER + 1);
+      EXPECT_EQ(::geteuid(), ANOTHER_USER + 1);
     }
     EXPECT_EQ(::geteuid(), 0U);
     EXPECT_EQ(::getuid(), 0U);
@@ -156,21 +156,21 @@ TEST(BecomeSuperuser, OpensTheWayBackForAProgramStartedWithTheSetUserIdBit) {
 
 TEST(BecomeSuperuser, LeavesAnotherUserAsHeIs) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
+    ASSERT_EQ(::setresuid(ANOTHER_USER, ANOTHER_USER, ANOTHER_USER), 0);
     fs::become_superuser();
-    EXPECT_EQ(::geteuid(), USER);
+    EXPECT_EQ(::geteuid(), ANOTHER_USER);
   }));
 }
 
 TEST(EffectiveGroupGuard, SwitchesByIdAndComesBackToTheGroupItFound) {
   {
-    const fs::EffectiveGroup outer(GROUP);
-    EXPECT_EQ(::getegid(), GROUP);
+    const fs::EffectiveGroup outer(ANOTHER_GROUP);
+    EXPECT_EQ(::getegid(), ANOTHER_GROUP);
     {
       const fs::EffectiveGroup inner(1);
       EXPECT_EQ(::getegid(), 1U);
     }
-    EXPECT_EQ(::getegid(), GROUP);
+    EXPECT_EQ(::getegid(), ANOTHER_GROUP);
   }
   EXPECT_EQ(::getegid(), 0U);
 }
@@ -197,11 +197,11 @@ TEST(EffectiveGroupGuard, ChangesNothingForAnUnknownName) {
 }
 
 TEST(EffectiveGroupGuard, WorksUnderAnEffectiveUserWithoutPrivilege) {
-  const fs::EffectiveUser user(USER);
+  const fs::EffectiveUser user(ANOTHER_USER);
   {
-    fs::set_effective_group(GROUP);
-    EXPECT_EQ(::getegid(), GROUP);
-    EXPECT_EQ(::geteuid(), USER);
+    fs::set_effective_group(ANOTHER_GROUP);
+    EXPECT_EQ(::getegid(), ANOTHER_GROUP);
+    EXPECT_EQ(::geteuid(), ANOTHER_USER);
     fs::set_effective_group(0);
   }
   EXPECT_EQ(::getegid(), 0U);
@@ -209,10 +209,10 @@ TEST(EffectiveGroupGuard, WorksUnderAnEffectiveUserWithoutPrivilege) {
 
 TEST(EffectiveGroupGuard, TellsThatTheUserCouldNotBeRaised) {
   EXPECT_TRUE(passes_in_child([] {
-    ASSERT_EQ(::setresuid(USER, USER, USER), 0);
+    ASSERT_EQ(::setresuid(ANOTHER_USER, ANOTHER_USER, ANOTHER_USER), 0);
     const RecordedLog log;
     try {
-      fs::set_effective_group(GROUP);
+      fs::set_effective_group(ANOTHER_GROUP);
       ADD_FAILURE();
     } catch (const std::runtime_error& error) {
       EXPECT_STREQ(error.what(), "Could not set effective uid: Operation not permitted");

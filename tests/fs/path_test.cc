@@ -23,7 +23,7 @@ namespace {
 using fs::Path;
 
 /// One operation that makes a path of a path.
-struct Row {
+struct PathRow {
   const char *given, *result;
 };
 
@@ -53,47 +53,48 @@ TEST(PathJoin, PutsOneSeparatorBetween) {
 }
 
 TEST(PathStrip, RemovesEveryLeadingDotSlash) {
-  for (const Row& row :
-       {Row{"./a", "a"}, Row{"././a", "a"}, Row{"./", ""}, Row{".", "."}, Row{"../a", "../a"},
-        Row{".//a", "/a"}, Row{"a/./b", "a/./b"}, Row{"", ""}, Row{"/./a", "/./a"}}) {
+  for (const PathRow& row : {PathRow{"./a", "a"}, PathRow{"././a", "a"}, PathRow{"./", ""}, PathRow{".", "."},
+                             PathRow{"../a", "../a"}, PathRow{".//a", "/a"}, PathRow{"a/./b", "a/./b"},
+                             PathRow{"", ""}, PathRow{"/./a", "/./a"}}) {
     EXPECT_EQ(Path(row.given).strip_leading_dots().text(), row.result) << row.given;
   }
 }
 
 TEST(PathFirstComponent, EndsAtTheFirstSeparatorBehindTheBeginning) {
-  for (const Row& row : {Row{"", ""}, Row{"/a/b", "/a"}, Row{"a/b/c", "a"}, Row{"a", "a"}, Row{"/a", "/a"},
-                         Row{"/", "/"}, Row{"//a", "/"}, Row{"a/", "a"}}) {
+  for (const PathRow& row :
+       {PathRow{"", ""}, PathRow{"/a/b", "/a"}, PathRow{"a/b/c", "a"}, PathRow{"a", "a"}, PathRow{"/a", "/a"},
+        PathRow{"/", "/"}, PathRow{"//a", "/"}, PathRow{"a/", "a"}}) {
     EXPECT_EQ(Path(row.given).first_component().text(), row.result) << row.given;
   }
 }
 
 TEST(PathLexicallyNormal, LeavesOutWhatLeadsNowhereByTheTextAlone) {
-  for (const Row& row : {Row{"", ""},
-                         Row{"/", "/"},
-                         Row{".", "."},
-                         Row{"..", ".."},
-                         Row{"/..", "/"},
-                         Row{"/../a", "/a"},
-                         Row{"/../../a", "/a"},
-                         Row{"/a/b", "/a/b"},
-                         Row{"/a/./b", "/a/b"},
-                         Row{"/a//b", "/a/b"},
-                         Row{"//a///b", "/a/b"},
-                         Row{"/a/../b", "/b"},
-                         Row{"/a/b/../..", "/"},
-                         Row{"/a/b/../../..", "/"},
-                         Row{"a/..", "."},
-                         Row{"a/../..", ".."},
-                         Row{"../a", "../a"},
-                         Row{"./a", "a"},
-                         Row{"/a/", "/a/"},
-                         Row{"/a/.", "/a/"},
-                         Row{"/a/b/..", "/a/"},
-                         Row{"/a/.../b", "/a/.../b"},
-                         Row{"/a/..b", "/a/..b"},
-                         Row{"/.a/b.", "/.a/b."},
-                         Row{"/a b/\xFF/../c", "/a b/c"},
-                         Row{"/a/b/../../c/./d", "/c/d"}}) {
+  for (const PathRow& row : {PathRow{"", ""},
+                             PathRow{"/", "/"},
+                             PathRow{".", "."},
+                             PathRow{"..", ".."},
+                             PathRow{"/..", "/"},
+                             PathRow{"/../a", "/a"},
+                             PathRow{"/../../a", "/a"},
+                             PathRow{"/a/b", "/a/b"},
+                             PathRow{"/a/./b", "/a/b"},
+                             PathRow{"/a//b", "/a/b"},
+                             PathRow{"//a///b", "/a/b"},
+                             PathRow{"/a/../b", "/b"},
+                             PathRow{"/a/b/../..", "/"},
+                             PathRow{"/a/b/../../..", "/"},
+                             PathRow{"a/..", "."},
+                             PathRow{"a/../..", ".."},
+                             PathRow{"../a", "../a"},
+                             PathRow{"./a", "a"},
+                             PathRow{"/a/", "/a/"},
+                             PathRow{"/a/.", "/a/"},
+                             PathRow{"/a/b/..", "/a/"},
+                             PathRow{"/a/.../b", "/a/.../b"},
+                             PathRow{"/a/..b", "/a/..b"},
+                             PathRow{"/.a/b.", "/.a/b."},
+                             PathRow{"/a b/\xFF/../c", "/a b/c"},
+                             PathRow{"/a/b/../../c/./d", "/c/d"}}) {
     EXPECT_EQ(Path(row.given).lexically_normal().text(), row.result) << row.given;
   }
 }
@@ -107,16 +108,17 @@ TEST(PathLastSeparator, IsFoundFromTheEnd) {
 }
 
 TEST(PathBasename, FollowsTheLastSeparator) {
-  for (const Row& row :
-       {Row{"a/b/", ""}, Row{"a/b", "b"}, Row{"/a", "a"}, Row{"a", "a"}, Row{"", ""}, Row{"/", ""}}) {
+  for (const PathRow& row : {PathRow{"a/b/", ""}, PathRow{"a/b", "b"}, PathRow{"/a", "a"}, PathRow{"a", "a"},
+                             PathRow{"", ""}, PathRow{"/", ""}}) {
     EXPECT_EQ(Path(row.given).basename().text(), row.result) << row.given;
   }
 }
 
 TEST(PathDirname, ComesBeforeTheLastComponent) {
-  for (const Row& row : {Row{"/", "/"}, Row{"//", "//"}, Row{"/a", ""}, Row{"a", ""}, Row{"a/", ""},
-                         Row{"", ""}, Row{"a/b", "a"}, Row{"a/b/", "a"}, Row{"a/b//", "a"}, Row{"/a/b", "/a"},
-                         Row{"/a/b/c/", "/a/b"}, Row{"a//b", "a/"}, Row{"/a/", ""}}) {
+  for (const PathRow& row :
+       {PathRow{"/", "/"}, PathRow{"//", "//"}, PathRow{"/a", ""}, PathRow{"a", ""}, PathRow{"a/", ""},
+        PathRow{"", ""}, PathRow{"a/b", "a"}, PathRow{"a/b/", "a"}, PathRow{"a/b//", "a"},
+        PathRow{"/a/b", "/a"}, PathRow{"/a/b/c/", "/a/b"}, PathRow{"a//b", "a/"}, PathRow{"/a/", ""}}) {
     EXPECT_EQ(Path(row.given).dirname().text(), row.result) << row.given;
   }
 }

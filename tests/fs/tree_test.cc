@@ -18,6 +18,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/program.h"
 #include "tests/support/recorded_log.h"
+#include "tests/support/root.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
@@ -27,8 +28,6 @@ using fs::Descent;
 using fs::File;
 using fs::Path;
 using fs::Tolerance;
-
-constexpr uid_t NOBODY = 65534;
 
 std::vector<std::string> names(const std::vector<File>& files, const std::string& folder) {
   std::vector<std::string> result;

@@ -18,6 +18,7 @@
 #include "fs/tree.h"
 #include "tests/support/folder.h"
 #include "tests/support/program.h"
+#include "tests/support/root.h"
 #include "tests/support/tree.h"
 
 namespace harbix::test {
@@ -28,9 +29,7 @@ using fs::Walk;
 using fs::WalkItem;
 using Texts = std::vector<std::string>;
 
-constexpr uid_t NOBODY = 65534;
-
-Texts sorted(Texts texts) {
+Texts in_order(Texts texts) {
   std::ranges::sort(texts);
   return texts;
 }
@@ -62,7 +61,7 @@ class WalkTest : public ::testing::Test {
 TEST_F(WalkTest, MeetsEverythingBelowHiddenNamesIncluded) {
   Tree{file(".hidden"), dir("d", {file("f"), dir("e", {link("l", "..")})}), link("to_d", "d")}.build(
       folder_.path());
-  EXPECT_EQ(sorted(met()), (Texts{".hidden", "d", "d/e", "d/e/l", "d/f", "to_d"}));
+  EXPECT_EQ(in_order(met()), (Texts{".hidden", "d", "d/e", "d/e/l", "d/f", "to_d"}));
   EXPECT_EQ(failures_, Texts{});
 }
 
@@ -92,7 +91,7 @@ TEST_F(WalkTest, TellsWhereEachItemIs) {
 
 TEST_F(WalkTest, StaysOutOfWhatItIsToldToLeave) {
   Tree{dir("a", {file("1")}), dir("b", {file("2")})}.build(folder_.path());
-  EXPECT_EQ(sorted(met([](Walk& walk, const WalkItem& item) {
+  EXPECT_EQ(in_order(met([](Walk& walk, const WalkItem& item) {
               if (item.file.path() == Path("a")) walk.stay_out();
             })),
             (Texts{"a", "b", "b/2"}));
@@ -101,7 +100,7 @@ TEST_F(WalkTest, StaysOutOfWhatItIsToldToLeave) {
 TEST_F(WalkTest, GoesOnBehindAFolderThatCannotBeOpened) {
   Tree{dir("closed", {}, 0700), dir("open", {file("f")})}.build(folder_.path());
   const fs::EffectiveUser user(NOBODY);
-  EXPECT_EQ(sorted(met()), (Texts{"closed", "open", "open/f"}));
+  EXPECT_EQ(in_order(met()), (Texts{"closed", "open", "open/f"}));
   EXPECT_EQ(failures_, (Texts{"Directory 'closed' could not be opened. [errno:13 'Permission denied']"}));
 }
 

@@ -11,19 +11,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/installer/requests.h"
 #include "tests/installer/running_device.h"
 
 namespace harbix::test {
 namespace {
 
 using testing::StartsWith;
-
-constexpr const char* LIST = "cat /pps/system/installer/registeredapps/.all";
-
-const std::string REGISTER_D = "action::register\npackage_path::/apps/D\nextras::source::shopvale\ngid::\n";
-const std::string QUERY_D = "action::query\npackage_path::/apps/D\n";
-const std::string ANSWER_D =
-    "actual_gid::10000\nactual_dname::D\nactual_extras::source::shopvale\nresult::0\n";
 
 class InstallerExchange : public RunningDevice {};
 

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/installer/requests.h"
 #include "tests/installer/running_device.h"
 
 namespace harbix::test {
@@ -16,10 +17,6 @@ namespace {
 
 using std::chrono::steady_clock;
 
-const std::string REGISTER_D = "action::register\npackage_path::/apps/D\nextras::source::shopvale\ngid::\n";
-const std::string QUERY_D = "action::query\npackage_path::/apps/D\n";
-const std::string ANSWER_D =
-    "actual_gid::10000\nactual_dname::D\nactual_extras::source::shopvale\nresult::0\n";
 constexpr const char* KILLED = "harbix-device: the service 'harbix-installer' was killed by signal 9\n";
 
 class InstallerFault : public RunningDevice {

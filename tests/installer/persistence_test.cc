@@ -4,14 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/installer/requests.h"
 #include "tests/installer/running_device.h"
 
 namespace harbix::test {
 namespace {
 
 using testing::StartsWith;
-
-constexpr const char* LIST = "cat /pps/system/installer/registeredapps/.all";
 
 class InstallerPersistence : public RunningDevice {};
 

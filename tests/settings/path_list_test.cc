@@ -20,7 +20,7 @@ namespace {
 using fs::Path;
 using harbix::live_name;
 
-const std::string WALLPAPER = "/pps/services/navigator/wallpaper";
+const std::string WALLPAPER_OBJECT = "/pps/services/navigator/wallpaper";
 
 /// The list in an order of its own: that of the file system is anything.
 std::string listed() {
@@ -61,11 +61,11 @@ class SettingsPathList : public SettingsDevice {};
 
 TEST_F(SettingsPathList, HasAlwaysTheWallpaper) {
   EXPECT_TRUE(on_the_device([] {
-    EXPECT_EQ(listed(), WALLPAPER + "\n");
-    put_object(WALLPAPER);
-    EXPECT_EQ(listed(), WALLPAPER + "\n" + WALLPAPER + "\n");
+    EXPECT_EQ(listed(), WALLPAPER_OBJECT + "\n");
+    put_object(WALLPAPER_OBJECT);
+    EXPECT_EQ(listed(), WALLPAPER_OBJECT + "\n" + WALLPAPER_OBJECT + "\n");
     put_script("1", naming({}, {"/pps"}));
-    EXPECT_EQ(listed(), WALLPAPER + "\n");
+    EXPECT_EQ(listed(), WALLPAPER_OBJECT + "\n");
   }));
 }
 
@@ -78,8 +78,9 @@ TEST_F(SettingsPathList, HasTheLiveNamesOfWhatIsStored) {
     put("/pps/services/x/obj");
     put("/pps/system/deep/other");
     // A name may be listed without a live object; objects that are not stored are not settings.
-    EXPECT_EQ(listed(),
-              WALLPAPER + "\n/pps/services/x/obj\n/pps/services/x/obj\n/pps/system/deep/object\n/pps/top\n");
+    EXPECT_EQ(
+        listed(),
+        WALLPAPER_OBJECT + "\n/pps/services/x/obj\n/pps/services/x/obj\n/pps/system/deep/object\n/pps/top\n");
   }));
 }
 
@@ -97,7 +98,7 @@ TEST_F(SettingsPathList, LeavesOutWhatIsLiveAFolderOrALink) {
     put("/pps/live_object");
     std::filesystem::create_symlink("nowhere", "/var/pps/stored_link");
     put("/pps/stored_link");
-    EXPECT_EQ(listed(), "/pps/live_object\n/pps/object\n" + WALLPAPER + "\n/pps/stored_link\n");
+    EXPECT_EQ(listed(), "/pps/live_object\n/pps/object\n" + WALLPAPER_OBJECT + "\n/pps/stored_link\n");
   }));
 }
 
@@ -109,7 +110,7 @@ TEST_F(SettingsPathList, LeavesOutControlObjects) {
     put_object("/pps/a/control2");
     put_object("/pps/a/Control");
     put("/var/pps/a/x@control");
-    EXPECT_EQ(listed(), "/pps/a/Control\n/pps/a/control2\n/pps/a/x\n" + WALLPAPER + "\n");
+    EXPECT_EQ(listed(), "/pps/a/Control\n/pps/a/control2\n/pps/a/x\n" + WALLPAPER_OBJECT + "\n");
   }));
 }
 
@@ -122,7 +123,7 @@ TEST_F(SettingsPathList, LeavesOutControlObjectsOfTheWhitelistBelowPpsOnly) {
     put("/accounts/control");
     put("/accounts/1000/control");
     put_script("1", naming({"/pps/a/control", "/pps/w", "/accounts/control", "/accounts/1000"}));
-    EXPECT_EQ(listed(), "/accounts/1000/control\n/accounts/control\n/pps/a/control2\n" + WALLPAPER +
+    EXPECT_EQ(listed(), "/accounts/1000/control\n/accounts/control\n/pps/a/control2\n" + WALLPAPER_OBJECT +
                             "\n/pps/w/other\n");
   }));
 }
@@ -134,7 +135,7 @@ TEST_F(SettingsPathList, LeavesOutWhatBeginsWithTheTextOfTheBlacklist) {
     put_object("/pps/service");
     put_object("/pps/keep");
     put_script("1", naming({}, {"/pps/services", "/pps/keep/"}));
-    EXPECT_EQ(listed(), "/pps/keep\n/pps/service\n" + WALLPAPER + "\n");
+    EXPECT_EQ(listed(), "/pps/keep\n/pps/service\n" + WALLPAPER_OBJECT + "\n");
   }));
 }
 
@@ -151,7 +152,7 @@ TEST_F(SettingsPathList, HasWhatTheWhitelistNames) {
     std::filesystem::create_symlink("nowhere", "/w/dangling");
     put_script("1", naming({"/w/file", "/w/missing", "/w/folder", "/w/link", "/w/dangling", "/w/file"}));
     EXPECT_EQ(listed(),
-              WALLPAPER +
+              WALLPAPER_OBJECT +
                   "\n/w/dangling\n/w/file\n/w/file\n/w/folder/a\n/w/folder/empty\n/w/folder/inner_link\n"
                   "/w/folder/sub\n/w/folder/sub/b\n/w/link\n");
   }));
@@ -167,7 +168,7 @@ TEST_F(SettingsPathList, HoldsWhitelistedFoldersAgainstTheBlacklistButNotFiles) 
     put("/w/hidden/d");
     put_script("1", naming({"/w/file", "/w/folder", "/w/hidden"},
                            {"/w/file", "/w/folder/a", "/w/folder/sub/", "/w/hidden"}));
-    EXPECT_EQ(listed(), WALLPAPER + "\n/w/file\n/w/folder/b\n/w/folder/sub\n");
+    EXPECT_EQ(listed(), WALLPAPER_OBJECT + "\n/w/file\n/w/folder/b\n/w/folder/sub\n");
   }));
 }
 
@@ -175,7 +176,7 @@ TEST_F(SettingsPathList, TakesTheNamesOfTheWhitelistAsTheyWerePrinted) {
   EXPECT_TRUE(on_the_device([] {
     put("/w/x");
     put_script("1", naming({"/w/", "/w/../w/x", "/w//x", "/w/x/"}));
-    EXPECT_EQ(listed(), WALLPAPER + "\n/w/../w/x\n/w//x\n/w/x\n");
+    EXPECT_EQ(listed(), WALLPAPER_OBJECT + "\n/w/../w/x\n/w//x\n/w/x\n");
   }));
 }
 
@@ -184,7 +185,7 @@ TEST_F(SettingsPathList, HasWhitelistedObjectsBelowPps) {
     put("/pps/not_stored");
     put_object("/pps/stored");
     put_script("1", naming({"/pps/not_stored", "/pps/stored"}));
-    EXPECT_EQ(listed(), "/pps/not_stored\n" + WALLPAPER + "\n/pps/stored\n/pps/stored\n");
+    EXPECT_EQ(listed(), "/pps/not_stored\n" + WALLPAPER_OBJECT + "\n/pps/stored\n/pps/stored\n");
   }));
 }
 
@@ -199,7 +200,7 @@ TEST_F(SettingsPathList, IsShownWithMuchOutput) {
     const CapturedOutput errors(STDERR_FILENO);
     harbix::Completeness completeness;
     static_cast<void>(harbix::settings_path_list(completeness));
-    EXPECT_EQ(errors.text(), "/pps/a\n" + WALLPAPER + "\n/w/b\n");
+    EXPECT_EQ(errors.text(), "/pps/a\n" + WALLPAPER_OBJECT + "\n/w/b\n");
   }));
 }
 
@@ -207,7 +208,7 @@ TEST_F(SettingsPathList, NeedsTheStoreAndComesBackToWhereItWas) {
   EXPECT_TRUE(on_the_device([] {
     const InsideFolder inside("/pps");
     put_object("/pps/a");
-    EXPECT_EQ(listed(), "/pps/a\n" + WALLPAPER + "\n");
+    EXPECT_EQ(listed(), "/pps/a\n" + WALLPAPER_OBJECT + "\n");
     EXPECT_EQ(std::filesystem::current_path().string(), "/pps");
     std::filesystem::remove_all("/var/pps");
     EXPECT_NE(message_of<fs::Exception>([] { static_cast<void>(listed()); }), "");

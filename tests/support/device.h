@@ -56,6 +56,13 @@ class Device {
 
 inline constexpr char SHARED[] = "/accounts/1000/shared";
 inline constexpr char DTM[] = "/accounts/1000/sys/dtm";
+inline constexpr char NAVIGATOR_DATA[] = "/accounts/1000/appdata/sys.navigator";
+inline constexpr char SETTINGS[] = "/accounts/1000/settings";
+inline constexpr char SCRIPTS[] = "/base/scripts/backup_and_restore";
+inline constexpr char SETTINGS_SCRIPTS[] = "/base/scripts/backup_and_restore/settings";
+
+/// The path of what is called `path` in the shared media.
+inline std::string shared(const std::string& path) { return std::string(SHARED) + "/" + path; }
 
 inline constexpr int LOG_PRIORITY_ERROR = 3;
 inline constexpr int LOG_PRIORITY_WARNING = 4;

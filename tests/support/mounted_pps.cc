@@ -22,7 +22,7 @@
 namespace harbix::test {
 namespace {
 
-constexpr int CANNOT_RUN = 127;
+constexpr int CANNOT_MOUNT = 127;
 constexpr int SIGNAL_STATUS = 128;
 
 int exit_status(int status) {
@@ -71,7 +71,7 @@ pid_t MountedPps::launch(const std::vector<std::string>& arguments) {
   if (id == 0) {
     // A test that is killed must not leave its server behind.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) ::execv(program.c_str(), pointers.data());
-    ::_exit(CANNOT_RUN);
+    ::_exit(CANNOT_MOUNT);
   }
   return id;
 }

@@ -19,7 +19,7 @@ namespace harbix::test {
 namespace {
 
 constexpr int THREW_STATUS = 99;
-constexpr int SIGNAL_STATUS = 128;
+constexpr int KILLED_STATUS = 128;
 
 /// The letter that ps(1) shows: 'S' asleep, 'R' running.
 char state_of(pid_t process) {
@@ -86,7 +86,7 @@ int Process::wait() noexcept {
   while (waited == -1 && errno == EINTR) waited = ::waitpid(id_, &status, 0);
   id_ = -1;
   if (waited == -1) return THREW_STATUS;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNAL_STATUS + WTERMSIG(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : KILLED_STATUS + WTERMSIG(status);
 }
 
 WaitingReader::WaitingReader(const std::string& path) {

@@ -11,6 +11,8 @@
 
 namespace harbix::test {
 
+inline constexpr uid_t NOBODY = 65534;  ///< an account that owns nothing
+
 /// Runs part of a test in a process of its own whose root folder is `root`, for code that works on fixed
 /// absolute paths. The system's programs, libraries and devices are there as well; everything else is what
 /// the test put below `root`. Starts in "/", as the superuser.

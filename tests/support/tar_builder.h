@@ -5,6 +5,9 @@
 
 namespace harbix::test {
 
+/// The size of a header, and what contents are filled up to.
+inline constexpr std::size_t RECORD = 512;
+
 /// Makes tar archives that no sane program writes: any name, any type, any size, any bytes.
 class TarBuilder {
  public:

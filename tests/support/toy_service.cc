@@ -76,7 +76,7 @@ int serve(const std::string& directory, const base::FileDescriptor& ready) {
   return 0;
 }
 
-std::array<base::FileDescriptor, 2> make_pipe() {
+std::array<base::FileDescriptor, 2> make_ends() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) == -1) fail("cannot make a pipe");
   return {base::FileDescriptor(ends[0]), base::FileDescriptor(ends[1])};
@@ -90,7 +90,7 @@ ToyService::ToyService(const std::string& directory, std::array<base::FileDescri
   if (read_text(pipe[0], 1) != ".") throw std::runtime_error("the service could not start");
 }
 
-ToyService::ToyService(const std::string& directory) : ToyService(directory, make_pipe()) {}
+ToyService::ToyService(const std::string& directory) : ToyService(directory, make_ends()) {}
 
 std::map<std::string, std::string> exchange(const std::string& object, const std::string& package_path) {
   auto opened = open_object(object + "?wait,delta", O_RDWR | O_CREAT | O_EXCL, 0660);

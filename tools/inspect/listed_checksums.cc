@@ -15,7 +15,7 @@
 namespace harbix::inspect {
 namespace {
 
-constexpr std::size_t DIGITS = 64;
+constexpr std::size_t DIGEST_DIGITS = 64;
 constexpr std::string_view GAP = "  ";  // or " *" of a binary file
 // No name is as long, and a file that claims so must not take memory.
 constexpr std::size_t LONGEST_LINE = std::size_t{1} << 18;
@@ -82,14 +82,14 @@ std::optional<ListedChecksums::Sum> ListedChecksums::parse(std::string_view line
   if (line.size() > LONGEST_LINE) return std::nullopt;
   const bool is_escaped = line.starts_with('\\');
   if (is_escaped) line.remove_prefix(1);
-  if (line.size() <= DIGITS + GAP.size()) return std::nullopt;
-  const std::string_view gap = line.substr(DIGITS, GAP.size());
-  std::string digest(line.substr(0, DIGITS));
+  if (line.size() <= DIGEST_DIGITS + GAP.size()) return std::nullopt;
+  const std::string_view gap = line.substr(DIGEST_DIGITS, GAP.size());
+  std::string digest(line.substr(0, DIGEST_DIGITS));
   for (char& digit : digest)
     digit = digit >= 'A' && digit <= 'F' ? static_cast<char>(digit - 'A' + 'a') : digit;
   if (digest.find_first_not_of("0123456789abcdef") != std::string::npos || (gap != GAP && gap != " *"))
     return std::nullopt;
-  std::string_view name = line.substr(DIGITS + GAP.size());
+  std::string_view name = line.substr(DIGEST_DIGITS + GAP.size());
   return Sum{std::move(digest), is_escaped ? unescaped(name) : std::string(name)};
 }
 
