@@ -10,8 +10,10 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 add_library(harbix_settings INTERFACE)
 target_compile_options(harbix_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
   -Woverloaded-virtual -Wextra-semi -Wformat=2
+  # Where several files are compiled as one, what is local in one hides what is local in another.
+  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>
   $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>
   $<$<BOOL:${HARBIX_WERROR}>:-Werror>)
 # 64-bit sizes and offsets on every build, and the GNU names of the system's calls.
