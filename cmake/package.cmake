@@ -25,6 +25,8 @@ function(harbix_install_documents component package)
 endfunction()
 
 harbix_install_documents(program harbix PAGES harbix.1 DOCUMENTS docs/archive-format.md)
+install(FILES docs/examples/read_archive.py DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/harbix/examples
+  COMPONENT program)
 set(CPACK_COMPONENTS_ALL program)
 if(HARBIX_DEVICE)
   harbix_install_documents(device harbix-device
