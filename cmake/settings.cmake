@@ -42,6 +42,17 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_link_libraries(precompiled_headers PRIVATE harbix_settings)
 endif()
 
+# harbix_compile_together()
+#
+# For a folder whose programs stay on developers' machines: several of its files are compiled as one, which reads the headers
+# once for them. Not in the preset "debug", where a change of one file is sooner compiled by itself. What goes onto a tablet
+# is compiled file by file, so that each is seen to include what it needs.
+macro(harbix_compile_together)
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    set(CMAKE_UNITY_BUILD ON)
+  endif()
+endmacro()
+
 # harbix_precompile(TARGET...)
 function(harbix_precompile)
   if(NOT TARGET precompiled_headers)
