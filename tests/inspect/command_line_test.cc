@@ -74,7 +74,7 @@ TEST_F(InspectCommandLine, IsCompletedInBash) {
        {Row{"c", "checksums compare"}, Row{"verify --n", "--notes"}, Row{"list --color a", "auto always"}}) {
     const Outcome outcome = run_program(
         {"bash", "-c",
-         std::string("source " HARBIX_SOURCES "/tools/inspect/completions/harbix-inspect.bash; "
+         std::string("source '" HARBIX_SOURCES "/tools/inspect/completions/harbix-inspect.bash'; "
                      "COMP_WORDS=(harbix-inspect ") +
              row.words +
              "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _harbix_inspect; echo -n \"${COMPREPLY[*]}\""});
@@ -97,7 +97,7 @@ TEST_F(InspectCommandLine, OutputThatIsLostIsAnError) {
        {"list " + tar, "list -l " + tar, "verify " + tar, "verify --json " + tar, "checksums " + tar,
         "compare " + tar + " " + archive(TarBuilder().text(), "b.tar"),
         "extract " + tar + " /media/Music/a.mp3 --to -", std::string("--help")}) {
-    const std::string program = HARBIX_INSPECT_PROGRAM " " + command;
+    const std::string program = "'" HARBIX_INSPECT_PROGRAM "' " + command;
     const Outcome full = run_program({"sh", "-c", program + " >/dev/full"});
     EXPECT_EQ(full.status, 2) << command;
     EXPECT_THAT(full.errors, HasSubstr("Standard output: No space left on device"));

@@ -8,6 +8,12 @@
 namespace harbix::test {
 namespace {
 
+#ifdef HARBIX_SANITIZED
+const std::string MEMORY_LIMIT;  // the sanitizers take memory of their own
+#else
+const std::string MEMORY_LIMIT = "ulimit -d 65536; ";  // KiB of all that a process can write to
+#endif
+
 using ::testing::AnyOf;
 
 class InspectHostile : public InspectRun {};
@@ -39,10 +45,9 @@ TEST_F(InspectHostile, LargeManifestsTakeLittleMemory) {
   for (const char* name :
        {"/app/a.pkg/bin/.backup.metadata", "/media/A/.backup.metadata", "/settings/.backup.metadata"}) {
     const std::string tar = archive(TarBuilder().file(name, manifest).text());
-    // KiB of all that a process can write to.
     const Outcome outcome = run_program(
         {"sh", "-c",
-         "ulimit -d 65536; exec " HARBIX_INSPECT_PROGRAM " verify --json " + tar + " >/dev/null"});
+         MEMORY_LIMIT + "exec '" HARBIX_INSPECT_PROGRAM "' verify --json " + tar + " >/dev/null"});
     EXPECT_EQ(outcome.status, std::string(name).starts_with("/media") ? 0 : 1) << name << outcome.errors;
   }
 }
@@ -53,7 +58,7 @@ TEST_F(InspectHostile, ManyRecordsTakeLittleMemory) {
   const std::string tar =
       archive(TarBuilder().file("/media/A/.backup.metadata", manifest).folder("/media/A").text());
   const Outcome outcome =
-      run_program({"sh", "-c", "ulimit -d 65536; exec " HARBIX_INSPECT_PROGRAM " verify --notes " + tar});
+      run_program({"sh", "-c", MEMORY_LIMIT + "exec '" HARBIX_INSPECT_PROGRAM "' verify --notes " + tar});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_NE(outcome.output.find("note: /media/A: The manifest has more records than can be held"),
             std::string::npos)

@@ -55,7 +55,7 @@ TEST_F(InspectList, LetsNoControlCharacterThrough) {
 
 TEST_F(InspectList, IsATableOnATerminal) {
   const std::string tar = archive(two_packages());
-  const std::string command = HARBIX_INSPECT_PROGRAM " list " + tar;
+  const std::string command = "'" HARBIX_INSPECT_PROGRAM "' list " + tar;
   const Outcome plain = run_program({"script", "-qec", "TERM=dumb " + command, "/dev/null"});
   EXPECT_THAT(plain.output, HasSubstr("KEYWORD  KIND        ITEMS   SIZE        OWNER PACKAGE\r\n"));
   EXPECT_THAT(plain.output, HasSubstr("settings settings        1      5       1000:0 /settings\r\n"));

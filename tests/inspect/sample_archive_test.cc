@@ -16,7 +16,7 @@ class InspectSample : public InspectRun {
   InspectSample() {
     const Outcome outcome = run_program(
         {"sh", "-c",
-         HARBIX_DEVICE_PROGRAM " -- sh -c 'harbix -f - app_media_settings 2>/dev/null' >" + name_});
+         "'" HARBIX_DEVICE_PROGRAM "' -- sh -c 'harbix -f - app_media_settings 2>/dev/null' >" + name_});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
   }
 

@@ -197,8 +197,9 @@ TEST_F(InspectVerify, ShowsHowFarItHasComeOnATerminalAlone) {
   // A pipe that is filled slowly: the pause between two lines is a fifth of a second.
   const std::string half = archive(bytes.substr(0, bytes.size() / 2), "half");
   const std::string rest = archive(bytes.substr(bytes.size() / 2), "rest");
-  const std::string command =
-      "(cat " + half + "; sleep 0.5; cat " + rest + ") | " HARBIX_INSPECT_PROGRAM " verify -";
+  const std::string command = "(cat " + half + "; sleep 0.5; cat " + rest +
+                              ") | "
+                              "'" HARBIX_INSPECT_PROGRAM "' verify -";
   EXPECT_THAT(run_program({"script", "-qec", command, "/dev/null"}).output, HasSubstr(" MB/s"));
   EXPECT_EQ(run_program({"sh", "-c", command}).errors, "");
 }
