@@ -353,7 +353,7 @@ std::vector<Row> rows_of_all_keywords() {
     add("IsForARestoreThatIsNotOnTheMedium",
         while_failing("syncfs", "1", EIO) + restore(keyword + ".tar", keyword),
         "ERROR: What was restored may not be on the medium: Input/output error\n");
-    add("IsForABackupWithTooFewDescriptors", "ulimit -n 6; " + BACKUP + keyword, "ERROR: ");
+    add("IsForABackupWithTooFewDescriptors", with_descriptors(6) + BACKUP + keyword, "ERROR: ");
     add("IsForASizeWithTooFewDescriptors", while_failing("openat", "1", EMFILE) + SIZE + keyword,
         "Too many open files'");
     for (const auto& [call, id] : {std::pair{"setresuid", "uid"}, {"setresgid", "gid"}}) {

@@ -46,9 +46,7 @@ TEST_P(RunResources, ThatAreTooFewDescriptorsEndABackupWithStatusTwo) {
   int failures = 0;
   int status = 2;
   for (int count = 5; count < 60 && status != 0; ++count) {
-    // The sanitizers' look for leaks needs descriptors of its own.
-    const Outcome outcome =
-        back_up("export ASAN_OPTIONS=detect_leaks=0; ulimit -n " + std::to_string(count) + "; exec ");
+    const Outcome outcome = back_up(with_descriptors(count) + "exec ");
     status = outcome.status;
     // The program could not even be loaded.
     if (status == 127) continue;

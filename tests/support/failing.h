@@ -20,4 +20,10 @@ inline std::string with_act(const std::string& moment, const std::string& path, 
          command + "'";
 }
 
+/// The beginning of a command that is to run with `count` descriptors. The sanitizers' look for leaks needs
+/// some of its own.
+inline std::string with_descriptors(int count) {
+  return "export ASAN_OPTIONS=detect_leaks=0; ulimit -n " + std::to_string(count) + "; ";
+}
+
 }  // namespace harbix::test
