@@ -33,18 +33,27 @@ bool is_same(const struct ::stat& one, const struct ::stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
+/// Checks that an object that was opened may be given away: it must be the one that was listed, and no file
+/// that somebody has given another name here to get at it.
+/// @return 0, or the error number.
+int judge(const struct ::stat& found, const struct ::stat& listed, const Ownership& ownership) {
+  if (!is_same(found, listed)) return ENOENT;
+  const bool has_other_names = !S_ISDIR(found.st_mode) && found.st_nlink > 1;
+  return has_other_names && found.st_uid != ownership.user ? EPERM : 0;
+}
+
 /// Takes permissions away from the very object that is opened; nothing follows a link, waits for a fifo or
 /// changes another kind of object.
 /// @return 0, or the error number.
-int narrow_mode(const fs::Place& place, const struct ::stat& listed, mode_t allowed) {
+int narrow_mode(const fs::Place& place, const struct ::stat& listed, const Ownership& ownership) {
   if (!S_ISREG(listed.st_mode) && !S_ISDIR(listed.st_mode)) return 0;
-  if ((listed.st_mode & PERMISSIONS & ~allowed) == 0) return 0;
+  if ((listed.st_mode & PERMISSIONS & ~ownership.mode) == 0) return 0;
   const base::FileDescriptor object(
       ::openat(place.folder, place.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct ::stat found {};
   if (!object || ::fstat(object.get(), &found) == -1) return errno;
-  if (!is_same(found, listed)) return ENOENT;
-  return ::fchmod(object.get(), found.st_mode & PERMISSIONS & allowed) == -1 ? errno : 0;
+  if (const int error = judge(found, listed, ownership); error != 0) return error;
+  return ::fchmod(object.get(), found.st_mode & PERMISSIONS & ownership.mode) == -1 ? errno : 0;
 }
 
 /// Sets the owner of the very object that was listed.
@@ -53,7 +62,7 @@ int set_owner(const fs::Place& place, const struct ::stat& listed, const Ownersh
   const base::FileDescriptor object(::openat(place.folder, place.name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct ::stat found {};
   if (!object || ::fstat(object.get(), &found) == -1) return errno;
-  if (!is_same(found, listed)) return ENOENT;
+  if (const int error = judge(found, listed, ownership); error != 0) return error;
   return ::fchownat(object.get(), "", ownership.user, ownership.group, AT_EMPTY_PATH) == -1 ? errno : 0;
 }
 
@@ -64,7 +73,7 @@ void apply(const Ownership& ownership, fs::Folder& folder, const fs::File& file)
   report::progress("Applying ownership ", ownership.user, ':', ownership.group, " to ", path);
   const fs::Path relative = folder.relative(path);
   const fs::Place place = folder.place_of(relative);
-  if (const int error = narrow_mode(place, file.record(), ownership.mode); error != 0) {
+  if (const int error = narrow_mode(place, file.record(), ownership); error != 0) {
     std::cerr << "ERROR applying permissions to " << path << " (" << std::strerror(error) << ")\n";
     throw fs::Exception(error, "Applying perms. to " + path.text());
   }

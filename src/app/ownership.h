@@ -28,7 +28,7 @@ struct Ownership {
 
 /// Gives what lies at `relative` below `folder` to its owner. Its own permissions only ever lose bits; a link
 /// keeps its mode, and what it leads to is left alone, as is what another program puts in its place
-/// meanwhile.
+/// meanwhile. A file that has other names as well must belong to its owner already.
 /// @throws fs::Exception "Applying perms. to PATH" or "Applying exception to PATH", which are reported on
 /// standard error as well; "Path '...' stat failed."
 void apply_ownership(const Ownership& ownership, fs::Folder& folder, const fs::Path& relative);

@@ -158,6 +158,32 @@ TEST_F(OwnershipTest, GoesToNothingThatIsReachedThroughALink) {
                    .matches(folder_.path())));
 }
 
+TEST_F(OwnershipTest, OfAFileWithOtherNamesStaysAsItIs) {
+  for (const mode_t mode : {mode_t{0600}, mode_t{0666}}) {
+    Tree{dir("app"), file("secret", "", mode)}.build(folder_.path());
+    ASSERT_EQ(::link(path("secret").c_str(), path("app/secret").c_str()), 0);
+    const CapturedOutput errors(STDERR_FILENO);
+    EXPECT_NE(failure_of([this] { apply_ownership(OF_BINARIES, root_, "app/secret"); }), "");
+    EXPECT_NE(failure_of([this] { apply_ownership_below(OF_DATA, root_, "app"); }), "");
+    EXPECT_TRUE(
+        (Tree{dir("app", {file("secret", "", mode).owned_by(0, 0)}), file("secret", "", mode)}.matches(
+            folder_.path())))
+        << std::oct << mode;
+    ASSERT_EQ(::unlink(path("app/secret").c_str()), 0);
+    ASSERT_EQ(::rmdir(path("app").c_str()), 0);
+    ASSERT_EQ(::unlink(path("secret").c_str()), 0);
+  }
+}
+
+TEST_F(OwnershipTest, OfTheOwnersFileWithOtherNamesIsSet) {
+  Tree{file("one", "", 0666).owned_by(USER, 0)}.build(folder_.path());
+  ASSERT_EQ(::link(path("one").c_str(), path("two").c_str()), 0);
+  apply_ownership(OF_DATA, root_, "two");
+  EXPECT_TRUE(
+      (Tree{file("one", "", 0660).owned_by(USER, GROUP), file("two", "", 0660).owned_by(USER, GROUP)}.matches(
+          folder_.path())));
+}
+
 TEST_F(OwnershipTest, FailsForWhatIsGone) {
   EXPECT_EQ(failure_of([this] { apply_ownership(OF_DATA, root_, "gone"); }),
             "Path '" + path("gone") + "' stat failed. [errno:2 'No such file or directory']");

@@ -249,6 +249,15 @@ TEST_P(Race, GivesNoStrangersFileAwayThatTookTheNameOfAnother) {
   EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/file"));
 }
 
+TEST_P(Race, GivesNoStrangersFileAwayThatWasThereUnderAnotherName) {
+  const std::string archive =
+      archive_of({CraftedPackage::data(loaded_.id).folder("data").file("data/file", "1", 0600)});
+  const Outcome outcome = race({"open", "data/file"}, "ln " + file_in_vault() + " " + staged("data/added"),
+                               {loaded_.data()}, "-r app", archive);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.errors, HasSubstr(loaded_.data() + "/data/added"));
+}
+
 std::string name_of_kernel(const testing::TestParamInfo<Kernel>& kernel) {
   return kernel.param == Kernel::NEW ? "NewKernel" : "WithoutOpenat2";
 }
