@@ -25,14 +25,6 @@ std::string_view without_separators_at_end(std::string_view path) {
   return path.substr(0, path.find_last_not_of(Path::SEPARATOR) + 1);
 }
 
-/// "./a/b" is "a/b", and "." the folder itself: or callers with and without it would close each other's
-/// folders.
-std::string_view without_leading_dots(std::string_view path) {
-  while (path.starts_with("./"))
-    path.remove_prefix(std::min(path.find_first_not_of(Path::SEPARATOR, 1), path.size()));
-  return path == "." ? std::string_view() : path;
-}
-
 /// Whether the folder whose name are the first `length` characters of `name` is `path` or on the way to it.
 bool is_on_the_way(const std::string& name, std::size_t length, std::string_view path) {
   if (!path.starts_with(std::string_view(name).substr(0, length))) return false;
@@ -74,9 +66,7 @@ Place Folder::place_of(const Path& relative) {
   if (std::string_view(name) == "..")
     throw Exception(EXDEV, "Path '" + (path_ / relative).text() + "' leads out.");
   if (!separator) return {descriptor(), name};
-  const std::string_view parent =
-      without_leading_dots(std::string_view(relative.text()).substr(0, *separator));
-  if (parent.empty() && *separator != 0) return {descriptor(), name};
+  const std::string_view parent = std::string_view(relative.text()).substr(0, *separator);
   if (held_.empty() || held_.back().length != held_name_.size() || parent != held_name_) hold(parent);
   return {held_.back().descriptor.get(), name};
 }

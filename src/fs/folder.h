@@ -48,8 +48,8 @@ class Folder {
   /// @throws fs::Exception (no error number) when it does not.
   [[nodiscard]] Path relative(const Path& path) const;
 
-  /// The place of `relative`, for example "a/b/c". The folder that holds it stays open until one of another
-  /// folder is asked for.
+  /// The place of `relative`, for example "a/b/c", best as relative() gives it. The folder that holds it
+  /// stays open until one of another folder is asked for.
   /// @throws fs::Exception "Directory 'PATH' could not be opened.", with the whole path.
   [[nodiscard]] Place place_of(const Path& relative);
 
