@@ -14,6 +14,7 @@
 #include "base/places.h"
 #include "base/report.h"
 #include "fs/exception.h"
+#include "fs/space.h"
 #include "fs/tree.h"
 #include "updater/installer_client.h"
 
@@ -222,10 +223,10 @@ void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const 
 }
 
 bool ApplicationRestore::make_room(fs::Folder& all_data, const fs::Path& data, std::uint64_t needed) {
-  const std::uint64_t left = space_left(all_data);
+  const std::uint64_t left = fs::free_space(all_data);
   const fs::Path name = all_data.relative(data);
   if (needed <= left || !holds_files(all_data, name)) return true;
-  const std::uint64_t room = left + space_taken(all_data, name);
+  const std::uint64_t room = left + fs::removable_space(all_data, name);
   if (needed > room) {
     fail("The new data for '" + data.text() + "' needs " + std::to_string(needed) +
          " bytes, and there is room for " + std::to_string(room) + ": the old data stays");

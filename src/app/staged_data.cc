@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,7 +21,6 @@ namespace harbix {
 namespace {
 
 constexpr char OLD_DATA[] = ".harbix-old";   // no application's folder has this name
-constexpr std::uint64_t STATUS_BLOCK = 512;  // what st_blocks counts
 
 std::string staging_name() {
   static unsigned count = 0;
@@ -152,26 +150,6 @@ bool holds_files(fs::Folder& folder, const fs::Path& relative) {
     if (item->failure || !item->file.is_directory()) return true;
   }
   return false;
-}
-
-std::uint64_t space_taken(fs::Folder& folder, const fs::Path& relative) {
-  std::uint64_t bytes = 0;
-  fs::Walk walk(folder, relative, relative);
-  while (const fs::WalkItem* item = walk.next()) {
-    // Of a file with several names nothing is freed by the removal of one.
-    if (item->failure || (!item->file.is_directory() && item->file.record().st_nlink > 1)) continue;
-    bytes += static_cast<std::uint64_t>(item->file.record().st_blocks) * STATUS_BLOCK;
-  }
-  return bytes;
-}
-
-std::uint64_t space_left(const fs::Folder& folder) {
-  struct ::statvfs system {};
-  if (::fstatvfs(folder.descriptor(), &system) == -1) {
-    const int error = errno;
-    throw fs::Exception(error, "Path '" + folder.path().text() + "' stat failed.");
-  }
-  return static_cast<std::uint64_t>(system.f_bavail) * system.f_frsize;
 }
 
 void remove_interrupted_data() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "archive/extraction.h"
@@ -44,13 +43,6 @@ class StagedData {
 
 /// Whether files, not folders alone, lie below `relative`.
 [[nodiscard]] bool holds_files(fs::Folder& folder, const fs::Path& relative);
-
-/// What the removal of `relative` would free, in bytes.
-[[nodiscard]] std::uint64_t space_taken(fs::Folder& folder, const fs::Path& relative);
-
-/// What a user without privileges can still write in a folder, in bytes.
-/// @throws fs::Exception when the system cannot tell.
-[[nodiscard]] std::uint64_t space_left(const fs::Folder& folder);
 
 /// Removes what interrupted runs have left in the folder of all data, if there is one. Where a run was
 /// interrupted between taking away old data and putting the new in its place, that is done first.

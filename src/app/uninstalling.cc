@@ -8,12 +8,12 @@
 #include <utility>
 
 #include "app/layout.h"
-#include "app/staged_data.h"
 #include "base/domains.h"
 #include "base/log.h"
 #include "base/places.h"
 #include "base/report.h"
 #include "fs/exception.h"
+#include "fs/space.h"
 #include "updater/installer_client.h"
 
 namespace harbix {
@@ -32,14 +32,14 @@ dev_t device_of(const fs::Folder& folder) {
 std::uint64_t room_for(std::uint64_t needed, const std::vector<RegisteredApplication>& installed) try {
   fs::Folder binaries(places::APPLICATIONS);
   fs::Folder data(places::APPLICATION_DATA);
-  std::uint64_t room = space_left(data);
-  if (device_of(binaries) != device_of(data)) room += space_left(binaries);
+  std::uint64_t room = fs::free_space(data);
+  if (device_of(binaries) != device_of(data)) room += fs::free_space(binaries);
   if (needed <= room) return room;
   for (const RegisteredApplication& one : installed) {
     const bool goes = is_from_storefront(one) && is_application_folder(one.id);
-    if (goes) room += space_taken(binaries, fs::Path(one.id));
+    if (goes) room += fs::removable_space(binaries, fs::Path(one.id));
   }
-  return room + space_taken(data, fs::Path());
+  return room + fs::removable_space(data, fs::Path());
 } catch (const fs::Exception& failure) {
   diagnostics::line(1, "%s", failure.what());
   return std::numeric_limits<std::uint64_t>::max();

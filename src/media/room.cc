@@ -1,31 +1,19 @@
 #include "media/room.h"
 
-#include <sys/statvfs.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <stdexcept>
 #include <string>
 
 #include "base/size_result.h"
-#include "fs/exception.h"
 #include "fs/file.h"
 #include "fs/folder.h"
+#include "fs/space.h"
 #include "fs/walk.h"
 #include "media/share.h"
 
 namespace harbix {
 namespace {
-
-std::uint64_t free_bytes(const fs::Path& share) {
-  struct ::statvfs room {};
-  if (::statvfs(share.c_str(), &room) == -1) {
-    const int error = errno;
-    throw fs::Exception(error, "Path '" + share.text() + "' statvfs failed.");
-  }
-  return std::uint64_t{room.f_bavail} * room.f_frsize;
-}
 
 /// What a file takes on disk, or in an archive: files with holes take more there.
 std::uint64_t larger_size(const struct ::stat& record) {
@@ -57,7 +45,7 @@ class Demand {
 
   void require_room() const {
     if (shares_.empty()) return;
-    std::uint64_t room = free_bytes(shares_.front());
+    std::uint64_t room = fs::free_space(fs::Folder(shares_.front()));
     if (needed_ <= room) return;
     for (const fs::Path& share : shares_) room = saturated_sum(room, occupied_bytes(share));
     if (needed_ <= room) return;
