@@ -26,6 +26,8 @@ string(REGEX REPLACE "/$" "" sources "${sources}")
 add_compile_options(
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
   $<$<BOOL:${sources}>:-ffile-prefix-map=${sources}=.> -gno-record-gcc-switches)
+# For profilers and backtraces lines are enough. With a debugger the preset "debug" is looked at.
+add_compile_options($<$<CONFIG:RelWithDebInfo>:-g1>)
 if(HARBIX_SANITIZE)
   # The check of objects' types opens a pipe to see whether memory can be read: where a test leaves no descriptors it takes
   # good objects for bad ones.
@@ -47,11 +49,13 @@ endif()
 # harbix_compile_together()
 #
 # For a folder whose programs stay on developers' machines: several of its files are compiled as one, which reads the headers
-# once for them. Not in the preset "debug", where a change of one file is sooner compiled by itself. What goes onto a tablet
-# is compiled file by file, so that each is seen to include what it needs.
+# once for them, and nothing is written for debuggers. Not in the preset "debug", which is made for these, and where a change
+# of one file is sooner compiled by itself. What goes onto a tablet is compiled file by file, so that each is seen to include
+# what it needs.
 macro(harbix_compile_together)
   if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     set(CMAKE_UNITY_BUILD ON)
+    add_compile_options($<$<CONFIG:RelWithDebInfo>:-g0>)
   endif()
 endmacro()
 
