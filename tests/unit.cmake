@@ -58,7 +58,7 @@ harbix_unit_test(updater_test
 harbix_unit_test(app_test
   SOURCES
     app/app_device.cc app/application_archive_test.cc 
-    app/application_package_test.cc app/backup_test.cc app/component_restore_test.cc
+    app/application_package_test.cc app/backup_test.cc app/component_restore_test.cc app/home_screen_rules_test.cc
     app/home_screen_programs_test.cc app/home_screen_restore_test.cc app/layout_test.cc app/ownership_test.cc
     app/package_entries_test.cc app/package_extraction_test.cc app/restore_test.cc
   LINKS harbix_recorded_log harbix::app)

@@ -71,4 +71,17 @@ bool ApplicationPackage::has_valid_paths(const fs::Path& base) const {
       records_, [&base](const FileRecord& record) { return fs::is_record_path_below(record.path, base); });
 }
 
+std::optional<ApplicationPackage> next_application_package(
+    ArchiveReader& reader, const std::function<void(const std::string& reason)>& malformed) {
+  for (;;) {
+    try {
+      std::optional<Package> package = find_manifest(reader, METADATA_NAME, OtherEntries::SKIP);
+      if (!package) return std::nullopt;
+      return ApplicationPackage(*std::move(package));
+    } catch (const meta::malformed_manifest& error) {
+      malformed(error.what());
+    }
+  }
+}
+
 }  // namespace harbix

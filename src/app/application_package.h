@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,5 +58,11 @@ class ApplicationPackage {
   meta::Manifest attributes_;
   std::vector<FileRecord> records_;
 };
+
+/// Reads on to the next package of the reader's section; nothing at its end. A package whose manifest is
+/// malformed is passed over, and the reason handed on.
+/// @throws std::runtime_error as find_manifest does.
+[[nodiscard]] std::optional<ApplicationPackage> next_application_package(
+    ArchiveReader& reader, const std::function<void(const std::string& reason)>& malformed);
 
 }  // namespace harbix

@@ -1,7 +1,7 @@
 #include "app/application_restore.h"
 
-#include <algorithm>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include "app/layout.h"
@@ -26,24 +26,14 @@ constexpr mode_t DATA_MODE = 0770;
 constexpr gid_t UNKNOWN_GROUP = 0;
 constexpr char BINARIES_STAY[] = "Application binaries will not be restored.\n";
 
-bool is_built_in(const fs::Path& target) {
-  updater::ActionQuery query(target.text());
-  query.exchange();
-  return query.get_attribute("actual_extras").find(domains::BUILT_IN_MARKER) != std::string::npos;
-}
-
 }  // namespace
 
 void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
   report::progress("Bin Package ", package.package());
   const fs::Path target = binary_folder(package.app_directory());
-  if (!are_binaries_acceptable(package, target)) {
-    refuse_binaries(package);
-    return;
-  }
-  if (keeps_installed_ && fs::exists(target)) {
-    // Its data can be restored all the same.
-    std::cerr << BINARIES_STAY;
+  const BinariesVerdict verdict = judgement_.judge_binaries(package);
+  if (!verdict.are_restored()) {
+    report_refusal(package, verdict);
     return;
   }
   PackageExtraction extraction(reader_, package, target, Restorable::EVERYTHING);
@@ -56,66 +46,24 @@ void ApplicationRestore::restore_binaries(const ApplicationPackage& package) {
   }
 }
 
+void ApplicationRestore::report_refusal(const ApplicationPackage& package, const BinariesVerdict& verdict) {
+  using enum BinariesVerdict::Answer;
+  const std::string directory = package.app_directory();
+  const fs::Path target = binary_folder(directory);
+  if (verdict.answer == OTHER_BASENAME)
+    report::progress("Different basenames: '", target, "' '", directory, "'");
+  if (verdict.answer == NOT_AT_APPS) report::progress("Not rooted at apps: '", target, "'");
+  if (verdict.answer == BUILT_IN) report::progress("ERROR: Attempt to restore 1st or 2nd party app. ");
+  if (verdict.is_failure()) fail(verdict.reason);
+  std::cerr << BINARIES_STAY;
+}
+
 void ApplicationRestore::remove_binaries(const ApplicationPackage& package) {
-  fail("The binaries of '" + package.package() +
-       "' are not complete: the application is removed and not registered");
-  refused_ = package.package();
+  fail(incomplete_binaries_text(package));
+  judgement_.refuse(package);
   fs::Folder applications(places::APPLICATIONS);
   const fs::Path folder(package.app_directory());
   if (applications.holds(folder)) fs::remove_tree(applications, folder);
-}
-
-bool ApplicationRestore::are_binaries_acceptable(const ApplicationPackage& package, const fs::Path& target) {
-  // The parts of the home screen are built in, and no list of the installer tells so.
-  const std::string directory = package.app_directory();
-  if (is_home_screen(directory)) return false;
-  if (!has_fitting_target(package, target)) {
-    report_misfit(package);
-    return false;
-  }
-  if (fs::exists(target) && !is_replaceable(target, directory)) return false;
-  if (package.has_valid_paths(target)) return true;
-  report_misfit(package);
-  return false;
-}
-
-bool ApplicationRestore::has_fitting_target(const ApplicationPackage& package, const fs::Path& target) {
-  const std::string directory = package.app_directory();
-  if (target.basename() != fs::Path(directory).basename()) {
-    report::progress("Different basenames: '", target, "' '", directory, "'");
-    return false;
-  }
-  if (target.text().substr(0, target.last_separator().value_or(0)) != places::APPLICATIONS) {
-    report::progress("Not rooted at apps: '", target, "'");
-    return false;
-  }
-  return package.has_plain_directory();
-}
-
-bool ApplicationRestore::is_replaceable(const fs::Path& target, const std::string& id) {
-  // The installer makes folders only; owners would be set behind anything else.
-  if (!fs::File(target).is_directory()) return false;
-  try {
-    if (!is_built_in(target)) return true;
-    report::progress("ERROR: Attempt to restore 1st or 2nd party app. ");
-  } catch (const fs::Exception& error) {
-    report_failed_exchange(target, error.what());
-  } catch (const std::runtime_error& error) {
-    // The installer says nothing of what it does not know: what is left of a restore that was cut short
-    // before the registration.
-    if (!is_registered(id)) return true;
-    report_failed_exchange(target, error.what());
-  }
-  return false;
-}
-
-bool ApplicationRestore::is_registered(const std::string& id) const {
-  return std::ranges::find(registered_, id, &updater::RegisteredApplication::id) != registered_.end();
-}
-
-void ApplicationRestore::refuse_binaries(const ApplicationPackage& package) {
-  std::cerr << BINARIES_STAY;
-  refused_ = package.package();
 }
 
 void ApplicationRestore::register_application(const ApplicationPackage& package, const fs::Path& target) {
@@ -128,14 +76,12 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
     group = parse_application_group(request.get_attribute("actual_gid"));
     report::progress("Actual GID: ", group);
   } catch (const std::runtime_error& error) {
-    report_failed_exchange(target, error.what());
+    fail(failed_exchange_text(target, error.what()));
     return;
   }
   fs::Folder applications(places::APPLICATIONS);
   const fs::Path folder(package.app_directory());
-  if (early_data_.contains(target.text()))
-    fail("The data of '" + target.text() +
-         "' stands before its binaries in the archive: it was not restored");
+  if (judgement_.has_early_data(target)) fail(early_data_text(target));
   // A package of no entries leaves nothing to own, and nothing but a folder is an application's.
   if (!applications.holds(folder) || !applications.file(folder).is_directory()) return;
   const Ownership ownership{.user = owner_, .group = group, .mode = BINARY_MODE};
@@ -145,43 +91,25 @@ void ApplicationRestore::register_application(const ApplicationPackage& package,
 
 void ApplicationRestore::restore_data(const ApplicationPackage& package) {
   report::progress("Data Package ", package.package());
-  if (package.package() == refused_) {
-    std::cerr << "Skipping package: " << package.package() << '\n';
-    refused_.clear();
-    return;
+  const DataVerdict verdict = judgement_.judge_data(package);
+  if (verdict.told) {
+    report::progress("Extras: ", verdict.told->extras,
+                     "\nData dir: ", fs::Path(places::APPLICATION_DATA) / verdict.told->folder);
   }
-  if (!package.has_plain_directory() || is_home_screen(package.app_directory()) ||
-      !package.has_valid_paths(fs::Path(package.data_directory()))) {
-    report_misfit(package);
-    return;
+  if (verdict.is_restored()) {
+    replace_data(package, verdict.group);
+  } else {
+    report_refusal(package, verdict);
   }
-  const fs::Path target = binary_folder(package.app_directory());
-  const std::optional<gid_t> group = query_group(target);
-  if (!group) return;
-  if (*group < FIRST_APPLICATION_GROUP) {
-    diagnostics::line(1, "Application '%s' does not exist", target.c_str());
-    return;
-  }
-  replace_data(package, *group);
 }
 
-std::optional<gid_t> ApplicationRestore::query_group(const fs::Path& target) {
-  if (!fs::exists(target)) {
-    std::cerr << "Warning: Could not determine actual_gid. Skipping data.\n";
-    early_data_.insert(target.text());
-    return UNKNOWN_GROUP;
-  }
-  try {
-    updater::ActionQuery query(target.text());
-    query.exchange();
-    const std::string extras = query.get_attribute("actual_extras");
-    const std::string folder = query.get_attribute("actual_dname");
-    report::progress("Extras: ", extras, "\nData dir: ", fs::Path(places::APPLICATION_DATA) / folder);
-    return parse_application_group(query.get_attribute("actual_gid"));
-  } catch (const std::runtime_error& error) {
-    report_failed_exchange(target, error.what());
-    return std::nullopt;
-  }
+void ApplicationRestore::report_refusal(const ApplicationPackage& package, const DataVerdict& verdict) {
+  using enum DataVerdict::Answer;
+  if (verdict.is_failure()) fail(verdict.reason);
+  if (verdict.answer == BINARIES_REFUSED) std::cerr << "Skipping package: " << package.package() << '\n';
+  if (verdict.answer == NO_BINARIES) std::cerr << "Warning: Could not determine actual_gid. Skipping data.\n";
+  if (verdict.answer == NO_BINARIES || verdict.answer == NO_APPLICATION)
+    diagnostics::line(1, "Application '%s' does not exist", binary_folder(package.app_directory()).c_str());
 }
 
 void ApplicationRestore::replace_data(const ApplicationPackage& package, gid_t group) {
@@ -209,14 +137,14 @@ void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const 
   if (!make_room(all_data, data, needed)) return;
   extraction.extract(owner_, group, staged.folder());
   const bool is_empty = !staged.folder().holds(name);
-  const bool is_worth_it = extraction.is_on_disk() && (!is_empty || extraction.is_complete());
-  if (!is_worth_it && holds_files(all_data, name)) {
-    fail("The new data for '" + data.text() + "' is not complete: the old data stays");
+  const MadeData made{extraction.is_on_disk(), extraction.is_complete(), is_empty};
+  if (!takes_place(made, [&] { return holds_files(all_data, name); })) {
+    fail(incomplete_data_text(data));
     return;
   }
   if (!is_empty) {
-    fs::Folder made = staged.folder();
-    apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, made, name);
+    fs::Folder folder = staged.folder();
+    apply_ownership_below({.user = data_owner(group), .group = group, .mode = DATA_MODE}, folder, name);
   }
   if (all_data.holds(name)) report::progress("REMOVE_DIR ", data);
   staged.take_place();
@@ -225,31 +153,26 @@ void ApplicationRestore::put_data_in_place(PackageExtraction& extraction, const 
 bool ApplicationRestore::make_room(fs::Folder& all_data, const fs::Path& data, std::uint64_t needed) {
   const std::uint64_t left = fs::free_space(all_data);
   const fs::Path name = all_data.relative(data);
-  if (needed <= left || !holds_files(all_data, name)) return true;
-  const std::uint64_t room = left + fs::removable_space(all_data, name);
-  if (needed > room) {
-    fail("The new data for '" + data.text() + "' needs " + std::to_string(needed) +
-         " bytes, and there is room for " + std::to_string(room) + ": the old data stays");
-    return false;
+  std::uint64_t room = left;
+  const auto has_old = [&] { return holds_files(all_data, name); };
+  const auto with_old = [&] { return room = left + fs::removable_space(all_data, name); };
+  switch (judge_room(needed, left, has_old, with_old)) {
+    case DataRoom::BESIDE:
+      break;
+    case DataRoom::IN_PLACE:
+      report::progress("REMOVE_DIR ", data);
+      fs::remove_tree(all_data, name);
+      break;
+    case DataRoom::NONE:
+      fail(no_room_text(data, needed, room));
+      return false;
   }
-  report::progress("REMOVE_DIR ", data);
-  fs::remove_tree(all_data, name);
   return true;
 }
 
 void ApplicationRestore::fail(const std::string& reason) {
   completeness_.note_missing();
   report::error(reason);
-}
-
-void ApplicationRestore::report_misfit(const ApplicationPackage& package) {
-  fail("The package '" + package.name().text() + "' does not fit its description");
-}
-
-void ApplicationRestore::report_failed_exchange(const fs::Path& target, const char* reason) {
-  completeness_.note_missing();
-  diagnostics::line(0, "ERROR: Installer request for '%s' failed: %s", target.c_str(), reason);
-  std::cerr << "Error: Installer request for '" << target << "' failed: " << reason << '\n';
 }
 
 }  // namespace harbix

@@ -3,10 +3,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "app/layout.h"
-#include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/folder.h"
 
@@ -24,20 +22,10 @@ mode_t folder_mode(mode_t wanted, mode_t mask) {
 
 }  // namespace
 
-ComponentRestore::ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask,
-                                   Completeness& completeness)
-    : folder_(std::move(folder)),
-      mask_(mask),
+ComponentRestore::ComponentRestore(ArchiveReader& reader, uid_t user, mode_t mask, Completeness& completeness)
+    : mask_(mask),
       file_mask_(mask),
       extraction_(reader, {.user = user, .group = GROUP}, places::APPLICATION_DATA, Keep::NO, completeness) {}
-
-bool ComponentRestore::accepts(const fs::Path& path) const { return fs::is_record_path_below(path, folder_); }
-
-bool ComponentRestore::accepts(const EntryView& entry, const fs::Path& path) {
-  if (!entry.is_restorable()) return false;
-  const std::optional<std::string_view> target = entry.link_target();
-  return !target || fs::leads_inside(root_, path, *target, folder_);
-}
 
 void ComponentRestore::extract(const EntryView& entry, const fs::File& destination) {
   make_folders_above(destination.path());

@@ -12,15 +12,9 @@ namespace harbix {
 /// component's files need, for as long as it lives.
 class ComponentRestore {
  public:
-  /// `folder` is the component's own: records and links that leave it are not restored. `mask` is meant for
-  /// files. What is not on disk when this object is gone has been noted in `completeness`.
-  ComponentRestore(ArchiveReader& reader, fs::Path folder, uid_t user, mode_t mask,
-                   Completeness& completeness);
-
-  /// Whether a record may be restored: in normal form, and below the component's folder.
-  [[nodiscard]] bool accepts(const fs::Path& path) const;
-  /// Whether an entry may be: a plain file or folder, or a link that stays in the component's folder.
-  [[nodiscard]] bool accepts(const EntryView& entry, const fs::Path& path);
+  /// `mask` is meant for files. What is not on disk when this object is gone has been noted in
+  /// `completeness`.
+  ComponentRestore(ArchiveReader& reader, uid_t user, mode_t mask, Completeness& completeness);
 
   /// Creates an entry with this status, and the folders above it where they are missing. A folder that may be
   /// read may be searched as well, whatever the mask says: what is in it would be lost otherwise.
@@ -32,8 +26,6 @@ class ComponentRestore {
 
   void make_folders_above(const fs::Path& path);
 
-  fs::Path folder_;
-  fs::Folder root_{"/"};
   mode_t mask_;
   fs::FileMask file_mask_;
   Extraction extraction_;

@@ -1,15 +1,14 @@
 #include "app/home_screen_restore.h"
 
-#include <algorithm>
 #include <iostream>
 #include <vector>
 
 #include "app/component_restore.h"
+#include "app/home_screen_rules.h"
 #include "app/layout.h"
 #include "app/package_entries.h"
 #include "archive/pps_object.h"
 #include "base/report.h"
-#include "fs/containment.h"
 #include "fs/exception.h"
 #include "fs/tree.h"
 #include "fs/walk.h"
@@ -48,19 +47,16 @@ class NavigatorObjects {
  private:
   void restore_one(const EntryView& entry, const fs::Path& object) {
     std::cerr << "Navigator pps object: " << entry.name().value_or(fs::Path()) << '\n';
-    if (std::ranges::find(places::NAVIGATOR_OBJECTS, object.text()) == places::NAVIGATOR_OBJECTS.end()) {
+    const std::optional<Refusal> refusal = refusal_of_object(root_, entry, object);
+    if (refusal == Refusal::UNKNOWN_OBJECT) {
       reader_.skip(entry);
       return;
     }
     std::cerr << "Restoring: " << object << '\n';
-    const std::optional<std::string_view> target = entry.link_target();
-    const bool is_acceptable = target
-                                   ? fs::leads_inside(root_, object, *target, places::NAVIGATOR_OBJECT_FOLDER)
-                                   : entry.destination(object).is_regular() && !entry.is_hard_link();
-    if (is_acceptable) {
-      restore_pps_object(reader_, entry, object);
-    } else {
+    if (refusal) {
       skip(reader_, entry, object);
+    } else {
+      restore_pps_object(reader_, entry, object);
     }
   }
 
@@ -80,7 +76,7 @@ void remove_navigator_data() {
   while (const fs::WalkItem* item = walk.next()) {
     walk.stay_out();
     if (item->failure) throw fs::Exception(*item->failure);
-    if (!item->file.path().basename().text().starts_with('.')) old.push_back(item->file.path());
+    if (is_replaced_navigator_data(item->file.path())) old.push_back(item->file.path());
   }
   for (const fs::Path& item : old) fs::remove_tree(all_data, item);
 }
@@ -88,20 +84,21 @@ void remove_navigator_data() {
 void restore_navigator_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
                             OldData old_data, Completeness& completeness) {
   const fs::Path folder = data_folder(places::NAVIGATOR);
-  ComponentRestore component(reader, folder, user, NAVIGATOR_MASK, completeness);
+  ComponentRestore component(reader, user, NAVIGATOR_MASK, completeness);
   PackageEntries entries(reader, package.records(), package.name(), folder);
   if (!entries.is_readable()) return;
   if (old_data == OldData::REMOVED) {
     remove_navigator_data();
     std::cerr << "Navigator data removed\n";
   }
+  fs::Folder root("/");
   while (const std::optional<PackageEntries::Match> match = entries.next()) {
     const fs::Path& path = package.records()[match->position].path;
     std::cerr << "Restoring: " << path << '\n' << path << '\n';
-    if (component.accepts(path) && component.accepts(match->entry, path) && !fs::exists(path)) {
-      component.extract(match->entry, match->entry.destination(path));
-    } else {
+    if (refusal_of_navigator_data(root, match->entry, path, fs::exists)) {
       skip(reader, match->entry, path);
+    } else {
+      component.extract(match->entry, match->entry.destination(path));
     }
   }
   if (!entries.is_complete()) completeness.note_missing();
@@ -116,21 +113,22 @@ fs::File clock_database(const EntryView& entry, const fs::Path& path) {
 void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
                               Completeness& completeness) {
   const fs::Path folder = data_folder(places::SYSTEM_TRAY);
-  ComponentRestore component(reader, folder, user, SYSTEM_TRAY_MASK, completeness);
+  ComponentRestore component(reader, user, SYSTEM_TRAY_MASK, completeness);
   // Nothing is: only one file comes back, in the place of the old one.
   std::cerr << "System tray data removed\n";
   PackageEntries entries(reader, package.records(), package.name(), folder);
+  fs::Folder root("/");
   while (const std::optional<PackageEntries::Match> match = entries.next()) {
     const EntryView& entry = match->entry;
     const fs::Path& path = package.records()[match->position].path;
     const fs::Path name = entry.name().value_or(fs::Path());
     std::cerr << "ae.path: " << name << "  basename: " << name.basename() << "\nit: " << path << '\n';
-    const bool is_clock_database = name.basename().text() == places::CLOCK_DATABASE;
-    if (is_clock_database) std::cerr << "Restoring: " << name << '\n';
-    if (is_clock_database && component.accepts(path) && component.accepts(entry, path)) {
-      component.extract(entry, clock_database(entry, path));
-    } else {
+    const std::optional<Refusal> refusal = refusal_of_system_tray_data(root, entry, path);
+    if (refusal != Refusal::NO_CLOCK_DATABASE) std::cerr << "Restoring: " << name << '\n';
+    if (refusal) {
       skip(reader, entry, path);
+    } else {
+      component.extract(entry, clock_database(entry, path));
     }
   }
   if (!entries.is_complete()) completeness.note_missing();
@@ -140,19 +138,19 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
 
 void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
                          OldData old_data, Completeness& completeness) {
-  if (package.records().empty()) return;
+  const HomeScreenPart part = part_of(package);
+  if (part == HomeScreenPart::NOTHING) return;
   std::cerr << "Processing: " << package.metadata_name() << '\n';
-  if (package.has_kind(places::OBJECT_KIND)) {
+  if (part == HomeScreenPart::OBJECTS) {
     NavigatorObjects(reader, package).restore(completeness);
     return;
   }
   const std::vector<fs::Path> components = package.metadata_name().components();
   for (const fs::Path& component : components) std::cerr << component << '\n';
-  const bool is_data = package.has_kind(places::DATA_KIND);
-  if (is_data && package.package() == places::NAVIGATOR) {
+  if (part == HomeScreenPart::NAVIGATOR_DATA) {
     std::cerr << "navigator data: " << package.metadata_name() << '\n';
     restore_navigator_data(reader, package, user, old_data, completeness);
-  } else if (is_data && package.package() == places::SYSTEM_TRAY) {
+  } else if (part == HomeScreenPart::SYSTEM_TRAY_DATA) {
     std::cerr << "systray data: " << package.metadata_name() << '\n';
     restore_system_tray_data(reader, package, user, completeness);
   } else {

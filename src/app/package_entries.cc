@@ -21,12 +21,20 @@ fs::Path rooted(fs::Path name) {
 
 constexpr std::size_t MOST_OF_ONE_PATH = 8;
 
-void warn_of_missing_entry(const fs::Path& path) {
+}  // namespace
+
+void PairingReport::skip(const EntryView& entry, bool is_inside) {
+  const std::optional<fs::Path> name = entry.name();
+  if (is_inside) report::error("No record in the manifest for '" + name->text() + "'");
+  std::cerr << "Skip: " + (name ? name->text() : "an entry without a name") + '\n';
+}
+
+void PairingReport::end_early() { std::cerr << "Warning: unexpected failure of read next header\n"; }
+
+void PairingReport::miss(const fs::Path& path) {
   diagnostics::line(1, "No entry in the archive for '%s'", path.c_str());
   std::cerr << "Warning: No entry in the archive for " + path.text() + '\n';
 }
-
-}  // namespace
 
 std::optional<fs::Path> record_path(const EntryView& entry, const fs::Path& package, const fs::Path& base) {
   const std::optional<fs::Path> name = entry.name();
@@ -37,11 +45,12 @@ std::optional<fs::Path> record_path(const EntryView& entry, const fs::Path& pack
 }
 
 PackageEntries::PackageEntries(ArchiveReader& reader, std::span<const FileRecord> records, fs::Path name,
-                               fs::Path base)
+                               fs::Path base, PairingReport* report)
     : reader_(reader),
       records_(records),
       name_(rooted(std::move(name))),
       base_(std::move(base)),
+      report_(report),
       is_met_(records.size()) {}
 
 std::optional<PackageEntries::Match> PackageEntries::next() {
@@ -61,12 +70,8 @@ std::optional<PackageEntries::Match> PackageEntries::next() {
 }
 
 void PackageEntries::skip(const EntryView& entry, bool is_inside) {
-  const std::optional<fs::Path> name = entry.name();
-  if (is_inside) {
-    has_stranger_ = true;
-    report::error("No record in the manifest for '" + name->text() + "'");
-  }
-  std::cerr << "Skip: " + (name ? name->text() : "an entry without a name") + '\n';
+  has_stranger_ = has_stranger_ || is_inside;
+  report().skip(entry, is_inside);
   reader_.skip(entry);
 }
 
@@ -78,8 +83,7 @@ bool PackageEntries::is_readable() {
 
 bool PackageEntries::advance() {
   if (reader_.advance() == ARCHIVE_OK) return true;
-  if (std::ranges::find(is_met_, false) != is_met_.end())
-    std::cerr << "Warning: unexpected failure of read next header\n";
+  if (std::ranges::find(is_met_, false) != is_met_.end()) report().end_early();
   end();
   return false;
 }
@@ -89,7 +93,7 @@ void PackageEntries::end() {
   // Behind damage the entries may well be there.
   if (reader_.error_number() != 0) return;
   for (std::size_t i = 0; i < records_.size(); ++i) {
-    if (!is_met_[i]) warn_of_missing_entry(records_[i].path);
+    if (!is_met_[i]) report().miss(records_[i].path);
   }
 }
 

@@ -14,22 +14,40 @@
 #include "fs/working_directory.h"
 
 namespace harbix {
-namespace {
+std::optional<Refusal> refusal_of(const EntryView& entry, const FileRecord& record, Restorable restorable,
+                                  PackageEntries& entries) {
+  if (restorable == Restorable::DATA_FOLDERS && !is_in_kept_folder(record.path))
+    return Refusal::NO_KEPT_FOLDER;
+  if (!entry.is_restorable()) return Refusal::KIND;
+  const mode_t type = entry.destination(record.path).record().st_mode & S_IFMT;
+  // A record that calls a link a file, or a device, is no description of its entry.
+  if (record.status && (record.status->mode & S_IFMT) != type) return Refusal::OTHER_KIND;
+  // Nothing lies behind a link: what pretends to would be written to where the link leads.
+  if (type == S_IFLNK && entries.leads_to_others(record.path)) return Refusal::LEADS_TO_OTHERS;
+  return std::nullopt;
+}
 
-/// The entry's own status, with the record's where it has one, for the object at `path`. The size stays: it
-/// tells how much data follows.
-fs::File destination_of(const EntryView& entry, const FileRecord& record, const fs::Path& path) {
-  fs::File own = entry.destination(path);
+fs::File destination_of(const EntryView& entry, const FileRecord& record) {
+  fs::File own = entry.destination(record.path);
   if (!record.status) return own;
   struct ::stat merged = own.record();
   merged.st_mode = record.status->mode;
   merged.st_uid = record.status->user;
   merged.st_gid = record.status->group;
   merged.st_mtim = {.tv_sec = record.status->modified, .tv_nsec = 0};
-  return {path, merged};
+  return {record.path, merged};
 }
 
-}  // namespace
+std::optional<std::string> refusal_of_place(const fs::Path& place, uid_t user, gid_t group) try {
+  const fs::EffectiveGroup effective_group(group);
+  const fs::EffectiveUser effective_user(user);
+  const fs::WorkingDirectory directory(place);
+  return std::nullopt;
+} catch (const fs::IdentityError&) {
+  throw;
+} catch (const std::runtime_error& error) {
+  return error.what();
+}
 
 PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPackage& package,
                                      const fs::Path& base, Restorable restorable)
@@ -39,16 +57,10 @@ PackageExtraction::PackageExtraction(ArchiveReader& reader, const ApplicationPac
       entries_(reader, records_, package.name(), base),
       restorable_(restorable) {}
 
-bool PackageExtraction::has_place(uid_t user, gid_t group) const try {
-  const fs::EffectiveGroup effective_group(group);
-  const fs::EffectiveUser effective_user(user);
-  const fs::WorkingDirectory directory(place_);
-  return true;
-} catch (const fs::IdentityError&) {
-  throw;
-} catch (const std::runtime_error& error) {
-  report::error(error.what());
-  return false;
+bool PackageExtraction::has_place(uid_t user, gid_t group) const {
+  const std::optional<std::string> refusal = refusal_of_place(place_, user, group);
+  if (refusal) report::error(*refusal);
+  return !refusal;
 }
 
 void PackageExtraction::extract(uid_t user, gid_t group) try {
@@ -94,25 +106,19 @@ void PackageExtraction::extract_one(Extraction& extraction, const PackageEntries
 }
 
 bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& record) {
-  if (restorable_ == Restorable::DATA_FOLDERS && !is_in_kept_folder(record.path)) return false;
-  if (!entry.is_restorable()) return false;
-  const mode_t type = entry.destination(record.path).record().st_mode & S_IFMT;
-  // A record that calls a link a file, or a device, is no description of its entry.
-  if (record.status && (record.status->mode & S_IFMT) != type) {
+  const std::optional<Refusal> refusal = refusal_of(entry, record, restorable_, entries_);
+  if (refusal == Refusal::OTHER_KIND) {
     is_paired_ = false;
     report::error("The record of '" + record.path.text() + "' describes another kind of item than its entry");
-    return false;
   }
-  // Nothing lies behind a link: what pretends to would be written to where the link leads.
-  return type != S_IFLNK || !entries_.leads_to_others(record.path);
+  return !refusal;
 }
 
 void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& entry,
                                     const FileRecord& record) {
   // Asked for the ids only when they are shown: these are two system calls for each file.
   if (verbose) report::progress("Extracting as ", ::geteuid(), ':', ::getegid(), record.path);
-  const std::optional<ExtractionWarning> warning =
-      extraction.extract(entry, destination_of(entry, record, record.path));
+  const std::optional<ExtractionWarning> warning = extraction.extract(entry, destination_of(entry, record));
   last_error_ = warning ? warning->error_number : 0;
   if (!warning) return;
   report::progress("Error extracting ", record.path, warning->text);

@@ -3,11 +3,14 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <optional>
+#include <string>
 
 #include "app/application_package.h"
 #include "app/package_entries.h"
 #include "archive/extraction.h"
 #include "archive/reader.h"
+#include "archive/refusal.h"
 #include "fs/identity.h"
 
 namespace harbix {
@@ -17,6 +20,19 @@ enum class Restorable {
   EVERYTHING,
   DATA_FOLDERS,  ///< what lies in "data", "logs" or "tmp" of an application's data
 };
+
+/// Why an entry of an application's package is not put on disk; nothing for one that is. `entries` has given
+/// it, with its record.
+[[nodiscard]] std::optional<Refusal> refusal_of(const EntryView& entry, const FileRecord& record,
+                                                Restorable restorable, PackageEntries& entries);
+
+/// What is put on disk for an entry: at its record's path, with its own status, and with the record's where
+/// it has one. The size stays: it tells how much data follows.
+[[nodiscard]] fs::File destination_of(const EntryView& entry, const FileRecord& record);
+
+/// Why `user` and `group` cannot enter a folder; nothing where they can.
+/// @throws fs::IdentityError
+[[nodiscard]] std::optional<std::string> refusal_of_place(const fs::Path& place, uid_t user, gid_t group);
 
 /// Puts the entries of one application package on disk, each at its record's path and with its record's
 /// status, as the user that owns installed applications.

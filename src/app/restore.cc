@@ -16,7 +16,6 @@
 #include "app/staged_data.h"
 #include "app/uninstalling.h"
 #include "archive/completeness.h"
-#include "archive/metadata_entry.h"
 #include "archive/space_report.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -45,11 +44,15 @@ class AppRestore {
   [[nodiscard]] bool has_package() const { return next_ || !completeness_.is_complete(); }
   [[nodiscard]] bool begins_well() const { return completeness_.is_complete() && next_ && next_->is_known(); }
 
-  [[nodiscard]] Completeness& completeness() noexcept { return completeness_; }
   /// From here on, removes nothing that is there to make place for what the archive holds in pieces.
   void keep_installed() noexcept {
     applications_.keep_installed();
     old_data_ = OldData::KEPT;
+  }
+
+  void fail(const std::string& reason) {
+    completeness_.note_missing();
+    report::error(reason);
   }
 
   /// @return whether every package was one that can be restored.
@@ -67,15 +70,7 @@ class AppRestore {
 
  private:
   std::optional<ApplicationPackage> next_package() {
-    for (;;) {
-      try {
-        std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::SKIP);
-        if (!package) return std::nullopt;
-        return ApplicationPackage(*std::move(package));
-      } catch (const meta::malformed_manifest& error) {
-        fail(error.what());
-      }
-    }
+    return next_application_package(reader_, [this](const std::string& reason) { fail(reason); });
   }
 
   /// What goes wrong within a package ends that package alone: the applications behind it may have been
@@ -89,11 +84,6 @@ class AppRestore {
       fail(error.what());
       return true;
     }
-  }
-
-  void fail(const char* reason) {
-    completeness_.note_missing();
-    report::error(reason);
   }
 
   bool restore(const ApplicationPackage& package) {
@@ -132,7 +122,10 @@ int restore_applications(ArchiveReader& reader) {
   if (!pretend) remove_interrupted_data();
   // Damage, or the archive of something else, must show before anything is uninstalled.
   AppRestore restore(reader, installed);
-  switch (judge(reader, restore.has_package(), restore.begins_well(), installed, restore.completeness())) {
+  const InstalledVerdict verdict =
+      judge_installed(reader, restore.has_package(), restore.begins_well(), installed);
+  if (verdict.reason) restore.fail(*verdict.reason);
+  switch (verdict.installed) {
     case InstalledOnes::UNINSTALLED:
       uninstall_storefront(installed);
       break;

@@ -45,16 +45,14 @@ std::uint64_t room_for(std::uint64_t needed, const std::vector<RegisteredApplica
   return std::numeric_limits<std::uint64_t>::max();
 }
 
-bool fits(const Survey& survey, const std::vector<RegisteredApplication>& installed,
-          Completeness& completeness) {
+InstalledVerdict judge_room_for(const Survey& survey, const std::vector<RegisteredApplication>& installed) {
   const std::array<fs::Path, 1> prefixes{fs::Path(places::APPLICATION_PREFIX)};
   const std::uint64_t needed = survey.file_bytes_below(prefixes);
   const std::uint64_t room = room_for(needed, installed);
-  if (needed <= room) return true;
-  completeness.note_missing();
-  report::error("The applications need " + std::to_string(needed) + " bytes, and there is room for " +
-                std::to_string(room) + ": nothing is uninstalled or restored");
-  return false;
+  if (needed <= room) return {InstalledOnes::UNINSTALLED};
+  return {InstalledOnes::UNTOUCHED, "The applications need " + std::to_string(needed) +
+                                        " bytes, and there is room for " + std::to_string(room) +
+                                        ": nothing is uninstalled or restored"};
 }
 
 void uninstall(const RegisteredApplication& application) {
@@ -68,22 +66,17 @@ void uninstall(const RegisteredApplication& application) {
 
 }  // namespace
 
-InstalledOnes judge(ArchiveReader& reader, bool has_package, bool begins_with_application,
-                    const std::vector<RegisteredApplication>& installed, Completeness& completeness) {
+InstalledVerdict judge_installed(ArchiveReader& reader, bool has_package, bool begins_with_application,
+                                 const std::vector<RegisteredApplication>& installed) {
   const Survey* const survey = reader.survey();
-  if (survey != nullptr ? survey->is_empty() : reader.is_empty()) return InstalledOnes::UNINSTALLED;
-  if (survey != nullptr && survey->damage()) {
-    completeness.note_missing();
-    report::error("The archive is damaged, so that no application is uninstalled: " + *survey->damage());
-    return InstalledOnes::KEPT;
-  }
-  if (!has_package) {
-    completeness.note_missing();
-    report::error("The archive holds no applications");
-  }
-  if (!begins_with_application) return InstalledOnes::KEPT;
-  const bool has_room = survey == nullptr || fits(*survey, installed, completeness);
-  return has_room ? InstalledOnes::UNINSTALLED : InstalledOnes::UNTOUCHED;
+  if (survey != nullptr ? survey->is_empty() : reader.is_empty()) return {InstalledOnes::UNINSTALLED};
+  if (survey != nullptr && survey->damage())
+    return {InstalledOnes::KEPT,
+            "The archive is damaged, so that no application is uninstalled: " + *survey->damage()};
+  if (!has_package) return {InstalledOnes::KEPT, "The archive holds no applications"};
+  if (!begins_with_application) return {InstalledOnes::KEPT};
+  return survey == nullptr ? InstalledVerdict{InstalledOnes::UNINSTALLED}
+                           : judge_room_for(*survey, installed);
 }
 
 void uninstall_storefront(std::vector<RegisteredApplication>& installed) {

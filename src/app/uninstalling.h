@@ -1,8 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "archive/completeness.h"
 #include "archive/reader.h"
 #include "updater/registered_applications.h"
 
@@ -15,12 +16,19 @@ enum class InstalledOnes {
   UNTOUCHED,    ///< the archive does not fit on the device: nothing is restored
 };
 
+/// What becomes of them, and why they are not uninstalled.
+struct InstalledVerdict {
+  InstalledOnes installed;
+  /// An error; nothing where they are uninstalled, or where the package that comes first shows why they are
+  /// not.
+  std::optional<std::string> reason = {};
+};
+
 /// Judges by what can be seen before anything is changed. `begins_with_application` says what the reader's
-/// section begins with; `has_package`, whether there is any package in it. What keeps the applications
-/// installed is reported, and noted in `completeness`, unless the package that comes first shows it.
-[[nodiscard]] InstalledOnes judge(ArchiveReader& reader, bool has_package, bool begins_with_application,
-                                  const std::vector<updater::RegisteredApplication>& installed,
-                                  Completeness& completeness);
+/// section begins with; `has_package`, whether there is any package in it.
+[[nodiscard]] InstalledVerdict judge_installed(ArchiveReader& reader, bool has_package,
+                                               bool begins_with_application,
+                                               const std::vector<updater::RegisteredApplication>& installed);
 
 /// Has the installer remove the applications of the storefront, and brings the list up to date. A failure is
 /// reported with -v and in the log at level 0; the application stays in the list.

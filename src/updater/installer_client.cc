@@ -79,6 +79,12 @@ fs::Path canonical(const std::string& text) {
 
 }  // namespace
 
+std::string attribute_of(const Attributes& attributes, const std::string& name) {
+  const auto found = attributes.find(name);
+  if (found == attributes.end()) throw std::runtime_error("Attribute " + name + " not found");
+  return found->second;
+}
+
 void UpdaterAction::exchange() {
   write_request();
   read_response();
@@ -118,9 +124,7 @@ bool UpdaterAction::take_line(const std::string& line) {
 }
 
 std::string UpdaterAction::get_attribute(const std::string& name) const {
-  const auto found = response_.find(name);
-  if (found == response_.end()) throw std::runtime_error("Attribute " + name + " not found");
-  return found->second;
+  return attribute_of(response_, name);
 }
 
 ActionRegister::ActionRegister(fs::Path package, std::string extras, std::string gid)

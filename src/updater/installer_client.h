@@ -9,6 +9,12 @@
 
 namespace updater {
 
+/// What the installer answers: attributes by their names.
+using Attributes = std::map<std::string, std::string>;
+
+/// @throws std::runtime_error "Attribute NAME not found"
+[[nodiscard]] std::string attribute_of(const Attributes& attributes, const std::string& name);
+
 /// One exchange with the installer. Always in this order: construct, write the request, read the response,
 /// look at its attributes, destroy.
 class UpdaterAction {
@@ -35,6 +41,8 @@ class UpdaterAction {
   /// The value of an attribute of the response; of one that came several times, the last.
   /// @throws std::runtime_error "Attribute NAME not found"
   [[nodiscard]] std::string get_attribute(const std::string& name) const;
+  /// All attributes of the response.
+  [[nodiscard]] const Attributes& response() const noexcept { return response_; }
 
   [[nodiscard]] const fs::Path& object_path() const noexcept { return object_.path(); }
 
@@ -46,7 +54,7 @@ class UpdaterAction {
   /// @return whether the response is complete with this line.
   bool take_line(const std::string& line);
 
-  std::map<std::string, std::string> response_;
+  Attributes response_;
   RequestObject object_;
 };
 

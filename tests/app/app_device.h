@@ -21,6 +21,10 @@ inline constexpr uid_t APPS_USER = 4321;
 
 inline constexpr char APPLICATION_DATA[] = "/accounts/1000/appdata";
 
+/// A part of the home screen, and the path of what is called `name` in its data.
+inline constexpr char COMPONENT_FOLDER[] = "/accounts/1000/appdata/sys.navigator";
+inline std::string in_component(const std::string& name) { return COMPONENT_FOLDER + ("/" + name); }
+
 /// A root folder of its own: with the user "apps", who may write in "/apps" and in the folder of the
 /// applications' data; with plain files for PPS objects; without an installer.
 class AppDevice : public RootTest {
