@@ -5,11 +5,32 @@
 
 namespace harbix {
 
-/// Empties every top-level folder of the shared media, as far as the skip test and the effective ids allow;
+/// What a wipe of the shared media does with what it comes to, in this order: what is below a top-level
+/// folder is removed as it is met, and its folders at the end, the deepest first. This one removes it.
+class Wiper {
+ public:
+  Wiper() = default;
+  virtual ~Wiper() = default;
+  Wiper(const Wiper&) = delete;
+  Wiper& operator=(const Wiper&) = delete;
+  Wiper(Wiper&&) = delete;
+  Wiper& operator=(Wiper&&) = delete;
+
+  /// A top-level folder is emptied; the folder itself stays.
+  virtual void begin(const fs::File& /*top*/) {}
+  /// An item, and what is in it, is left alone.
+  virtual void spare(const fs::Path& /*path*/) {}
+  virtual void remove_file(const fs::Place& place, const fs::File& item);
+  /// @return false for a folder that stays, for one because something in it was left.
+  [[nodiscard]] virtual bool remove_folder(fs::Folder& share, const fs::Path& path);
+};
+
+/// Empties every top-level folder of the shared media, as far as the skip test and the ids of media allow;
 /// the folders themselves stay, and so do those whose names begin with a dot, which no backup holds, and the
-/// archive that is being restored. Failures are logged at level 1 and never thrown. Expects the identity
-/// under which media is handled.
-/// @throws fs::Exception when the share cannot be listed; everything is still there then.
-void wipe_shared_media(fs::Folder& share, const ArchiveReader& reader);
+/// archive that is being restored. Failures are logged at level 1 and never thrown.
+/// @throws fs::Exception when the share cannot be entered or listed; everything is still there then.
+void wipe_shared_media(const ArchiveReader& reader);
+/// The same by the hands of `wiper`.
+void wipe_shared_media(const ArchiveReader& reader, Wiper& wiper);
 
 }  // namespace harbix
