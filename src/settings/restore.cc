@@ -1,6 +1,5 @@
 #include "settings/restore.h"
 
-#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -29,15 +28,6 @@ namespace {
 
 // The group that owns settings which were not there before.
 constexpr gid_t GROUP = 0;
-
-AllowedSettings allowed_settings(Completeness& completeness) {
-  AllowedSettings allowed;
-  allowed.paths = settings_path_list(completeness);
-  std::ranges::sort(allowed.paths);
-  allowed.whitelist = settings_script_list(ScriptList::WHITELIST);
-  allowed.blacklist = settings_script_list(ScriptList::BLACKLIST);
-  return allowed;
-}
 
 class SettingsRestore {
  public:
@@ -114,7 +104,8 @@ class SettingsRestore {
 
   void restore_or_skip(const EntryView& entry, const fs::Path& name) {
     const fs::Path target = fs::Path(places::ROOT) / fs::name_below(name, places::SETTINGS_PREFIX);
-    if (!is_acceptable(entry, target)) {
+    if (const std::optional<Refusal> refusal = refusal_of_entry(entry, target)) {
+      if (refusal == Refusal::TRICKS) std::cerr << "Path " << target << " failed verification for restore\n";
       std::cerr << "Skip: " << name << '\n';
       reader_.skip(entry);
       return;
@@ -131,13 +122,10 @@ class SettingsRestore {
     }
   }
 
-  [[nodiscard]] bool is_acceptable(const EntryView& entry, const fs::Path& target) {
-    if (!entry.is_restorable()) return false;
+  [[nodiscard]] std::optional<Refusal> refusal_of_entry(const EntryView& entry, const fs::Path& target) {
     // What is looked up must not depend on what the owner of the entry before may see.
     const fs::EffectiveUser superuser(fs::SUPERUSER);
-    const std::optional<std::string_view> link_target = entry.link_target();
-    if (link_target && !fs::leads_inside(root_, target, *link_target, target.dirname())) return false;
-    return verify_restore_path(allowed_, target);
+    return refusal_of(root_, allowed_, entry, target, exists_as_folder_or_link);
   }
 
   void become(uid_t owner) {

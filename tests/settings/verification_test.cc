@@ -1,30 +1,23 @@
 #include "settings/verification.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "tests/settings/settings_device.h"
-#include "tests/support/captured_output.h"
 
 namespace harbix::test {
 namespace {
 
 using fs::Path;
 using harbix::AllowedSettings;
+using harbix::Refusal;
 
-enum class Verdict { ACCEPTED, REFUSED_SILENTLY, REFUSED_WITH_MESSAGE };
+constexpr std::optional<Refusal> ACCEPTED;
 
-Verdict verdict_of(const AllowedSettings& allowed, const std::string& candidate) {
-  const CapturedOutput errors(STDERR_FILENO);
-  const bool accepted = harbix::verify_restore_path(allowed, Path(candidate));
-  const std::string told = errors.text();
-  if (told.empty()) return accepted ? Verdict::ACCEPTED : Verdict::REFUSED_SILENTLY;
-  EXPECT_FALSE(accepted) << candidate;
-  EXPECT_EQ(told, "Path " + candidate + " failed verification for restore\n");
-  return Verdict::REFUSED_WITH_MESSAGE;
+std::optional<Refusal> verdict_of(const AllowedSettings& allowed, const std::string& candidate) {
+  return refusal_of_path(allowed, Path(candidate), exists_as_folder_or_link);
 }
 
 /// A device that backs up this very path.
@@ -97,7 +90,7 @@ TEST(RestorePathText, IsCheckedForTricks) {
   };
   for (const Row& row : rows) {
     EXPECT_EQ(verdict_of(listing(row.path), row.path),
-              row.accepted ? Verdict::ACCEPTED : Verdict::REFUSED_WITH_MESSAGE)
+              row.accepted ? ACCEPTED : std::optional(Refusal::TRICKS))
         << "'" << row.path << "'";
   }
 }
@@ -110,11 +103,11 @@ TEST(RestorePathList, IsSearchedInItsOrder) {
   }
   allowed.paths.emplace_back("/pps/\xFF");
   std::ranges::sort(allowed.paths, {}, &Path::text);
-  for (const Path& path : allowed.paths) EXPECT_EQ(verdict_of(allowed, path.text()), Verdict::ACCEPTED);
+  for (const Path& path : allowed.paths) EXPECT_EQ(verdict_of(allowed, path.text()), ACCEPTED);
   for (const char* path : {"/pps/o", "/pps/o500", "/pps/o1/", "/pps/o1/x", "/pps", "/pps/", "/pps/O1", "/ppt",
                            "/a", "/zz", "", "/pps/o1\xFF"})
-    EXPECT_EQ(verdict_of(allowed, path), Verdict::REFUSED_SILENTLY) << path;
-  EXPECT_EQ(verdict_of({}, "/pps/o1"), Verdict::REFUSED_SILENTLY);
+    EXPECT_EQ(verdict_of(allowed, path), Refusal::NO_SETTING) << path;
+  EXPECT_EQ(verdict_of({}, "/pps/o1"), Refusal::NO_SETTING);
 }
 
 class UnlistedRestorePath : public SettingsDevice {};
@@ -132,9 +125,8 @@ TEST_F(UnlistedRestorePath, IsAcceptedOnlyWhereTheScriptsSayAndNothingStandsInIt
                                   .blacklist = {Path("/w/black"), Path("/w/listed")}};
     struct Row {
       const char* path;
-      Verdict verdict;
+      std::optional<Refusal> verdict;
     };
-    using enum Verdict;
     const Row rows[] = {
         {"/w/missing", ACCEPTED},
         {"/w/missing/deep", ACCEPTED},
@@ -149,39 +141,39 @@ TEST_F(UnlistedRestorePath, IsAcceptedOnlyWhereTheScriptsSayAndNothingStandsInIt
         // Listed: neither the blacklist nor what stands there matters.
         {"/w/link", ACCEPTED},
         {"/w/listed/black", ACCEPTED},
-        {"/w/listed/other", REFUSED_SILENTLY},
-        {"/w/black", REFUSED_SILENTLY},
-        {"/w/blacker", REFUSED_SILENTLY},
-        {"/w/black/x", REFUSED_SILENTLY},
-        {"/w/folder", REFUSED_SILENTLY},
-        {"/w/folder/", REFUSED_SILENTLY},
-        {"/w/dangling", REFUSED_SILENTLY},
-        {"/w/to_folder", REFUSED_SILENTLY},
-        {"/w", REFUSED_SILENTLY},
-        {"/other", REFUSED_SILENTLY},
-        {"/etc/passwd", REFUSED_SILENTLY},
-        {"/", REFUSED_SILENTLY},
-        {"w/x", REFUSED_SILENTLY},
-        {"", REFUSED_SILENTLY},
+        {"/w/listed/other", Refusal::NO_SETTING},
+        {"/w/black", Refusal::NO_SETTING},
+        {"/w/blacker", Refusal::NO_SETTING},
+        {"/w/black/x", Refusal::NO_SETTING},
+        {"/w/folder", Refusal::NO_SETTING},
+        {"/w/folder/", Refusal::NO_SETTING},
+        {"/w/dangling", Refusal::NO_SETTING},
+        {"/w/to_folder", Refusal::NO_SETTING},
+        {"/w", Refusal::NO_SETTING},
+        {"/other", Refusal::NO_SETTING},
+        {"/etc/passwd", Refusal::NO_SETTING},
+        {"/", Refusal::NO_SETTING},
+        {"w/x", Refusal::NO_SETTING},
+        {"", Refusal::NO_SETTING},
         // Below "/pps" the list alone counts.
-        {"/pps/white", REFUSED_SILENTLY},
-        {"/pps/white/x", REFUSED_SILENTLY},
-        {"/pps/object", REFUSED_SILENTLY},
-        {"/pps/services/unknown/object", REFUSED_SILENTLY},
-        {"/pps/services/navigator/wallpaper", REFUSED_SILENTLY},
-        {"/pps", REFUSED_SILENTLY},
-        {"/pps/../w/x", REFUSED_SILENTLY},
-        {"/ppsx/y", REFUSED_SILENTLY},
+        {"/pps/white", Refusal::NO_SETTING},
+        {"/pps/white/x", Refusal::NO_SETTING},
+        {"/pps/object", Refusal::NO_SETTING},
+        {"/pps/services/unknown/object", Refusal::NO_SETTING},
+        {"/pps/services/navigator/wallpaper", Refusal::NO_SETTING},
+        {"/pps", Refusal::NO_SETTING},
+        {"/pps/../w/x", Refusal::NO_SETTING},
+        {"/ppsx/y", Refusal::NO_SETTING},
         // The text is checked last.
-        {"/w/x/../y", REFUSED_WITH_MESSAGE},
-        {"/w/../etc/missing", REFUSED_WITH_MESSAGE},
-        {"/w/./x", REFUSED_WITH_MESSAGE},
-        {"/w//x", REFUSED_WITH_MESSAGE},
-        {"/w/missing/..", REFUSED_WITH_MESSAGE},
-        {"/w/missing/.", REFUSED_WITH_MESSAGE},
-        {"/w/folder/..", REFUSED_SILENTLY},
-        {"/w/black/../x", REFUSED_SILENTLY},
-        {"/other/../w/x", REFUSED_SILENTLY},
+        {"/w/x/../y", Refusal::TRICKS},
+        {"/w/../etc/missing", Refusal::TRICKS},
+        {"/w/./x", Refusal::TRICKS},
+        {"/w//x", Refusal::TRICKS},
+        {"/w/missing/..", Refusal::TRICKS},
+        {"/w/missing/.", Refusal::TRICKS},
+        {"/w/folder/..", Refusal::NO_SETTING},
+        {"/w/black/../x", Refusal::NO_SETTING},
+        {"/other/../w/x", Refusal::NO_SETTING},
     };
     for (const Row& row : rows) EXPECT_EQ(verdict_of(allowed, row.path), row.verdict) << row.path;
   }));
@@ -190,7 +182,7 @@ TEST_F(UnlistedRestorePath, IsAcceptedOnlyWhereTheScriptsSayAndNothingStandsInIt
 TEST_F(UnlistedRestorePath, IsNothingWhereTheWhitelistIsEmpty) {
   EXPECT_TRUE(on_the_device([] {
     for (const char* path : {"/w/x", "/", "", "/etc/passwd"})
-      EXPECT_EQ(verdict_of({}, path), Verdict::REFUSED_SILENTLY) << path;
+      EXPECT_EQ(verdict_of({}, path), Refusal::NO_SETTING) << path;
   }));
 }
 
