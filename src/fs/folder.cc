@@ -88,20 +88,24 @@ void Folder::hold_next(std::string_view parent) {
   if (held_.size() > MOST_HELD) held_.erase(held_.begin());
 }
 
+int Folder::look_up(const Path& relative, struct ::stat& record) noexcept try {
+  return fs::look_up(place_of(relative), record) == -1 ? errno : 0;
+} catch (const Exception& unreachable) {
+  return unreachable.error();
+}
+
 File Folder::file(const Path& relative) {
   struct ::stat record {};
-  if (look_up(place_of(relative), record) == -1) {
+  if (fs::look_up(place_of(relative), record) == -1) {
     const int error = errno;
     throw Exception(error, "Path '" + (path_ / relative).text() + "' stat failed.");
   }
   return {path_ / relative, record};
 }
 
-bool Folder::holds(const Path& relative) noexcept try {
+bool Folder::holds(const Path& relative) noexcept {
   struct ::stat record {};
-  return look_up(place_of(relative), record) == 0;
-} catch (const Exception&) {
-  return false;
+  return look_up(relative, record) == 0;
 }
 
 }  // namespace fs

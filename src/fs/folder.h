@@ -53,6 +53,11 @@ class Folder {
   /// @throws fs::Exception "Directory 'PATH' could not be opened.", with the whole path.
   [[nodiscard]] Place place_of(const Path& relative);
 
+  /// Takes the status of what lies at `relative`, as look_up() does. For many things that may not be there,
+  /// of which an exception each would take longer than all else.
+  /// @return 0, or the error number.
+  [[nodiscard]] int look_up(const Path& relative, struct ::stat& record) noexcept;
+
   /// The status of what lies at `relative`, its path put behind this folder's.
   /// @throws fs::Exception "Path 'PATH' stat failed." or as place_of() does.
   [[nodiscard]] File file(const Path& relative);

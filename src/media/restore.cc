@@ -1,6 +1,7 @@
 #include "media/restore.h"
 
 #include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -78,15 +79,13 @@ class MediaRestore {
   /// could take the place of an existing file.
   bool is_taken(const fs::Path& target) {
     const fs::Path path = area_->folder().relative(target);
-    try {
-      static_cast<void>(area_->folder().file(path));
-      return true;
-    } catch (const fs::Exception& error) {
-      if (leads_nowhere(error.error())) return false;
-      report_unwritten(area_->folder().path() / path, error.reason());
-      completeness_.note_missing();
-      return true;
-    }
+    struct ::stat record {};
+    const int error = area_->folder().look_up(path, record);
+    if (error == 0) return true;
+    if (leads_nowhere(error)) return false;
+    report_unwritten(area_->folder().path() / path, std::strerror(error));
+    completeness_.note_missing();
+    return true;
   }
 
   /// Whether nothing can stand at a path that gives this error; what is wrong with it is left to the

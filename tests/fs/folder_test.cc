@@ -76,6 +76,13 @@ TEST_F(FolderTest, NamesWhatItCannotReach) {
             "Path '" + path_ + "/none' stat failed. [errno:2 'No such file or directory']");
   EXPECT_EQ(failure_of(folder, "none/x"),
             "Directory '" + path_ + "/none' could not be opened. [errno:2 'No such file or directory']");
+  struct ::stat record {};
+  EXPECT_EQ(folder.look_up("top", record), 0);
+  EXPECT_EQ(record.st_size, 1);
+  EXPECT_EQ(folder.look_up("none", record), ENOENT);
+  EXPECT_EQ(folder.look_up("none/x", record), ENOENT);
+  EXPECT_EQ(folder.look_up("top/x", record), ENOTDIR);
+  EXPECT_EQ(folder.look_up("../x", record), EXDEV);
   EXPECT_EQ(failure_of(folder, "top/x"),
             "Directory '" + path_ + "/top' could not be opened. [errno:20 'Not a directory']");
   for (const char* relative : {"none", "none/x", "top/x", "out/f", "../x", "a/../top"}) {
