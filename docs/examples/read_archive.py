@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the packages of an archive hold: read_archive.py ARCHIVE
 
-Written from docs/archive-format.md: a line for each package, with the numbers of its records and of its entries, how many of
+Written from harbix-archive(5): a line for each package, with the numbers of its records and of its entries, how many of
 the records have an entry, and how many entries have no record. Names are bytes, which Python shows as surrogates.
 """
 import os

@@ -1,6 +1,8 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -103,11 +105,13 @@ TEST_F(Device, StartsALoginShellWithoutACommand) {
 TEST_F(Device, HasTheManualPages) {
   const std::string program = run_on_host("command -v man").output;
   if (program.empty()) GTEST_SKIP() << "no man on this machine";
-  for (const char* page : {"harbix", "harbix-device"}) {
-    const Outcome result = run_device({"--bare", "man", page});
+  const std::vector<std::pair<const char*, const char*>> pages{
+      {"1", "harbix"}, {"1", "harbix-device"}, {"5", "harbix-archive"}};
+  for (const auto& [section, page] : pages) {
+    const Outcome result = run_device({"--bare", "man", section, page});
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_THAT(result.output, HasSubstr(page));
-    EXPECT_THAT(result.output, HasSubstr("SYNOPSIS"));
+    EXPECT_THAT(result.output, HasSubstr("DESCRIPTION"));
     EXPECT_EQ(result.errors, "");
   }
 }

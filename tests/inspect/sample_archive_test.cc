@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <iterator>
+#include <regex>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -9,6 +13,38 @@ namespace harbix::test {
 namespace {
 
 using ::testing::HasSubstr;
+
+const std::string MANIFEST = "/.backup.metadata";
+
+std::vector<std::string> sorted_lines(const std::string& text) {
+  std::vector<std::string> lines = lines_of(text);
+  std::ranges::sort(lines);
+  return lines;
+}
+
+/// The records of a manifest, a line each, without what depends on the file system: their order, and the
+/// sizes of folders.
+std::vector<std::string> comparable(const std::string& manifest) {
+  const std::string records = std::regex_replace(manifest, std::regex("(File: [0-9]+)\n"), "$1 ");
+  const std::regex folder("File: [0-9]+ (40[0-9]+ |bookmarks\n|bookmarks/News\n)");
+  return sorted_lines(std::regex_replace(records, folder, "File: SIZE $1"));
+}
+
+/// Takes a text up to the end of the next `mark`; the mark is not in what is returned.
+std::string take_up_to(std::string& text, const std::string& mark) {
+  const std::size_t end = text.find(mark);
+  EXPECT_NE(end, std::string::npos) << mark;
+  if (end == std::string::npos) return "";
+  const std::string taken = text.substr(0, end);
+  text.erase(0, end + mark.size());
+  return taken;
+}
+
+/// Takes the text of the next display of a manual page.
+std::string take_display(std::string& page) {
+  static_cast<void>(take_up_to(page, ".Bd -literal\n"));
+  return take_up_to(page, ".Ed\n");
+}
 
 /// A backup of the sample device.
 class InspectSample : public InspectRun {
@@ -59,12 +95,42 @@ with tarfile.open(sys.argv[1], errors="surrogateescape") as old, \
 
 // The reader was written from the description of the format alone.
 TEST_F(InspectSample, IsReadByTheExampleOfTheFormat) {
-  const Outcome outcome = run_program({"python3", HARBIX_EXAMPLES "/read_archive.py", name_});
+  const Outcome outcome = run_program({"python3", HARBIX_SOURCES "/docs/examples/read_archive.py", name_});
   EXPECT_EQ(outcome.errors, "");
   const std::vector<std::string> lines = lines_of(outcome.output);
   const std::vector<std::string> packages = lines_of(inspect({"list", name_}).output);
   ASSERT_EQ(lines.size(), packages.size());
   for (const std::string& line : lines) EXPECT_THAT(line, HasSubstr(" 0 unknown, 0 without entry"));
+}
+
+TEST_F(InspectSample, HoldsTheExamplesOfTheManual) {
+  std::string page = read_file(HARBIX_SOURCES "/docs/man/harbix-archive.5");
+  const std::vector<std::string> names = lines_of(run_program({"bsdtar", "-tf", name_}).output);
+  for (const std::string package : {"/app/sys.browser.E4tOj7FyNs2vIcM/appdata", "/media/bookmarks"}) {
+    static_cast<void>(take_up_to(page, package + MANIFEST));
+    EXPECT_EQ(comparable(inspect({"extract", name_, package + MANIFEST, "--to", "-"}).output),
+              comparable(take_display(page)));
+    std::vector<std::string> found;
+    std::ranges::copy_if(names, std::back_inserter(found), [&](const std::string& name) {
+      return name.starts_with(package + '/') && name != package + MANIFEST;
+    });
+    std::ranges::sort(found);
+    EXPECT_EQ(found, sorted_lines(take_display(page)));
+  }
+}
+
+TEST_F(InspectSample, HasNoExtensionsThatTheManualDoesNotName) {
+  constexpr char PRINT_KEYS[] = R"(
+import sys, tarfile
+with tarfile.open(sys.argv[1], errors="surrogateescape") as tar:
+    for key in sorted({key for item in tar for key in item.pax_headers}):
+        print(key)
+)";
+  const Outcome outcome = run_program({"python3", "-c", PRINT_KEYS, name_});
+  EXPECT_EQ(outcome.errors, "");
+  EXPECT_EQ(outcome.output, "hdrcharset\nlinkpath\npath\nuid\n");
+  const std::string page = read_file(HARBIX_SOURCES "/docs/man/harbix-archive.5");
+  for (const std::string& key : lines_of(outcome.output)) EXPECT_THAT(page, HasSubstr(".Ql " + key));
 }
 
 TEST_F(InspectSample, CanBeExtractedAndChecked) {
