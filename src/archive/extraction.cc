@@ -10,6 +10,11 @@
 
 namespace harbix {
 
+std::string damaged_contents_text(const fs::Path& destination) {
+  // Odd on purpose: callers match this text, so its last two characters stay as they are.
+  return "Extracting data for '" + destination.text() + "' failed ('%s')";
+}
+
 Extraction::Extraction(ArchiveReader& reader, const Role& role, const fs::Path& place, Keep permissions,
                        Completeness& completeness)
     : reader_(reader),
@@ -37,8 +42,7 @@ std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, con
   } catch (const DataError& error) {
     const fs::Path& path = destination.path();
     diagnostics::line(0, "Failed restoring '%s' due to '%s'", path.c_str(), error.what());
-    // Odd on purpose: callers match this text, so its last two characters stay as they are.
-    throw std::runtime_error("Extracting data for '" + path.text() + "' failed ('%s')");
+    throw std::runtime_error(damaged_contents_text(path));
   } catch (const fs::Exception& error) {
     const std::string reason = error.error() == EXDEV ? "Path contains '..'" : error.reason();
     report_unwritten(folder_.path() / folder_.relative(destination.path()), reason);

@@ -26,6 +26,9 @@ struct ExtractionWarning {
   std::string text;
 };
 
+/// What an extraction throws for an entry whose contents are damaged in the archive.
+[[nodiscard]] std::string damaged_contents_text(const fs::Path& destination);
+
 /// Puts entries on disk during one piece of restore work: one package, or one run of entries for the same
 /// role in the same place. The process has the role's effective group and user for as long as this object
 /// lives, and modes of folders are settled before it gives them up.

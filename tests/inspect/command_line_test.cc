@@ -21,7 +21,8 @@ TEST_F(InspectCommandLine, WrongOnesHaveAStatusOfTheirOwn) {
   for (const Row& row :
        {Row{{}, "A subcommand is required"}, Row{{"list"}, "ARCHIVE is required"},
         Row{{"frobnicate"}, "A subcommand is required"}, Row{{"verify", "--bogus", "a"}, "--bogus"},
-        Row{{"compare", "a"}, "NEW is required"}, Row{{"extract", "a", "b"}, "--to"}}) {
+        Row{{"compare", "a"}, "NEW is required"}, Row{{"extract", "a", "b"}, "--to"},
+        Row{{"plan", "a", "photos"}, "photos not in {app,media,settings}"}}) {
     const Outcome outcome = inspect(row.arguments);
     EXPECT_EQ(outcome.status, 64) << row.error;
     EXPECT_EQ(outcome.output, "");
@@ -31,7 +32,7 @@ TEST_F(InspectCommandLine, WrongOnesHaveAStatusOfTheirOwn) {
 
 TEST_F(InspectCommandLine, HelpAndVersionAreOutput) {
   EXPECT_THAT(inspect({"--version"}).output, HasSubstr("harbix-inspect 0."));
-  for (const char* command : {"list", "verify", "checksums", "compare", "extract"}) {
+  for (const char* command : {"list", "verify", "checksums", "compare", "extract", "plan"}) {
     EXPECT_THAT(inspect({"--help"}).output, HasSubstr(command));
     const Outcome outcome = inspect({command, "--help"});
     EXPECT_EQ(outcome.status, 0);
@@ -50,7 +51,7 @@ std::set<std::string> options_in(const std::string& text, const char* pattern) {
 
 TEST_F(InspectCommandLine, HasTheSameOptionsInHelpManualAndCompletions) {
   std::set<std::string> options;
-  for (const char* command : {"list", "verify", "checksums", "compare", "extract"})
+  for (const char* command : {"list", "verify", "checksums", "compare", "extract", "plan"})
     options.merge(options_in(inspect({command, "--help"}).output, "\\s(?:-[a-z],)?--([a-z]+)"));
   EXPECT_EQ(options,
             (std::set<std::string>{"bytes", "checksums", "color", "help", "json", "long", "notes", "to"}));
@@ -70,8 +71,8 @@ TEST_F(InspectCommandLine, IsCompletedInBash) {
     const char* words;
     const char* reply;
   };
-  for (const Row& row :
-       {Row{"c", "checksums compare"}, Row{"verify --n", "--notes"}, Row{"list --color a", "auto always"}}) {
+  for (const Row& row : {Row{"c", "checksums compare"}, Row{"verify --n", "--notes"},
+                         Row{"list --color a", "auto always"}, Row{"plan a.tar m", "media"}}) {
     const Outcome outcome = run_program(
         {"bash", "-c",
          std::string("source '" HARBIX_SOURCES "/tools/inspect/completions/harbix-inspect.bash'; "

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <utility>
 
 #include <archive.h>
 
 #include "archive/error.h"
+#include "archive/extraction.h"
 
 namespace harbix::inspect {
 namespace {
@@ -66,6 +68,15 @@ std::optional<Damage> read_archive(ArchiveReader& reader, Visitor& visitor) {
     return std::nullopt;
   } catch (const DataError& error) {
     return damage(error.what());
+  }
+}
+
+void pass_over(ArchiveReader& reader, const EntryView& entry, const fs::Path& destination, bool is_left_out) {
+  try {
+    reader.skip(entry);
+  } catch (const std::runtime_error&) {
+    if (is_left_out) throw;
+    throw std::runtime_error(damaged_contents_text(destination));
   }
 }
 

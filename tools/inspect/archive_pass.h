@@ -53,6 +53,10 @@ struct Damage {
 /// @throws what the visitor does; a DataError of its reading is damage.
 [[nodiscard]] std::optional<Damage> read_archive(ArchiveReader& reader, Visitor& visitor);
 
+/// Passes over the contents of the current entry, which a restore would put at `destination`, or leave out.
+/// @throws std::runtime_error with the restore's own words when the archive is damaged there.
+void pass_over(ArchiveReader& reader, const EntryView& entry, const fs::Path& destination, bool is_left_out);
+
 /// Calls `take` for all contents of the current entry, holes as zeros.
 /// @throws DataError when the archive is damaged there.
 void read_contents(ArchiveReader& reader, std::int64_t size,

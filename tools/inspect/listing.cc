@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <archive_entry.h>
@@ -89,10 +89,7 @@ class Listing : public Visitor {
  public:
   Listing(const Request& request, Output& output)
       : request_(request), output_(output), is_found_(request.names.size()) {
-    const char* const terminal = std::getenv("TERM");
-    const bool wants =
-        std::getenv("NO_COLOR") == nullptr && terminal != nullptr && std::string(terminal) != "dumb";
-    has_colours_ = request.colour == "always" || (request.colour == "auto" && output.is_terminal() && wants);
+    has_colours_ = has_colours(request.colour, output);
     is_human_ = output.is_terminal() && !request.shows_bytes;
     shows_items_ = request.is_long || !request.names.empty();
   }
@@ -153,7 +150,7 @@ class Listing : public Visitor {
   }
 
   [[nodiscard]] std::string painted(std::string text, std::string_view colour) const {
-    return has_colours_ ? fmt::format("\033[{}m{}\033[0m", colour, text) : text;
+    return inspect::painted(std::move(text), colour, has_colours_);
   }
   [[nodiscard]] std::string size_text(std::uint64_t bytes) const {
     return is_human_ ? human_size(bytes) : std::to_string(bytes);

@@ -9,6 +9,7 @@
 #include "inspect/listing.h"
 #include "inspect/options.h"
 #include "inspect/output.h"
+#include "inspect/plan.h"
 #include "inspect/verify.h"
 
 namespace harbix::inspect {
@@ -32,6 +33,9 @@ int run(const Request& request) {
       break;
     case Command::EXTRACT:
       status = extract(request, output);
+      break;
+    case Command::PLAN:
+      status = plan(request, output);
       break;
   }
   output.flush();

@@ -28,6 +28,7 @@ class CommandLine {
     add_checksums();
     add_compare();
     add_extract();
+    add_plan();
   }
 
   std::optional<Request> parse(int argc, const char* const* argv, int& status) try {
@@ -60,6 +61,11 @@ class CommandLine {
     command->add_option_function<std::string>(name, take, help)->required()->type_name("");
   }
 
+  void add_colour(CLI::App* command) {
+    command->add_option("--color", request_.colour, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+  }
+
   void add_list() {
     CLI::App* const command =
         add(Command::LIST, "list", "print the packages of an archive, or the items of some");
@@ -68,8 +74,7 @@ class CommandLine {
         ->type_name("");
     command->add_flag("--long,-l", request_.is_long, "print the items of all packages");
     command->add_flag("--bytes,-b", request_.shows_bytes, "print all sizes in bytes");
-    command->add_option("--color", request_.colour, "auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}));
+    add_colour(command);
   }
 
   void add_verify() {
@@ -101,6 +106,16 @@ class CommandLine {
         ->type_name("");
     command->add_option("--to", request_.folder, "the folder; - prints one file on standard output")
         ->required();
+  }
+
+  void add_plan() {
+    CLI::App* const command =
+        add(Command::PLAN, "plan", "on a device: print what a restore would do, and do nothing");
+    add_archive(command);
+    command->add_option("KEYWORD", request_.names, "app, media or settings; all that the archive holds")
+        ->check(CLI::IsMember({"app", "media", "settings"}))
+        ->type_name("");
+    add_colour(command);
   }
 
   CLI::App app_{"Shows, verifies and compares backups of harbix.", "harbix-inspect"};

@@ -11,13 +11,13 @@ inline constexpr int STATUS_DIFFERENT = 1;
 inline constexpr int STATUS_TROUBLE = 2;
 inline constexpr int STATUS_USAGE = 64;
 
-enum class Command { LIST, VERIFY, CHECKSUMS, COMPARE, EXTRACT };
+enum class Command { LIST, VERIFY, CHECKSUMS, COMPARE, EXTRACT, PLAN };
 
 /// What the command line asks for.
 struct Request {
   Command command = Command::LIST;
   std::vector<std::string> archives;  ///< file names; "-" is standard input
-  std::vector<std::string> names;     ///< packages and paths
+  std::vector<std::string> names;     ///< packages, paths or keywords
   std::string folder;                 ///< of --to
   std::string checksums;              ///< of --checksums
   std::string colour = "auto";

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/waiting.h"
@@ -49,6 +50,18 @@ void Output::write_out(std::string_view text) {
       throw OutputError(std::string("Standard output: ") + std::strerror(error));
     }
   }
+}
+
+bool has_colours(const std::string& when, const Output& output) {
+  const char* const terminal = std::getenv("TERM");
+  const bool wants =
+      std::getenv("NO_COLOR") == nullptr && terminal != nullptr && std::string(terminal) != "dumb";
+  return when == "always" || (when == "auto" && output.is_terminal() && wants);
+}
+
+std::string painted(std::string text, std::string_view colour, bool has_colours) {
+  if (!has_colours) return text;
+  return "\033[" + std::string(colour) + 'm' + text + "\033[0m";
 }
 
 void let_writes_fail() {

@@ -40,6 +40,11 @@ class Output {
   std::string waiting_;
 };
 
+/// Whether a person reads the output in colours: `when` is "always", "never" or "auto".
+[[nodiscard]] bool has_colours(const std::string& when, const Output& output);
+/// The text in the colour of an escape sequence ("1", "34"), if there are colours.
+[[nodiscard]] std::string painted(std::string text, std::string_view colour, bool has_colours);
+
 /// Makes a closed pipe and a file size limit show as failed writes.
 void let_writes_fail();
 

@@ -4,7 +4,7 @@ _harbix_inspect() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
   COMPREPLY=()
   if ((COMP_CWORD == 1)); then
-    words='list verify checksums compare extract --help --version'
+    words='list verify checksums compare extract plan --help --version'
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     return
   fi
@@ -26,9 +26,13 @@ _harbix_inspect() {
     list) words='--long --bytes --color' ;;
     verify) words='--checksums --notes' ;;
     extract) words='--to' ;;
+    plan) words='--color' ;;
   esac
   if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$words --json --help" -- "$current")
+  elif [[ $command == plan ]] && ((COMP_CWORD > 2)); then
+    mapfile -t COMPREPLY < <(compgen -W 'app media settings' -- "$current")
+    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
   fi

@@ -1,0 +1,530 @@
+#include "inspect/plan_applications.h"
+
+#include <functional>
+#include <map>
+#include <new>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/application_judgement.h"
+#include "app/application_package.h"
+#include "app/home_screen_rules.h"
+#include "app/layout.h"
+#include "app/ownership.h"
+#include "app/package_entries.h"
+#include "app/package_extraction.h"
+#include "app/staged_data.h"
+#include "app/uninstalling.h"
+#include "archive/space_report.h"
+#include "base/domains.h"
+#include "base/places.h"
+#include "fs/accounts.h"
+#include "fs/exception.h"
+#include "fs/space.h"
+#include "fs/walk.h"
+#include "inspect/archive_pass.h"
+#include "inspect/planned_objects.h"
+#include "inspect/planned_tree.h"
+#include "updater/registered_applications.h"
+
+namespace harbix::inspect {
+namespace {
+
+using updater::RegisteredApplication;
+using Standing = ApplicationsThere::Standing;
+
+constexpr gid_t NO_GROUP = 0;
+
+/// Counts what lies at `path`, of a folder what is below it.
+Removal count_below(fs::Folder& folder, const fs::Path& relative) {
+  Removal removal{.keyword = Keyword::APP, .path = folder.path() / relative};
+  if (!folder.holds(relative)) return removal;
+  fs::Walk walk(folder, relative, relative);
+  while (const fs::WalkItem* item = walk.next()) {
+    if (item->failure || item->file.is_directory()) continue;
+    ++removal.files;
+    removal.bytes += static_cast<std::uint64_t>(item->file.record().st_size);
+  }
+  return removal;
+}
+
+/// The applications of the device as the restore would have left them so far.
+class PlannedApplications : public ApplicationsThere {
+ public:
+  explicit PlannedApplications(const std::vector<RegisteredApplication>& registered)
+      : ApplicationsThere(registered) {}
+
+  void uninstall(const RegisteredApplication& one) {
+    gone_.insert(one.id);
+    if (is_application_folder(one.id)) tree_.remove(fs::Path(one.id));
+  }
+  /// The application is registered by its binaries.
+  void register_one(const ApplicationPackage& package) {
+    made_[binary_folder(package.app_directory()).text()] = package.extras();
+  }
+
+  [[nodiscard]] PlannedTree& tree() { return tree_; }
+
+  [[nodiscard]] Standing standing(const fs::Path& target) const override {
+    switch (tree_.at(target)) {
+      case PlannedTree::Kind::NOTHING:
+        return Standing::NOTHING;
+      case PlannedTree::Kind::FOLDER:
+        return Standing::FOLDER;
+      default:
+        return Standing::OTHER;
+    }
+  }
+  [[nodiscard]] updater::Attributes query(const fs::Path& target) override {
+    const auto made = made_.find(target.text());
+    if (made == made_.end()) return ApplicationsThere::query(target);
+    // The group is the installer's choice, among those of applications.
+    return {{"actual_extras", made->second},
+            {"actual_dname", target.basename().text()},
+            {"actual_gid", std::to_string(FIRST_APPLICATION_GROUP)}};
+  }
+  [[nodiscard]] bool is_registered(const std::string& id) const override {
+    return !gone_.contains(id) && ApplicationsThere::is_registered(id);
+  }
+
+ private:
+  mutable PlannedTree tree_{places::APPLICATIONS};
+  std::set<std::string> gone_;
+  std::map<std::string, std::string> made_;  ///< extras of what was registered, by the folder
+};
+
+/// Prints what of a package does not pair.
+class PlannedPairing : public PairingReport {
+ public:
+  PlannedPairing(PackagePlan& plan, PlanReport& report) : plan_(plan), report_(report) {}
+
+  void skip(const EntryView& entry, bool is_inside) override {
+    // A tar program that packed unpacked files again stores the folders above the package as well.
+    if (!is_inside && kind_of(entry) == "folder") return;
+    ++plan_.left_out;
+    report_.leave_out(plan_.package, entry.name().value_or(fs::Path()), fs::Path(),
+                      is_inside ? "no record in the manifest" : "stands outside of its package");
+  }
+  void end_early() override {}
+  void miss(const fs::Path& path) override { missed_.push_back(path); }
+
+  /// Records of items that have vanished miss nothing.
+  void report_missed(const std::vector<FileRecord>& records) {
+    std::set<std::string> missed;
+    for (const fs::Path& path : missed_) missed.insert(path.text());
+    for (const FileRecord& record : records) {
+      if (!record.status || record.status->mode == 0 || missed.erase(record.path.text()) == 0) continue;
+      ++plan_.left_out;
+      report_.leave_out(plan_.package, record.path, record.path, "no entry in the archive");
+    }
+  }
+
+ private:
+  PackagePlan& plan_;
+  PlanReport& report_;
+  std::vector<fs::Path> missed_;
+};
+
+/// What would be put on disk of one package, item by item.
+class PlannedExtraction {
+ public:
+  using ItemRefusal =
+      std::function<std::optional<std::string>(const EntryView& entry, const FileRecord& record)>;
+
+  PlannedExtraction(ArchiveReader& reader, const ApplicationPackage& package, const fs::Path& base,
+                    PackagePlan& plan, PlanReport& report)
+      : reader_(reader),
+        records_(package.records()),
+        plan_(plan),
+        report_(report),
+        pairing_(plan, report),
+        entries_(reader, records_, package.name(), base, &pairing_) {}
+
+  [[nodiscard]] PackageEntries& entries() noexcept { return entries_; }
+  [[nodiscard]] bool is_on_disk() const noexcept { return is_on_disk_; }
+  [[nodiscard]] bool is_complete() const { return is_on_disk_ && is_paired_ && entries_.is_complete(); }
+
+  /// An item that the system would refuse is not on disk.
+  void note_unwritten() noexcept { is_on_disk_ = false; }
+  void note_unpaired() noexcept { is_paired_ = false; }
+
+  /// Goes through the entries; `place` answers why one is left out, or notes that it is there.
+  void run(const ItemRefusal& place) {
+    try {
+      while (const std::optional<PackageEntries::Match> match = entries_.next()) {
+        take(*match, place);
+      }
+    } catch (const fs::IdentityError&) {
+      throw;
+    } catch (const std::runtime_error& error) {
+      is_on_disk_ = false;
+      plan_.reason = error.what();
+    }
+    if (reader_.error_number() != 0 && !entries_.has_every_item()) is_on_disk_ = false;
+    pairing_.report_missed(records_);
+  }
+
+ private:
+  void take(const PackageEntries::Match& match, const ItemRefusal& place) {
+    const FileRecord& record = records_[match.position];
+    const std::optional<std::string> refusal = place(match.entry, record);
+    ++(refusal ? plan_.left_out : plan_.restored);
+    if (refusal)
+      report_.leave_out(plan_.package, match.entry.name().value_or(fs::Path()), record.path, *refusal);
+    pass_over(reader_, match.entry, record.path, refusal.has_value());
+  }
+
+  ArchiveReader& reader_;
+  const std::vector<FileRecord>& records_;
+  PackagePlan& plan_;
+  PlanReport& report_;
+  PlannedPairing pairing_;
+  PackageEntries entries_;
+  bool is_on_disk_ = true;
+  bool is_paired_ = true;
+};
+
+std::uint64_t count_items(const ApplicationPackage& package) {
+  std::uint64_t count = 0;
+  for (const FileRecord& record : package.records()) {
+    if (!record.status || record.status->mode != 0) ++count;
+  }
+  return count;
+}
+
+/// Goes through the packages as the restore does, and asks the same judgements.
+class ApplicationPlan {
+ public:
+  ApplicationPlan(ArchiveReader& reader, PlanReport& report,
+                  const std::vector<RegisteredApplication>& registered)
+      : reader_(reader), report_(report), there_(registered), next_(next_package()) {}
+
+  [[nodiscard]] bool has_package() const { return next_ || has_malformed_; }
+  [[nodiscard]] bool begins_well() const { return !has_malformed_ && next_ && next_->is_known(); }
+
+  void keep_installed() {
+    judgement_.keep_installed();
+    keeps_old_data_ = true;
+  }
+
+  void uninstall(const std::vector<RegisteredApplication>& registered) {
+    fs::Folder binaries(places::APPLICATIONS);
+    fs::Folder data(places::APPLICATION_DATA);
+    for (const RegisteredApplication& one : registered) {
+      if (!updater::is_from_storefront(one)) continue;
+      if (is_application_folder(one.id)) {
+        report_.remove(count_below(binaries, fs::Path(one.id)));
+        // The installer takes it with the application.
+        if (data.holds(fs::Path(one.id))) report_.remove(count_below(data, fs::Path(one.id)));
+        freed_ += fs::removable_space(data, fs::Path(one.id));
+      }
+      there_.uninstall(one);
+      old_data_gone_.insert(one.id);
+    }
+  }
+
+  void run() {
+    while (next_) {
+      if (!plan_alone(*next_)) return;
+      next_.reset();  // one package at a time is in memory
+      next_ = next_package();
+    }
+  }
+
+ private:
+  std::optional<ApplicationPackage> next_package() {
+    return next_application_package(reader_, [this](const std::string& reason) {
+      has_malformed_ = true;
+      report_.warn(Keyword::APP, reason);
+    });
+  }
+
+  /// @return false for a package at which the restore ends.
+  bool plan_alone(const ApplicationPackage& package) {
+    PackagePlan plan{.package = package_of(fs::Path(package.metadata_name()))};
+    try {
+      if (package.is_home_screen()) {
+        plan_home_screen(package, plan);
+      } else if (package.has_kind(places::BINARY_KIND)) {
+        plan_binaries(package, plan);
+      } else if (package.has_kind(places::DATA_KIND)) {
+        plan_data(package, plan);
+      } else {
+        report_.stop(Keyword::APP, "Package not recognized '" + package.metadata_name().text() + "'");
+        return false;
+      }
+    } catch (const fs::IdentityError&) {
+      throw;
+    } catch (const std::runtime_error& error) {
+      refuse(package, plan, Fate::REFUSED, error.what());
+    }
+    report_.end_package(plan);
+    return true;
+  }
+
+  static void refuse(const ApplicationPackage& package, PackagePlan& plan, Fate fate, std::string reason) {
+    plan.fate = fate;
+    plan.reason = std::move(reason);
+    plan.restored = 0;
+    plan.left_out = count_items(package);
+  }
+
+  void plan_binaries(const ApplicationPackage& package, PackagePlan& plan) {
+    const BinariesVerdict verdict = judgement_.judge_binaries(package);
+    if (!verdict.are_restored()) {
+      refuse(package, plan, Fate::REFUSED, verdict.reason);
+      return;
+    }
+    const fs::Path target = binary_folder(package.app_directory());
+    PlannedExtraction extraction(reader_, package, target, plan, report_);
+    put_on_disk(extraction, Restorable::EVERYTHING, there_.tree(), {owner_, NO_GROUP});
+    if (!extraction.is_on_disk()) {
+      judgement_.refuse(package);
+      there_.tree().remove(target);
+      refuse(package, plan, Fate::REFUSED, incomplete_binaries_text(package));
+    } else if (there_.standing(target) != Standing::FOLDER) {
+      refuse(package, plan, Fate::REFUSED, failed_exchange_text(target, "there is no folder"));
+    } else {
+      there_.register_one(package);
+      if (judgement_.has_early_data(target)) plan.reason = early_data_text(target);
+    }
+  }
+
+  /// Items of an application for these ids.
+  void put_on_disk(PlannedExtraction& extraction, Restorable restorable, PlannedTree& tree,
+                   const fs::EffectiveIds& ids) {
+    extraction.run([&](const EntryView& entry, const FileRecord& record) -> std::optional<std::string> {
+      if (const std::optional<Refusal> refusal =
+              refusal_of(entry, record, restorable, extraction.entries())) {
+        if (refusal == Refusal::OTHER_KIND) extraction.note_unpaired();
+        return std::string(text_of(*refusal));
+      }
+      std::optional<std::string> obstacle = put(tree, entry, record, ids);
+      if (obstacle) extraction.note_unwritten();
+      return obstacle;
+    });
+  }
+
+  static std::optional<std::string> put(PlannedTree& tree, const EntryView& entry, const FileRecord& record,
+                                        const fs::EffectiveIds& ids) {
+    const PlannedTree::Kind kind = planned_kind(entry);
+    std::optional<std::string> obstacle = tree.obstacle(record.path, kind, ids);
+    if (!obstacle) tree.make(record.path, kind, destination_of(entry, record).record().st_mode, ids);
+    return obstacle;
+  }
+
+  void plan_data(const ApplicationPackage& package, PackagePlan& plan) {
+    const DataVerdict verdict = judgement_.judge_data(package);
+    if (!verdict.is_restored()) {
+      refuse(package, plan, verdict.is_failure() ? Fate::REFUSED : Fate::SKIPPED, verdict.reason);
+      return;
+    }
+    const fs::Path data(package.data_directory());
+    PlannedExtraction extraction(reader_, package, data, plan, report_);
+    const fs::EffectiveIds ids{owner_, verdict.group};
+    if (!extraction.entries().is_readable()) {
+      refuse(package, plan, Fate::REFUSED, "the archive is damaged there");
+    } else if (const std::optional<std::string> refusal = refusal_of_data(package, data, ids)) {
+      refuse(package, plan, Fate::REFUSED, *refusal);
+    } else {
+      replace_data(package, data, extraction, plan, ids);
+    }
+  }
+
+  /// Why no data can be made at all.
+  std::optional<std::string> refusal_of_data(const ApplicationPackage& package, const fs::Path& data,
+                                             const fs::EffectiveIds& ids) {
+    if (std::optional<std::string> refusal = refusal_of_place(data.dirname(), ids.user, ids.group))
+      return refusal;
+    if (package.records().empty()) return std::nullopt;
+    PlannedTree all(places::APPLICATION_DATA);
+    if (const std::optional<std::string> reason =
+            all.obstacle(fs::Path(std::string(places::RESERVED) + "data"), PlannedTree::Kind::FOLDER, ids))
+      return "No folder can be made in '" + data.dirname().text() + "': " + *reason;
+    return refusal_for_room(package, data);
+  }
+
+  std::optional<std::string> refusal_for_room(const ApplicationPackage& package, const fs::Path& data) {
+    fs::Folder all_data(places::APPLICATION_DATA);
+    const std::uint64_t needed = space_needed(package.records()).real_bytes;
+    const std::uint64_t left = fs::free_space(all_data) + freed_;
+    const fs::Path name = all_data.relative(data);
+    std::uint64_t room = left;
+    const auto has_old = [&] { return has_old_data(all_data, name); };
+    const auto with_old = [&] { return room = left + fs::removable_space(all_data, name); };
+    if (judge_room(needed, left, has_old, with_old) != DataRoom::NONE) return std::nullopt;
+    return no_room_text(data, needed, room);
+  }
+
+  bool has_old_data(fs::Folder& all_data, const fs::Path& name) const {
+    if (made_data_.contains(name.text())) return true;
+    return !old_data_gone_.contains(name.text()) && holds_files(all_data, name);
+  }
+
+  void replace_data(const ApplicationPackage& package, const fs::Path& data, PlannedExtraction& extraction,
+                    PackagePlan& plan, const fs::EffectiveIds& ids) {
+    fs::Folder all_data(places::APPLICATION_DATA);
+    const fs::Path name = all_data.relative(data);
+    // It is made where nothing is, and takes the place of the old.
+    PlannedTree place(places::APPLICATION_DATA);
+    place.remove(name);
+    put_on_disk(extraction, Restorable::DATA_FOLDERS, place, {owner_, ids.group});
+    if (package.records().empty()) return;
+    const bool is_empty = place.at(name) == PlannedTree::Kind::NOTHING;
+    const MadeData made{extraction.is_on_disk(), extraction.is_complete(), is_empty};
+    if (!takes_place(made, [&] { return has_old_data(all_data, name); })) {
+      refuse(package, plan, Fate::REFUSED, incomplete_data_text(data));
+    } else if (is_empty) {
+      old_data_gone_.insert(name.text());
+      made_data_.erase(name.text());
+    } else {
+      made_data_.insert(name.text());
+    }
+  }
+
+  void plan_home_screen(const ApplicationPackage& package, PackagePlan& plan) {
+    switch (part_of(package)) {
+      case HomeScreenPart::NOTHING:
+        break;
+      case HomeScreenPart::OBJECTS:
+        plan_objects(package, plan);
+        break;
+      case HomeScreenPart::NAVIGATOR_DATA:
+        plan_navigator_data(package, plan);
+        break;
+      case HomeScreenPart::SYSTEM_TRAY_DATA:
+        plan_system_tray_data(package, plan);
+        break;
+      case HomeScreenPart::UNKNOWN:
+        refuse(package, plan, Fate::SKIPPED, "no part of the home screen");
+        break;
+    }
+  }
+
+  void plan_objects(const ApplicationPackage& package, PackagePlan& plan) {
+    PlannedExtraction extraction(reader_, package, fs::Path(), plan, report_);
+    extraction.run([&](const EntryView& entry, const FileRecord& record) -> std::optional<std::string> {
+      if (const std::optional<Refusal> refusal = refusal_of_object(root_, entry, record.path))
+        return std::string(text_of(*refusal));
+      return obstacle_of_object(entry, record.path, {fs::SUPERUSER, NO_GROUP});
+    });
+  }
+
+  void plan_navigator_data(const ApplicationPackage& package, PackagePlan& plan) {
+    PlannedTree& tree = component_tree();
+    PlannedExtraction extraction(reader_, package, data_folder(places::NAVIGATOR), plan, report_);
+    if (!extraction.entries().is_readable()) {
+      refuse(package, plan, Fate::REFUSED, "the archive is damaged there");
+      return;
+    }
+    if (!keeps_old_data_) remove_navigator_data(tree);
+    const Stands stands = [&tree](const fs::Path& path) {
+      return tree.at(path) != PlannedTree::Kind::NOTHING;
+    };
+    extraction.run([&](const EntryView& entry, const FileRecord& record) {
+      const std::optional<Refusal> refusal = refusal_of_navigator_data(root_, entry, record.path, stands);
+      return put_in_component(tree, entry, record, refusal);
+    });
+  }
+
+  void plan_system_tray_data(const ApplicationPackage& package, PackagePlan& plan) {
+    PlannedTree& tree = component_tree();
+    PlannedExtraction extraction(reader_, package, data_folder(places::SYSTEM_TRAY), plan, report_);
+    extraction.run([&](const EntryView& entry, const FileRecord& record) {
+      return put_in_component(tree, entry, record, refusal_of_system_tray_data(root_, entry, record.path));
+    });
+  }
+
+  std::optional<std::string> put_in_component(PlannedTree& tree, const EntryView& entry,
+                                              const FileRecord& record, std::optional<Refusal> refusal) {
+    // A folder that is there is as good as one that comes back.
+    const bool is_there = refusal == Refusal::EXISTS && planned_kind(entry) == PlannedTree::Kind::FOLDER &&
+                          tree.at(record.path) == PlannedTree::Kind::FOLDER;
+    if (is_there) return std::nullopt;
+    if (refusal) return std::string(text_of(*refusal));
+    return put(tree, entry, record, {owner_, NO_GROUP});
+  }
+
+  void remove_navigator_data(PlannedTree& tree) {
+    fs::Folder all_data(places::APPLICATION_DATA);
+    const fs::Path data = fs::Path(places::NAVIGATOR) / places::DATA_FOLDER;
+    if (tree.at(data) != PlannedTree::Kind::FOLDER) return;
+    Removal removal{.keyword = Keyword::APP, .path = all_data.path() / data};
+    fs::Walk walk(all_data, data, data);
+    while (const fs::WalkItem* item = walk.next()) {
+      walk.stay_out();
+      if (item->failure) throw fs::Exception(*item->failure);
+      if (!is_replaced_navigator_data(item->file.path())) continue;
+      add(removal, all_data, item->file);
+      tree.remove(item->file.path());
+    }
+    report_.remove(removal);
+  }
+
+  static void add(Removal& removal, fs::Folder& folder, const fs::File& item) {
+    if (!item.is_directory()) {
+      ++removal.files;
+      removal.bytes += static_cast<std::uint64_t>(item.record().st_size);
+      return;
+    }
+    fs::Folder own(folder.path());
+    const Removal inside = count_below(own, item.path());
+    removal.files += inside.files;
+    removal.bytes += inside.bytes;
+  }
+
+  PlannedTree& component_tree() {
+    if (!components_) components_.emplace(places::APPLICATION_DATA);
+    return *components_;
+  }
+
+  ArchiveReader& reader_;
+  PlanReport& report_;
+  uid_t owner_ = fs::user_id(domains::APPLICATIONS_USER);
+  PlannedApplications there_;
+  ApplicationJudgement judgement_{there_};
+  fs::Folder root_{places::ROOT};
+  std::optional<PlannedTree> components_;  ///< the home screen's data
+  std::set<std::string> old_data_gone_;    ///< folders of data that would be gone, or be empty
+  std::set<std::string> made_data_;        ///< that would have new data
+  std::uint64_t freed_ = 0;                ///< bytes by what would be uninstalled
+  bool keeps_old_data_ = false;
+  bool has_malformed_ = false;
+  std::optional<ApplicationPackage> next_;
+};
+
+void plan_section(ArchiveReader& reader, PlanReport& report,
+                  const std::vector<RegisteredApplication>& registered) {
+  ApplicationPlan plan(reader, report, registered);
+  const InstalledVerdict verdict =
+      judge_installed(reader, plan.has_package(), plan.begins_well(), registered);
+  if (verdict.installed == InstalledOnes::UNTOUCHED) {
+    report.stop(Keyword::APP, verdict.reason.value_or(""));
+    return;
+  }
+  if (verdict.reason) report.warn(Keyword::APP, *verdict.reason);
+  if (verdict.installed == InstalledOnes::UNINSTALLED) plan.uninstall(registered);
+  if (verdict.installed == InstalledOnes::KEPT) plan.keep_installed();
+  plan.run();
+}
+
+}  // namespace
+
+void plan_applications(ArchiveReader& reader, PlanReport& report) {
+  std::vector<RegisteredApplication> registered;
+  if (!updater::read_registered_applications(registered))
+    throw std::runtime_error("Error reading registered apps");
+  try {
+    plan_section(reader, report, registered);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& error) {
+    report.stop(Keyword::APP, error.what());
+  }
+}
+
+}  // namespace harbix::inspect
