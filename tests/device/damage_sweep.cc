@@ -1,243 +1,162 @@
 // Restores an archive of the device that it runs on again and again, each time damaged in another place, and
 // holds what is there afterwards against what an undamaged restore leaves:
 //
-//   damage_sweep media|settings|app [SAMPLES [SEED]]
+//   damage_sweep media|settings|app [SAMPLES [SEED]] [--part K/N]
 //
 // Without SAMPLES the archive is cut at each 512 bytes and at 200 other places, and each byte of each header
-// and manifest is changed in turn; otherwise so many of these, chosen at random. The status is 0 when all of
-// this held:
+// and manifest is changed in turn; otherwise so many of these, chosen at random. With --part only every N-th
+// of them is tried, beginning with the K-th, so that N devices can share the work. The status is 0 when all
+// of this held:
 // - a restore with status 0 left the device as the undamaged one does;
 // - where a header is damaged, or the archive is cut, nothing was removed;
 // - no restore crashed or took longer than half a minute;
 // - nothing changed outside of the folders that are restored.
 #include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <iostream>
-#include <iterator>
 #include <map>
+#include <numeric>
+#include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
+#include "base/file_descriptor.h"
+#include "tests/device/damage_plan.h"
+#include "tests/device/device_picture.h"
+#include "tests/support/require.h"
+#include "tests/support/tree.h"
+
+namespace harbix::test {
 namespace {
 
 namespace files = std::filesystem;
 
-constexpr std::size_t RECORD_SIZE = 512;
-constexpr std::size_t OTHER_CUTS = 200;
-constexpr std::chrono::seconds LONGEST_RUN(30);
+constexpr std::chrono::milliseconds LONGEST_RUN = std::chrono::seconds(30);
 constexpr int STILL_RUNNING = -1;
 constexpr char WHOLE[] = "/tmp/whole.tar";
 constexpr char DAMAGED[] = "/tmp/damaged.tar";
 constexpr char MESSAGES[] = "/tmp/messages";
 constexpr char MARKER[] = "made since the backup";
 
-/// What an archive of a keyword is restored to.
+/// How the device is made to differ from the archive, so that what is not restored shows.
+enum class Old {
+  WIPED,     ///< a file more in each folder, which goes only once the restore knows the archive
+  REPLACED,  ///< a file more in each folder, which may go with the folder at any time
+  EMPTIED,   ///< files without content, objects of PPS without attributes
+  LISTED,    ///< as it is: the installer's list of applications
+};
+
+/// What a restore may change: a folder or file.
+struct Place {
+  std::string path;
+  Old old;
+};
+
 struct Keyword {
   std::string name;
-  std::vector<files::path> places;  ///< folders and files that a restore may change
-  files::path marked;  ///< a restore may remove what is in the folders below, once it knows the archive
+  std::vector<Place> places;
 };
 
 const std::array KEYWORDS{
-    Keyword{"media", {"/accounts/1000/shared", "/accounts/1000/sys/dtm"}, "/accounts/1000/shared"},
-    Keyword{"app", {"/apps", "/accounts/1000/appdata"}, "/apps"},
+    Keyword{"media", {{"/accounts/1000/shared", Old::WIPED}, {"/accounts/1000/sys/dtm", Old::EMPTIED}}},
+    Keyword{"app",
+            {{"/apps", Old::WIPED},
+             {"/accounts/1000/appdata", Old::REPLACED},
+             {"/pps/system/navigator", Old::EMPTIED},
+             {"/pps/system/installer/registeredapps/.all", Old::LISTED}}},
     Keyword{"settings",
-            {"/accounts/1000/settings", "/accounts/1000/sys/keyboard", "/base/etc/locale.conf", "/var/etc"},
-            {}},
+            {{"/accounts/1000/settings", Old::EMPTIED},
+             {"/accounts/1000/sys/keyboard", Old::EMPTIED},
+             {"/base/etc/locale.conf", Old::EMPTIED},
+             {"/var/etc", Old::EMPTIED},
+             {"/pps/services", Old::EMPTIED},
+             {"/pps/system/dictionary", Old::EMPTIED},
+             {"/pps/system/locale", Old::EMPTIED},
+             {"/pps/system/navigator", Old::EMPTIED}}},
 };
-
-/// One way to damage an archive.
-struct Damage {
-  enum class Kind { CUT, HEADER, MANIFEST };
-
-  Kind kind;
-  std::size_t offset;  ///< the length of a cut archive; otherwise of the byte that is changed
-  char flipped = 0;    ///< the bits that change
-};
-
-std::string describe(const Damage& damage) {
-  constexpr std::array NAMES{"cut at ", "header changed at ", "manifest changed at "};
-  return NAMES.at(static_cast<std::size_t>(damage.kind)) + std::to_string(damage.offset);
-}
-
-std::string read_file(const files::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-void write_file(const files::path& path, std::string_view text) {
-  std::ofstream stream(path, std::ios::binary);
-  stream.write(text.data(), static_cast<std::streamsize>(text.size()));
-  if (!stream.flush()) throw std::runtime_error("cannot write " + path.string());
-}
-
-/// A tree, by what can be compared between two restores.
-using Picture = std::map<std::string, std::string>;
-
-std::string describe_object(const files::path& path, const struct ::stat& record, bool with_content) {
-  std::string text = std::to_string(record.st_mode) + ' ' + std::to_string(record.st_uid) + ' ' +
-                     std::to_string(record.st_gid);
-  if (S_ISLNK(record.st_mode)) return text + " -> " + files::read_symlink(path).string();
-  if (!S_ISREG(record.st_mode)) return text;
-  text += ' ' + std::to_string(record.st_size);
-  if (with_content) return text + ' ' + std::to_string(std::hash<std::string>()(read_file(path)));
-  return text + ' ' + std::to_string(record.st_mtim.tv_sec) + '.' + std::to_string(record.st_mtim.tv_nsec);
-}
-
-void add_object(Picture& picture, const files::path& path, bool with_content) {
-  struct ::stat record {};
-  // What has just gone is not there.
-  if (::lstat(path.c_str(), &record) == -1) return;
-  picture.emplace(path.string(), describe_object(path, record, with_content));
-}
-
-void add_to(Picture& picture, const files::path& folder, const std::set<files::path>& left_out,
-            bool with_content) {
-  for (auto item =
-           files::recursive_directory_iterator(folder, files::directory_options::skip_permission_denied);
-       item != files::recursive_directory_iterator(); ++item) {
-    if (left_out.contains(item->path())) {
-      item.disable_recursion_pending();
-      continue;
-    }
-    add_object(picture, item->path(), with_content);
-  }
-}
-
-Picture picture_of(const Keyword& keyword) {
-  Picture picture;
-  for (const files::path& place : keyword.places) {
-    if (files::is_directory(place)) add_to(picture, place, {}, true);
-    if (files::is_regular_file(place)) add_object(picture, place, true);
-  }
-  return picture;
-}
-
-/// What no restore of the keyword may change. The installer keeps its books below /var.
-Picture picture_outside(const Keyword& keyword) {
-  const std::set<files::path> inside(keyword.places.begin(), keyword.places.end());
-  Picture picture;
-  for (const char* folder : {"/accounts", "/apps", "/base", "/etc", "/root"}) {
-    if (!inside.contains(folder)) add_to(picture, folder, inside, false);
-  }
-  return picture;
-}
-
-void print_difference(const Picture& expected, const Picture& found) {
-  constexpr int MOST_LINES = 5;
-  int lines = 0;
-  const auto print = [&lines](std::string_view what, const std::string& path) {
-    if (lines++ < MOST_LINES) std::cout << "    " << what << ' ' << path << '\n';
-  };
-  for (const auto& [path, object] : expected) {
-    const auto same = found.find(path);
-    if (same == found.end()) {
-      print("missing:", path);
-    } else if (same->second != object) {
-      print("different:", path);
-    }
-  }
-  for (const auto& [path, object] : found) {
-    if (!expected.contains(path)) print("new:", path);
-  }
-}
-
-std::uint64_t octal(std::string_view text) {
-  std::uint64_t value = 0;
-  for (const char digit : text) {
-    if (digit >= '0' && digit <= '7') value = value * 8 + static_cast<std::uint64_t>(digit - '0');
-  }
-  return value;
-}
-
-/// Adds each byte of a part of the archive as a place to be damaged.
-void add_bytes(std::vector<Damage>& plan, Damage::Kind kind, std::size_t begin, std::size_t size,
-               std::mt19937_64& random) {
-  for (std::size_t offset = begin; offset < begin + size; ++offset) {
-    plan.push_back({kind, offset, static_cast<char>(1U << random() % 8)});
-  }
-}
-
-/// Each byte of each header record and manifest, and the places to cut at. Extended headers carry no
-/// checksum, and what most of their bytes say no other record repeats, so only those of the name are taken.
-std::vector<Damage> plan_damage(std::string_view archive, std::mt19937_64& random) {
-  constexpr std::size_t NAME_SIZE = 100;
-  constexpr std::size_t SIZE_OFFSET = 124;
-  constexpr std::size_t SIZE_LENGTH = 12;
-  constexpr std::size_t TYPE_OFFSET = 156;
-  std::vector<Damage> plan;
-  for (std::size_t at = 0; at + RECORD_SIZE <= archive.size() && archive[at] != '\0';) {
-    add_bytes(plan, Damage::Kind::HEADER, at, RECORD_SIZE, random);
-    const std::size_t size = octal(archive.substr(at + SIZE_OFFSET, SIZE_LENGTH));
-    const std::string_view name(archive.data() + at, ::strnlen(archive.data() + at, NAME_SIZE));
-    const std::string_view content = archive.substr(at + RECORD_SIZE, size);
-    if (archive[at + TYPE_OFFSET] == 'x') {
-      const std::size_t path = content.find(" path=");
-      if (path != std::string_view::npos) {
-        const std::size_t length = content.find('\n', path) - path;
-        add_bytes(plan, Damage::Kind::MANIFEST, at + RECORD_SIZE + path, length, random);
-      }
-    } else if (name.ends_with("/.backup.metadata")) {
-      add_bytes(plan, Damage::Kind::MANIFEST, at + RECORD_SIZE, size, random);
-    }
-    at += RECORD_SIZE + (size + RECORD_SIZE - 1) / RECORD_SIZE * RECORD_SIZE;
-  }
-  for (std::size_t cut = 0; cut < archive.size(); cut += RECORD_SIZE)
-    plan.push_back({Damage::Kind::CUT, cut});
-  for (std::size_t i = 0; i < OTHER_CUTS; ++i) plan.push_back({Damage::Kind::CUT, random() % archive.size()});
-  return plan;
-}
-
-std::string damaged(std::string archive, const Damage& damage) {
-  if (damage.kind == Damage::Kind::CUT) {
-    archive.resize(damage.offset);
-  } else {
-    archive[damage.offset] = static_cast<char>(archive[damage.offset] ^ damage.flipped);
-  }
-  return archive;
-}
 
 /// @return the exit status, 128 and the signal, or STILL_RUNNING after the longest time.
-int run_harbix(const std::vector<std::string>& arguments) {
-  const pid_t child = ::fork();
-  if (child == -1) throw std::runtime_error("cannot start a process");
-  if (child == 0) {
-    const int messages = ::open(MESSAGES, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (messages == -1 || ::dup2(messages, STDERR_FILENO) == -1) ::_exit(EXIT_FAILURE);
-    std::vector<const char*> words{"harbix"};
-    for (const std::string& argument : arguments) words.push_back(argument.c_str());
-    words.push_back(nullptr);
-    ::execvp("harbix", const_cast<char* const*>(words.data()));  // which changes none of them
-    ::_exit(EXIT_FAILURE);
-  }
-  const auto end = std::chrono::steady_clock::now() + LONGEST_RUN;
+int wait_for(pid_t child) {
+  const base::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  require(bool(process), "pidfd_open");
+  ::pollfd end{.fd = process.get(), .events = POLLIN, .revents = 0};
+  const int ended = ::poll(&end, 1, static_cast<int>(LONGEST_RUN.count()));
+  require(ended != -1, "poll");
+  if (ended == 0) ::kill(child, SIGKILL);  // it cannot have been waited for
   int status = 0;
-  while (::waitpid(child, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > end) {
-      ::kill(child, SIGKILL);  // it cannot have been waited for
-      ::waitpid(child, &status, 0);
-      return STILL_RUNNING;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  require(::waitpid(child, &status, 0) == child, "waitpid");
+  if (ended == 0) return STILL_RUNNING;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+int run_harbix(const std::vector<std::string>& arguments) {
+  std::vector<const char*> words{"harbix"};
+  for (const std::string& argument : arguments) words.push_back(argument.c_str());
+  words.push_back(nullptr);
+  ::posix_spawn_file_actions_t actions;
+  errno = ::posix_spawn_file_actions_init(&actions);
+  require(errno == 0, "posix_spawn_file_actions_init");
+  errno = ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, MESSAGES, O_WRONLY | O_CREAT | O_TRUNC,
+                                             0600);
+  require(errno == 0, "posix_spawn_file_actions_addopen");
+  pid_t child = -1;
+  char** const changing_none = const_cast<char**>(words.data());  // NOLINT: the call's old type
+  errno = ::posix_spawnp(&child, words[0], &actions, nullptr, changing_none, environ);
+  require(errno == 0, "posix_spawnp");
+  ::posix_spawn_file_actions_destroy(&actions);  // has nothing to report
+  return wait_for(child);
+}
+
+/// What takes every attribute that persists away from an object of PPS when it is written there.
+std::string removal_of_attributes(const std::string& object) {
+  std::string removal;
+  std::istringstream lines(read_file(object));
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with('@') && !line.starts_with('['))
+      removal += '-' + line.substr(0, line.find(':')) + '\n';
+  }
+  return removal;
+}
+
+/// The lines of the installer's list, "ID::PACKAGE,VERSION,EXTRAS", but for the extras: they are known from a
+/// manifest alone, which no checksum covers.
+std::string listed_applications(const std::string& list) {
+  std::vector<std::string> applications;
+  std::istringstream lines(read_file(list));
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t version = std::min(line.find(','), line.size());
+    applications.push_back(line.substr(0, line.find(',', version + 1)) + '\n');
+  }
+  std::ranges::sort(applications);
+  return std::accumulate(applications.begin(), applications.end(), std::string());
+}
+
+/// The folders in a place, in each of which a marker has its place.
+std::vector<std::string> folders_in(const std::string& place) {
+  std::vector<std::string> folders;
+  for (const files::directory_entry& item : files::directory_iterator(place)) {
+    if (item.is_directory() && !item.is_symlink()) folders.push_back(item.path().string());
+  }
+  return folders;
 }
 
 class Sweep {
@@ -245,109 +164,212 @@ class Sweep {
   explicit Sweep(const Keyword& keyword) : keyword_(keyword) {
     if (run_harbix({"-f", WHOLE, keyword.name}) != 0) throw std::runtime_error("the backup failed");
     archive_ = read_file(WHOLE);
-    restore_whole();
+    copy_.emplace(DAMAGED, archive_);
     // What is outside is compared with what a restore that is whole leaves there.
-    expected_ = picture_of(keyword_);
-    outside_ = picture_outside(keyword_);
+    restore_whole(picture());
+    expected_ = picture();
+    outside_.emplace(watch_outside());
+    make_old(expected_);
+    old_ = picture();
+    found_ = old_;
   }
 
   [[nodiscard]] const std::string& archive() const noexcept { return archive_; }
 
   /// @return whether a restore of the damaged archive kept its promises; what it broke is printed.
   bool try_damage(const Damage& damage) {
-    make_old();
-    write_file(DAMAGED, damaged(archive_, damage));
-    const int status = run_harbix({"-r", "-f", DAMAGED, keyword_.name});
+    make_old(found_);
+    copy_->damage(damage);
+    const int status = run_harbix({"-r", "-f", copy_->path(), keyword_.name});
+    copy_->mend(damage);
+    found_ = picture();
     const bool is_right = judge(damage, status);
     ++statuses_[status];
     if (!is_right) std::cout << "    standard error: " << read_file(MESSAGES).substr(0, 300) << '\n';
-    if (status != 0 || !is_right) restore_whole();
+    if (!can_be_made_old()) bring_back();
     return is_right;
   }
 
   void report(std::size_t tried, std::size_t wrong) const {
-    std::cout << keyword_.name << ": " << tried << " damaged archives, " << wrong << " wrong; statuses:";
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin_;
+    std::cout << keyword_.name << ": " << tried << " damaged archives, " << wrong << " wrong, "
+              << static_cast<double>(tried) / time.count() << " a second, " << brought_back_
+              << " times brought back; statuses:";
     for (const auto& [status, count] : statuses_) std::cout << ' ' << status << " (" << count << ')';
     std::cout << std::endl;
   }
 
  private:
-  bool judge(const Damage& damage, int status) const {
-    const auto fail = [&](std::string_view what) {
+  bool judge(const Damage& damage, int status) {
+    const auto fail = [&](std::string_view what, const Picture& expected, const Picture& found) {
       std::cout << describe(damage) << ", status " << status << ": " << what << '\n';
+      print_difference(expected, found);
       return false;
     };
-    if (status == STILL_RUNNING) return fail("does not end");
-    if (status >= 128) return fail("crashed");
-    const Picture outside = picture_outside(keyword_);
-    if (outside != outside_) {
-      fail("changed something outside");
-      print_difference(outside_, outside);
-      return false;
-    }
-    if (status == 0) {
-      const Picture found = picture_of(keyword_);
-      if (found == expected_) return true;
-      fail("not all came back");
-      print_difference(expected_, found);
-      return false;
-    }
-    if (damage.kind != Damage::Kind::MANIFEST &&
-        !std::ranges::all_of(markers_, [](const auto& path) { return files::exists(path); })) {
-      return fail("removed something");
-    }
-    return true;
+    if (status == STILL_RUNNING) return fail("does not end", {}, {});
+    if (status >= 128) return fail("crashed", {}, {});
+    if (!outside_->is_undisturbed()) return fail("changed something outside", {}, {});
+    if (status == 0) return found_ == expected_ || fail("not all came back", expected_, found_);
+    if (damage.kind == Damage::Kind::MANIFEST || has_all_that_was_there()) return true;
+    return fail("removed something", old_, found_);
   }
 
-  void restore_whole() {
-    make_old();
+  /// Whether nothing was removed. The markers in data that is replaced whole go with the old data.
+  [[nodiscard]] bool has_all_that_was_there() const {
+    return std::ranges::all_of(old_, [this](const auto& object) {
+      return found_.contains(object.first) || is_marker_of_replaced(object.first);
+    });
+  }
+
+  [[nodiscard]] bool is_marker_of_replaced(const files::path& path) const {
+    return path.filename() == MARKER && std::ranges::any_of(keyword_.places, [&path](const Place& place) {
+             return place.old == Old::REPLACED && path.parent_path().parent_path() == place.path;
+           });
+  }
+
+  /// Whether each object is as it was before, or as an undamaged restore leaves it: then make_old() takes the
+  /// device back to where it was.
+  [[nodiscard]] bool can_be_made_old() const {
+    const auto object_in = [](const Picture& picture, const std::string& path) {
+      const auto object = picture.find(path);
+      return object == picture.end() ? nullptr : &object->second;
+    };
+    const auto are_equal = [](const PicturedObject* one, const PicturedObject* other) {
+      return one == nullptr || other == nullptr ? one == other : *one == *other;
+    };
+    return std::ranges::all_of(std::array{&found_, &old_}, [&](const Picture* picture) {
+      return std::ranges::all_of(*picture, [&](const auto& item) {
+        const PicturedObject* found = object_in(found_, item.first);
+        return are_equal(found, object_in(old_, item.first)) ||
+               are_equal(found, object_in(expected_, item.first));
+      });
+    });
+  }
+
+  void bring_back() {
+    ++brought_back_;
+    for (const auto& [path, object] : found_) {
+      // What no backup has, no restore takes away.
+      if (!old_.contains(path) && !expected_.contains(path)) files::remove_all(path);
+    }
+    restore_whole(picture());
+    found_ = picture();
+    if (found_ == expected_) return;
+    print_difference(expected_, found_);
+    throw std::runtime_error("the device is not what it was after a restore of the whole archive");
+  }
+
+  void restore_whole(const Picture& now) {
+    make_old(now);
     if (run_harbix({"-r", "-f", WHOLE, keyword_.name}) != 0)
       throw std::runtime_error("a restore of the whole archive failed: " + read_file(MESSAGES));
   }
 
-  /// Makes the device differ from the archive, so that what is not restored shows.
-  void make_old() {
-    markers_.clear();
-    if (keyword_.marked.empty()) {
-      for (const files::path& place : keyword_.places) make_settings_old(place);
-      return;
-    }
-    for (const files::directory_entry& folder : files::directory_iterator(keyword_.marked)) {
-      if (!folder.is_directory() || folder.is_symlink()) continue;
-      const files::path marker = folder.path() / MARKER;
-      if (!files::exists(marker)) write_file(marker, "");
-      markers_.push_back(marker);
+  /// Makes the device differ from the archive, so that what is not restored shows. What is as old as that
+  /// already is left alone.
+  void make_old(const Picture& now) {
+    for (const Place& place : keyword_.places) {
+      if (place.old == Old::WIPED || place.old == Old::REPLACED) add_markers(place.path);
+      if (place.old == Old::EMPTIED) empty(place.path, now);
     }
   }
 
-  static void make_settings_old(const files::path& place) {
-    if (files::is_regular_file(place)) files::resize_file(place, 0);
-    if (!files::is_directory(place)) return;
-    for (const files::directory_entry& item : files::recursive_directory_iterator(place)) {
-      if (item.is_regular_file() && !item.is_symlink()) files::resize_file(item.path(), 0);
+  static void add_markers(const std::string& place) {
+    for (const std::string& folder : folders_in(place)) {
+      const std::string marker = folder + '/' + MARKER;
+      if (!files::exists(marker)) write_file(marker, "");
     }
+  }
+
+  void empty(const std::string& place, const Picture& now) {
+    for (auto item = now.lower_bound(place); item != now.end() && item->first.starts_with(place); ++item) {
+      const auto& [path, object] = *item;
+      const auto old = old_.find(path);
+      if (!S_ISREG(object.mode) || (old != old_.end() && old->second == object)) continue;
+      if (is_below_pps(path)) {
+        empty_object(path);
+      } else {
+        files::resize_file(path, 0);
+      }
+    }
+  }
+
+  /// An object has the attributes that it had at first, or fewer: they are asked for once.
+  void empty_object(const std::string& object) {
+    const auto [removal, is_new] = removals_.try_emplace(object);
+    if (is_new) removal->second = removal_of_attributes(object);
+    if (removal->second.empty()) return;
+    const base::FileDescriptor opened(::open(object.c_str(), O_WRONLY | O_CLOEXEC));
+    const std::string& text = removal->second;
+    require(opened && ::write(opened.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()),
+            object);
+  }
+
+  Picture picture() {
+    Picture picture;
+    for (const Place& place : keyword_.places) {
+      if (place.old == Old::LISTED) {
+        picture[place.path].target = listed_applications(place.path);
+      } else {
+        camera_.add(picture, place.path);
+      }
+    }
+    return picture;
+  }
+
+  /// Over what no restore of the keyword may change. The installer keeps its books below /var.
+  [[nodiscard]] Watch watch_outside() const {
+    std::set<std::string> inside;
+    for (const Place& place : keyword_.places) inside.insert(place.path);
+    std::vector<std::string> folders{"/accounts", "/apps", "/base", "/etc", "/root"};
+    std::erase_if(folders, [&inside](const std::string& folder) { return inside.contains(folder); });
+    return {std::move(folders), std::move(inside)};
   }
 
   const Keyword& keyword_;
   std::string archive_;
-  Picture expected_;
-  Picture outside_;
-  std::vector<files::path> markers_;
+  std::optional<DamagedCopy> copy_;
+  Camera camera_;
+  Picture expected_;  ///< what an undamaged restore leaves
+  Picture old_;       ///< what there is before a restore
+  Picture found_;     ///< what the last restore left
+  std::optional<Watch> outside_;
+  std::map<std::string, std::string> removals_;  ///< of attributes, by the objects' paths
   std::map<int, std::size_t> statuses_;
+  std::size_t brought_back_ = 0;
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
 
-int sweep(const Keyword& keyword, std::size_t samples, std::uint64_t seed) {
-  constexpr std::size_t LINES_APART = 5000;
-  std::mt19937_64 random(seed);
-  Sweep sweep(keyword);
-  std::vector<Damage> plan = plan_damage(sweep.archive(), random);
-  if (samples != 0 && samples < plan.size()) {
+/// What is asked for on the command line.
+struct Request {
+  const Keyword* keyword = nullptr;
+  std::size_t samples = 0;  ///< 0: everything
+  std::size_t seed = 1;
+  std::size_t part = 1;
+  std::size_t parts = 1;
+};
+
+/// The places to damage that are asked for. Each part has the same ones when the archives are alike.
+std::vector<Damage> planned(const Request& request, std::string_view archive) {
+  std::mt19937_64 random(request.seed);
+  std::vector<Damage> plan = plan_damage(archive, random);
+  std::cout << "seed " << request.seed << ", archive of " << archive.size() << " bytes with " << plan.size()
+            << " places to damage" << std::endl;
+  if (request.samples != 0 && request.samples < plan.size()) {
     std::ranges::shuffle(plan, random);
-    plan.resize(samples);
+    plan.resize(request.samples);
   }
+  std::vector<Damage> part;
+  for (std::size_t i = request.part - 1; i < plan.size(); i += request.parts) part.push_back(plan[i]);
+  return part;
+}
+
+int sweep(const Request& request) {
+  constexpr std::size_t LINES_APART = 5000;
+  Sweep sweep(*request.keyword);
   std::size_t tried = 0;
   std::size_t wrong = 0;
-  for (const Damage& damage : plan) {
+  for (const Damage& damage : planned(request, sweep.archive())) {
     if (!sweep.try_damage(damage)) ++wrong;
     if (++tried % LINES_APART == 0) sweep.report(tried, wrong);
   }
@@ -355,20 +377,48 @@ int sweep(const Keyword& keyword, std::size_t samples, std::uint64_t seed) {
   return wrong == 0 && tried > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+std::optional<std::size_t> number_of(std::string_view text) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(text.begin(), text.end(), number);
+  return error == std::errc() && end == text.end() ? std::optional(number) : std::nullopt;
+}
+
+/// Takes "K/N".
+bool take_part(std::string_view text, Request& request) {
+  const std::size_t slash = std::min(text.find('/'), text.size());
+  request.part = number_of(text.substr(0, slash)).value_or(0);
+  request.parts = number_of(text.substr(std::min(slash + 1, text.size()))).value_or(0);
+  return request.part >= 1 && request.part <= request.parts;
+}
+
+std::optional<Request> parse(std::vector<std::string> arguments) {
+  Request request;
+  if (const auto option = std::ranges::find(arguments, "--part"); option != arguments.end()) {
+    if (option + 1 == arguments.end() || !take_part(*(option + 1), request)) return std::nullopt;
+    arguments.erase(option, option + 2);
+  }
+  if (arguments.empty() || arguments.size() > 3) return std::nullopt;
+  const auto keyword = std::ranges::find(KEYWORDS, arguments[0], &Keyword::name);
+  if (keyword == KEYWORDS.end()) return std::nullopt;
+  request.keyword = &*keyword;
+  const auto samples = arguments.size() > 1 ? number_of(arguments[1]) : request.samples;
+  const auto seed = arguments.size() > 2 ? number_of(arguments[2]) : request.seed;
+  if (!samples || !seed) return std::nullopt;
+  request.samples = *samples;
+  request.seed = *seed;
+  return request;
+}
+
 }  // namespace
+}  // namespace harbix::test
 
 int main(int argc, char* argv[]) try {
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  const auto keyword =
-      arguments.empty() ? KEYWORDS.end() : std::ranges::find(KEYWORDS, arguments[0], &Keyword::name);
-  if (keyword == KEYWORDS.end() || arguments.size() > 3) {
-    std::cerr << "usage: damage_sweep media|settings|app [SAMPLES [SEED]]\n";
+  const auto request = harbix::test::parse({argv + 1, argv + argc});
+  if (!request) {
+    std::cerr << "usage: damage_sweep media|settings|app [SAMPLES [SEED]] [--part K/N]\n";
     return EXIT_FAILURE;
   }
-  const std::size_t samples = arguments.size() > 1 ? std::stoul(arguments[1]) : 0;
-  const std::uint64_t seed = arguments.size() > 2 ? std::stoull(arguments[2]) : 1;
-  std::cout << "seed " << seed << '\n';
-  return sweep(*keyword, samples, seed);
+  return harbix::test::sweep(*request);
 } catch (const std::exception& error) {
   std::cerr << "damage_sweep: " << error.what() << '\n';
   return EXIT_FAILURE;
