@@ -5,8 +5,8 @@
 
 namespace harbix {
 
-/// What a wipe of the shared media does with what it comes to, in this order: what is below a top-level
-/// folder is removed as it is met, and its folders at the end, the deepest first. This one removes it.
+/// What a wipe of the shared media does with what it comes to, in this order: files are removed as they are
+/// met, and a folder when all that is in it has been gone through. This one removes it.
 class Wiper {
  public:
   Wiper() = default;
@@ -22,7 +22,8 @@ class Wiper {
   virtual void spare(const fs::Path& /*path*/) {}
   virtual void remove_file(const fs::Place& place, const fs::File& item);
   /// @return false for a folder that stays, for one because something in it was left.
-  [[nodiscard]] virtual bool remove_folder(fs::Folder& share, const fs::Path& path);
+  /// `folder` is the one that holds it.
+  [[nodiscard]] virtual bool remove_folder(fs::Folder& folder, const fs::Path& path);
 };
 
 /// Empties every top-level folder of the shared media, as far as the skip test and the ids of media allow;

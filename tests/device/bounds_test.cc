@@ -1,18 +1,17 @@
 // Small archives that ask for much: what their restore takes of memory and time.
 
-#include <sstream>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/device/measured_run.h"
 #include "tests/support/application_device.h"
 
 namespace harbix::test {
 namespace {
 
-/// Restores what a program writes with `archive`, a tar builder of its own, and prints status, MiB, seconds.
-constexpr char RESTORE_AND_MEASURE[] = R"(
-import gzip, os, sys, tarfile, time
+/// Writes an archive of a kind.
+constexpr char WRITE_BOMB[] = R"(
+import gzip, sys, tarfile
 def header(name, size, kind=tarfile.REGTYPE):
     info = tarfile.TarInfo(name)
     info.size, info.type, info.mode = size, kind, 0o700
@@ -21,7 +20,7 @@ def padded(data):
     return data + b'\0' * (-len(data) % 512)
 def long_name(name):
     return header('././@LongLink', len(name) + 1, b'L') + padded(name + b'\0') + header('x', 1) + padded(b'1')
-keyword, package, kind = sys.argv[1:]
+package, kind = sys.argv[1:]
 path = '/tmp/bomb'
 small = header(package + '/.backup.metadata', 12) + padded(b'File: 1\n/a\n\n')
 if kind == 'manifest':
@@ -38,12 +37,6 @@ elif kind == 'path':
 else:
     with open(path, 'wb') as archive:
         archive.write(small + long_name(package.encode() + b'/a' * 400000) + b'\0' * 1024)
-begin = time.time()
-child = os.fork()
-if child == 0:
-    os.execvp('harbix', ['harbix', '-r', '-f', path, keyword])
-_, status, usage = os.wait4(child, 0)
-print(os.waitstatus_to_exitcode(status), usage.ru_maxrss >> 10, int(time.time() - begin))
 )";
 
 struct Keyword {
@@ -53,25 +46,20 @@ struct Keyword {
 
 class Bounds : public testing::TestWithParam<Keyword> {
  protected:
-  Bounds() { device_.write("/tmp/measure.py", RESTORE_AND_MEASURE); }
+  Bounds() { device_.write("/tmp/write.py", WRITE_BOMB); }
 
   /// Takes at most 128 MiB and 30 s, and ends with `status` and a line of errors that matches.
   void expect_bounded(const std::string& kind, int status, const std::string& error) {
-    const Outcome outcome = device_.shell("python3 /tmp/measure.py " + std::string(GetParam().name) + " " +
-                                          GetParam().package + " " + kind);
-    ASSERT_EQ(outcome.status, 0) << outcome.errors;
-    std::istringstream figures(outcome.output);
-    int found = -1;
-    int mebibytes = -1;
-    int seconds = -1;
-    ASSERT_TRUE(figures >> found >> mebibytes >> seconds) << outcome.output;
-    EXPECT_EQ(found, status) << outcome.errors;
-    EXPECT_THAT(outcome.errors, testing::HasSubstr(error));
+    const Outcome written = device_.run({"python3", "/tmp/write.py", GetParam().package, kind});
+    ASSERT_EQ(written.status, 0) << written.errors;
+    const MeasuredRun restore = measured_run(device_, {"harbix", "-r", "-f", "/tmp/bomb", GetParam().name});
+    EXPECT_EQ(restore.status, status) << restore.errors;
+    EXPECT_THAT(restore.errors, testing::HasSubstr(error));
     // The sanitizers take memory of their own.
 #ifndef HARBIX_SANITIZED
-    EXPECT_LE(mebibytes, 128);
+    EXPECT_LE(restore.mebibytes, 128);
 #endif
-    EXPECT_LE(seconds, 30);
+    EXPECT_LE(restore.seconds, 30);
   }
 
   bool is_media() { return GetParam().name == std::string("media"); }

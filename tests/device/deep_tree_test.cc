@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "base/file_descriptor.h"
+#include "tests/device/measured_run.h"
 #include "tests/support/device.h"
+#include "tests/support/tar_builder.h"
 
 namespace harbix::test {
 namespace {
@@ -93,6 +95,39 @@ TEST_F(DeepTree, IsBackedUpWipedAndRestored) {
   EXPECT_EQ(descend(end), DEPTH);
   EXPECT_TRUE(is_at_the_end("file"));
   EXPECT_FALSE(is_at_the_end("later"));
+}
+
+TEST_F(DeepTree, IsWipedInLittleMemoryAndTimeHoweverDeepItIs) {
+  constexpr int VERY_DEEP = 32000;
+  make(VERY_DEEP);
+  write_at_the_end("file");
+  device_.write("/tmp/a.tar", TarBuilder().file("/media/M/a", "1").text());
+  const MeasuredRun restore = measured_run(device_, {"harbix", "-r", "-f", "/tmp/a.tar", "media"});
+  EXPECT_EQ(restore.status, 0);
+  EXPECT_EQ(restore.errors, "");
+  // The sanitizers take memory of their own.
+#ifndef HARBIX_SANITIZED
+  EXPECT_LE(restore.mebibytes, 64);
+#endif
+  EXPECT_LE(restore.seconds, 20);
+  FileDescriptor end;
+  EXPECT_EQ(descend(end), 0);
+  EXPECT_EQ(device_.read(shared("M/a")), "1");
+}
+
+TEST_F(DeepTree, IsWipedButForWhatIsProtectedInIt) {
+  constexpr int FEW = 5;
+  make(FEW);
+  write_at_the_end("file");
+  const std::string inner = std::string(TOP) + "/d/d";
+  device_.write(inner + "/protected/kept", "kept");
+  device_.own(inner + "/protected", "media", "protected_media");
+  device_.write(inner + "/other/deep/file", "goes");
+  device_.write("/tmp/a.tar", TarBuilder().text());
+  EXPECT_EQ(device_.harbix({"-r", "-f", "/tmp/a.tar", "media"}).status, 0);
+  std::vector<std::string> left;
+  for (const auto& [path, item] : device_.snapshot(TOP)) left.push_back(path);
+  EXPECT_EQ(left, (std::vector<std::string>{"d", "d/d", "d/d/protected", "d/d/protected/kept"}));
 }
 
 }  // namespace
