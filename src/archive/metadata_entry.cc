@@ -20,11 +20,13 @@ constexpr mode_t METADATA_MODE = S_IFREG | S_IRWXU;
 constexpr std::size_t CHUNK_SIZE = 4096;
 constexpr std::string_view LAST_LINE = "\n";
 
-meta::Manifest read_manifest(ArchiveReader& reader, RecordNames& names) {
-  ManifestText text(reader, [&names](std::string_view piece) { names.add(piece); });
+meta::Manifest read_manifest(ArchiveReader& reader, RecordNames* names) {
+  ManifestText text(reader, [names](std::string_view piece) {
+    if (names != nullptr) names->add(piece);
+  });
   std::istream stream(&text);
   meta::Manifest manifest = meta::parse(stream);
-  names.finish();
+  if (names != nullptr) names->finish();
   return manifest;
 }
 
@@ -63,8 +65,8 @@ void store_manifest(ArchiveWriter& writer, const fs::Path& directory, std::strin
   });
 }
 
-std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
-                                     OtherEntries others) {
+std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name, OtherEntries others,
+                                     RecordNames* names) {
   for (;;) {
     require_no_error(reader);
     const int status = reader.advance();
@@ -78,8 +80,7 @@ std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view ent
     const std::optional<fs::Path> name = reader.entry().name();
     if (!name) throw std::runtime_error("Error pathname");
     if (last_component(name->text()) == entry_name && reader.entry().begins_package()) {
-      Package package{.entry_name = name->text(), .manifest = {}, .names = {}};
-      package.manifest = read_manifest(reader, package.names);
+      Package package{.entry_name = name->text(), .manifest = read_manifest(reader, names)};
       // Half a manifest describes another package.
       require_no_error(reader);
       return package;

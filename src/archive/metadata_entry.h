@@ -31,17 +31,16 @@ enum class OtherEntries { REFUSE, SKIP };
 struct Package {
   std::string entry_name;  ///< of the metadata entry, in full
   meta::Manifest manifest;
-  RecordNames names = {};  ///< of media and settings
 };
 
 /// Reads on to the next metadata entry of the reader's section, and its manifest; nothing when there is none
-/// left.
+/// left. `names`, where a caller has use for them, takes the names that a manifest of settings lists.
 /// @throws std::runtime_error "Archive not ARCHIVE_OK TEXT", "Failed to read archive header TEXT", "Error
 /// pathname" for an entry without a directory, and "Not meta file: NAME" for another entry where those are
 /// refused; meta::malformed_manifest for a text of more than 256 MiB or 2,000,000 attributes, with a null
 /// byte, or compressed beyond all measure.
 [[nodiscard]] std::optional<Package> find_manifest(ArchiveReader& reader, std::string_view entry_name,
-                                                   OtherEntries others);
+                                                   OtherEntries others, RecordNames* names = nullptr);
 
 /// Reads the names that the current entry lists, a metadata entry of media. Damage is left for the next
 /// header to show, and a text of more than 256 MiB lists nothing.

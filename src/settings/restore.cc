@@ -36,13 +36,15 @@ class SettingsRestore {
 
   void run() {
     while (reader_.error_number() == 0) {
-      const std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE);
+      RecordNames names;
+      const std::optional<Package> package =
+          find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE, &names);
       if (!package) {
         report::progress("EOF");
         break;
       }
       if (verbose) report_space(*package);
-      if (reader_.error_number() == 0) restore_package(*package);
+      if (reader_.error_number() == 0) restore_package(*package, names);
     }
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
@@ -57,8 +59,7 @@ class SettingsRestore {
   }
 
   /// An item under a name that is not its own is most often refused, and would be missing unseen.
-  void restore_package(const Package& package) {
-    RecordNames names = package.names;
+  void restore_package(const Package& package, RecordNames& names) {
     restore_entries(names);
     if (!names.has_changed_names()) return;
     report_changed_names(fs::Path(package.entry_name).dirname());
