@@ -148,6 +148,7 @@ std::string name_of_row(const testing::TestParamInfo<Row>& row) { return row.par
 const std::string BACKUP = "harbix -f /tmp/a.tar ";
 const std::string SIZE = "harbix -s ";
 const std::string NO_ROOM = ": No space left on device\n";
+const std::string ON_A_SMALL_SHARE = "touch /tmp/owner; chown media:1000_shared /tmp/owner; ";
 const std::string DENIED = "chmod 0 /accounts/1000/shared; ";
 const std::string UNFIT = "Error: The package '/app/side.app.pkg/appdata' does not fit its description\n";
 
@@ -275,54 +276,60 @@ INSTANTIATE_TEST_SUITE_P(
             1, "Error: The applications need 400000 bytes, and there is room for "}),
     name_of_row);
 
-const std::string ON_A_SMALL_SHARE = "touch /tmp/owner; chown media:1000_shared /tmp/owner; ";
+/// A keyword whose items lie in one folder.
+struct FolderKeyword {
+  std::string name;
+  std::string folder;
+  std::string inner;    ///< a folder in it that its archive holds
+  std::string item;     ///< a file that its archive holds
+  std::string package;  ///< in its archive
+};
+
+/// The rows that are alike for media and for settings.
+std::vector<Row> rows_of_media_and_settings() {
+  std::vector<Row> rows;
+  const std::string settings = SETTINGS;
+  for (const FolderKeyword& keyword :
+       {FolderKeyword{"media", SHARED, shared("M"), shared("M/a"), "/media/M"},
+        FolderKeyword{"settings", settings, settings + "/sub", settings + "/sub/one", "/settings"}}) {
+    const auto add = [&](const std::string& name, const std::string& script, const std::string& error) {
+      rows.push_back({name + "_" + keyword.name, script, 1, error});
+    };
+    const std::string whole = restore(keyword.name + ".tar", keyword.name);
+    for (const auto& [name, command] : {std::pair{"IsForABackupOfAFolderThatCannotBeListed", BACKUP},
+                                        {"IsForASizeOfAFolderThatCannotBeListed", SIZE}}) {
+      add(name, when_told("readdir", EIO, command + keyword.name, keyword.folder + ". could not be read"),
+          "Error: Directory '" + keyword.folder + "' could not be read. [errno:5 ");
+    }
+    add("IsForAnItemWithoutRoom",
+        ON_A_SMALL_SHARE + on_a_disk(keyword.folder, "size=8k,mode=777",
+                                     "cat /tmp/" + keyword.name + ".tar | harbix -r " + keyword.name),
+        "Warning: " + keyword.item + NO_ROOM);
+    add("IsForAnItemThatCannotBeWritten", while_failing("pwrite", "1+", EIO) + whole,
+        "Warning: " + keyword.item + ": Input/output error\n");
+    add("IsForAFolderWithoutItsMode", while_failing("fchmod", "1+", EIO) + whole,
+        "Warning: " + keyword.inner + ": Input/output error\n");
+    add("IsForADamagedArchive", restore("cut-" + keyword.name + ".tar", keyword.name), "Error: ");
+    add("IsForItemsUnderOtherNames", restore("long.tar", keyword.name),
+        "Warning: " + keyword.package + ": holds items under names that it does not list\n");
+  }
+  return rows;
+}
+
+INSTANTIATE_TEST_SUITE_P(OneOfMediaAndSettings, ExitStatus, testing::ValuesIn(rows_of_media_and_settings()),
+                         name_of_row);
 
 INSTANTIATE_TEST_SUITE_P(
-    OneOfMediaAndSettings, ExitStatus,
+    OneOfOneKeyword, ExitStatus,
     testing::Values(
-        Row{"IsForABackupOfAFolderThatCannotBeListed", while_failing("readdir", "1", EIO) + BACKUP + "media",
-            1, "Error: Directory '/accounts/1000/shared' could not be read. [errno:5 "},
-        Row{"IsForASizeOfAFolderThatCannotBeListed", while_failing("readdir", "1", EIO) + SIZE + "media", 1,
-            "Error: Directory '/accounts/1000/shared' could not be read. [errno:5 "},
         Row{"IsForABackupOfAShareThatCannotBeSearched", DENIED + BACKUP + "media", 1,
             "Error: Failed to chdir to '/accounts/1000/shared' [errno:13 "},
-        Row{"IsForABackupOfSettingsThatCannotBeListed",
-            when_told("readdir", EIO, BACKUP + "settings", "/accounts/1000/settings. could not be read"), 1,
-            "Error: Directory '/accounts/1000/settings' could not be read. [errno:5 "},
-        Row{"IsForASizeOfSettingsThatCannotBeListed",
-            when_told("readdir", EIO, SIZE + "settings", "/accounts/1000/settings. could not be read"), 1,
-            "Error: Directory '/accounts/1000/settings' could not be read. [errno:5 "},
-        Row{"IsForMediaWithoutRoom",
-            ON_A_SMALL_SHARE + on_a_disk("/accounts/1000/shared", "size=8k,mode=770",
-                                         "cat /tmp/media.tar | harbix -r media"),
-            1, "Warning: /accounts/1000/shared/M/a" + NO_ROOM},
         Row{"IsForMediaThatDoNotFit",
             ON_A_SMALL_SHARE +
                 on_a_disk("/accounts/1000/shared", "size=8k,mode=770", restore("media.tar", "media")),
             1, "Error: The media of the archive take 9000 bytes, but at most 8192 bytes can be made free\n"},
-        Row{"IsForMediaThatCannotBeWritten",
-            while_failing("pwrite", "1+", EIO) + restore("media.tar", "media"), 1,
-            "Warning: /accounts/1000/shared/M/a: Input/output error\n"},
-        Row{"IsForAFolderOfMediaWithoutItsMode",
-            while_failing("fchmod", "1+", EIO) + restore("media.tar", "media"), 1,
-            "Warning: /accounts/1000/shared/M: Input/output error\n"},
-        Row{"IsForDamagedMedia", restore("cut-media.tar", "media"), 1, "Error: "},
         Row{"IsForAnArchiveWithoutMedia", restore("settings.tar", "media"), 1,
             "Error: The archive holds no media\n"},
-        Row{"IsForMediaUnderOtherNames", restore("long.tar", "media"), 1,
-            "Warning: /media/M: holds items under names that it does not list\n"},
-        Row{"IsForASettingWithoutRoom",
-            ON_A_SMALL_SHARE + on_a_disk(SETTINGS, "size=4k,mode=777", restore("settings.tar", "settings")),
-            1, "Warning: /accounts/1000/settings/sub/one" + NO_ROOM},
-        Row{"IsForASettingThatCannotBeWritten",
-            while_failing("pwrite", "1+", EIO) + restore("settings.tar", "settings"), 1,
-            "Warning: /accounts/1000/settings/sub/one: Input/output error\n"},
-        Row{"IsForAFolderOfSettingsWithoutItsMode",
-            while_failing("fchmod", "1+", EIO) + restore("settings.tar", "settings"), 1,
-            "Warning: /accounts/1000/settings/sub: Input/output error\n"},
-        Row{"IsForDamagedSettings", restore("cut-settings.tar", "settings"), 1, "Error: "},
-        Row{"IsForSettingsUnderOtherNames", restore("long.tar", "settings"), 1,
-            "Warning: /settings: holds items under names that it does not list\n"},
         Row{"IsForAnArchiveWithoutSettings", restore("media.tar", "settings"), 1,
             "Error: Not meta file: /media/M\n"},
         Row{"IsForARestoreOfSettingsWithoutAScript",
