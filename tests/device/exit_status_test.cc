@@ -145,10 +145,30 @@ std::string when_told(const std::string& call, int error, const std::string& com
 
 std::string name_of_row(const testing::TestParamInfo<Row>& row) { return row.param.name; }
 
+/// Of settings, whose scripts are told of a begin and of an end; says what they were told.
+std::string restore_with_a_listener() {
+  return "sh -c 'rm -f /tmp/told; " + restore("settings.tar", "settings") +
+         "; result=$?; echo told: $(cat /tmp/told); exit $result'";
+}
+
+std::string listener() {
+  const std::string path = std::string(SETTINGS_SCRIPTS) + "/listener";
+  return "printf '#!/bin/sh\\ncase $1 in *_start|*_end) echo $1 >> /tmp/told;; esac\\n' > " + path +
+         "; chmod 755 " + path + "; ";
+}
+
+/// Of an archive of both; says how many settings came back.
+std::string restore_of_media_and_settings() {
+  return "sh -c '" + restore("both.tar", "media_settings") +
+         " 2> /tmp/errors; result=$?; cat /tmp/errors; echo settings: $(grep -c ^Restore: /tmp/errors); "
+         "exit $result'";
+}
+
 const std::string BACKUP = "harbix -f /tmp/a.tar ";
 const std::string SIZE = "harbix -s ";
 const std::string NO_ROOM = ": No space left on device\n";
 const std::string ON_A_SMALL_SHARE = "touch /tmp/owner; chown media:1000_shared /tmp/owner; ";
+const std::string NO_WAY_BACK = "ERROR: Could not restore effective uid";
 const std::string DENIED = "chmod 0 /accounts/1000/shared; ";
 const std::string UNFIT = "Error: The package '/app/side.app.pkg/appdata' does not fit its description\n";
 
@@ -332,6 +352,9 @@ INSTANTIATE_TEST_SUITE_P(
             "Error: The archive holds no media\n"},
         Row{"IsForAnArchiveWithoutSettings", restore("media.tar", "settings"), 1,
             "Error: Not meta file: /media/M\n"},
+        Row{"IsForARestoreOfSettingsWithoutTheFolderOfScripts",
+            when_told("readdir", EIO, restore("settings.tar", "settings"), "Error: Directory"), 1,
+            "Error: Directory '/base/scripts/backup_and_restore/settings' could not be read. [errno:5 "},
         Row{"IsForARestoreOfSettingsWithoutAScript",
             while_failing("popen", "1", ENOMEM) + restore("settings.tar", "settings"), 1,
             "Could not popen b&r settings script /base/scripts/backup_and_restore/settings/lists\n"}),
@@ -394,6 +417,13 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"IsForASizeWithoutTheFolderOfScripts",
             when_told("readdir", EIO, SIZE + "settings", "ERROR: Directory"), 2,
             "ERROR: Directory '/base/scripts/backup_and_restore/settings' could not be read. [errno:5 "},
+        Row{"IsForSettingsThatCannotGoBackWithoutAWordOfTheirEnd",
+            listener() + when_told("setresuid", EAGAIN, restore_with_a_listener(), NO_WAY_BACK, "$n+"), 2,
+            "told: restore_start\n"},
+        Row{"IsForMediaThatCannotGoBackWithoutALaterKeyword",
+            "head -c -1024 /tmp/media.tar | cat - /tmp/settings.tar > /tmp/both.tar; " +
+                when_told("setresuid", EAGAIN, restore_of_media_and_settings(), NO_WAY_BACK, "$n+"),
+            2, "settings: 0\n"},
         Row{"IsForABackupWhoseInstallerRefuses",
             "echo refuse::query > /pps/system/installer/control; " + BACKUP + "app", 2, "ERROR: "},
         Row{"IsForTheSizeOfAnApplicationWithoutItsFolder", "rm -r /apps/shop.app; " + SIZE + "app", 2,

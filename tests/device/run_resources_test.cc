@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/application_device.h"
+#include "tests/support/crafted_package.h"
 #include "tests/support/failing.h"
+#include "tests/support/tar_builder.h"
 #include "tests/support/test_name.h"
 
 namespace harbix::test {
@@ -84,6 +86,45 @@ TEST_P(RunResources, ThatAreMissingForOneCallEndABackupWithStatusTwo) {
     EXPECT_GT(failures, 2) << call;
   }
 }
+
+// The sanitizers take terabytes of addresses.
+#ifndef HARBIX_SANITIZED
+/// Of a keyword, with a manifest that takes a restore some memory.
+std::string demanding_archive(const std::string& keyword) {
+  std::string ballast = "ballast";
+  for (int i = 0; i < 20'000; ++i) ballast += "\nBallast: " + std::string(1000, 'b');
+  if (keyword == "app")
+    return archive_of({CraftedPackage::data("side.app").attribute("Ballast", ballast).folder("data")});
+  if (keyword == "settings")
+    return TarBuilder().file("/settings/.backup.metadata", "Ballast: " + ballast + "\n\n", 0700).text();
+  std::string records;
+  for (int i = 0; i < 1'000'000; ++i) records += "File: 1\nM/" + std::to_string(i) + '\n';
+  return TarBuilder().file("/media/M/.backup.metadata", records + '\n').file("/media/M/1", "1").text();
+}
+
+TEST_P(RunResources, ThatAreTooLittleMemoryEndARestoreWithStatusTwo) {
+  device_.write("/tmp/a.tar", demanding_archive(GetParam()));
+  bool has_ended = false;
+  int status = 2;
+  for (int mebibytes = 10; mebibytes < 300 && status != 0; ++mebibytes) {
+    const Outcome outcome = device_.shell("ulimit -v " + std::to_string(mebibytes << 10) +
+                                          "; exec harbix -r -f /tmp/a.tar " + GetParam());
+    status = outcome.status;
+    // The program could not even be loaded, or the language's own start ended it.
+    if (status == 127 || outcome.errors == "terminate called without an active exception\n") continue;
+    // The system had none for one call, which the restore of settings reports by what was called for.
+    if (status == 1 && outcome.errors.find("[errno:12 'Cannot allocate memory']\n") != std::string::npos)
+      continue;
+    EXPECT_THAT(status, testing::AnyOf(0, 2)) << mebibytes << outcome.errors;
+    if (status == 0) continue;
+    has_ended = true;
+    EXPECT_EQ(outcome.errors, "ERROR: Out of memory\n") << mebibytes;
+    EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR), testing::Contains("ERROR: Out of memory")) << mebibytes;
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(has_ended);
+}
+#endif
 
 INSTANTIATE_TEST_SUITE_P(Keywords, RunResources, testing::Values("media", "settings", "app"), name_of);
 
