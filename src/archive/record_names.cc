@@ -20,7 +20,10 @@ constexpr std::size_t LONGEST_RECORD = std::size_t{128} << 10;
 // What a header has room for without an extension, at least.
 constexpr std::size_t SHORT_NAME = 100;
 
-std::uint64_t hash_of(std::string_view path) { return std::hash<std::string_view>()(path); }
+// In a hash: whether an entry of the name was met. The order of hashes stays what it is when it is set.
+constexpr std::uint64_t MET = 1;
+
+std::uint64_t hash_of(std::string_view path) { return std::hash<std::string_view>()(path) & ~MET; }
 
 bool needs_extension(std::string_view path) {
   constexpr auto IS_BEYOND_ASCII = [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; };
@@ -69,7 +72,7 @@ void RecordNames::finish() {
 bool RecordNames::meet(const fs::Path& path) {
   // A path that spells the beginning of a record has made another one of its rest.
   const std::string_view listed = std::string_view(path.text()).substr(0, path.text().find(NEXT));
-  const bool is_listed = holds(listed);
+  const bool is_listed = take_one(listed);
   if (!is_listed) {
     ++unlisted_;
   } else if (needs_extension(listed)) {
@@ -78,19 +81,24 @@ bool RecordNames::meet(const fs::Path& path) {
   return is_listed;
 }
 
-bool RecordNames::holds(std::string_view path) {
+bool RecordNames::take_one(std::string_view path) {
   // Backups write entries in the order of their records, of which a few may have vanished.
   constexpr std::size_t MOST_VANISHED = 16;
   const std::uint64_t hash = hash_of(path);
   for (std::size_t i = expected_; !is_sorted_ && i < std::min(expected_ + MOST_VANISHED, hashes_.size());
        ++i) {
     if (hashes_[i] != hash) continue;
+    hashes_[i] |= MET;
     expected_ = i + 1;
     return true;
   }
   if (!is_sorted_) std::ranges::sort(hashes_);
   is_sorted_ = true;
-  return std::ranges::binary_search(hashes_, hash);
+  // The last of equal ones, behind which those stand that were met.
+  const auto behind = std::ranges::upper_bound(hashes_, hash);
+  if (behind == hashes_.begin() || *(behind - 1) != hash) return false;
+  *(behind - 1) |= MET;
+  return true;
 }
 
 void RecordNames::take(std::string_view record) {

@@ -48,7 +48,8 @@ class RecordNames {
   void finish();
 
   /// Notes an entry of the package, by its path as a record would have it.
-  /// @return whether a record has it.
+  /// @return whether a record has it. A record stands for one entry: where an entry has taken the name of
+  /// another one, the second of them has none.
   bool meet(const fs::Path& path);
 
   /// How many records there are.
@@ -60,10 +61,10 @@ class RecordNames {
 
  private:
   void take(std::string_view record);
-  [[nodiscard]] bool holds(std::string_view path);
+  [[nodiscard]] bool take_one(std::string_view path);
 
   PlainRecords records_;
-  std::vector<std::uint64_t> hashes_;  ///< of the paths
+  std::vector<std::uint64_t> hashes_;  ///< of the paths, with a mark at those that were met
   std::size_t expected_ = 0;           ///< the record behind the one that was met last
   bool is_sorted_ = false;             ///< by hash: entries no longer come in the order of the records
   std::size_t long_ = 0;               ///< records whose names need an extension

@@ -78,6 +78,17 @@ TEST(RecordNames, TellOfAnEntryWhetherARecordHasIt) {
   EXPECT_FALSE(names.meet("Music/b"));
 }
 
+TEST(RecordNames, ShowAnEntryThatHasTakenTheNameOfAnother) {
+  const std::vector<std::string> paths{"Music/l\xc3\xa4nge 01", "Music/a", "Music/l\xc3\xa4nge 03"};
+  const RecordNames names = names_of(text_of(paths), 5);
+  EXPECT_FALSE(has_changed_names(names, paths));
+  EXPECT_FALSE(has_changed_names(names, {paths[2], paths[1], paths[0]}));
+  // Whether the other one comes later or came before, and wherever in the order of the records.
+  EXPECT_TRUE(has_changed_names(names, {paths[2], paths[1], paths[2]}));
+  EXPECT_TRUE(has_changed_names(names, {paths[0], paths[1], paths[0]}));
+  EXPECT_TRUE(has_changed_names(names, {paths[2], paths[2], paths[1]}));
+}
+
 TEST(PlainRecords, AreHandedOnWholeWhereverThePiecesEnd) {
   const std::string text = "File: 5\nMusic\nFile: 0\nMusic/a: b\nc\nFile: 17\nMusic/File: 3\n\n";
   const std::vector<std::string> expected{"File: 5\nMusic", "File: 0\nMusic/a: b\nc",

@@ -120,6 +120,22 @@ TEST_F(WrongArchive, WithAChangedByteInALongNameIsNeverASuccess) {
   }
 }
 
+TEST_F(WrongArchive, WithAChangedByteThatMakesALongNameThatOfAnotherIsNeverASuccess) {
+  for (const char* name : {"t\xc3\xa9 01", "t\xc3\xa9 03"})
+    device_.write(shared("Music/" + std::string(name)), name);
+  ASSERT_EQ(device_.harbix({"-f", "/tmp/whole.tar", "media"}).status, 0);
+  for (const auto& [from, to] : {std::pair{"01", "03"}, {"03", "01"}}) {
+    std::string bytes = device_.read("/tmp/whole.tar");
+    const std::string path = "path=/media/Music/t\xc3\xa9 ";
+    const std::size_t at = bytes.find(path + from);
+    ASSERT_NE(at, std::string::npos);
+    bytes.replace(at + path.size(), 2, to);
+    const Outcome outcome = restore(bytes);
+    EXPECT_EQ(outcome.status, 1) << from;
+    EXPECT_EQ(outcome.errors, "Warning: /media/Music: holds items under names that it does not list\n");
+  }
+}
+
 TEST_F(WrongArchive, OfMoreThanThereCanBeRoomForIsRefused) {
   const std::string mounting =
       "mount -t tmpfs -o size=64k,mode=0777 none /accounts/1000/shared && cd /accounts/1000/shared && "
