@@ -30,18 +30,19 @@ class SettingsPlan {
 
   void run() {
     while (reader_.error_number() == 0) {
-      const std::optional<Package> package = find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE);
+      RecordNames names;
+      const std::optional<Package> package =
+          find_manifest(reader_, METADATA_NAME, OtherEntries::REFUSE, &names);
       if (!package) break;
-      if (reader_.error_number() == 0) plan_package(*package);
+      if (reader_.error_number() == 0) plan_package(*package, names);
     }
     if (reader_.error_number() != 0)
       throw std::runtime_error("Archive not ARCHIVE_OK " + reader_.error_text());
   }
 
  private:
-  void plan_package(const Package& package) {
+  void plan_package(const Package& package, RecordNames& names) {
     PackagePlan plan{.package = package_of(fs::Path(package.entry_name))};
-    RecordNames names = package.names;
     try {
       plan_entries(plan, names);
     } catch (const std::exception&) {
