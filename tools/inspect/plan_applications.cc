@@ -295,8 +295,8 @@ class ApplicationPlan {
   }
 
   /// Items of an application for these ids.
-  void put_on_disk(PlannedExtraction& extraction, Restorable restorable, PlannedTree& tree,
-                   const fs::EffectiveIds& ids) {
+  static void put_on_disk(PlannedExtraction& extraction, Restorable restorable, PlannedTree& tree,
+                          const fs::EffectiveIds& ids) {
     extraction.run([&](const EntryView& entry, const FileRecord& record) -> std::optional<std::string> {
       if (const std::optional<Refusal> refusal =
               refusal_of(entry, record, restorable, extraction.entries())) {
