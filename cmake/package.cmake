@@ -1,5 +1,6 @@
 # What is installed beside the programs, and the packages that "cpack" makes in a build folder: "harbix", the program
-# (component "program"), and "harbix-device", the simulated tablet (component "device").
+# (component "program"), "harbix-inspect" (component "inspect"), and "harbix-device", the simulated tablet (component
+# "device").
 
 # harbix_install_compressed(COMPONENT source destination name)
 function(harbix_install_compressed component source destination name)
@@ -28,9 +29,23 @@ function(harbix_install_documents component package)
 endfunction()
 
 harbix_install_documents(program harbix PAGES harbix.1 harbix-archive.5)
-install(FILES docs/examples/read_archive.py DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/harbix/examples
-  COMPONENT program)
 set(CPACK_COMPONENTS_ALL program)
+if(HARBIX_INSPECT)
+  harbix_install_documents(inspect harbix-inspect
+    PAGES harbix-inspect.1
+    DOCUMENTS docs/inspect-json.schema.json)
+  install(FILES docs/examples/read_archive.py DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/harbix-inspect/examples
+    COMPONENT inspect)
+  # Each shell's folder for completions that come with a package.
+  set(completions tools/inspect/completions)
+  install(FILES ${completions}/harbix-inspect.bash RENAME harbix-inspect
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT inspect)
+  install(FILES ${completions}/_harbix-inspect
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions COMPONENT inspect)
+  install(FILES ${completions}/harbix-inspect.fish
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT inspect)
+  list(APPEND CPACK_COMPONENTS_ALL inspect)
+endif()
 if(HARBIX_DEVICE)
   harbix_install_documents(device harbix-device
     PAGES harbix-device.1 harbix-installer.1 harbix-pps.1 use.1
@@ -63,6 +78,16 @@ the applications with their data and what the installer needs to have them
 back, the folders of the shared media, and the settings, live objects of the
 publish/subscribe service included. It runs as root on the tablet, once for
 each backup, size query or restore.")
+
+set(CPACK_DEBIAN_INSPECT_PACKAGE_NAME harbix-inspect)
+set(CPACK_DEBIAN_INSPECT_PACKAGE_SECTION utils)
+# Its page refers to those of harbix.
+set(CPACK_DEBIAN_INSPECT_PACKAGE_SUGGESTS harbix)
+set(CPACK_DEBIAN_INSPECT_DESCRIPTION "shows, verifies and compares the backups of harbix
+harbix-inspect reads the archives that harbix writes on a tablet, on any
+machine and without privileges, from a file or a pipe: it lists what is in
+them, says whether all of it can be restored, makes and checks lists of
+checksums, compares two archives, and extracts files.")
 
 set(CPACK_DEBIAN_DEVICE_PACKAGE_NAME harbix-device)
 set(CPACK_DEBIAN_DEVICE_PACKAGE_SECTION utils)

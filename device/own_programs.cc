@@ -24,6 +24,9 @@ constexpr std::array INSTALLED = {
     HARBIX_FROM_BIN_TO_HELPERS "/use",
 };
 
+// Of a package of its own, which need not be here.
+constexpr char INSPECT[] = "harbix-inspect";
+
 DetachedMount take(const std::string& path) {
   std::optional<DetachedMount> mount = DetachedMount::read_only(path);
   if (!mount) throw system_failure(ENOENT, "bind", path);
@@ -52,6 +55,8 @@ void OwnPrograms::take_installed(const std::string& folder) {
   for (const std::filesystem::path place : INSTALLED) {
     programs_.push_back({.name = place.filename().string(), .mount = take((folder / place).string())});
   }
+  if (std::optional<DetachedMount> mount = DetachedMount::read_only(folder + '/' + INSPECT))
+    programs_.push_back({.name = INSPECT, .mount = std::move(*mount)});
 }
 
 void OwnPrograms::attach(const std::string& root) const {
