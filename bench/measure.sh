@@ -30,6 +30,10 @@ take_time() {
   rm "$usage"
 }
 
+# take_time_quietly SHARE OPERATION PROGRAM COMMAND...: without what it prints on standard output.
+# shellcheck disable=SC2016  # expanded by the inner shell
+take_time_quietly() { take_time "${@:1:3}" bash -c 'exec "$@" >/dev/null' quietly "${@:4}"; }
+
 # measure SHARE OPERATION PROGRAM COMMAND...
 measure() {
   sync  # what the run before left to be written must not disturb this one

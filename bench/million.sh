@@ -1,4 +1,5 @@
-# Runs on the simulated device, in memory, behind measure.sh: one backup, size query and restore of a million files.
+# Runs on the simulated device, in memory, behind measure.sh: one backup, size query, verification and
+# restore of a million files.
 
 readonly source=/var/tmp/source target=/var/tmp/target archive=/tmp/million.tar
 
@@ -35,6 +36,8 @@ back_up_and_size() {
 
 make_share
 with_share "$source" back_up_and_size
+take_time_quietly million verify inspect harbix-inspect verify "$archive"
+take_time_quietly million verify bsdtar bsdtar -tf "$archive"
 make_empty_share "$target"
 with_share "$target" measure million restore harbix harbix -r -f "$archive" media
 require_same "$source" "$target"
