@@ -45,12 +45,14 @@ bool make_room(const fs::Place& place, const ArchiveReader& reader) {
 class Unfinished {
  public:
   /// Makes the object with `make`, which takes a name in the folder of `place` and answers like a system
-  /// call: under its own name, or where another object has that, under a name for the time being. An empty
-  /// folder makes room at once.
+  /// call: under its own name, or where another object has that and does not stay, under a name for the time
+  /// being. An empty folder makes room at once.
   template <typename Make>
-  Unfinished(const fs::Place& place, const ArchiveReader& reader, const Make& make) : place_(place) {
+  Unfinished(const fs::Place& place, const ArchiveReader& reader, Existing existing, const Make& make)
+      : place_(place) {
     while (make(name()) == -1) {
       if (errno != EEXIST) fail("create");
+      if (existing == Existing::STAYS) return;
       if (!temporary_.empty() || !make_room(place, reader)) temporary_ = temporary_name();
     }
     is_made_ = true;
@@ -64,7 +66,8 @@ class Unfinished {
   Unfinished(Unfinished&&) = delete;
   Unfinished& operator=(Unfinished&&) = delete;
 
-  [[nodiscard]] fs::Place place() const { return {place_.folder, name()}; }
+  /// Whether there is one: false when another one stays in its place.
+  [[nodiscard]] bool is_made() const noexcept { return is_made_; }
 
   /// Gives the object its own name.
   void complete() {
@@ -118,45 +121,55 @@ void DiskWriter::settle() {
   unsettled_.clear();
 }
 
-void DiskWriter::make_file(const fs::Path& path, const struct ::stat& record) {
+bool DiskWriter::make_file(const fs::Path& path, const struct ::stat& record, Existing existing) {
   const fs::Place place = place_of(path);
   base::FileDescriptor file;
-  Unfinished unfinished(place, reader_, [&](const char* name) {
+  Unfinished unfinished(place, reader_, existing, [&](const char* name) {
     file = base::FileDescriptor(::openat(place.folder, name,
                                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                          record.st_mode & PERMISSIONS));
     return file ? 0 : -1;
   });
+  if (!unfinished.is_made()) return false;
   fill(file, record.st_size, reader_);
   if (permissions_ == Keep::YES && ::fchmod(file.get(), record.st_mode & PERMISSIONS) == -1)
     fail("set the mode");
   // Some file systems report a failed write only here.
   if ((errno = file.close()) != 0) fail("close");
   unfinished.complete();
+  return true;
 }
 
-void DiskWriter::make_folder(const fs::Path& path, const struct ::stat& record) {
+bool DiskWriter::make_folder(const fs::Path& path, const struct ::stat& record, Existing existing) {
   const fs::Place place = place_of(path);
   struct ::stat made {};
-  if (fs::look_up(place, made) == -1 || !S_ISDIR(made.st_mode)) {
+  const bool is_free = fs::look_up(place, made) == -1;
+  if (existing == Existing::STAYS) {
+    if (!is_free) return false;
+    if (errno != ENOENT) fail("look at");
+  }
+  if (is_free || !S_ISDIR(made.st_mode)) {
     if (!make_room(place, reader_) && ::unlinkat(place.folder, place.name, 0) == -1) fail("replace");
     // Its owner fills it first, whatever he may do later.
     if (::mkdirat(place.folder, place.name, (record.st_mode & PERMISSIONS) | S_IRWXU) == -1) fail("create");
     if (fs::look_up(place, made) == -1) fail("create");
   } else if (permissions_ == Keep::NO) {
-    return;
+    return true;
   }
   mode_t mode = record.st_mode & PERMISSIONS;
   // The mask has been applied, and the folder above may have handed on its group.
   if (permissions_ == Keep::NO) mode = made.st_mode & (mode | (ALL_BITS & ~PERMISSIONS));
   if (mode != (made.st_mode & ALL_BITS)) unsettled_.push_back({path, mode});
+  return true;
 }
 
-void DiskWriter::make_link(const fs::Path& path, const std::string& target) {
+bool DiskWriter::make_link(const fs::Path& path, const std::string& target, Existing existing) {
   const fs::Place place = place_of(path);
-  Unfinished unfinished(place, reader_,
+  Unfinished unfinished(place, reader_, existing,
                         [&](const char* name) { return ::symlinkat(target.c_str(), place.folder, name); });
+  if (!unfinished.is_made()) return false;
   unfinished.complete();
+  return true;
 }
 
 fs::Place DiskWriter::place_of(const fs::Path& path) {

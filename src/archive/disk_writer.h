@@ -15,6 +15,9 @@ namespace harbix {
 /// Whether the permissions that an archive gives to an entry are put on disk as well.
 enum class Keep { NO, YES };
 
+/// What becomes of an object that stands in the place of a new one.
+enum class Existing { REPLACED, STAYS };
+
 /// Is told of an object that is not on disk as it should be, and why.
 using UnwrittenReport = void (*)(const fs::Path& path, const std::string& reason);
 
@@ -30,8 +33,9 @@ void report_unwritten(const fs::Path& path, const std::string& reason);
 /// object makes room for the new one when that is complete, so that a full disk or a damaged archive costs
 /// nothing that was there. Holes of a file stay holes.
 ///
-/// All operations: paths are relative to the folder; @throws fs::Exception when the object cannot be put on
-/// disk, of which nothing is left then.
+/// All operations: paths are relative to the folder; @return whether the object was made: false when another
+/// one stays in its place; @throws fs::Exception when the object cannot be put on disk, of which nothing is
+/// left then.
 class DiskWriter {
  public:
   /// The effective ids own what is made. `permissions` says whether those of the records are set; otherwise
@@ -52,9 +56,9 @@ class DiskWriter {
 
   /// Makes a plain file of the data that the reader is at, with the status and the size of `record`.
   /// @throws also DataError when the archive is damaged there.
-  void make_file(const fs::Path& path, const struct ::stat& record);
-  void make_folder(const fs::Path& path, const struct ::stat& record);
-  void make_link(const fs::Path& path, const std::string& target);
+  bool make_file(const fs::Path& path, const struct ::stat& record, Existing existing = Existing::REPLACED);
+  bool make_folder(const fs::Path& path, const struct ::stat& record, Existing existing = Existing::REPLACED);
+  bool make_link(const fs::Path& path, const std::string& target, Existing existing = Existing::REPLACED);
 
   /// Settles the modes of folders that could not be filled with them, at the latest at the end of this
   /// object. Failures are reported, and noted in `completeness`, which outlives this object.

@@ -36,9 +36,17 @@ Extraction::Extraction(ArchiveReader& reader, const Role& role, fs::Folder place
       writer_(folder_, reader, permissions, completeness) {}
 
 std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, const fs::File& destination) {
+  return attempt(entry, destination, Existing::REPLACED).warning;
+}
+
+bool Extraction::extract_new(const EntryView& entry, const fs::File& destination) {
+  return attempt(entry, destination, Existing::STAYS).was_free;
+}
+
+Extraction::Attempt Extraction::attempt(const EntryView& entry, const fs::File& destination,
+                                        Existing existing) {
   try {
-    put_on_disk(entry, destination);
-    return std::nullopt;
+    return {put_on_disk(entry, destination, existing), std::nullopt};
   } catch (const DataError& error) {
     const fs::Path& path = destination.path();
     diagnostics::line(0, "Failed restoring '%s' due to '%s'", path.c_str(), error.what());
@@ -48,20 +56,18 @@ std::optional<ExtractionWarning> Extraction::extract(const EntryView& entry, con
     report_unwritten(folder_.path() / folder_.relative(destination.path()), reason);
     completeness_.note_missing();
     reader_.skip(entry);
-    return ExtractionWarning{error.error() == fs::Exception::NO_ERROR_NUMBER ? 0 : error.error(), reason};
+    const int number = error.error() == fs::Exception::NO_ERROR_NUMBER ? 0 : error.error();
+    return {true, ExtractionWarning{number, reason}};
   }
 }
 
-void Extraction::put_on_disk(const EntryView& entry, const fs::File& destination) {
+bool Extraction::put_on_disk(const EntryView& entry, const fs::File& destination, Existing existing) {
   const fs::Path path = folder_.relative(destination.path());
   const struct ::stat& record = destination.record();
-  if (destination.is_directory()) {
-    writer_.make_folder(path, record);
-  } else if (destination.is_symbolic_link()) {
-    writer_.make_link(path, std::string(entry.link_target().value_or("")));
-  } else {
-    writer_.make_file(path, record);
-  }
+  if (destination.is_directory()) return writer_.make_folder(path, record, existing);
+  if (destination.is_symbolic_link())
+    return writer_.make_link(path, std::string(entry.link_target().value_or("")), existing);
+  return writer_.make_file(path, record, existing);
 }
 
 }  // namespace harbix

@@ -54,8 +54,19 @@ class Extraction {
   /// @throws std::runtime_error when the archive is damaged.
   std::optional<ExtractionWarning> extract(const EntryView& entry, const fs::File& destination);
 
+  /// The same where nothing stands: an existing object of any kind stays, and the data is not read then.
+  /// @return whether the place was free.
+  /// @throws std::runtime_error when the archive is damaged.
+  bool extract_new(const EntryView& entry, const fs::File& destination);
+
  private:
-  void put_on_disk(const EntryView& entry, const fs::File& destination);
+  struct Attempt {
+    bool was_free;
+    std::optional<ExtractionWarning> warning;
+  };
+
+  Attempt attempt(const EntryView& entry, const fs::File& destination, Existing existing);
+  [[nodiscard]] bool put_on_disk(const EntryView& entry, const fs::File& destination, Existing existing);
 
   ArchiveReader& reader_;
   Role role_;

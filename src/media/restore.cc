@@ -1,7 +1,5 @@
 #include "media/restore.h"
 
-#include <cerrno>
-#include <cstring>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -67,31 +65,17 @@ class MediaRestore {
       std::cerr << "Relocating: " << name << " to: " << places::LOST_AND_FOUND << '\n';
     // Shared media are shown whatever becomes of them.
     if (place == MediaPlace::SHARED) report::progress("Restoring: ", target);
-    if (refusal_of(entry, place, [&] { return is_taken(target); })) {
+    // What stands there already, the extraction finds for itself: to look before would be one call more for
+    // each file.
+    const auto is_taken = [] { return false; };
+    if (refusal_of(entry, place, is_taken)) {
       skip(entry, target);
-      return;
+    } else if (place == MediaPlace::DTM) {
+      report::progress("Restoring: ", target);
+      area_->extract(entry, entry.destination(target));
+    } else if (!area_->extract_new(entry, entry.destination(target))) {
+      skip(entry, target);
     }
-    if (place == MediaPlace::DTM) report::progress("Restoring: ", target);
-    area_->extract(entry, entry.destination(target));
-  }
-
-  /// Whether something stands at `target` already. Where the disk does not say, the entry is given up: it
-  /// could take the place of an existing file.
-  bool is_taken(const fs::Path& target) {
-    const fs::Path path = area_->folder().relative(target);
-    struct ::stat record {};
-    const int error = area_->folder().look_up(path, record);
-    if (error == 0) return true;
-    if (leads_nowhere(error)) return false;
-    report_unwritten(area_->folder().path() / path, std::strerror(error));
-    completeness_.note_missing();
-    return true;
-  }
-
-  /// Whether nothing can stand at a path that gives this error; what is wrong with it is left to the
-  /// extraction.
-  static bool leads_nowhere(int error) {
-    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EXDEV;
   }
 
   /// Looks back at the package that ends: an item under a name that is not its own comes back all the same.

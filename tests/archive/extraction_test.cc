@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -258,6 +259,38 @@ TEST_F(ExtractionTest, ReplacesAFileThatIsThere) {
   Tree{file("f", "something longer")}.build(out());
   extract_all(TarBuilder().file("f", "new").text());
   EXPECT_TRUE((Tree{file("f", "new", 0660)}.matches(out())));
+}
+
+TEST_F(ExtractionTest, LeavesWhatIsThereWhereItIsTold) {
+  const Tree old{file("f", "old"), link("l", "nowhere"),  dir("d", {file("f", "old")}, 0700),
+                 dir("empty"),     file("folder", "old"), dir("link"),
+                 link("file", "f")};
+  old.build(out());
+  const CapturedOutput errors(STDERR_FILENO);
+  Reader reader(archive(TarBuilder()
+                            .file("f", "new")
+                            .file("l", "new")
+                            .folder("d")
+                            .file("empty", "new")
+                            .folder("folder")
+                            .link("link", "x")
+                            .file("file", "new")
+                            .file("d/new", "new")
+                            .text()));
+  std::vector<std::string> made;
+  {
+    Extraction extraction(reader, ROOT, Path(out()), Keep::NO, completeness_);
+    while (const auto entry = reader.next_header()) {
+      if (extraction.extract_new(*entry, entry->destination(*entry->name())))
+        made.push_back(entry->name()->text());
+    }
+  }
+  EXPECT_EQ(made, std::vector<std::string>{"d/new"});
+  EXPECT_EQ(read_file(out() + "/d/new"), "new");
+  std::filesystem::remove(out() + "/d/new");
+  EXPECT_TRUE(old.matches(out()));
+  EXPECT_EQ(errors.text(), "");
+  EXPECT_TRUE(completeness_.is_complete());
 }
 
 TEST_F(ExtractionTest, ReplacesALinkInsteadOfWritingThroughIt) {
