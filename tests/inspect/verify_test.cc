@@ -53,6 +53,22 @@ TEST_F(InspectVerify, HasTheStatusOfTheWorstOfManyArchives) {
   EXPECT_THAT(outcome.output, HasSubstr(good + ": good"));
 }
 
+TEST_F(InspectVerify, NotesMediaWithoutAPackageWhichComeBack) {
+  TarBuilder tar;
+  tar.file("/media/Music/a.mp3", "text").file("/dtm/b", "b");
+  tar.file("/media/Photos/.backup.metadata", media_manifest({{"Photos", 4096}})).folder("/media/Photos");
+  const std::string name = archive(tar.text());
+  const Outcome outcome = inspect({"verify", "--notes", name});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.output, HasSubstr("note: /media/Music: Has no manifest, and comes back all the same"));
+  EXPECT_THAT(outcome.output, HasSubstr("note: /dtm/b: Stands in the package '/media/Music'"));
+  EXPECT_THAT(outcome.output, HasSubstr(": good: 1 packages, 3 items, 5 bytes"));
+  // The rules of media hold all the same.
+  tar = TarBuilder();
+  tar.link("/media/Music/link", "").file("/media/A/.backup.metadata", "\n");
+  EXPECT_THAT(inspect({"verify", archive(tar.text())}).output, HasSubstr("problem: /media/Music/link: "));
+}
+
 TEST_F(InspectVerify, FindsWhatIsWrongWithTheStream) {
   const std::string whole = music().text();
   struct Row {

@@ -9,6 +9,7 @@
 #include "inspect/application_check.h"
 #include "inspect/media_check.h"
 #include "inspect/settings_check.h"
+#include "media/share.h"
 
 namespace harbix::inspect {
 namespace {
@@ -21,6 +22,17 @@ bool is_known(const PackageName& package) {
   if (package.keyword != Keyword::APP) return true;
   if (package.kind == Kind::OBJECTS) return package.title == places::NAVIGATOR;
   return package.kind == Kind::DATA || !is_home_screen(package.title);
+}
+
+/// The package that an item of media, other than a folder, belongs to by its name: the restore of media goes
+/// by the names of entries alone.
+std::optional<PackageName> media_of(const Item& item) {
+  const std::string_view part = part_of(item.name.text());
+  const bool is_media = part == places::MEDIA_PREFIX || part == places::DTM_PREFIX;
+  if (!is_media || kind_of(item.entry) == "folder") return std::nullopt;
+  const std::size_t top = item.name.text().find('/', part.size() + 1);
+  const fs::Path folder(item.name.text().substr(0, top));
+  return package_of(folder / METADATA_NAME);
 }
 
 std::unique_ptr<PackageCheck> check_of(const PackageName& package, Findings& findings) {
@@ -77,6 +89,10 @@ void StreamCheck::meet(const Item& item, ArchiveReader& /*reader*/) {
                    .name = item.name.text(),
                    .position = item.position});
   } else if (check_) {
+    check_->meet(item);
+  } else if (const std::optional<PackageName> media = media_of(item)) {
+    find(Severity::NOTE, "no-package", "Has no manifest, and comes back all the same", *media, item);
+    check_ = std::make_unique<MediaCheck>(*media, findings_);
     check_->meet(item);
   } else {
     // A tar program that packed unpacked files again stores the folders above the first package as well.
