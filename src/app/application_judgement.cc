@@ -61,7 +61,7 @@ BinariesVerdict ApplicationJudgement::verdict_on(const ApplicationPackage& packa
 }
 
 std::optional<BinariesVerdict> ApplicationJudgement::misfit(const ApplicationPackage& package,
-                                                            const fs::Path& target) const {
+                                                            const fs::Path& target) {
   const std::string directory = package.app_directory();
   if (target.basename() != fs::Path(directory).basename())
     return BinariesVerdict{Binaries::OTHER_BASENAME, misfit_text(package)};

@@ -115,8 +115,8 @@ class ApplicationJudgement {
   using Data = DataVerdict::Answer;
 
   [[nodiscard]] BinariesVerdict verdict_on(const ApplicationPackage& package, const fs::Path& target);
-  [[nodiscard]] std::optional<BinariesVerdict> misfit(const ApplicationPackage& package,
-                                                      const fs::Path& target) const;
+  [[nodiscard]] static std::optional<BinariesVerdict> misfit(const ApplicationPackage& package,
+                                                             const fs::Path& target);
   /// Why what is installed there may not be replaced.
   [[nodiscard]] std::optional<BinariesVerdict> refusal_to_replace(const fs::Path& target,
                                                                   const std::string& id);

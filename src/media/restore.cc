@@ -68,14 +68,15 @@ class MediaRestore {
     // What stands there already, the extraction finds for itself: to look before would be one call more for
     // each file.
     const auto is_taken = [] { return false; };
-    if (refusal_of(entry, place, is_taken)) {
-      skip(entry, target);
-    } else if (place == MediaPlace::DTM) {
-      report::progress("Restoring: ", target);
-      area_->extract(entry, entry.destination(target));
-    } else if (!area_->extract_new(entry, entry.destination(target))) {
-      skip(entry, target);
-    }
+    if (refusal_of(entry, place, is_taken) || !extract(entry, place, target)) skip(entry, target);
+  }
+
+  /// @return false where something of the shared media stands already.
+  bool extract(const EntryView& entry, MediaPlace place, const fs::Path& target) {
+    if (place == MediaPlace::SHARED) return area_->extract_new(entry, entry.destination(target));
+    report::progress("Restoring: ", target);
+    area_->extract(entry, entry.destination(target));
+    return true;
   }
 
   /// Looks back at the package that ends: an item under a name that is not its own comes back all the same.

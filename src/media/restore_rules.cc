@@ -61,7 +61,7 @@ MediaPlace place_of(const fs::Path& name) {
 }
 
 fs::Path folder_of(MediaPlace place) {
-  return fs::Path(place == MediaPlace::DTM ? places::DTM_SHARE : places::SHARED);
+  return {place == MediaPlace::DTM ? places::DTM_SHARE : places::SHARED};
 }
 
 Role role_in(MediaPlace place) {

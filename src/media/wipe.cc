@@ -98,7 +98,8 @@ class Emptying {
   }
 
   /// Removes what is no folder. @return the folders, the first one last.
-  std::vector<Inner> remove_files(const base::FileDescriptor& opened, const fs::Path& path) const {
+  [[nodiscard]] std::vector<Inner> remove_files(const base::FileDescriptor& opened,
+                                                const fs::Path& path) const {
     std::vector<Inner> folders;
     fs::Folder folder = opened_anew(opened, path);
     fs::Walk walk(folder, {}, path);
