@@ -20,7 +20,7 @@
 namespace harbix {
 namespace {
 
-constexpr char OLD_DATA[] = ".harbix-old";   // no application's folder has this name
+constexpr char OLD_DATA[] = ".harbix-old";  // no application's folder has this name
 
 std::string staging_name() {
   static unsigned count = 0;

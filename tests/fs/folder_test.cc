@@ -46,9 +46,8 @@ TEST_F(FolderTest, KnowsWhatLiesBelowItInAnyOrder) {
     const char* relative;
     off_t size;
   };
-  for (const Row& row :
-       {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3}, Row{"a/f", 2},
-        Row{"top", 1}, Row{"./top", 1}, Row{"./a/f", 2}}) {
+  for (const Row& row : {Row{"top", 1}, Row{"a/f", 2}, Row{"a/b/g", 3}, Row{"ab/f", 4}, Row{"a/b/g", 3},
+                         Row{"a/f", 2}, Row{"top", 1}, Row{"./top", 1}, Row{"./a/f", 2}}) {
     const fs::File found = folder.file(row.relative);
     EXPECT_EQ(found.record().st_size, row.size) << row.relative;
     EXPECT_EQ(found.path().text(), path_ + "/" + row.relative);
