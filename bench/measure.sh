@@ -75,6 +75,13 @@ require_same() {
   exit 2
 }
 
+# Dies when a wipe has left more of a share than its top-level folders, which stay.
+require_wiped() {
+  [ -z "$(find "$1" -mindepth 2 -print -quit)" ] && return
+  echo "bench: $1 is not wiped" >&2
+  exit 2
+}
+
 # Measures the size query, which has to answer COUNT: measure_size SHARE OPERATION COUNT
 measure_size() {
   local report=/run/size

@@ -4,6 +4,8 @@ BEGIN {
   FS = "\t"
   file_count["large"] = 8
   file_count["small"] = 20000
+  file_count["10^4"] = 10000
+  file_count["10^5"] = 100000
   file_count["million"] = 1000000
   file_count["applications"] = 1000  # of one of them: its packages are what is in memory
   file_count["settings"] = 8000
@@ -12,6 +14,7 @@ BEGIN {
   title["bsdtar"] = "bsdtar"
   title["inspect"] = "inspect"
   title["cat"] = "cat"
+  title["rm"] = "rm -rf"
   title["sha256sum"] = "sha256sum"
 }
 
@@ -91,10 +94,27 @@ function judge_settings(operation,    counts, count, i, row, start, each, least,
                  operation, text, seconds[start, 1] * 1000))
 }
 
-function judge_size(share,    row) {
+# The time for one file has to be the same however many there are.
+function judge_growth(operation,    names, count, i, row, each, least, most, text) {
+  count = split("10^4,10^5,million", names, ",")
+  for (i = 1; i <= count; ++i) {
+    row = names[i] FS operation FS "harbix"
+    if (!(row in runs)) return
+    each = seconds[row, 1] / file_count[names[i]] * 1e6
+    text = text sprintf("%s%.1f", i > 1 ? ", " : "", each)
+    if (i == 1 || each < least) least = each
+    if (i == 1 || each > most) most = each
+  }
+  target(most <= least * 1.15,
+         sprintf("%s of 10^4, 10^5, 10^6 files: %s microseconds each at best (within 15 %%)", operation, text))
+}
+
+# What the library is asked takes SQLite a tenth of a microsecond a row.
+function judge_size(share,    row, each) {
   row = share FS "size" FS "harbix"
   if (!(row in runs)) return
-  target(middle[row] < 0.05, sprintf("size query %s: %.1f ms (under 50)", share, middle[row] * 1000))
+  each = middle[row] / file_count[share] * 1e9
+  target(each <= 100, sprintf("size query %s: %.1f ms, %.0f ns a row (at most 100)", share, middle[row] * 1000, each))
 }
 
 # Peak memory in KiB has to stay below 12 MiB and 120 bytes for each file; harbix-inspect's below 32 MiB, whatever it reads.
@@ -129,7 +149,10 @@ END {
   judge_time("large", "checksums", "sha256sum", 1.1)
   judge_settings("backup")
   judge_settings("restore")
-  judge_size("small")
+  judge_time("small", "wipe", "rm", 1)
+  judge_growth("backup")
+  judge_growth("restore")
+  judge_growth("wipe")
   judge_size("million")
   for (i = 1; i <= row_count; ++i) judge_memory(rows[i])
   exit failed

@@ -58,6 +58,28 @@ restore_rounds() {
   done
 }
 
+# The wipe that begins a restore, here of an archive of nothing, beside the removal of the same tree.
+wipe() {
+  local program=$1 round=$2 share
+  case $program in
+    harbix)
+      share=$work/restored/small-harbix-$round
+      with_share "$share" measure small wipe harbix harbix -r -f /tmp/nothing.tar media
+      require_wiped "$share"
+      ;;
+    rm) measure small wipe rm rm -rf "$work/restored/small-gnutar-$round" ;;
+  esac
+}
+
+# Last, as deleted files slow down the making of others.
+wipe_rounds() {
+  local round turn removers=(harbix rm)
+  tar -cf /tmp/nothing.tar -T /dev/null
+  for ((round = 0; round < rounds; ++round)); do
+    for turn in 0 1; do wipe "${removers[(round + turn) % 2]}" "$round"; done
+  done
+}
+
 size_rounds() {
   local round
   for ((round = 0; round < rounds; ++round)); do measure_size small size 20000; done
@@ -67,3 +89,4 @@ for share in large small; do with_share "$work/$share" backup_rounds "$share"; d
 mv /dev/shm/*.tar /tmp
 with_share "$work/small" size_rounds
 for share in large small; do restore_rounds "$share"; done
+wipe_rounds
