@@ -1,7 +1,5 @@
 #include "inspect/plan_applications.h"
 
-#include <functional>
-#include <map>
 #include <new>
 #include <optional>
 #include <set>
@@ -14,8 +12,6 @@
 #include "app/application_package.h"
 #include "app/home_screen_rules.h"
 #include "app/layout.h"
-#include "app/ownership.h"
-#include "app/package_entries.h"
 #include "app/package_extraction.h"
 #include "app/staged_data.h"
 #include "app/uninstalling.h"
@@ -26,7 +22,8 @@
 #include "fs/exception.h"
 #include "fs/space.h"
 #include "fs/walk.h"
-#include "inspect/archive_pass.h"
+#include "inspect/planned_applications.h"
+#include "inspect/planned_extraction.h"
 #include "inspect/planned_objects.h"
 #include "inspect/planned_tree.h"
 #include "updater/registered_applications.h"
@@ -51,142 +48,6 @@ Removal count_below(fs::Folder& folder, const fs::Path& relative) {
   }
   return removal;
 }
-
-/// The applications of the device as the restore would have left them so far.
-class PlannedApplications : public ApplicationsThere {
- public:
-  explicit PlannedApplications(const std::vector<RegisteredApplication>& registered)
-      : ApplicationsThere(registered) {}
-
-  void uninstall(const RegisteredApplication& one) {
-    gone_.insert(one.id);
-    if (is_application_folder(one.id)) tree_.remove(fs::Path(one.id));
-  }
-  /// The application is registered by its binaries.
-  void register_one(const ApplicationPackage& package) {
-    made_[binary_folder(package.app_directory()).text()] = package.extras();
-  }
-
-  [[nodiscard]] PlannedTree& tree() { return tree_; }
-
-  [[nodiscard]] Standing standing(const fs::Path& target) const override {
-    switch (tree_.at(target)) {
-      case PlannedTree::Kind::NOTHING:
-        return Standing::NOTHING;
-      case PlannedTree::Kind::FOLDER:
-        return Standing::FOLDER;
-      default:
-        return Standing::OTHER;
-    }
-  }
-  [[nodiscard]] updater::Attributes query(const fs::Path& target) override {
-    const auto made = made_.find(target.text());
-    if (made == made_.end()) return ApplicationsThere::query(target);
-    // The group is the installer's choice, among those of applications.
-    return {{"actual_extras", made->second},
-            {"actual_dname", target.basename().text()},
-            {"actual_gid", std::to_string(FIRST_APPLICATION_GROUP)}};
-  }
-  [[nodiscard]] bool is_registered(const std::string& id) const override {
-    return !gone_.contains(id) && ApplicationsThere::is_registered(id);
-  }
-
- private:
-  mutable PlannedTree tree_{places::APPLICATIONS};
-  std::set<std::string> gone_;
-  std::map<std::string, std::string> made_;  ///< extras of what was registered, by the folder
-};
-
-/// Prints what of a package does not pair.
-class PlannedPairing : public PairingReport {
- public:
-  PlannedPairing(PackagePlan& plan, PlanReport& report) : plan_(plan), report_(report) {}
-
-  void skip(const EntryView& entry, bool is_inside) override {
-    // A tar program that packed unpacked files again stores the folders above the package as well.
-    if (!is_inside && kind_of(entry) == "folder") return;
-    ++plan_.left_out;
-    report_.leave_out(plan_.package, entry.name().value_or(fs::Path()), fs::Path(),
-                      is_inside ? "no record in the manifest" : "stands outside of its package");
-  }
-  void end_early() override {}
-  void miss(const fs::Path& path) override { missed_.push_back(path); }
-
-  /// Records of items that have vanished miss nothing.
-  void report_missed(const std::vector<FileRecord>& records) {
-    std::set<std::string> missed;
-    for (const fs::Path& path : missed_) missed.insert(path.text());
-    for (const FileRecord& record : records) {
-      if (!record.status || record.status->mode == 0 || missed.erase(record.path.text()) == 0) continue;
-      ++plan_.left_out;
-      report_.leave_out(plan_.package, record.path, record.path, "no entry in the archive");
-    }
-  }
-
- private:
-  PackagePlan& plan_;
-  PlanReport& report_;
-  std::vector<fs::Path> missed_;
-};
-
-/// What would be put on disk of one package, item by item.
-class PlannedExtraction {
- public:
-  using ItemRefusal =
-      std::function<std::optional<std::string>(const EntryView& entry, const FileRecord& record)>;
-
-  PlannedExtraction(ArchiveReader& reader, const ApplicationPackage& package, const fs::Path& base,
-                    PackagePlan& plan, PlanReport& report)
-      : reader_(reader),
-        records_(package.records()),
-        plan_(plan),
-        report_(report),
-        pairing_(plan, report),
-        entries_(reader, records_, package.name(), base, &pairing_) {}
-
-  [[nodiscard]] PackageEntries& entries() noexcept { return entries_; }
-  [[nodiscard]] bool is_on_disk() const noexcept { return is_on_disk_; }
-  [[nodiscard]] bool is_complete() const { return is_on_disk_ && is_paired_ && entries_.is_complete(); }
-
-  /// An item that the system would refuse is not on disk.
-  void note_unwritten() noexcept { is_on_disk_ = false; }
-  void note_unpaired() noexcept { is_paired_ = false; }
-
-  /// Goes through the entries; `place` answers why one is left out, or notes that it is there.
-  void run(const ItemRefusal& place) {
-    try {
-      while (const std::optional<PackageEntries::Match> match = entries_.next()) {
-        take(*match, place);
-      }
-    } catch (const fs::IdentityError&) {
-      throw;
-    } catch (const std::runtime_error& error) {
-      is_on_disk_ = false;
-      plan_.reason = error.what();
-    }
-    if (reader_.error_number() != 0 && !entries_.has_every_item()) is_on_disk_ = false;
-    pairing_.report_missed(records_);
-  }
-
- private:
-  void take(const PackageEntries::Match& match, const ItemRefusal& place) {
-    const FileRecord& record = records_[match.position];
-    const std::optional<std::string> refusal = place(match.entry, record);
-    ++(refusal ? plan_.left_out : plan_.restored);
-    if (refusal)
-      report_.leave_out(plan_.package, match.entry.name().value_or(fs::Path()), record.path, *refusal);
-    pass_over(reader_, match.entry, record.path, refusal.has_value());
-  }
-
-  ArchiveReader& reader_;
-  const std::vector<FileRecord>& records_;
-  PackagePlan& plan_;
-  PlanReport& report_;
-  PlannedPairing pairing_;
-  PackageEntries entries_;
-  bool is_on_disk_ = true;
-  bool is_paired_ = true;
-};
 
 std::uint64_t count_items(const ApplicationPackage& package) {
   std::uint64_t count = 0;
