@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/application_device.h"
+#include "tests/support/everything.h"
 #include "tests/support/seed.h"
 
 namespace harbix::test {
@@ -81,29 +81,9 @@ done
 echo "$good good, $bad not"
 )sh";
 
-/// A device with a little of everything that is backed up.
 class VerifiedArchive : public testing::TestWithParam<const char*> {
  protected:
-  VerifiedArchive() {
-    for (const std::string folder : {"/Music", "/Photos/2024"}) {
-      device_.write(SHARED + folder + "/a file", "text");
-      device_.write(SHARED + folder + "/l\xc3\xa4nger " + std::string(120, 'n'), std::string(2000, 'b'));
-    }
-    device_.link(shared("Music/link"), "a file");
-    device_.write(std::string(DTM) + "/folder/file", "dtm");
-    for (const InstalledApplication& each : {bought_application(), loaded_application()}) {
-      device_.install(each);
-      device_.add_file(each, "native/main", "program", 0750);
-      device_.add_data(each, "data/folder/state", "state");
-      device_.make_owned_link(each.data() + "/data/link", "folder", each.data_user(), each.group);
-    }
-    device_.make_folder(SETTINGS, 0755);
-    for (const std::string name : {"colour", "l\xc3\xa4nge", "sound"})
-      device_.write(SETTINGS + ("/" + name), "value of " + name);
-    const std::string script = SETTINGS_SCRIPTS + std::string("/list");
-    device_.write(script, "#!/bin/sh\n[ $1 != whitelist ] || echo whitelist /accounts/1000/settings\n", 0755);
-    device_.own(script, "root", "root");
-  }
+  VerifiedArchive() { add_a_little_of_everything(device_); }
 
   std::string damaged(std::string bytes) {
     const std::size_t place = random_() % bytes.size();
