@@ -9,6 +9,17 @@
 #include "device/failure.h"
 
 namespace device {
+namespace {
+
+sigset_t set_of(int signal) noexcept {
+  sigset_t set = {};
+  // Both fail for numbers that are no signals only.
+  ::sigemptyset(&set);
+  ::sigaddset(&set, signal);
+  return set;
+}
+
+}  // namespace
 
 SignalSource::SignalSource() {
   constexpr std::array ANSWERED = {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT};
@@ -33,10 +44,14 @@ std::optional<int> SignalSource::next() const {
   return static_cast<int>(signal.ssi_signo);
 }
 
+void SignalSource::hold_back(int signal, bool is_held_back) const noexcept {
+  const sigset_t alone = set_of(signal);
+  // Cannot fail: the number is a signal's.
+  ::sigprocmask(is_held_back ? SIG_BLOCK : SIG_UNBLOCK, &alone, nullptr);
+}
+
 void be_stopped_by(int signal) noexcept {
-  sigset_t stop = {};
-  ::sigemptyset(&stop);
-  ::sigaddset(&stop, signal);
+  const sigset_t stop = set_of(signal);
   sigset_t held_back = {};
   // Neither can fail: the numbers are good. The stop is taken before the first call returns.
   ::sigprocmask(SIG_UNBLOCK, &stop, &held_back);

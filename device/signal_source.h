@@ -25,6 +25,10 @@ class SignalSource {
   /// The number of the next signal that has arrived; nothing when there is none.
   [[nodiscard]] std::optional<int> next() const;
 
+  /// Whether `signal`, one of those above, is held back and handed out as at first, or has the effect that it
+  /// has on any process.
+  void hold_back(int signal, bool is_held_back) const noexcept;
+
   /// Sets the signal mask back to what it was.
   void give_back() const noexcept;
 

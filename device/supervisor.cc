@@ -58,6 +58,9 @@ class Supervisor {
 
  private:
   void wait_for_event() {
+    // A stopped COMMAND leaves the next stop to this process, and this one to the system: it takes the stop
+    // back when a shell that saw the rest of the job stop lets it go on before this process has its turn.
+    signals_.hold_back(SIGTSTP, !is_command_stopped_);
     std::array<pollfd, 2> events = {pollfd{signals_.descriptor(), POLLIN, 0},
                                     pollfd{channel_.descriptor(), POLLIN, 0}};
     // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
@@ -78,8 +81,6 @@ class Supervisor {
     } else if (signal == SIGCONT) {
       has_been_let_go_on_ = true;
       let_command_go_on();
-    } else if (signal == SIGTSTP && is_command_stopped_) {
-      stop_with_the_job(SIGTSTP);
     } else {
       // It may be gone, which the supervisor learns from its process descriptor. A number could be another
       // process's by then.

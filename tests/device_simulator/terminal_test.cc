@@ -59,6 +59,19 @@ class TypedSession {
     seen_ = found + text.size();
   }
 
+  /// Waits until keys are for the group that `process` leads; fails after ten seconds.
+  void expect_keys_for(pid_t process) {
+    for (int i = 0; i < 1000; ++i) {
+      if (::tcgetpgrp(terminal_.get()) == process) return;
+      ::usleep(10000);
+    }
+    ADD_FAILURE() << "the terminal still belongs to group " << ::tcgetpgrp(terminal_.get()) << ", not "
+                  << process;
+  }
+
+  /// The program.
+  [[nodiscard]] pid_t process() const { return pid_; }
+
   /// The exit status, once the program has ended.
   int wait() {
     while (read_more()) {
@@ -150,7 +163,7 @@ TEST_F(DeviceTerminal, StopsAndGoesOnAsAJobOfTheCallersShell) {
 TEST_F(DeviceTerminal, EndsTheWaitForTheBackground) {
   TypedSession session({HARBIX_DEVICE_PROGRAM, "--bare", "sh", "-c", "sleep 60 & echo up; exit 3"});
   session.expect("up");
-  ::usleep(300000);
+  session.expect_keys_for(session.process());
   session.type(CONTROL_C);
   EXPECT_EQ(session.wait(), 3);
 }
@@ -248,10 +261,11 @@ TEST_F(DeviceJob, WakesAStoppedCommandForASignalAlsoInAScript) {
 
 TEST_F(DeviceJob, StopsByAKeyAlsoWhenItsCommandIsStoppedAlready) {
   session_.type(
-      "sh -c '\"$0\" --bare sh -c \"echo st\"\"arted; kill -STOP \\$\\$; echo aw\"\"ake; read word; echo got "
-      "\\$word\"; exit' \"$device\"\n");
+      "sh -c 'echo $$ >\"$1/job\"; \"$0\" --bare sh -c \"echo st\"\"arted; kill -STOP \\$\\$; echo "
+      "aw\"\"ake; read "
+      "word; echo got \\$word\"; exit' \"$device\" \"$folder\"\n");
   session_.expect("started");
-  ::usleep(500000);
+  session_.expect_keys_for(std::stoi(read_file(folder_ / "job")));
   session_.type(CONTROL_Z);
   session_.expect("Stopped");
   session_.type("fg\n");
@@ -293,9 +307,12 @@ TEST_F(DeviceJob, StopsWhenTheKeyComesBeforeItsCommand) {
 }
 
 TEST_F(DeviceJob, StopsByAKeyWhileItWaitsForTheBackground) {
-  session_.type("\"$device\" --bare sh -c \"sleep 60 & echo st''arted; exit 3\"\n");
+  session_.type(
+      "sh -c 'echo $$ >\"$1/job\"; exec \"$0\" --bare sh -c \"sleep 60 & echo st\"\"arted; exit 3\"' "
+      "\"$device\" "
+      "\"$folder\"\n");
   session_.expect("started");
-  ::usleep(500000);
+  session_.expect_keys_for(std::stoi(read_file(folder_ / "job")));
   session_.type(CONTROL_Z);
   session_.expect("Stopped");
   session_.type("fg; echo status $?\n");
