@@ -1,5 +1,7 @@
 #include "archive/reader.h"
 
+#include <stdlib.h>  // NOLINT(modernize-deprecated-headers): setenv is POSIX's, not C's
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -130,10 +132,21 @@ TEST_F(ArchiveReaderTest, ReadsTheFiltersOfTheLibrary) {
 }
 
 TEST_F(ArchiveReaderTest, RunsNoProgramThatAnArchiveAsksFor) {
-  for (const std::string magic : {"LRZI", "\x89LZO\x00\r\n\x1a\n"}) {
-    EXPECT_EQ(message_of<ArchiveError>([&] { const Reader reader(archive(magic + std::string(600, '\0'))); }),
-              "Archive error: Unrecognized archive format");
+  const std::string mark = folder_ / "mark";
+  for (const char* program : {"lrzip", "lzop", "grzip"}) {
+    write_file(folder_ / program, "#!/bin/sh\necho \"$0\" >> '" + mark + "'\n");
+    ASSERT_EQ(::chmod((folder_ / program).c_str(), 0755), 0);
   }
+  EXPECT_TRUE(passes_in_child([&] {
+    ASSERT_EQ(::setenv("PATH", folder_.path().c_str(), 1), 0);
+    for (const std::string& magic : {std::string("LRZI\0\6", 6), std::string("\x89LZO\0\r\n\x1a\n", 9),
+                                     std::string("GRZipII\0\2\4:)", 12)}) {
+      EXPECT_EQ(
+          message_of<ArchiveError>([&] { const Reader reader(archive(magic + std::string(600, '\0'))); }),
+          "Archive error: Unrecognized archive format");
+    }
+    EXPECT_FALSE(fs::exists(Path(mark))) << read_file(mark);
+  }));
 }
 
 TEST_F(ArchiveReaderTest, TakesNamesAndTargetsOfUpTo64Kibibytes) {

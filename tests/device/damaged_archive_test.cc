@@ -41,11 +41,13 @@ TEST_F(DamagedArchive, OfZerosAloneRemovesNothing) {
 }
 
 TEST_F(DamagedArchive, CutBehindTheExtensionsOfItsFirstHeaderRemovesNothing) {
-  const std::string cut = TarBuilder().add('x', "PaxHeader", "26 path=/media/M/long/name\n").truncated_text();
-  const Outcome outcome = device_.harbix({"-r", "media"}, cut);
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.errors, "Error: Could not read next archive header\n");
-  expect_nothing_removed();
+  for (const char of_one_or_all : {'x', 'g'}) {
+    const TarBuilder cut = TarBuilder().add(of_one_or_all, "PaxHeader", "27 path=/media/M/long/name\n");
+    const Outcome outcome = device_.harbix({"-r", "media"}, cut.truncated_text());
+    EXPECT_EQ(outcome.status, 1) << of_one_or_all;
+    EXPECT_EQ(outcome.errors, "Error: Could not read next archive header\n") << of_one_or_all;
+    expect_nothing_removed();
+  }
 }
 
 TEST_F(DamagedArchive, WithAFlippedBitInAHeaderIsNeverASuccess) {

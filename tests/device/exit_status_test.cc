@@ -378,8 +378,11 @@ std::vector<Row> rows_of_all_keywords() {
     add("IsForZeros", restore("zeros", keyword), "ERROR: Archive error: ");
     add("IsForAnArchiveThatCannotBeWritten", "harbix -f /dev/full " + keyword, full);
     add("IsForASizeThatCannotBeWritten", "harbix -s " + keyword + " > /dev/full", "ERROR: ");
-    add("IsForAnArchiveThatIsNotOnTheMedium", when_told("fsync", EIO, BACKUP + keyword, "Input/output error"),
-        "ERROR: Archive error: Write error: Input/output error\n");
+    for (const std::string call : {"fsync", "close"}) {
+      add("IsForAnArchiveThatIsNotOnTheMedium_" + call,
+          when_told(call, EIO, BACKUP + keyword, "Write error: Input/output error"),
+          "ERROR: Archive error: Write error: Input/output error\n");
+    }
     add("IsForARestoreThatIsNotOnTheMedium",
         while_failing("syncfs", "1", EIO) + restore(keyword + ".tar", keyword),
         "ERROR: What was restored may not be on the medium: Input/output error\n");
