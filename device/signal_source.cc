@@ -44,7 +44,7 @@ std::optional<int> SignalSource::next() const {
   return static_cast<int>(signal.ssi_signo);
 }
 
-void SignalSource::hold_back(int signal, bool is_held_back) const noexcept {
+void hold_back(int signal, bool is_held_back) noexcept {
   const sigset_t alone = set_of(signal);
   // Cannot fail: the number is a signal's.
   ::sigprocmask(is_held_back ? SIG_BLOCK : SIG_UNBLOCK, &alone, nullptr);

@@ -25,10 +25,6 @@ class SignalSource {
   /// The number of the next signal that has arrived; nothing when there is none.
   [[nodiscard]] std::optional<int> next() const;
 
-  /// Whether `signal`, one of those above, is held back and handed out as at first, or has the effect that it
-  /// has on any process.
-  void hold_back(int signal, bool is_held_back) const noexcept;
-
   /// Sets the signal mask back to what it was.
   void give_back() const noexcept;
 
@@ -36,6 +32,10 @@ class SignalSource {
   sigset_t before_ = {};
   base::FileDescriptor descriptor_;
 };
+
+/// Whether `signal`, one of a SignalSource, is held back and handed out, as it is at first, or has the effect
+/// that it has on any process.
+void hold_back(int signal, bool is_held_back) noexcept;
 
 /// Lets `signal`, which stops, have its effect on this process if it has arrived. Returns when the process
 /// goes on; SIGCONT is then among the signals that have arrived.

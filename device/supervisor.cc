@@ -60,7 +60,7 @@ class Supervisor {
   void wait_for_event() {
     // A stopped COMMAND leaves the next stop to this process, and this one to the system: it takes the stop
     // back when a shell that saw the rest of the job stop lets it go on before this process has its turn.
-    signals_.hold_back(SIGTSTP, !is_command_stopped_);
+    hold_back(SIGTSTP, !is_command_stopped_);
     std::array<pollfd, 2> events = {pollfd{signals_.descriptor(), POLLIN, 0},
                                     pollfd{channel_.descriptor(), POLLIN, 0}};
     // No signal interrupts it, all are held back; a failure shows as no event and is tried again.
