@@ -46,17 +46,11 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_link_libraries(precompiled_headers PRIVATE harbix_settings)
 endif()
 
-# harbix_compile_together()
+# harbix_omit_debug_information()
 #
-# For a folder whose programs stay on developers' machines: several of its files are compiled as one, which reads the headers
-# once for them, and nothing is written for debuggers. Not in the preset "debug", which is made for these, and where a change
-# of one file is sooner compiled by itself. What goes onto a tablet is compiled file by file, so that each is seen to include
-# what it needs.
-macro(harbix_compile_together)
-  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    set(CMAKE_UNITY_BUILD ON)
-    add_compile_options($<$<CONFIG:RelWithDebInfo>:-g0>)
-  endif()
+# For a folder whose programs stay on developers' machines: nothing is written for debuggers, but in the preset "debug".
+macro(harbix_omit_debug_information)
+  add_compile_options($<$<CONFIG:RelWithDebInfo>:-g0>)
 endmacro()
 
 # harbix_precompile(TARGET...)
@@ -80,6 +74,11 @@ function(harbix_layer name)
   target_include_directories(harbix_${name}_layer PUBLIC ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(harbix_${name}_layer PUBLIC ${LAYER_LINKS} PRIVATE harbix_settings)
   harbix_precompile(harbix_${name}_layer)
+  # One of the builds that every change must pass compiles what goes onto a tablet file by file, so that each file is seen to
+  # include what it needs and to hide no name. The others read the headers once for several files.
+  if(HARBIX_SANITIZE)
+    set_target_properties(harbix_${name}_layer PROPERTIES UNITY_BUILD OFF)
+  endif()
 
   set(allowed ${LAYER_LINKS})
   list(FILTER allowed INCLUDE REGEX "^harbix::")

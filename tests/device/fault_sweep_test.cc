@@ -114,6 +114,7 @@ TEST_P(MediaRestoreFaultSweep, TellsOfWhatIsMissing) {
       EXPECT_EQ(difference(before, after), "") << "after call " << nth << ": " << outcome.errors;
     }
     if (outcome.status == 0 && outcome.errors.empty() && after == before) ++clean_runs;
+    if (after == before) continue;
     ASSERT_EQ(device_.harbix({"-r", "-f", "/tmp/a.tar", "media"}).status, 0) << "after call " << nth;
     EXPECT_EQ(difference(before, restored()), "") << "after call " << nth;
   }
