@@ -87,6 +87,13 @@ TEST_F(InspectVerifyApplications, MayStandInAnyOrderOfItems) {
   EXPECT_EQ(verify({package}).status, 0);
 }
 
+TEST_F(InspectVerifyApplications, OfTheHomeScreenMayStandInAnyOrder) {
+  const Outcome outcome = verify(
+      {navigator().folder("data"),
+       CraftedPackage("/app/sys.navigator/pps", "").file("pps/system/navigator/applications/uriapps", "x")});
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+}
+
 TEST_F(InspectVerifyApplications, OfTheSystemTrayOnlyTheClockComesBack) {
   const Outcome outcome =
       verify({CraftedPackage("/app/sys.systemtray/appdata", "/accounts/1000/appdata/sys.systemtray")

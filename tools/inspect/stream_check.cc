@@ -60,7 +60,7 @@ void StreamCheck::begin_package(const PackageName& package, const Item& item, Ar
   const std::uint64_t directory = PathHash::of(*application->directory());
   if (package.kind == Kind::DATA) {
     early_data_.insert(directory);
-  } else if (early_data_.contains(directory)) {
+  } else if (package.kind == Kind::BINARIES && early_data_.contains(directory)) {
     find(Severity::PROBLEM, "order", "The application's data stands before its binaries", package, item);
   }
 }
