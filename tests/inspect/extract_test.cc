@@ -22,7 +22,7 @@ class InspectExtract : public InspectRun {
 };
 
 TEST_F(InspectExtract, PutsAPackageBelowTheFolderForTheCaller) {
-  for (const char* name : {"/media/Music", "media/Music/"}) {
+  for (const char* name : {"/media/Music", "media/Music/", "Music"}) {
     TemporaryFolder folder;
     const Outcome outcome = inspect({"extract", archive(music().text()), name, "--to", folder.path()});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
@@ -78,7 +78,20 @@ TEST_F(InspectExtract, PrintsOneFile) {
   EXPECT_EQ(one.status, 0);
   const Outcome manifest = inspect({"extract", name, "/media/Music/.backup.metadata", "--to", "-"});
   EXPECT_EQ(manifest.output, "File: 4096\nMusic\nFile: 4\nMusic/a.mp3\nFile: 5\nMusic/link\n\n");
-  EXPECT_EQ(inspect({"extract", name, "/media/Music", "--to", "-"}).status, 1);
+}
+
+TEST_F(InspectExtract, PrintsNothingOfWhatIsNotOneFile) {
+  const std::string name = archive(music().file("/media/Music/b", "more").text());
+  for (const std::string path : {"/media/Music", "/media", "Music", "/media/Music/link"}) {
+    const Outcome outcome = inspect({"extract", name, path, "--to", "-"});
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.errors, "harbix-inspect: '" + path + "': No plain file\n");
+    EXPECT_EQ(outcome.status, 1);
+  }
+  const Outcome two = inspect({"extract", name, "/media/Music/a.mp3", "/media/Music/b", "--to", "-"});
+  EXPECT_EQ(two.output, "text");
+  EXPECT_EQ(two.errors, "harbix-inspect: '/media/Music/b': Only one file is printed\n");
+  EXPECT_EQ(two.status, 1);
 }
 
 TEST_F(InspectExtract, SetsModesOfFoldersWhenTheyAreFull) {

@@ -23,10 +23,10 @@
 namespace harbix::inspect {
 namespace {
 
-/// The paths that were asked for, and whether the archive has them.
+/// What was asked for: names of packages, and paths of what is in them; and whether the archive has it.
 class Wanted {
  public:
-  explicit Wanted(const std::vector<std::string>& names) : is_found_(names.size()) {
+  explicit Wanted(const std::vector<std::string>& names) : names_(names), is_found_(names.size()) {
     for (const std::string& name : names) {
       std::string path = rooted_name(name);
       while (path.size() > 1 && path.ends_with(fs::Path::SEPARATOR)) path.pop_back();
@@ -34,17 +34,22 @@ class Wanted {
     }
   }
 
+  void begin_package(const PackageName& package) { package_ = package; }
+
+  /// The first of the names that asks for an item, by its path or by one above it; nothing when none does.
   /// Manifests belong to a package and not to its owner: only their own name asks for them.
-  bool holds(const Item& item, bool is_manifest) {
-    bool is_any = false;
+  std::optional<std::size_t> find(const Item& item, bool is_manifest) {
+    std::optional<std::size_t> first;
     for (std::size_t i = 0; i < paths_.size(); ++i) {
-      const std::string& name = item.name.text();
-      if (is_manifest ? name != paths_[i] : !is_at_or_below(name, paths_[i])) continue;
+      if (is_manifest ? item.name.text() != paths_[i] : !asks_for(i, item.name.text())) continue;
       is_found_[i] = true;
-      is_any = true;
+      if (!first) first = i;
     }
-    return is_any;
+    return first;
   }
+
+  [[nodiscard]] const std::string& name(std::size_t i) const { return names_[i]; }
+  [[nodiscard]] const std::string& path(std::size_t i) const { return paths_[i]; }
 
   [[nodiscard]] bool report_missing() const {
     for (std::size_t i = 0; i < paths_.size(); ++i) {
@@ -54,8 +59,15 @@ class Wanted {
   }
 
  private:
+  [[nodiscard]] bool asks_for(std::size_t i, const std::string& name) const {
+    if (is_at_or_below(name, paths_[i])) return true;
+    return package_ && names_[i] == package_->title && is_at_or_below(name, package_->path.text());
+  }
+
+  const std::vector<std::string>& names_;
   std::vector<std::string> paths_;
   std::vector<bool> is_found_;
+  std::optional<PackageName> package_;  ///< at hand
 };
 
 void report_unsettled(const fs::Path& path, const std::string& reason) {
@@ -71,11 +83,12 @@ class Extractor : public Visitor {
         folder_(fs::Path(request.folder)),
         writer_(folder_, reader, Keep::NO, completeness_, report_unsettled) {}
 
-  void begin_package(const PackageName& /*package*/, const Item& item, ArchiveReader& /*reader*/) override {
-    if (wanted_.holds(item, true)) put_on_disk(item);
+  void begin_package(const PackageName& package, const Item& item, ArchiveReader& /*reader*/) override {
+    wanted_.begin_package(package);
+    if (wanted_.find(item, true)) put_on_disk(item);
   }
   void meet(const Item& item, ArchiveReader& /*reader*/) override {
-    if (wanted_.holds(item, false)) put_on_disk(item);
+    if (wanted_.find(item, false)) put_on_disk(item);
   }
 
   void settle() { writer_.settle(); }
@@ -160,34 +173,38 @@ class Printer : public Visitor {
  public:
   Printer(const Request& request, Output& output) : wanted_(request.names), output_(output) {}
 
-  void begin_package(const PackageName& /*package*/, const Item& item, ArchiveReader& reader) override {
-    if (wanted_.holds(item, true)) print(item, reader);
+  void begin_package(const PackageName& package, const Item& item, ArchiveReader& reader) override {
+    wanted_.begin_package(package);
+    if (const std::optional<std::size_t> wish = wanted_.find(item, true)) print(item, *wish, reader);
   }
   void meet(const Item& item, ArchiveReader& reader) override {
-    if (wanted_.holds(item, false)) print(item, reader);
+    if (const std::optional<std::size_t> wish = wanted_.find(item, false)) print(item, *wish, reader);
   }
 
-  [[nodiscard]] bool has_refused() const noexcept { return has_refused_; }
+  [[nodiscard]] bool has_refused() const noexcept { return refused_.has_value(); }
   [[nodiscard]] const Wanted& wanted() const noexcept { return wanted_; }
 
  private:
-  void print(const Item& item, ArchiveReader& reader) {
-    const char* const reason = !item.entry.is_plain_file() ? "No plain file"
-                               : has_printed_              ? "Only one file is printed"
-                                                           : nullptr;
-    if (reason != nullptr) {
-      has_refused_ = true;
-      complain("'" + item.name.text() + "': " + reason);
+  void print(const Item& item, std::size_t wish, ArchiveReader& reader) {
+    const bool is_file = item.entry.is_plain_file() && item.name.text() == wanted_.path(wish);
+    if (!is_file || has_printed_) {
+      refuse(wish, is_file ? "Only one file is printed" : "No plain file");
       return;
     }
     has_printed_ = true;
     read_contents(reader, item.entry.size(), [this](std::string_view piece) { output_.write(piece); });
   }
 
+  /// Once for all that lies in a folder.
+  void refuse(std::size_t wish, const std::string& reason) {
+    if (refused_ != wish) complain("'" + wanted_.name(wish) + "': " + reason);
+    refused_ = wish;
+  }
+
   Wanted wanted_;
   Output& output_;
   bool has_printed_ = false;
-  bool has_refused_ = false;
+  std::optional<std::size_t> refused_;  ///< the last of the names that were
 };
 
 int status_of(const Request& request, const std::optional<Damage>& damage, bool has_refused,
