@@ -73,11 +73,35 @@ TEST_F(InspectCompare, TakesTheOldOneFromAPipe) {
             "harbix-inspect: One of the two archives must be a plain file\n");
 }
 
+// A tar program that packs unpacked files again stores each folder before what is in it.
+TEST_F(InspectCompare, NamesThePackageThatAnItemBelongsToWhereverItStands) {
+  TarBuilder tar;
+  tar.folder("media").folder("media/A").file("media/A/.backup.metadata", "\n").file("media/A/x", "1");
+  tar.folder("media/B").file("media/B/.backup.metadata", "\n");
+  const std::string name = archive(tar.text());
+  const Outcome outcome = inspect({"compare", archive(package("A").text(), "a"), name});
+  EXPECT_EQ(outcome.output,
+            "Outside of packages:\n+ /media\n"
+            "/media/A:\n+ /media/A\n+ /media/A/x\n"
+            "/media/B:\n+ /media/B\n");
+  EXPECT_THAT(inspect({"compare", "--json", archive(package("A").text(), "a"), name}).output,
+              ::testing::StartsWith(
+                  R"({"type":"change","change":"came","package":"","name":"/media","kind":"folder"})"
+                  "\n"
+                  R"({"type":"change","change":"came","package":"/media/A","name":"/media/A",)"));
+}
+
 TEST_F(InspectCompare, OfADamagedArchiveIsNoAnswer) {
   const std::string name = archive(before());
   const std::string cut = archive(before().substr(0, 3000), "cut");
-  EXPECT_EQ(inspect({"compare", name, cut}).status, 2);
-  EXPECT_EQ(inspect({"compare", cut, name}).status, 2);
+  const std::string none = archive("none", "none");
+  for (const std::string& bad : {cut, none}) {
+    for (const std::vector<std::string>& pair : {std::vector{name, bad}, std::vector{bad, name}}) {
+      const Outcome outcome = inspect({"compare", pair[0], pair[1]});
+      EXPECT_EQ(outcome.status, 2);
+      EXPECT_THAT(outcome.errors, ::testing::StartsWith("harbix-inspect: " + bad + ": "));
+    }
+  }
 }
 
 }  // namespace

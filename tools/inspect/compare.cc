@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "archive/error.h"
 #include "inspect/archive_pass.h"
 #include "inspect/json_lines.h"
 #include "inspect/names.h"
@@ -101,8 +102,6 @@ class Changes {
  public:
   Changes(bool is_json, Output& output) : is_json_(is_json), output_(output) {}
 
-  void begin_package(const PackageName& package) { package_ = package.path.text(); }
-
   /// `sign` is '+', '-' or '*'; `parts` says what has changed.
   void add(char sign, const Item& item, const std::vector<std::string>& parts = {}) {
     has_any_ = true;
@@ -110,8 +109,7 @@ class Changes {
       add_json(sign, item, parts);
       return;
     }
-    if (package_ != head_) output_.line(shown(package_) + ":");
-    head_ = package_;
+    print_head(package_path_in(item.name.text()));
     const std::string what = parts.empty() ? "" : fmt::format("  ({})", fmt::join(parts, ", "));
     output_.line(fmt::format("{} {}{}", sign, shown(item.name.text()), what));
   }
@@ -119,11 +117,16 @@ class Changes {
   [[nodiscard]] bool has_any() const noexcept { return has_any_; }
 
  private:
+  void print_head(std::string_view package) {
+    if (package != head_) output_.line((package.empty() ? "Outside of packages" : shown(package)) + ":");
+    head_ = package;
+  }
+
   void add_json(char sign, const Item& item, const std::vector<std::string>& parts) {
     Json object;
     object["type"] = "change";
     object["change"] = sign == '+' ? "came" : sign == '-' ? "went" : "changed";
-    set_name(object, "package", package_);
+    set_name(object, "package", package_path_in(item.name.text()));
     set_name(object, "name", item.name.text());
     object["kind"] = kind_of(item.entry);
     if (!parts.empty()) object["parts"] = parts;
@@ -132,8 +135,7 @@ class Changes {
 
   bool is_json_;
   Output& output_;
-  std::string package_;
-  std::string head_;  ///< the package whose name was printed last
+  std::optional<std::string> head_;  ///< the package whose name was printed last
   bool has_any_ = false;
 };
 
@@ -157,9 +159,8 @@ class Comparison : public Visitor {
  public:
   Comparison(Table& table, Side side, Changes& changes) : table_(table), side_(side), changes_(changes) {}
 
-  void begin_package(const PackageName& package, const Item& /*item*/, ArchiveReader& /*reader*/) override {
-    changes_.begin_package(package);
-  }
+  void begin_package(const PackageName& /*package*/, const Item& /*item*/,
+                     ArchiveReader& /*reader*/) override {}
 
   void meet(const Item& item, ArchiveReader& reader) override {
     const Traits here = traiter_.of(item, reader);
@@ -186,9 +187,8 @@ class Remainder : public Visitor {
   Remainder(const Table& table, Side side, Changes& changes)
       : table_(table), side_(side), changes_(changes) {}
 
-  void begin_package(const PackageName& package, const Item& /*item*/, ArchiveReader& /*reader*/) override {
-    changes_.begin_package(package);
-  }
+  void begin_package(const PackageName& /*package*/, const Item& /*item*/,
+                     ArchiveReader& /*reader*/) override {}
   void meet(const Item& item, ArchiveReader& /*reader*/) override {
     if (table_.is_unmet(item)) changes_.add(side_ == Side::OLD ? '-' : '+', item);
   }
@@ -204,11 +204,14 @@ bool is_plain_file(const std::string& name) {
   return name != "-" && ::stat(name.c_str(), &record) == 0 && S_ISREG(record.st_mode);
 }
 
-void read_whole(const std::string& name, Visitor& visitor) {
+void read_whole(const std::string& name, Visitor& visitor) try {
   ArchiveReader reader(input_name(name));
   const std::optional<Damage> damage = read_archive(reader, visitor);
   if (damage)
     throw std::runtime_error(fmt::format("{}: {} (behind byte {})", name, damage->reason, damage->position));
+} catch (const ArchiveError& error) {
+  // Which of the two it is.
+  throw std::runtime_error(name + ": " + error.what());
 }
 
 }  // namespace

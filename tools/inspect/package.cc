@@ -32,6 +32,18 @@ PackageName package_of(const fs::Path& name) {
   return {Keyword::SETTINGS, Kind::SETTINGS, path, ""};
 }
 
+std::string_view package_path_in(std::string_view name) {
+  // "/app/P/bin" is as deep as they lie.
+  constexpr int MOST_COMPONENTS = 3;
+  std::size_t end = 0;
+  for (int i = 0; i < MOST_COMPONENTS && end < name.size(); ++i) {
+    end = std::min(name.find(fs::Path::SEPARATOR, end + 1), name.size());
+    const std::string_view path = name.substr(0, end);
+    if (begins_package(std::string(path) + '/' + std::string(METADATA_NAME))) return path;
+  }
+  return "";
+}
+
 std::string_view text_of(Keyword keyword) {
   constexpr std::array<std::string_view, 3> TEXTS{"app", "media", "settings"};
   return TEXTS.at(static_cast<std::size_t>(keyword));

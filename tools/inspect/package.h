@@ -27,6 +27,10 @@ struct PackageName {
 /// The package that a metadata entry begins; `name` is the entry's in full.
 [[nodiscard]] PackageName package_of(const fs::Path& name);
 
+/// The path of the package that an entry belongs to by its name, wherever it stands; empty for one that
+/// belongs to none, such as "/media".
+[[nodiscard]] std::string_view package_path_in(std::string_view name);
+
 [[nodiscard]] std::string_view text_of(Keyword keyword);  ///< "app", "media", "settings"
 /// "binaries", "data", "objects", "media", "dtm", "settings"
 [[nodiscard]] std::string_view text_of(Kind kind);
