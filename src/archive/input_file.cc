@@ -44,6 +44,7 @@ std::optional<InputFile> InputFile::again() const {
 }
 
 std::optional<std::span<const std::byte>> InputFile::read_block() {
+  if (watcher_) watcher_();
   for (;;) {
     const ssize_t count = is_regular()
                               ? ::pread(file_.get(), block_.data(), block_.size(), begin_ + position_)

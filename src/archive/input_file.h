@@ -4,9 +4,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/file_descriptor.h"
@@ -25,6 +27,9 @@ class InputFile {
   /// read only once: where it is no regular file.
   /// @throws ArchiveError as the constructor does.
   [[nodiscard]] std::optional<InputFile> again() const;
+
+  /// Has `watcher` called before each block that is read from now on.
+  void watch(std::function<void()> watcher) { watcher_ = std::move(watcher); }
 
   /// The next block, valid until the next call; empty at the end of the file; nothing after a failure, with
   /// errno set.
@@ -74,6 +79,7 @@ class InputFile {
   std::int64_t begin_ = 0;     ///< of the archive in a regular file
   std::int64_t position_ = 0;  ///< of what is read next, from there on
   bool is_empty_ = false;
+  std::function<void()> watcher_;
 };
 
 }  // namespace harbix

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "archive/entry_view.h"
@@ -107,6 +109,9 @@ class ArchiveReader {
 
   /// Where extraction notes what it writes to.
   [[nodiscard]] WrittenFileSystems& written() noexcept { return written_; }
+
+  /// As InputFile::watch says.
+  void watch_input(std::function<void()> watcher) { handle_.input().watch(std::move(watcher)); }
 
   /// Ends the work with a stream: reads away what waits in a pipe.
   void drain() { handle_.input().drain(); }

@@ -220,5 +220,14 @@ TEST_F(InspectVerify, ShowsHowFarItHasComeOnATerminalAlone) {
   EXPECT_EQ(run_program({"sh", "-c", command}).errors, "");
 }
 
+TEST_F(InspectVerify, ShowsHowFarItHasComeInALargeFile) {
+  const std::string bytes = music().file("/media/Music/long", std::string(4 << 20, 'x')).text();
+  const std::string half = archive(bytes.substr(0, bytes.size() / 2), "half");
+  const std::string rest = archive(bytes.substr(bytes.size() / 2), "rest");
+  const std::string command =
+      "(cat " + half + "; sleep 0.5; cat " + rest + ") | '" HARBIX_INSPECT_PROGRAM "' verify -";
+  EXPECT_THAT(run_program({"script", "-qec", command, "/dev/null"}).output, HasSubstr(" MB/s"));
+}
+
 }  // namespace
 }  // namespace harbix::test

@@ -56,7 +56,6 @@ std::optional<Damage> read_archive(ArchiveReader& reader, Visitor& visitor) {
     reader.begin_section({});
     int status = ARCHIVE_OK;
     for (;;) {
-      visitor.look_around(reader);
       status = reader.advance();
       if (status != ARCHIVE_OK) break;
       last = reader.position();

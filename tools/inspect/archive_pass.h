@@ -34,8 +34,6 @@ class Visitor {
   virtual void meet(const Item& item, ArchiveReader& reader) = 0;
   /// An entry without a name.
   virtual void meet_nameless(std::int64_t position) { static_cast<void>(position); }
-  /// Before each entry.
-  virtual void look_around(const ArchiveReader& reader) { static_cast<void>(reader); }
 };
 
 /// Why an archive could not be read to its end.

@@ -18,11 +18,12 @@ void write(const std::string& text) {
 
 ProgressLine::ProgressLine(bool may_show) : is_shown_(may_show && ::isatty(STDERR_FILENO) == 1) {}
 
+void ProgressLine::follow(ArchiveReader& reader) {
+  if (is_shown_) reader.watch_input([this, &reader] { update(reader); });
+}
+
 void ProgressLine::update(const ArchiveReader& reader) {
-  // The clock costs more than many an entry.
-  constexpr unsigned MOST_CALLS = 64;
   constexpr std::chrono::milliseconds PAUSE{200};
-  if (!is_shown_ || ++calls_ % MOST_CALLS != 0) return;
   const Clock::time_point now = Clock::now();
   if (now - last_ < PAUSE) return;
   last_ = now;

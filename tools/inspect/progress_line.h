@@ -19,18 +19,19 @@ class ProgressLine {
   ProgressLine(ProgressLine&&) = delete;
   ProgressLine& operator=(ProgressLine&&) = delete;
 
-  void update(const ArchiveReader& reader);
+  /// Shows how far the reading of this archive is from now on. The reader must not outlive this object.
+  void follow(ArchiveReader& reader);
   /// Makes room for other lines.
   void clear();
 
  private:
   using Clock = std::chrono::steady_clock;
 
+  void update(const ArchiveReader& reader);
   void show(const ArchiveReader& reader);
 
   bool is_shown_;
   bool is_there_ = false;
-  unsigned calls_ = 0;
   Clock::time_point begin_ = Clock::now();
   Clock::time_point last_ = begin_;
 };

@@ -23,13 +23,10 @@ namespace {
 /// A check of all packages, and of all contents where there is a list of checksums.
 class Verification : public Visitor {
  public:
-  Verification(Findings& findings, ListedChecksums* checksums, ProgressLine& progress)
+  Verification(Findings& findings, ListedChecksums* checksums)
       : findings_(findings),
         check_(findings, [this](std::string_view piece) { take_manifest(piece); }),
-        checksums_(checksums),
-        progress_(progress) {}
-
-  void look_around(const ArchiveReader& reader) override { progress_.update(reader); }
+        checksums_(checksums) {}
 
   void begin_package(const PackageName& package, const Item& item, ArchiveReader& reader) override {
     check_.begin_package(package, item, reader);
@@ -90,7 +87,6 @@ class Verification : public Visitor {
   Findings& findings_;
   StreamCheck check_;
   ListedChecksums* checksums_;
-  ProgressLine& progress_;
   Sha256 sha256_;
 };
 
@@ -123,7 +119,8 @@ int verify_one(const Request& request, const std::string& archive, ListedChecksu
   findings.before_lines([&progress] { progress.clear(); });
   try {
     ArchiveReader reader(input_name(archive));
-    Verification verification(findings, checksums, progress);
+    progress.follow(reader);
+    Verification verification(findings, checksums);
     verification.end(reader, read_archive(reader, verification));
     progress.clear();
     output.line(request.is_json ? json_summary(archive, findings, &verification.check())
