@@ -92,6 +92,14 @@ TEST_F(InspectCommandLine, WhatCannotBeOpenedIsNamedWithoutControlCharacters) {
   EXPECT_EQ(inspect({"list", "-"}).errors, "harbix-inspect: Archive error: The archive is empty\n");
 }
 
+TEST_F(InspectCommandLine, ATerminalIsNoArchive) {
+  const std::string program = "'" HARBIX_INSPECT_PROGRAM "' ";
+  EXPECT_THAT(run_program({"script", "-qec", program + "list -", "/dev/null"}).output,
+              HasSubstr("harbix-inspect: Archive error: Standard input is a terminal\r\n"));
+  EXPECT_THAT(run_program({"script", "-qec", program + "list /dev/tty", "/dev/null"}).output,
+              HasSubstr("harbix-inspect: Archive error: '/dev/tty' is a terminal\r\n"));
+}
+
 TEST_F(InspectCommandLine, OutputThatIsLostIsAnError) {
   const std::string tar = archive(music().text());
   for (const std::string& command :

@@ -1,5 +1,7 @@
 #include "inspect/archive_pass.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,9 +13,18 @@
 
 #include "archive/error.h"
 #include "archive/extraction.h"
+#include "base/file_descriptor.h"
 
 namespace harbix::inspect {
 namespace {
+
+bool is_terminal(const std::string& name) {
+  struct ::stat record {};
+  // Only a character device can be one; to open another thing, such as a fifo, and to close it may change it.
+  if (::stat(name.c_str(), &record) == -1 || !S_ISCHR(record.st_mode)) return false;
+  const base::FileDescriptor file(::open(name.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  return file && ::isatty(file.get()) == 1;
+}
 
 void visit(ArchiveReader& reader, Visitor& visitor) {
   const EntryView entry = reader.entry();
@@ -42,7 +53,10 @@ void take_zeros(std::int64_t count, const std::function<void(std::string_view)>&
 }  // namespace
 
 std::string input_name(const std::string& name) {
-  if (name != "-") return name;
+  if (name != "-") {
+    if (is_terminal(name)) throw ArchiveError("'" + name + "' is a terminal");
+    return name;
+  }
   if (::isatty(STDIN_FILENO) == 1) throw ArchiveError("Standard input is a terminal");
   return "";
 }
