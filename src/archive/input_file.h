@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "base/file_descriptor.h"
 
@@ -42,8 +42,8 @@ class InputFile {
   /// Makes the archive begin at this offset of a regular file.
   void begin_at(std::int64_t offset) noexcept;
 
-  /// Passes over up to `count` bytes without reading them.
-  /// @return how many were passed over: 0 where the file can only be read on.
+  /// Passes over up to `count` bytes without reading them. In a pipe, waits for them.
+  /// @return how many were passed over: fewer at the end of the file, 0 where it can only be read on.
   [[nodiscard]] std::int64_t skip(std::int64_t count);
 
   /// What is read next, in bytes from where the archive begins.
@@ -73,9 +73,13 @@ class InputFile {
  private:
   InputFile(base::FileDescriptor file, std::int64_t begin);
 
+  [[nodiscard]] std::int64_t skip_in_pipe(std::int64_t count);
+
   base::FileDescriptor file_;
+  base::FileDescriptor sink_{};  ///< takes what is passed over in a pipe
   struct ::stat record_ {};
-  std::vector<std::byte> block_;
+  std::unique_ptr<std::byte[]> block_;
+  std::size_t next_size_;      ///< of what is read next of a regular file
   std::int64_t begin_ = 0;     ///< of the archive in a regular file
   std::int64_t position_ = 0;  ///< of what is read next, from there on
   bool is_empty_ = false;

@@ -80,7 +80,43 @@ TEST(InputFile, SkipsInARegularFileButNeverPastItsEnd) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(InputFile, ReadsStandardInputForAnEmptyNameAndSkipsNothingInAPipe) {
+TEST(InputFile, ReadsLittleBehindALongSkip) {
+  const TemporaryFolder folder;
+  write_file(folder / "a", std::string(8 * BLOCK, 'a'));
+  InputFile input(folder / "a");
+  const std::size_t first = input.read_block()->size();
+  EXPECT_LT(first, BLOCK / 8);
+  std::size_t size = first;
+  while (size < BLOCK) EXPECT_EQ(input.read_block()->size(), size *= 2);
+  EXPECT_EQ(input.read_block()->size(), BLOCK) << "as much as there is room for";
+  EXPECT_EQ(input.skip(BLOCK - 1), BLOCK - 1);
+  EXPECT_EQ(input.read_block()->size(), BLOCK) << "between small files";
+  EXPECT_EQ(input.skip(BLOCK), BLOCK);
+  EXPECT_EQ(input.read_block()->size(), first);
+}
+
+TEST(InputFile, SkipsInAPipeButNeverPastItsEnd) {
+  EXPECT_TRUE(passes_in_child([] {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    const std::string text = std::string(20'000, 'a') + std::string(20'000, 'b');
+    ASSERT_EQ(::write(ends[1], text.data(), text.size()), ssize_t{40'000});
+    ASSERT_EQ(::fcntl(ends[0], F_SETFL, O_NONBLOCK), 0);
+    ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+    InputFile input("");
+    EXPECT_EQ(input.skip(25'000), 25'000);
+    EXPECT_EQ(input.position(), 25'000);
+    EXPECT_EQ(text_of(*input.read_block()), std::string(15'000, 'b'));
+    ASSERT_EQ(::write(ends[1], "text", 4), 4);
+    ::close(ends[1]);
+    EXPECT_EQ(input.skip(1'000'000), 4);
+    EXPECT_EQ(input.skip(1), 0);
+    EXPECT_TRUE(input.read_block()->empty());
+    EXPECT_FALSE(input.is_empty());
+  }));
+}
+
+TEST(InputFile, ReadsStandardInputForAnEmptyName) {
   EXPECT_TRUE(passes_in_child([] {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe(ends.data()), 0);
@@ -89,7 +125,6 @@ TEST(InputFile, ReadsStandardInputForAnEmptyNameAndSkipsNothingInAPipe) {
     ASSERT_EQ(::dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     InputFile input("");
     EXPECT_FALSE(input.is_regular());
-    EXPECT_EQ(input.skip(2), 0);
     EXPECT_EQ(rest_of(input), "text");
   }));
 }
