@@ -61,6 +61,20 @@ std::optional<std::string_view> PlainRecords::path_of(std::string_view record) {
   return record.substr(line_end + 1);
 }
 
+std::string_view listed_path(std::string_view path) { return path.substr(0, path.find(NEXT)); }
+
+void ChangedNames::list(std::string_view path) noexcept {
+  if (needs_extension(path)) ++long_;
+}
+
+void ChangedNames::meet(std::string_view path, bool is_listed) noexcept {
+  if (!is_listed) {
+    ++unlisted_;
+  } else if (needs_extension(path)) {
+    ++met_long_;
+  }
+}
+
 void RecordNames::add(std::string_view piece) {
   records_.add(piece, [this](std::string_view record) { take(record); });
 }
@@ -70,14 +84,9 @@ void RecordNames::finish() {
 }
 
 bool RecordNames::meet(const fs::Path& path) {
-  // A path that spells the beginning of a record has made another one of its rest.
-  const std::string_view listed = std::string_view(path.text()).substr(0, path.text().find(NEXT));
+  const std::string_view listed = listed_path(path.text());
   const bool is_listed = take_one(listed);
-  if (!is_listed) {
-    ++unlisted_;
-  } else if (needs_extension(listed)) {
-    ++met_long_;
-  }
+  changed_.meet(listed, is_listed);
   return is_listed;
 }
 
@@ -105,7 +114,7 @@ void RecordNames::take(std::string_view record) {
   const std::optional<std::string_view> path = PlainRecords::path_of(record);
   if (!path) return;
   hashes_.push_back(hash_of(*path));
-  if (needs_extension(*path)) ++long_;
+  changed_.list(*path);
 }
 
 void report_changed_names(const fs::Path& package) {

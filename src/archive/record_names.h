@@ -34,11 +34,34 @@ class PlainRecords {
   std::string rest_;  ///< what follows the last record that is known to be whole
 };
 
-/// The paths of a package's manifest, of media or of settings, held against the entries that follow it.
+/// The name by which the records have the path of an entry: one that spells the beginning of a record has
+/// made another record of its rest.
+[[nodiscard]] std::string_view listed_path(std::string_view path);
+
+/// Tells from the records of a manifest and the entries that follow it whether names have changed.
 ///
 /// A tar header that is too short for a name, because that is long or beyond ASCII, is preceded by an
 /// extension that has it. No checksum covers an extension: where one of its bytes has changed, an item has
-/// another name, and the manifest alone tells. A path takes 8 bytes of memory here.
+/// another name, and the manifest alone tells.
+class ChangedNames {
+ public:
+  /// Notes the path of a record.
+  void list(std::string_view path) noexcept;
+  /// Notes an entry, by its listed path, and whether there is a record for it that no other entry has.
+  void meet(std::string_view path, bool is_listed) noexcept;
+
+  /// Whether an entry was met that has no record, while there is no entry for a record whose name needs an
+  /// extension. An item that vanished during the backup has a record and no entry; that is no change.
+  [[nodiscard]] bool has_any() const noexcept { return unlisted_ > 0 && met_long_ < long_; }
+
+ private:
+  std::size_t long_ = 0;      ///< records whose names need an extension
+  std::size_t met_long_ = 0;  ///< those with an entry
+  std::size_t unlisted_ = 0;  ///< entries without a record
+};
+
+/// The paths of a package's manifest, of media or of settings, held against the entries that follow it. A
+/// path takes 8 bytes of memory.
 class RecordNames {
  public:
   /// Takes the next piece of the manifest's text.
@@ -55,9 +78,8 @@ class RecordNames {
   /// How many records there are.
   [[nodiscard]] std::size_t count() const noexcept { return hashes_.size(); }
 
-  /// Whether an entry was met that has no record, while there is no entry for a record whose name needs an
-  /// extension. An item that vanished during the backup has a record and no entry; that is no change.
-  [[nodiscard]] bool has_changed_names() const noexcept { return unlisted_ > 0 && met_long_ < long_; }
+  /// As ChangedNames::has_any says.
+  [[nodiscard]] bool has_changed_names() const noexcept { return changed_.has_any(); }
 
  private:
   void take(std::string_view record);
@@ -67,9 +89,7 @@ class RecordNames {
   std::vector<std::uint64_t> hashes_;  ///< of the paths, with a mark at those that were met
   std::size_t expected_ = 0;           ///< the record behind the one that was met last
   bool is_sorted_ = false;             ///< by hash: entries no longer come in the order of the records
-  std::size_t long_ = 0;               ///< records whose names need an extension
-  std::size_t met_long_ = 0;           ///< those with an entry
-  std::size_t unlisted_ = 0;           ///< entries without a record
+  ChangedNames changed_;
 };
 
 /// Reports a package of changed names: "Warning: PACKAGE: holds items under names that it does not list" on

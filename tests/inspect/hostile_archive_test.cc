@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/device/measured_run.h"
 #include "tests/inspect/inspect_run.h"
 
 namespace harbix::test {
@@ -67,6 +68,24 @@ TEST_F(InspectHostile, ManyRecordsTakeLittleMemory) {
             std::string::npos)
       << outcome.output;
 }
+
+#ifndef HARBIX_SANITIZED
+TEST_F(InspectHostile, AMillionRecordsTakeTwentyBytesEach) {
+  std::string manifest;
+  for (int i = 0; i < 1'000'000; ++i)
+    manifest += "File: 0\nA/folder " + std::to_string(i / 1000) + '/' + std::to_string(i) + '\n';
+  TarBuilder tar;
+  tar.file("/media/A/.backup.metadata", manifest + '\n').file("/media/A/folder 999/999999", "");
+  const std::string name = archive(tar.text());
+  struct ThisMachine {
+    static Outcome run(const std::vector<std::string>& command) { return run_program(command); }
+  } machine;
+  const MeasuredRun run =
+      measured_run(machine, {"sh", "-c", "exec '" HARBIX_INSPECT_PROGRAM "' verify " + name + " >/dev/null"});
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_LE(run.mebibytes, 32);
+}
+#endif
 
 TEST_F(InspectHostile, NamesOfManyComponentsTakeLittleTime) {
   std::string name = "/media/A";

@@ -19,7 +19,6 @@ constexpr std::size_t MOST_RECORDS = 1'000'000;
 }  // namespace
 
 void PlainRecordCheck::add_piece(std::string_view piece) {
-  if (!has_too_many_) names_.add(piece);
   records_.add(piece, [this](std::string_view record) { take(record); });
 }
 
@@ -41,10 +40,10 @@ void PlainRecordCheck::take(std::string_view record) {
   const auto [end, error] = std::from_chars(number.begin(), number.end(), size);
   if (error != std::errc() || end != number.end()) has_strange_record_ = true;
   table_.add(*path, size, true, 0);
+  names_.list(*path);
 }
 
 void PlainRecordCheck::end_records() {
-  names_.finish();
   records_.finish([this](std::string_view record) { take(record); });
   if (has_too_many_) {
     find(Severity::NOTE, "odd-manifest", "The manifest has more records than can be held against the items");
@@ -57,9 +56,10 @@ void PlainRecordCheck::end_records() {
 
 bool PlainRecordCheck::meet_path(const Item& item, const fs::Path& path, Size size) {
   const bool is_folder = kind_of(item.entry) == "folder";
+  const std::string_view listed = listed_path(path.text());
+  RecordTable::Record* const record = table_.find(listed);
   // The judgement that the restore's result depends on.
-  names_.meet(path);
-  RecordTable::Record* const record = table_.find(path.text());
+  names_.meet(listed, record != nullptr && record->is_met == 0);
   if (record == nullptr) {
     if (!has_too_many_) find(Severity::NOTE, "no-record", "The manifest has no record of this item", item);
     const bool is_new =
@@ -84,7 +84,7 @@ void PlainRecordCheck::end_items() {
                       : "The record has no entry: the item vanished during the backup",
          path);
   });
-  if (names_.has_changed_names())
+  if (names_.has_any())
     find(Severity::PROBLEM, "changed-names", "Holds items under names that it does not list");
 }
 

@@ -29,7 +29,7 @@ class PlainRecordCheck : public PackageCheck {
   void take(std::string_view record);
 
   PlainRecords records_;
-  RecordNames names_;  ///< the restore's judgement
+  ChangedNames names_;  ///< the restore's judgement
   RecordTable table_;
   std::set<std::uint64_t> unlisted_;  ///< hashes of paths without a record
   bool has_strange_record_ = false;

@@ -26,7 +26,10 @@ class Verification : public Visitor {
   Verification(Findings& findings, ListedChecksums* checksums)
       : findings_(findings),
         check_(findings, [this](std::string_view piece) { take_manifest(piece); }),
-        checksums_(checksums) {}
+        checksums_(checksums) {
+    // To begin with it costs more than to look through a small archive.
+    if (checksums != nullptr) sha256_.emplace();
+  }
 
   void begin_package(const PackageName& package, const Item& item, ArchiveReader& reader) override {
     check_.begin_package(package, item, reader);
@@ -35,13 +38,13 @@ class Verification : public Visitor {
     std::array<char, 4096> piece{};
     for (std::int64_t count = 0; (count = reader.read_data(piece.data(), piece.size())) > 0;)
       take_manifest({piece.data(), static_cast<std::size_t>(count)});
-    compare(item, sha256_.finish());
+    compare(item, sha256_->finish());
   }
 
   void meet(const Item& item, ArchiveReader& reader) override {
     check_.meet(item, reader);
     if (checksums_ != nullptr && item.entry.is_plain_file())
-      compare(item, digest_of_contents(reader, item.entry.size(), sha256_));
+      compare(item, digest_of_contents(reader, item.entry.size(), *sha256_));
   }
 
   void meet_nameless(std::int64_t position) override { check_.meet_nameless(position); }
@@ -59,7 +62,7 @@ class Verification : public Visitor {
 
  private:
   void take_manifest(std::string_view piece) {
-    if (checksums_ != nullptr) sha256_.add(piece);
+    if (sha256_) sha256_->add(piece);
   }
 
   void compare(const Item& item, const Digest& digest) {
@@ -87,7 +90,7 @@ class Verification : public Visitor {
   Findings& findings_;
   StreamCheck check_;
   ListedChecksums* checksums_;
-  Sha256 sha256_;
+  std::optional<Sha256> sha256_;  ///< where there is a list
 };
 
 std::string summary(const Findings& findings, const StreamCheck& check) {
