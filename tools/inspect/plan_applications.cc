@@ -10,7 +10,6 @@
 
 #include "app/application_judgement.h"
 #include "app/application_package.h"
-#include "app/home_screen_rules.h"
 #include "app/layout.h"
 #include "app/package_extraction.h"
 #include "app/staged_data.h"
@@ -22,9 +21,10 @@
 #include "fs/exception.h"
 #include "fs/space.h"
 #include "fs/walk.h"
+#include "inspect/plan_home_screen.h"
 #include "inspect/planned_applications.h"
 #include "inspect/planned_extraction.h"
-#include "inspect/planned_objects.h"
+#include "inspect/planned_package.h"
 #include "inspect/planned_tree.h"
 #include "updater/registered_applications.h"
 
@@ -34,42 +34,23 @@ namespace {
 using updater::RegisteredApplication;
 using Standing = ApplicationsThere::Standing;
 
-constexpr gid_t NO_GROUP = 0;
-
-/// Counts what lies at `path`, of a folder what is below it.
-Removal count_below(fs::Folder& folder, const fs::Path& relative) {
-  Removal removal{.keyword = Keyword::APP, .path = folder.path() / relative};
-  if (!folder.holds(relative)) return removal;
-  fs::Walk walk(folder, relative, relative);
-  while (const fs::WalkItem* item = walk.next()) {
-    if (item->failure || item->file.is_directory()) continue;
-    ++removal.files;
-    removal.bytes += static_cast<std::uint64_t>(item->file.record().st_size);
-  }
-  return removal;
-}
-
-std::uint64_t count_items(const ApplicationPackage& package) {
-  std::uint64_t count = 0;
-  for (const FileRecord& record : package.records()) {
-    if (!record.status || record.status->mode != 0) ++count;
-  }
-  return count;
-}
-
 /// Goes through the packages as the restore does, and asks the same judgements.
 class ApplicationPlan {
  public:
   ApplicationPlan(ArchiveReader& reader, PlanReport& report,
                   const std::vector<RegisteredApplication>& registered)
-      : reader_(reader), report_(report), there_(registered), next_(next_package()) {}
+      : reader_(reader),
+        report_(report),
+        there_(registered),
+        home_screen_(reader, report, owner_),
+        next_(next_package()) {}
 
   [[nodiscard]] bool has_package() const { return next_ || has_malformed_; }
   [[nodiscard]] bool begins_well() const { return !has_malformed_ && next_ && next_->is_known(); }
 
   void keep_installed() {
     judgement_.keep_installed();
-    keeps_old_data_ = true;
+    home_screen_.keep_old_data();
   }
 
   void uninstall(const std::vector<RegisteredApplication>& registered) {
@@ -109,7 +90,7 @@ class ApplicationPlan {
     PackagePlan plan{.package = package_of(fs::Path(package.metadata_name()))};
     try {
       if (package.is_home_screen()) {
-        plan_home_screen(package, plan);
+        home_screen_.plan(package, plan);
       } else if (package.has_kind(places::BINARY_KIND)) {
         plan_binaries(package, plan);
       } else if (package.has_kind(places::DATA_KIND)) {
@@ -125,13 +106,6 @@ class ApplicationPlan {
     }
     report_.end_package(plan);
     return true;
-  }
-
-  static void refuse(const ApplicationPackage& package, PackagePlan& plan, Fate fate, std::string reason) {
-    plan.fate = fate;
-    plan.reason = std::move(reason);
-    plan.restored = 0;
-    plan.left_out = count_items(package);
   }
 
   void plan_binaries(const ApplicationPackage& package, PackagePlan& plan) {
@@ -168,14 +142,6 @@ class ApplicationPlan {
       if (obstacle) extraction.note_unwritten();
       return obstacle;
     });
-  }
-
-  static std::optional<std::string> put(PlannedTree& tree, const EntryView& entry, const FileRecord& record,
-                                        const fs::EffectiveIds& ids) {
-    const PlannedTree::Kind kind = planned_kind(entry);
-    std::optional<std::string> obstacle = tree.obstacle(record.path, kind, ids);
-    if (!obstacle) tree.make(record.path, kind, destination_of(entry, record).record().st_mode, ids);
-    return obstacle;
   }
 
   void plan_data(const ApplicationPackage& package, PackagePlan& plan) {
@@ -247,113 +213,15 @@ class ApplicationPlan {
     }
   }
 
-  void plan_home_screen(const ApplicationPackage& package, PackagePlan& plan) {
-    switch (part_of(package)) {
-      case HomeScreenPart::NOTHING:
-        break;
-      case HomeScreenPart::OBJECTS:
-        plan_objects(package, plan);
-        break;
-      case HomeScreenPart::NAVIGATOR_DATA:
-        plan_navigator_data(package, plan);
-        break;
-      case HomeScreenPart::SYSTEM_TRAY_DATA:
-        plan_system_tray_data(package, plan);
-        break;
-      case HomeScreenPart::UNKNOWN:
-        refuse(package, plan, Fate::SKIPPED, "no part of the home screen");
-        break;
-    }
-  }
-
-  void plan_objects(const ApplicationPackage& package, PackagePlan& plan) {
-    PlannedExtraction extraction(reader_, package, fs::Path(), plan, report_);
-    extraction.run([&](const EntryView& entry, const FileRecord& record) -> std::optional<std::string> {
-      if (const std::optional<Refusal> refusal = refusal_of_object(root_, entry, record.path))
-        return std::string(text_of(*refusal));
-      return obstacle_of_object(entry, record.path, {fs::SUPERUSER, NO_GROUP});
-    });
-  }
-
-  void plan_navigator_data(const ApplicationPackage& package, PackagePlan& plan) {
-    PlannedTree& tree = component_tree();
-    PlannedExtraction extraction(reader_, package, data_folder(places::NAVIGATOR), plan, report_);
-    if (!extraction.entries().is_readable()) {
-      refuse(package, plan, Fate::REFUSED, "the archive is damaged there");
-      return;
-    }
-    if (!keeps_old_data_) remove_navigator_data(tree);
-    const Stands stands = [&tree](const fs::Path& path) {
-      return tree.at(path) != PlannedTree::Kind::NOTHING;
-    };
-    extraction.run([&](const EntryView& entry, const FileRecord& record) {
-      const std::optional<Refusal> refusal = refusal_of_navigator_data(root_, entry, record.path, stands);
-      return put_in_component(tree, entry, record, refusal);
-    });
-  }
-
-  void plan_system_tray_data(const ApplicationPackage& package, PackagePlan& plan) {
-    PlannedTree& tree = component_tree();
-    PlannedExtraction extraction(reader_, package, data_folder(places::SYSTEM_TRAY), plan, report_);
-    extraction.run([&](const EntryView& entry, const FileRecord& record) {
-      return put_in_component(tree, entry, record, refusal_of_system_tray_data(root_, entry, record.path));
-    });
-  }
-
-  std::optional<std::string> put_in_component(PlannedTree& tree, const EntryView& entry,
-                                              const FileRecord& record, std::optional<Refusal> refusal) {
-    // A folder that is there is as good as one that comes back.
-    const bool is_there = refusal == Refusal::EXISTS && planned_kind(entry) == PlannedTree::Kind::FOLDER &&
-                          tree.at(record.path) == PlannedTree::Kind::FOLDER;
-    if (is_there) return std::nullopt;
-    if (refusal) return std::string(text_of(*refusal));
-    return put(tree, entry, record, {owner_, NO_GROUP});
-  }
-
-  void remove_navigator_data(PlannedTree& tree) {
-    fs::Folder all_data(places::APPLICATION_DATA);
-    const fs::Path data = fs::Path(places::NAVIGATOR) / places::DATA_FOLDER;
-    if (tree.at(data) != PlannedTree::Kind::FOLDER) return;
-    Removal removal{.keyword = Keyword::APP, .path = all_data.path() / data};
-    fs::Walk walk(all_data, data, data);
-    while (const fs::WalkItem* item = walk.next()) {
-      walk.stay_out();
-      if (item->failure) throw fs::Exception(*item->failure);
-      if (!is_replaced_navigator_data(item->file.path())) continue;
-      add(removal, all_data, item->file);
-      tree.remove(item->file.path());
-    }
-    report_.remove(removal);
-  }
-
-  static void add(Removal& removal, fs::Folder& folder, const fs::File& item) {
-    if (!item.is_directory()) {
-      ++removal.files;
-      removal.bytes += static_cast<std::uint64_t>(item.record().st_size);
-      return;
-    }
-    fs::Folder own(folder.path());
-    const Removal inside = count_below(own, item.path());
-    removal.files += inside.files;
-    removal.bytes += inside.bytes;
-  }
-
-  PlannedTree& component_tree() {
-    if (!components_) components_.emplace(places::APPLICATION_DATA);
-    return *components_;
-  }
-
   ArchiveReader& reader_;
   PlanReport& report_;
   uid_t owner_ = fs::user_id(domains::APPLICATIONS_USER);
   PlannedApplications there_;
   ApplicationJudgement judgement_{there_};
-  fs::Folder root_{places::ROOT};
-  std::optional<PlannedTree> components_;  ///< the home screen's data
-  std::set<std::string> old_data_gone_;    ///< folders of data that would be gone, or be empty
-  std::set<std::string> made_data_;        ///< that would have new data
-  std::uint64_t freed_ = 0;                ///< bytes by what would be uninstalled
-  bool keeps_old_data_ = false;
+  HomeScreenPlan home_screen_;
+  std::set<std::string> old_data_gone_;  ///< folders of data that would be gone, or be empty
+  std::set<std::string> made_data_;      ///< that would have new data
+  std::uint64_t freed_ = 0;              ///< bytes by what would be uninstalled
   bool has_malformed_ = false;
   std::optional<ApplicationPackage> next_;
 };
