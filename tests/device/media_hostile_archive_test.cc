@@ -1,11 +1,10 @@
 #include <sys/stat.h>
 
-#include <random>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/device.h"
+#include "tests/support/hostile_archives.h"
 #include "tests/support/tar_builder.h"
 
 namespace harbix::test {
@@ -44,15 +43,7 @@ class HostileArchive : public testing::Test {
 };
 
 TEST_F(HostileArchive, CannotClimbOutByDots) {
-  const Outcome outcome = restore(TarBuilder()
-                                      .file("/media/../../../../tmp/evil", "evil")
-                                      .file("/media/M/../../../../tmp/evil", "evil")
-                                      .file("/dtm/../../../../tmp/evil", "evil")
-                                      .file("/dtm../../../../tmp/evil", "evil")
-                                      .file("/media/..", "evil")
-                                      .file("/media//tmp/victim/file", "inside")
-                                      .file("/media/M/last", "last")
-                                      .text());
+  const Outcome outcome = restore(hostile::media_with_dots().text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.errors, HasSubstr("/../../../../tmp/evil: Path contains '..'\n"));
   EXPECT_EQ(device_.read(shared("M/last")), "last");
@@ -60,24 +51,7 @@ TEST_F(HostileArchive, CannotClimbOutByDots) {
 }
 
 TEST_F(HostileArchive, CannotGoThroughItsOwnLinks) {
-  const Outcome outcome = restore(TarBuilder()
-                                      .link("/media/M/out", "/tmp/victim")
-                                      .file("/media/M/out/evil", "evil")
-                                      .file("/media/M/out/file", "evil")
-                                      .link("/media/M/up", "../../../../tmp/victim")
-                                      .file("/media/M/up/evil", "evil")
-                                      .link("/media/M/a", "b")
-                                      .link("/media/M/b", "/tmp/victim")
-                                      .file("/media/M/a/evil", "evil")
-                                      .link("/dtm/out", "/tmp/victim")
-                                      .file("/dtm/out/file", "evil")
-                                      .file("/dtm/out/evil", "evil")
-                                      .link("/media/top", "/tmp/victim/file")
-                                      .file("/media/top", "evil")
-                                      .link("/dtm/direct", "/tmp/victim/file")
-                                      .file("/dtm/direct", "evil")
-                                      .file("/media/M/last", "last")
-                                      .text());
+  const Outcome outcome = restore(hostile::media_through_own_links().text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(device_.read("/tmp/victim/file"), "untouched");
   EXPECT_EQ(device_.read(shared("M/last")), "last");
@@ -90,27 +64,12 @@ TEST_F(HostileArchive, CannotGoThroughLinksThatWereThere) {
                        "/accounts/1000/sys/dtm/link")
                 .status,
             0);
-  EXPECT_EQ(restore(TarBuilder()
-                        .file("/media/TopLink/evil", "evil")
-                        .file("/dtm/link/evil", "evil")
-                        .file("/dtm/link/file", "evil")
-                        .file("/media/M/last", "last")
-                        .text())
-                .status,
-            1);
+  EXPECT_EQ(restore(hostile::media_through_links_that_were_there().text()).status, 1);
   EXPECT_EQ(device_.read(shared("M/last")), "last");
 }
 
 TEST_F(HostileArchive, BringsNoHardLinksDevicesOrFifos) {
-  const Outcome outcome =
-      restore(TarBuilder()
-                  .add(TarBuilder::HARD_LINK, "/media/M/hard", "", 0660, "/tmp/victim/file")
-                  .add(TarBuilder::HARD_LINK, "/dtm/hard", "", 0660, "../../../../tmp/victim/file")
-                  .add(TarBuilder::CHARACTER_DEVICE, "/media/M/null", "", 0666)
-                  .add(TarBuilder::BLOCK_DEVICE, "/dtm/disk", "", 0666)
-                  .add(TarBuilder::FIFO, "/media/M/fifo", "", 0666)
-                  .file("/media/M/last", "last")
-                  .text());
+  const Outcome outcome = restore(hostile::media_of_other_kinds().text());
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.errors, "");
   std::vector<std::string> media;
@@ -120,24 +79,14 @@ TEST_F(HostileArchive, BringsNoHardLinksDevicesOrFifos) {
 }
 
 TEST_F(HostileArchive, BringsNoSetIdBits) {
-  EXPECT_EQ(restore(TarBuilder()
-                        .file("/media/M/s", "s", 06777)
-                        .file("/dtm/s", "s", 06777)
-                        .folder("/dtm/d/", 07777)
-                        .text())
-                .status,
-            0);
+  EXPECT_EQ(restore(hostile::media_with_set_id_bits().text()).status, 0);
   EXPECT_EQ(device_.snapshot(SHARED).at("M/s").mode, S_IFREG | 0770U);
   EXPECT_EQ(device_.snapshot(DTM).at("s").mode, S_IFREG | 0770U);
   EXPECT_EQ(device_.snapshot(DTM).at("d").mode, S_IFDIR | 0770U);
 }
 
 TEST_F(HostileArchive, MayClaimSizesBeyondItsEnd) {
-  const std::uint64_t huge = (std::uint64_t{1} << 33) - 1;
-  const Outcome outcome = restore(TarBuilder()
-                                      .file("/media/M/first", "first")
-                                      .add(TarBuilder::FILE, "/media/M/huge", "short", 0660, "", huge)
-                                      .text());
+  const Outcome outcome = restore(hostile::media_beyond_the_end().text());
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.errors, "Error: Extracting data for './M/huge' failed ('%s')\n");
   EXPECT_THAT(device_.logged(LOG_PRIORITY_ERROR),
@@ -146,12 +95,7 @@ TEST_F(HostileArchive, MayClaimSizesBeyondItsEnd) {
 }
 
 TEST_F(HostileArchive, MayClaimAHugeManifest) {
-  EXPECT_EQ(
-      restore(TarBuilder()
-                  .add(TarBuilder::FILE, "/media/M/.backup.metadata", "x", 0660, "", std::uint64_t{1} << 32)
-                  .text())
-          .status,
-      1);
+  EXPECT_EQ(restore(hostile::media_with_a_huge_manifest().text()).status, 1);
 }
 
 TEST_F(HostileArchive, ThatIsNoArchiveRemovesNothing) {
@@ -192,19 +136,9 @@ TEST_F(HostileArchive, CutAnywhereIsNeverASuccess) {
 }
 
 TEST_F(HostileArchive, WithFlippedBitsStaysInItsPlaces) {
-  const std::string archive = TarBuilder()
-                                  .folder("/media/M/")
-                                  .link("/media/M/link", "first")
-                                  .file("/media/M/first", "1")
-                                  .file("/dtm/second", "2")
-                                  .text();
-  std::mt19937 random(20);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same damage every time
-  for (int round = 0; round < 60; ++round) {
-    std::string damaged = archive;
-    const std::size_t position = random() % (archive.size() - 1024);
-    damaged[position] = static_cast<char>(damaged[position] ^ (1 << (random() % 8)));
-    const Outcome outcome = restore(damaged);
-    EXPECT_LE(outcome.status, 2) << "byte " << position;
+  for (const hostile::Archive& each : hostile::flipped_archives(hostile::good_media_archive(), 60)) {
+    const Outcome outcome = restore(each.bytes);
+    EXPECT_LE(outcome.status, 2) << each.what;
   }
 }
 
