@@ -17,6 +17,7 @@ class InspectChecksums : public InspectRun {
 TEST_F(InspectChecksums, AreWhatSha256sumChecks) {
   TarBuilder tar = music();
   tar.file("/media/Music/new\nline\\", std::string(100'000, 'x')).file("/media/Music/empty", "");
+  tar.file("/media/Music/return\r", "r").file("letter/a", "outside");
   const std::string name = archive(tar.text());
   const Outcome outcome = inspect({"checksums", name});
   EXPECT_EQ(outcome.status, 0);
@@ -28,6 +29,48 @@ TEST_F(InspectChecksums, AreWhatSha256sumChecks) {
                        " && sha256sum --check --strict " + (folder_ / "sums")});
   EXPECT_EQ(checked.status, 0) << checked.output << checked.errors;
   EXPECT_EQ(inspect({"checksums", "-"}, tar.text()).output, outcome.output) << "from a pipe";
+}
+
+TEST_F(InspectChecksums, AreThoseOfTheManifestsAsWell) {
+  const std::string output = inspect({"checksums", archive(music().text())}).output;
+  EXPECT_THAT(output, HasSubstr("  media/Music/.backup.metadata\n"));
+}
+
+TEST_F(InspectChecksums, AreOfContentsWithTheirHoles) {
+  put(folder_ / "in/media/A/.backup.metadata", "\n");
+  put(folder_ / "in/media/A/sparse", "");
+  ASSERT_EQ(
+      run_program({"sh", "-c",
+                   "cd " + (folder_ / "in") +
+                       "/media/A && printf x | dd of=sparse bs=1 seek=1000000 conv=notrunc status=none && "
+                       "truncate --size 3000000 sparse && cd ../.. && tar --sparse -cf ../sparse.tar "
+                       "media/A/.backup.metadata media/A/sparse && sha256sum media/A/sparse >../expected"})
+          .status,
+      0);
+  const std::string output = inspect({"checksums", folder_ / "sparse.tar"}).output;
+  EXPECT_EQ(output.substr(output.find('\n') + 1), read_file(folder_ / "expected"));
+}
+
+TEST_F(InspectChecksums, ShowNoControlCharacterToATerminal) {
+  const std::string tar = archive(music().file("/media/Music/\033[31m", "").text());
+  const std::string output =
+      run_program({"script", "-qec", "'" HARBIX_INSPECT_PROGRAM "' checksums " + tar, "/dev/null"}).output;
+  EXPECT_THAT(output, HasSubstr("  media/Music/\\033[31m\r\n"));
+  EXPECT_EQ(output.find('\033'), std::string::npos);
+}
+
+TEST_F(InspectChecksums, SayTheSameInJson) {
+  EXPECT_THAT(inspect({"checksums", "--json", archive(music().text())}).output,
+              HasSubstr(std::string(R"({"type":"checksum","name":"media/Music/a.mp3","size":4,"sha256":")") +
+                        OF_TEXT));
+}
+
+TEST_F(InspectChecksums, AreComparedForEachOfTwoItemsOfOneName) {
+  const std::string name = archive(music().file("/media/Music/a.mp3", "other").text());
+  write_file(folder_ / "sums", inspect({"checksums", name}).output);
+  const std::string output = inspect({"verify", "--checksums", folder_ / "sums", name}).output;
+  EXPECT_EQ(output.find("list of checksums"), std::string::npos) << output;
+  EXPECT_EQ(output.find("those of the list"), std::string::npos) << output;
 }
 
 TEST_F(InspectChecksums, ShowAChangedByteOfContents) {

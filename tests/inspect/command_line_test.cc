@@ -72,7 +72,8 @@ TEST_F(InspectCommandLine, IsCompletedInBash) {
     const char* reply;
   };
   for (const Row& row : {Row{"c", "checksums compare"}, Row{"verify --n", "--notes"},
-                         Row{"list --color a", "auto always"}, Row{"plan a.tar m", "media"}}) {
+                         Row{"list --color a", "auto always"}, Row{"list --color =", "auto always never"},
+                         Row{"list --color = n", "never"}, Row{"plan a.tar m", "media"}}) {
     const Outcome outcome = run_program(
         {"bash", "-c",
          std::string("source '" HARBIX_SOURCES "/tools/inspect/completions/harbix-inspect.bash'; "

@@ -22,6 +22,7 @@ std::string before() {
       .file("/media/A/mode", "1", 0640)
       .link("/media/A/link", "x");
   tar.file("/media/A/gone", "1").folder("/media/A/kind").file("/media/A/owner", "1");
+  tar.owner(1, 5).file("/media/A/group", "1");
   return tar.text();
 }
 
@@ -32,6 +33,7 @@ std::string after() {
       .file("/media/A/mode", "1", 0600)
       .link("/media/A/link", "y");
   tar.file("/media/A/kind", "").owner(5).file("/media/A/owner", "1").owner(0).file("/media/A/new\033", "1");
+  tar.owner(1, 6).file("/media/A/group", "1");
   return tar.text();
 }
 
@@ -43,6 +45,7 @@ constexpr char CHANGES[] =
     "* /media/A/kind  (kind)\n"
     "* /media/A/owner  (owner 0:0 -> 5:0)\n"
     "+ /media/A/new\\033\n"
+    "* /media/A/group  (owner 1:5 -> 1:6)\n"
     "- /media/A/gone\n";
 
 TEST_F(InspectCompare, SaysNothingOfEqualArchives) {
@@ -71,6 +74,36 @@ TEST_F(InspectCompare, TakesTheOldOneFromAPipe) {
     EXPECT_NE(lines.find(line), std::string::npos) << line << lines;
   EXPECT_EQ(inspect({"compare", "-", "/dev/null"}, before()).errors,
             "harbix-inspect: One of the two archives must be a plain file\n");
+}
+
+TEST_F(InspectCompare, CountsNeitherManifestsNorTimes) {
+  TarBuilder tar;
+  tar.time(99).file("/media/A/.backup.metadata", "File: 1\nA/a\n\n").file("/media/A/a", "1");
+  const Outcome outcome =
+      inspect({"compare", archive(package("A").file("/media/A/a", "1").text(), "a"), archive(tar.text())});
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(InspectCompare, PairsItemsOfOneNameInTheirOrder) {
+  TarBuilder twice = package("A");
+  twice.file("/media/A/a", "1").file("/media/A/a", "2");
+  const std::string name = archive(twice.text());
+  EXPECT_EQ(inspect({"compare", name, name}).output, "");
+  const std::string once = archive(package("A").file("/media/A/a", "1").text(), "b.tar");
+  EXPECT_EQ(inspect({"compare", name, once}).output, "/media/A:\n- /media/A/a\n");
+  EXPECT_EQ(inspect({"compare", once, name}).output, "/media/A:\n+ /media/A/a\n");
+}
+
+TEST_F(InspectCompare, SaysTheSameInJson) {
+  const Outcome outcome = inspect({"compare", "--json", archive(before()), archive(after(), "b.tar")});
+  EXPECT_EQ(outcome.status, 1);
+  for (
+      const char* line :
+      {R"("change":"changed","package":"/media/A","name":"/media/A/mode","kind":"file","parts":["mode 0640 -> 0600"]})",
+       R"("change":"came","package":"/media/A","name":"/media/A/new\u001b","kind":"file"})",
+       R"("change":"went","package":"/media/A","name":"/media/A/gone","kind":"file"})"})
+    EXPECT_THAT(outcome.output, ::testing::HasSubstr(line));
 }
 
 // A tar program that packs unpacked files again stores each folder before what is in it.

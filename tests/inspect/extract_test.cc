@@ -101,6 +101,31 @@ TEST_F(InspectExtract, SetsModesOfFoldersWhenTheyAreFull) {
   EXPECT_TRUE((Tree{dir("media", {dir("A", {file("x", "1", ANY_MODE)}, 0500)}, ANY_MODE)}).matches(to_));
 }
 
+TEST_F(InspectExtract, PutsNothingInThePlaceOfAFolder) {
+  put(to_ + "/media/Music/a.mp3/mine", "mine");
+  put(to_ + "/media/Music/link/mine", "mine");
+  const Outcome outcome = extract(music().text(), {"/media/Music"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.errors,
+            "harbix-inspect: '/media/Music/a.mp3': File exists\n"
+            "harbix-inspect: '/media/Music/link': File exists\n");
+  EXPECT_EQ(read_file(to_ + "/media/Music/a.mp3/mine"), "mine");
+}
+
+TEST_F(InspectExtract, TellsOfEachItemInJson) {
+  put(to_ + "/media/Music/a.mp3", "mine");
+  const Outcome outcome = inspect({"extract", "--json", archive(music().text()), "Music", "--to", to_});
+  EXPECT_EQ(
+      outcome.output,
+      R"({"type":"extracted","name":"/media/Music","kind":"folder","done":true})"
+      "\n"
+      R"({"type":"extracted","name":"/media/Music/a.mp3","kind":"file","done":false,"reason":"File exists"})"
+      "\n"
+      R"({"type":"extracted","name":"/media/Music/link","kind":"link","done":true})"
+      "\n");
+  EXPECT_EQ(outcome.errors, "");
+}
+
 TEST_F(InspectExtract, OfADamagedArchiveKeepsNoPiece) {
   const std::string bytes = music().file("/media/Music/long", std::string(5000, 'x')).text();
   const Outcome outcome = extract(bytes.substr(0, 6000), {"/media"});

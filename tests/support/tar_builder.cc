@@ -36,9 +36,9 @@ TarBuilder& TarBuilder::add(char type, const std::string& name, const std::strin
   put(0, name);
   put(MODE_AT, octal(mode, 7));
   put(OWNER_AT, octal(owner_, 7));
-  put(GROUP_AT, octal(0, 7));
+  put(GROUP_AT, octal(group_, 7));
   put(SIZE_AT, octal(claimed_size == MATCHING_SIZE ? content.size() : claimed_size, 11));
-  put(TIME_AT, octal(1, 11));
+  put(TIME_AT, octal(time_, 11));
   put(CHECKSUM_AT, std::string(8, ' '));
   header[TYPE_AT] = type;
   put(TARGET_AT, target);

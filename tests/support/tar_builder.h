@@ -31,9 +31,16 @@ class TarBuilder {
     return add(SYMBOLIC_LINK, name, "", 0777, target);
   }
 
-  /// The user that owns the entries from here on; 0 until then.
-  TarBuilder& owner(unsigned user) {
+  /// The user and the group that own the entries from here on; 0 until then.
+  TarBuilder& owner(unsigned user, unsigned group = 0) {
     owner_ = user;
+    group_ = group;
+    return *this;
+  }
+
+  /// When the entries from here on were modified, in seconds since 1970; 1 until then.
+  TarBuilder& time(std::uint64_t seconds) {
+    time_ = seconds;
     return *this;
   }
 
@@ -47,6 +54,8 @@ class TarBuilder {
 
   std::string text_;
   unsigned owner_ = 0;
+  unsigned group_ = 0;
+  std::uint64_t time_ = 1;
 };
 
 }  // namespace harbix::test

@@ -3,6 +3,9 @@
 _harbix_inspect() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]} words=
   COMPREPLY=()
+  # "--to=x" is three words to bash.
+  [ "$current" != = ] || current=
+  [ "$previous" != = ] || previous=${COMP_WORDS[COMP_CWORD - 2]}
   if ((COMP_CWORD == 1)); then
     words='list verify checksums compare extract plan --help --version'
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
