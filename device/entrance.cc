@@ -1,5 +1,6 @@
 #include "device/entrance.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -40,22 +41,47 @@ bool is_free(const std::string& folder) {
   }
 }
 
-/// The first process of the device that runs in `folder`.
-base::FileDescriptor find_device(const std::string& folder) {
+/// A device that runs.
+struct RunningDevice {
+  base::FileDescriptor process;  ///< its first one
+  base::FileDescriptor root;     ///< its root folder
+};
+
+/// The device whose first process has this number.
+RunningDevice open_device(pid_t process) {
+  const std::string root = "/proc/" + std::to_string(process) + "/root";
+  return {base::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0))),
+          base::FileDescriptor(::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC))};
+}
+
+/// The device that runs in `folder`.
+RunningDevice find_device(const std::string& folder) {
   constexpr std::chrono::seconds START_TIME(30);
   constexpr std::chrono::milliseconds PAUSE(50);
   const auto deadline = std::chrono::steady_clock::now() + START_TIME;
   while (std::chrono::steady_clock::now() < deadline) {
     if (content_of_folder(folder) == FolderContent::device) {
       const std::optional<pid_t> process = running_process(folder);
-      base::FileDescriptor handle(process ? static_cast<int>(::syscall(SYS_pidfd_open, *process, 0)) : -1);
-      // The number may have gone to another process before the handle was made, but not if it is still right.
-      if (handle && running_process(folder) == process) return handle;
+      RunningDevice device = process ? open_device(*process) : RunningDevice{};
+      // The number may have gone to another process before it was opened, but not if it is still right.
+      if (device.process && device.root && running_process(folder) == process) return device;
     }
     if (is_free(folder)) throw Failure("no device is running in '" + folder + "'");
     std::this_thread::sleep_for(PAUSE);
   }
   throw Failure("the device in '" + folder + "' cannot be entered");
+}
+
+/// Takes this process, and the children that it starts from now on, onto the device.
+void enter(const RunningDevice& device, const std::string& folder) {
+  if (::setns(device.process.get(), CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWPID) == -1) {
+    if (errno == ESRCH) throw Failure("no device is running in '" + folder + "'");
+    throw system_failure(errno, "enter the device in", folder, EXIT_UNAVAILABLE);
+  }
+  // Where the device was started below another root folder than its machine's, the root of what it has
+  // mounted is that of the machine.
+  if (::fchdir(device.root.get()) == -1 || ::chroot(".") == -1)
+    throw system_failure(errno, "enter the root folder of the device in", folder, EXIT_UNAVAILABLE);
 }
 
 /// Runs COMMAND for the program on the host, in a process on the device.
@@ -108,13 +134,10 @@ int run_on_device(const Options& options, const SignalSource& signals, Channel h
 
 int enter_device(const Options& options) try {
   become_root_alone();
-  const base::FileDescriptor device = find_device(options.state);
+  const RunningDevice device = find_device(options.state);
   const SignalSource signals;
   const Terminal terminal;
-  if (::setns(device.get(), CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWPID) == -1) {
-    if (errno == ESRCH) throw Failure("no device is running in '" + options.state + "'");
-    throw system_failure(errno, "enter the device in", options.state, EXIT_UNAVAILABLE);
-  }
+  enter(device, options.state);
   std::pair<Channel, Channel> ends = Channel::make();
   // The device waits at its end for this child to be taken in, which a stopped parent would not do. So the
   // kernel does it, and the status comes through the channel.

@@ -282,7 +282,8 @@ TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
                  "| sed 's,/$,,; s,^/,,' > ../names")
           .status,
       0);
-  for (const char* packing : {"tar --format=gnu -cf", "tar --format=pax -czf", "bsdtar --format=cpio -cf"}) {
+  for (const char* packing :
+       {"tar --format=gnu -cf", "tar --format=pax -czf", "LC_ALL=C.UTF-8 bsdtar --format=cpio -cf"}) {
     device_.add_file(bought_, "native/added", "added");
     device_.add_data(loaded_, "data/state", "changed");
     const Outcome outcome =

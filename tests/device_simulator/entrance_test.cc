@@ -59,6 +59,17 @@ TEST_F(DeviceEntrance, IsALoginShellWithoutACommand) {
   EXPECT_EQ(result.output, "login as root@tablet\n") << result.errors;
 }
 
+TEST_F(DeviceEntrance, LeadsToADeviceThatWasStartedBelowAnotherRootFolder) {
+  const Outcome result = run_program(
+      {"unshare", "--mount", "--propagation", "private", "bash", "-c",
+       "mkdir \"$1/root\" && mount --rbind / \"$1/root\" && exec chroot \"$1/root\" bash -c '"
+       "\"$0\" --bare --state \"$1/state\" sleep 60 & "
+       "until \"$0\" --state \"$1/state\" --enter true; do sleep 0.1; done; "
+       "\"$0\" --state \"$1/state\" --enter sh -c \"ls -d /pps/system; pwd\"; kill %%; wait' \"$0\" \"$1\"",
+       HARBIX_DEVICE_PROGRAM, folder_ / ""});
+  EXPECT_THAT(result.output, testing::EndsWith("/pps/system\n/\n")) << result.errors;
+}
+
 TEST_F(DeviceEntrance, HasTheExitStatusesOfADevice) {
   start();
   EXPECT_EQ(run_device(enter("kill -SEGV $$")).status, 128 + SIGSEGV);

@@ -39,12 +39,17 @@ void RunningDevice::stop() {
 }
 
 void RunningDevice::enter() const {
-  const std::string process = "/proc/" + std::to_string(device_->first_process()) + "/ns/";
+  const std::string process = "/proc/" + std::to_string(device_->first_process());
+  const auto root = open_object(process + "/root", O_PATH | O_DIRECTORY);
   // The process namespace comes into force with the next child: a shell can then signal what it sees.
   for (const auto& [name, type] : {std::pair("pid", CLONE_NEWPID), std::pair("mnt", CLONE_NEWNS)}) {
-    const auto target = open_object(process + name, O_RDONLY);
+    const auto target = open_object(process + "/ns/" + name, O_RDONLY);
     if (::setns(target.get(), type) == -1) throw std::system_error(errno, std::generic_category(), name);
   }
+  // Which the namespace itself does not have where these tests run below another root folder than the
+  // machine's.
+  if (::fchdir(root.get()) == -1 || ::chroot(".") == -1)
+    throw std::system_error(errno, std::generic_category(), "root");
 }
 
 std::string RunningDevice::inside(const std::function<std::string()>& work) const {
