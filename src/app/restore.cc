@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <iostream>
-#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,6 +15,7 @@
 #include "app/staged_data.h"
 #include "app/uninstalling.h"
 #include "archive/completeness.h"
+#include "archive/error.h"
 #include "archive/space_report.h"
 #include "base/domains.h"
 #include "base/flags.h"
@@ -146,9 +146,8 @@ namespace harbix::app {
 int restore(ArchiveReader& reader) {
   try {
     return restore_applications(reader);
-  } catch (const std::bad_alloc&) {
-    throw;  // the run is over
   } catch (const std::exception& error) {
+    if (lacks_memory(error)) throw;  // the run is over
     report::error(error.what());
     return 1;
   }

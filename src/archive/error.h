@@ -24,7 +24,14 @@ class ArchiveError : public std::runtime_error {
 /// by item. Passes wherever an ArchiveError does.
 class ResourceError : public ArchiveError {
  public:
-  explicit ResourceError(const std::string& text) : ArchiveError(text, InFull()) {}
+  explicit ResourceError(const std::string& text, int error = 0)
+      : ArchiveError(text, InFull()), error_(error) {}
+
+  /// The errno of the call that failed; 0 where it is not known any more.
+  [[nodiscard]] int error() const noexcept { return error_; }
+
+ private:
+  int error_;
 };
 
 /// Whether an error number is not about one path, but about all that the process does.
@@ -33,6 +40,10 @@ class ResourceError : public ArchiveError {
 /// Whether an error is one of the whole run, and not of the item at hand: no memory, or a ResourceError, or
 /// an fs::Exception with such a number.
 [[nodiscard]] bool ends_run(const std::exception& error) noexcept;
+
+/// Whether an error is lack of memory, of the process or of the system for one call: that ends a restore as
+/// well.
+[[nodiscard]] bool lacks_memory(const std::exception& error) noexcept;
 
 /// The data of one entry cannot be read: what() is the library's text.
 class DataError : public std::runtime_error {

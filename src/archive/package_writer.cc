@@ -124,7 +124,7 @@ void PackageWriter::store_item(const fs::File& item, const fs::Path& name, repor
 }
 
 void report_unlisted(const fs::Exception& failure, Completeness& completeness) {
-  if (ends_run(failure)) throw ResourceError(failure.what());
+  if (ends_run(failure)) throw ResourceError(failure.what(), failure.error());
   report::error(failure.what());
   completeness.note_missing();
 }

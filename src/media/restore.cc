@@ -2,10 +2,10 @@
 
 #include <exception>
 #include <iostream>
-#include <new>
 #include <optional>
 #include <stdexcept>
 
+#include "archive/error.h"
 #include "archive/extraction.h"
 #include "archive/metadata_entry.h"
 #include "base/log.h"
@@ -131,9 +131,8 @@ int restore(ArchiveReader& reader) {
     // Behind the media, where the restore did not get to it.
     if (!is_whole) throw std::runtime_error(damage_text(*reader.survey()));
     return completeness.result();
-  } catch (const std::bad_alloc&) {
-    throw;  // the run is over
   } catch (const std::exception& error) {
+    if (lacks_memory(error)) throw;  // the run is over
     report_failure(error.what());
     return 1;
   }

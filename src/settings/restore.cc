@@ -2,11 +2,11 @@
 
 #include <exception>
 #include <iostream>
-#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
+#include "archive/error.h"
 #include "archive/extraction.h"
 #include "archive/file_record.h"
 #include "archive/metadata_entry.h"
@@ -164,9 +164,8 @@ int restore(ArchiveReader& reader) {
     restore_settings(reader, completeness);
     platform::flushall();
     return completeness.result();
-  } catch (const std::bad_alloc&) {
-    throw;  // the run is over
   } catch (const std::exception& error) {
+    if (lacks_memory(error)) throw;  // the run is over
     report::error(error.what());
     return 1;
   }

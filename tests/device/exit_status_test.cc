@@ -356,7 +356,7 @@ INSTANTIATE_TEST_SUITE_P(
             when_told("readdir", EIO, restore("settings.tar", "settings"), "Error: Directory"), 1,
             "Error: Directory '/base/scripts/backup_and_restore/settings' could not be read. [errno:5 "},
         Row{"IsForARestoreOfSettingsWithoutAScript",
-            while_failing("popen", "1", ENOMEM) + restore("settings.tar", "settings"), 1,
+            while_failing("popen", "1", EAGAIN) + restore("settings.tar", "settings"), 1,
             "Could not popen b&r settings script /base/scripts/backup_and_restore/settings/lists\n"}),
     name_of_row);
 
@@ -414,6 +414,16 @@ INSTANTIATE_TEST_SUITE_P(
             2, "Could not popen b&r settings script /base/scripts/backup_and_restore/settings/lists\n"},
         Row{"IsForASizeOfSettingsWithoutAScript", while_failing("popen", "1", ENOMEM) + SIZE + "settings", 2,
             "Could not popen b&r settings script /base/scripts/backup_and_restore/settings/lists\n"},
+        Row{"IsForARestoreOfSettingsWithoutMemoryForAScript",
+            while_failing("popen", "1", ENOMEM) + restore("settings.tar", "settings"), 2,
+            "ERROR: Settings script '/base/scripts/backup_and_restore/settings/lists' could not be "
+            "started. "},
+        Row{"IsForARestoreOfSettingsWithoutMemoryForTheListOfScripts",
+            when_told("readdir", ENOMEM, restore("settings.tar", "settings"), "scripts.* could not be read"),
+            2, "ERROR: Directory '/base/scripts/backup_and_restore/settings' could not be read. [errno:12 "},
+        Row{"IsForARestoreOfSettingsWithoutMemoryForTheStoreOfObjects",
+            when_told("readdir", ENOMEM, restore("settings.tar", "settings"), "var.pps. could"), 2,
+            "ERROR: Directory '/var/pps' could not be read. [errno:12 "},
         Row{"IsForABackupWithoutTheFolderOfScripts",
             when_told("readdir", EIO, BACKUP + "settings", "ERROR: Directory"), 2,
             "ERROR: Directory '/base/scripts/backup_and_restore/settings' could not be read. [errno:5 "},
