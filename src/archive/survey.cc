@@ -33,6 +33,7 @@ Survey::Survey(InputFile input) {
     count(name == nullptr ? "" : name, entry.begins_package() ? Kind::PACKAGE : kind, entry.size());
   }
   if (status != ARCHIVE_EOF) damage_ = error_text(handle.get());
+  if (handle.has_more_behind_end()) damage_ = MORE_BEHIND_END;
 }
 
 void Survey::count(std::string_view name, Kind kind, std::int64_t size) {

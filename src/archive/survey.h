@@ -12,6 +12,9 @@
 
 namespace harbix {
 
+/// Of an archive that goes on behind an end mark: a piece of it was lost, and there are zeros in its place.
+inline constexpr char MORE_BEHIND_END[] = "Something follows the end mark, which is not read";
+
 /// What an archive holds, from one look through its headers: before anything is removed to make place for it.
 class Survey {
  public:
@@ -19,8 +22,8 @@ class Survey {
   /// @throws ArchiveError when the input is no archive.
   explicit Survey(InputFile input);
 
-  /// Whether there is not a single entry: the backup of nothing.
-  [[nodiscard]] bool is_empty() const noexcept { return is_empty_; }
+  /// Whether there is not a single entry, and no damage: the backup of nothing.
+  [[nodiscard]] bool is_empty() const noexcept { return is_empty_ && !damage_; }
 
   /// Whether there is any package.
   [[nodiscard]] bool has_packages() const;
@@ -34,8 +37,8 @@ class Survey {
   /// The sum of the sizes of the plain files below the prefixes, without the manifests.
   [[nodiscard]] std::uint64_t file_bytes_below(std::span<const fs::Path> prefixes) const;
 
-  /// Why the archive cannot be read to its end, in the words of the library; nothing for a whole one. The
-  /// contents of files are not looked at.
+  /// Why the archive cannot be read to its end, in the words of the library, or MORE_BEHIND_END; nothing for
+  /// a whole one. The contents of files are not looked at.
   [[nodiscard]] const std::optional<std::string>& damage() const noexcept { return damage_; }
 
  private:

@@ -49,6 +49,9 @@ class SettingsRestore {
     // An archive that is cut within its metadata must not pass for a whole one.
     if (reader_.error_number() != 0)
       throw std::runtime_error("Archive not ARCHIVE_OK " + reader_.error_text());
+    // The writer of a pipe may leave it open, and is not waited for.
+    if (reader_.input().is_regular() && reader_.has_more_behind_end())
+      throw std::runtime_error(MORE_BEHIND_END);
   }
 
  private:

@@ -95,6 +95,16 @@ TEST_F(AppUninstalling, IsDoneForTheBackupOfNothing) {
   }
 }
 
+TEST_F(AppUninstalling, IsNotDoneForAFileThatBeginsWithAnEndMark) {
+  device_.write("/tmp/a.tar", std::string(1024, '\0') + archive_of({new_data("shop.app")}));
+  const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/a.tar", "app"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.errors,
+              HasSubstr("Error: The archive is damaged, so that no application is uninstalled: "
+                        "Something follows the end mark, which is not read\n"));
+  EXPECT_THAT(device_.registered(), IsSupersetOf({StartsWith("shop.app::"), StartsWith("side.app::")}));
+}
+
 TEST_F(AppUninstalling, IsNotDoneForADamagedFileAndTheRestComesBack) {
   const std::string archive = archive_of({CraftedPackage::binary("shop.app").file("main", "new"),
                                           new_data("shop.app"), new_data("side.app"),
@@ -105,8 +115,10 @@ TEST_F(AppUninstalling, IsNotDoneForADamagedFileAndTheRestComesBack) {
   const std::size_t last_header = archive.rfind("/app/fresh.pkg/bin/last");
   std::string flipped = archive;
   flipped[last_header + 5] ^= 1;
+  std::string ended = archive;
+  ended.insert(last_header, 1024, '\0');
   for (const std::string& damaged :
-       {archive.substr(0, archive.size() - 1024), archive.substr(0, last_header + 1000), flipped}) {
+       {archive.substr(0, archive.size() - 1024), archive.substr(0, last_header + 1000), flipped, ended}) {
     device_.write("/tmp/a.tar", damaged);
     const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/a.tar", "app"});
     EXPECT_EQ(outcome.status, 1);

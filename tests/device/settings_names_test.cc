@@ -180,6 +180,17 @@ TEST_F(Settings, EndAsTheArchiveDoes) {
   }
 }
 
+TEST_F(Settings, FailWhereMoreFollowsTheEndMark) {
+  const std::string target = "/settings/accounts/1000/settings/";
+  const TarBuilder first =
+      TarBuilder().file("/settings/.backup.metadata", "File: 1\n/a\n\n", 0700).file(target + "a", "a");
+  device_.write("/tmp/a.tar", first.text() + TarBuilder().file(target + "b", "b").text());
+  const Outcome outcome = device_.harbix({"-r", "-f", "/tmp/a.tar", "settings"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.errors,
+            "Restore: " + target + "a\nError: Something follows the end mark, which is not read\n");
+}
+
 TEST_F(Settings, FindTheirPartInAnArchiveThatHoldsMore) {
   device_.write(std::string(SHARED) + "/Music/a.mp3", "music");
   device_.write("/accounts/1000/settings/a", "a");

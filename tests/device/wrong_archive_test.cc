@@ -87,6 +87,30 @@ TEST_F(WrongArchive, ThatIsCutRemovesNothingAndBringsBackWhatIsBeforeTheCut) {
   }
 }
 
+TEST_F(WrongArchive, WithZerosInThePlaceOfAHeaderBeforeOthersRemovesNothing) {
+  const std::string first = TarBuilder()
+                                .file("/media/Music/.backup.metadata", "File: 1\nMusic/a\n\n")
+                                .file("/media/Music/a", "a")
+                                .truncated_text();
+  const std::string rest = TarBuilder().file("/media/Music/b", "b").text();
+  const std::string end_mark(2 * RECORD, '\0');
+  for (const std::string& head : {first, std::string(), std::string(RECORD * 2000, 'x')}) {
+    const std::string begin =
+        head.starts_with('x')
+            ? TarBuilder().file("/media/Music/a", "a").file("/media/Music/c", head).truncated_text()
+            : head;
+    const Outcome outcome = restore(begin + end_mark + rest);
+    EXPECT_EQ(outcome.status, 1) << begin.size();
+    EXPECT_THAT(
+        outcome.errors,
+        HasSubstr("Error: The archive is damaged: Something follows the end mark, which is not read\n"))
+        << begin.size();
+    EXPECT_TRUE(is_untouched()) << begin.size();
+    if (begin.empty()) continue;
+    EXPECT_EQ(device_.read(shared("Music/a")), "a") << begin.size();
+  }
+}
+
 TEST_F(WrongArchive, ThatIsDamagedBehindTheMediaRemovesNothing) {
   const std::string whole = TarBuilder()
                                 .file("/media/Music/.backup.metadata", "File: 1\nMusic/a\n\n")
