@@ -134,12 +134,24 @@ void restore_system_tray_data(ArchiveReader& reader, const ApplicationPackage& p
   if (!entries.is_complete()) completeness.note_missing();
 }
 
+/// A package without records holds nothing, unless its list is damaged.
+void report_unlisted_entries(ArchiveReader& reader, const ApplicationPackage& package,
+                             Completeness& completeness) {
+  PackageEntries entries(reader, package.records(), package.name(), fs::Path());
+  // Answers none, after it has skipped them all.
+  static_cast<void>(entries.next());
+  if (!entries.is_complete()) completeness.note_missing();
+}
+
 }  // namespace
 
 void restore_home_screen(ArchiveReader& reader, const ApplicationPackage& package, uid_t user,
                          OldData old_data, Completeness& completeness) {
   const HomeScreenPart part = part_of(package);
-  if (part == HomeScreenPart::NOTHING) return;
+  if (part == HomeScreenPart::NOTHING) {
+    report_unlisted_entries(reader, package, completeness);
+    return;
+  }
   std::cerr << "Processing: " << package.metadata_name() << '\n';
   if (part == HomeScreenPart::OBJECTS) {
     NavigatorObjects(reader, package).restore(completeness);

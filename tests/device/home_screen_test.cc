@@ -84,6 +84,17 @@ TEST_F(HomeScreen, IsStoppedOnceBeforeItsDataChanges) {
   }
 }
 
+TEST_F(HomeScreen, OfEntriesWithoutARecordFailsTheRestore) {
+  // What a flipped bit in "File" makes of a package with one record.
+  for (CraftedPackage package : {navigator(), tray(), objects()}) {
+    const std::string name = package.text().substr(0, package.text().find("/.backup.metadata")) + "/data/a";
+    const Outcome outcome = restore({package.entry(TarBuilder::FILE, name, "1")});
+    EXPECT_EQ(outcome.status, 1) << name;
+    EXPECT_THAT(lines_of(outcome.errors), Contains("Error: No record in the manifest for '" + name + "'"));
+  }
+  EXPECT_EQ(restore({navigator(), tray(), objects()}).status, 0);
+}
+
 TEST_F(HomeScreen, IsNotStoppedForApplications) {
   add_programs();
   ASSERT_EQ(restore({CraftedPackage::binary("plain").file("main", "1")}).status, 0);

@@ -27,8 +27,7 @@ void add(Removal& removal, fs::Folder& folder, const fs::File& item) {
 
 void HomeScreenPlan::plan(const ApplicationPackage& package, PackagePlan& plan) {
   switch (part_of(package)) {
-    case HomeScreenPart::NOTHING:
-      break;
+    case HomeScreenPart::NOTHING:  // but for entries that no record names
     case HomeScreenPart::OBJECTS:
       plan_objects(package, plan);
       break;
