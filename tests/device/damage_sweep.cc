@@ -81,6 +81,8 @@ const std::array KEYWORDS{
     Keyword{"app",
             {{"/apps", Old::WIPED},
              {"/accounts/1000/appdata", Old::REPLACED},
+             {"/accounts/1000/appdata/sys.navigator", Old::EMPTIED},
+             {"/accounts/1000/appdata/sys.systemtray", Old::EMPTIED},
              {"/pps/system/navigator", Old::EMPTIED},
              {"/pps/system/installer/registeredapps/.all", Old::LISTED}}},
     Keyword{"settings",
@@ -168,6 +170,7 @@ class Sweep {
     // What is outside is compared with what a restore that is whole leaves there.
     restore_whole(picture());
     expected_ = picture();
+    expected_list_ = whole_list();
     outside_.emplace(watch_outside());
     make_old(expected_);
     old_ = picture();
@@ -186,7 +189,7 @@ class Sweep {
     const bool is_right = judge(damage, status);
     ++statuses_[status];
     if (!is_right) std::cout << "    standard error: " << read_file(MESSAGES).substr(0, 300) << '\n';
-    if (!can_be_made_old()) bring_back();
+    if (!can_be_made_old() || whole_list() != expected_list_) bring_back();
     return is_right;
   }
 
@@ -246,6 +249,15 @@ class Sweep {
     });
   }
 
+  /// The installer's list with the extras, where the keyword has one.
+  [[nodiscard]] std::string whole_list() const {
+    std::string list;
+    for (const Place& place : keyword_.places) {
+      if (place.old == Old::LISTED) list += read_file(place.path);
+    }
+    return list;
+  }
+
   void bring_back() {
     ++brought_back_;
     for (const auto& [path, object] : found_) {
@@ -253,8 +265,11 @@ class Sweep {
       if (!old_.contains(path) && !expected_.contains(path)) files::remove_all(path);
     }
     restore_whole(picture());
+    // What is registered with other extras is taken for an application of another source, and uninstalled
+    // only once it has its own again.
+    restore_whole(picture());
     found_ = picture();
-    if (found_ == expected_) return;
+    if (found_ == expected_ && whole_list() == expected_list_) return;
     print_difference(expected_, found_);
     throw std::runtime_error("the device is not what it was after a restore of the whole archive");
   }
@@ -330,9 +345,10 @@ class Sweep {
   std::string archive_;
   std::optional<DamagedCopy> copy_;
   Camera camera_;
-  Picture expected_;  ///< what an undamaged restore leaves
-  Picture old_;       ///< what there is before a restore
-  Picture found_;     ///< what the last restore left
+  Picture expected_;           ///< what an undamaged restore leaves
+  std::string expected_list_;  ///< of the installer, then
+  Picture old_;                ///< what there is before a restore
+  Picture found_;              ///< what the last restore left
   std::optional<Watch> outside_;
   std::map<std::string, std::string> removals_;  ///< of attributes, by the objects' paths
   std::map<int, std::size_t> statuses_;
