@@ -27,12 +27,6 @@ std::optional<Refusal> refusal_of(const EntryView& entry, const FileRecord& reco
   return std::nullopt;
 }
 
-bool has_other_mode(const EntryView& entry, const FileRecord& record) {
-  constexpr mode_t PERMISSIONS = 07777;
-  const struct ::stat own = entry.destination(record.path).record();
-  return record.status && !S_ISLNK(own.st_mode) && ((own.st_mode ^ record.status->mode) & PERMISSIONS) != 0;
-}
-
 fs::File destination_of(const EntryView& entry, const FileRecord& record) {
   fs::File own = entry.destination(record.path);
   if (!record.status) return own;
@@ -122,10 +116,6 @@ bool PackageExtraction::is_wanted(const EntryView& entry, const FileRecord& reco
 
 void PackageExtraction::put_on_disk(Extraction& extraction, const EntryView& entry,
                                     const FileRecord& record) {
-  if (has_other_mode(entry, record)) {
-    is_paired_ = false;
-    report::error("The record of '" + record.path.text() + "' has another mode than its entry");
-  }
   // Asked for the ids only when they are shown: these are two system calls for each file.
   if (verbose) report::progress("Extracting as ", ::geteuid(), ':', ::getegid(), record.path);
   const std::optional<ExtractionWarning> warning = extraction.extract(entry, destination_of(entry, record));

@@ -26,10 +26,6 @@ enum class Restorable {
 [[nodiscard]] std::optional<Refusal> refusal_of(const EntryView& entry, const FileRecord& record,
                                                 Restorable restorable, PackageEntries& entries);
 
-/// Whether the permissions in an item's record are others than in its entry's header, which a checksum
-/// covers: a backup writes the same.
-[[nodiscard]] bool has_other_mode(const EntryView& entry, const FileRecord& record);
-
 /// What is put on disk for an entry: at its record's path, with its own status, and with the record's where
 /// it has one. The size stays: it tells how much data follows.
 [[nodiscard]] fs::File destination_of(const EntryView& entry, const FileRecord& record);

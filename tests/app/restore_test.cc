@@ -49,7 +49,7 @@ void add_package(TarBuilder& archive, const std::string& name, const std::string
   meta::Manifest manifest = described("p", directory);
   manifest.push_back(record(S_IFREG | 0640, path));
   add_metadata(archive, name, manifest);
-  archive.file(name + "/" + entry, "new", 0640);
+  archive.file(name + "/" + entry, "new");
 }
 
 void add_data(TarBuilder& archive, const std::string& package, const std::string& directory) {

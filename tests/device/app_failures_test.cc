@@ -370,8 +370,7 @@ TEST_F(AppFailures, OfOneBitInAManifestAreNeverSilent) {
     std::vector<std::string> all;
     for (const std::string& folder : {bought_.folder(), bought_.data()}) {
       if (!device_.exists(folder)) continue;
-      for (const auto& [path, item] : device_.snapshot(folder))
-        all.push_back(folder + path + std::to_string(item.mode) + item.content);
+      for (const auto& [path, item] : device_.snapshot(folder)) all.push_back(folder + path + item.content);
     }
     return all;
   };

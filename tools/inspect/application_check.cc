@@ -112,9 +112,6 @@ void ApplicationCheck::match(const Item& item, const fs::Path& path) {
   } else if (!is_component_ && record->had_item != 0 &&
              record->type != RecordTable::type_of(mode_of(item.entry))) {
     find(Severity::PROBLEM, "other-kind", "The record describes another kind of item", item);
-  } else if (!is_component_ && record->had_item != 0 && !record->is_link() &&
-             record->permissions != RecordTable::permissions_of(mode_of(item.entry))) {
-    find(Severity::PROBLEM, "other-mode", "The record has another mode than the entry", item);
   } else if (table_.is_behind_leaf(path.text())) {
     find(Severity::PROBLEM, "behind-leaf", "Lies behind something that is no folder", item);
   } else if (item.entry.is_plain_file() && package().kind != Kind::OBJECTS &&

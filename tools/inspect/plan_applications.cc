@@ -138,7 +138,6 @@ class ApplicationPlan {
         if (refusal == Refusal::OTHER_KIND) extraction.note_unpaired();
         return std::string(text_of(*refusal));
       }
-      if (has_other_mode(entry, record)) extraction.note_unpaired();
       std::optional<std::string> obstacle = put(tree, entry, record, ids);
       if (obstacle) extraction.note_unwritten();
       return obstacle;

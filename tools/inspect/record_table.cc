@@ -12,20 +12,17 @@ constexpr std::size_t MOST_OF_NAMES = std::size_t{4} << 20;
 }  // namespace
 
 std::uint32_t RecordTable::sum_of(std::uint64_t size) noexcept {
-  // Every bit of the size has a part in the highest ones of the product.
-  constexpr std::uint64_t SPREAD = 0x9e3779b97f4a7c15U;
-  constexpr unsigned BELOW_SUM = 64 - 13;
-  return static_cast<std::uint32_t>(size * SPREAD >> BELOW_SUM);
+  constexpr std::uint64_t MASK = 0xffffff;
+  return static_cast<std::uint32_t>((size ^ size >> 24U ^ size >> 48U) & MASK);
 }
 
 void RecordTable::add(std::string_view path, std::uint64_t size, bool had_item, mode_t mode) {
   Record record;
   record.hash = PathHash::of(path);
   record.number = static_cast<std::uint32_t>(records_.size());
-  record.size_sum = sum_of(size) & 0x1fffU;
+  record.size_sum = sum_of(size) & 0xffffffU;
   record.had_item = had_item ? 1 : 0;
   record.type = type_of(mode) & 0xfU;
-  record.permissions = permissions_of(mode) & 0xfffU;
   const bool is_next = named_ == records_.size() && path.find('\0') == std::string_view::npos;
   if (is_next && names_.size() + path.size() < MOST_OF_NAMES) {
     names_.append(path).push_back('\0');

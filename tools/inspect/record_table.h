@@ -44,19 +44,15 @@ class RecordTable {
     return (mode & S_IFMT) >> BELOW_TYPE & 0xfU;
   }
 
-  /// The other bits.
-  [[nodiscard]] static constexpr std::uint32_t permissions_of(mode_t mode) noexcept { return mode & 0xfffU; }
-
   /// What is known of a record.
   struct Record {
     std::uint64_t hash = 0;    ///< of the path
     std::uint32_t number = 0;  ///< its place in the manifest, from 0
-    std::uint32_t size_sum : 13 = 0;
+    std::uint32_t size_sum : 24 = 0;
     std::uint32_t had_item : 1 = 0;  ///< an item existed when the record was made
     std::uint32_t is_met : 1 = 0;    ///< an entry has it
     std::uint32_t is_leaf : 1 = 0;   ///< the entry is no folder
     std::uint32_t type : 4 = 0;      ///< of the item, as the record says: the type bits of a mode, or 0
-    std::uint32_t permissions : 12 = 0;
 
     [[nodiscard]] bool is_link() const noexcept { return type == type_of(S_IFLNK); }
   };
@@ -73,7 +69,7 @@ class RecordTable {
   /// Whether a path leads through what is no folder: a record of a link, or the entry of a file or a link.
   [[nodiscard]] bool is_behind_leaf(std::string_view path);
 
-  /// Whether a record has the size; one in eight thousand others passes for it.
+  /// Whether a record has the size; one in sixteen million others passes for it.
   [[nodiscard]] static bool has_size(const Record& record, std::uint64_t size) noexcept {
     return record.size_sum == sum_of(size);
   }
