@@ -212,9 +212,21 @@ class Sweep {
     if (status == STILL_RUNNING) return fail("does not end", {}, {});
     if (status >= 128) return fail("crashed", {}, {});
     if (!outside_->is_undisturbed()) return fail("changed something outside", {}, {});
-    if (status == 0) return found_ == expected_ || fail("not all came back", expected_, found_);
+    if (status == 0) return all_came_back(damage) || fail("not all came back", expected_, found_);
     if (damage.kind == Damage::Kind::MANIFEST || has_all_that_was_there()) return true;
     return fail("removed something", old_, found_);
+  }
+
+  /// Whether everything is as an undamaged restore leaves it. The permissions that a manifest gives to an
+  /// item are what counts, whatever they are: no checksum covers them.
+  [[nodiscard]] bool all_came_back(const Damage& damage) const {
+    if (damage.kind != Damage::Kind::MANIFEST) return found_ == expected_;
+    return without_permissions(found_) == without_permissions(expected_);
+  }
+
+  [[nodiscard]] static Picture without_permissions(Picture picture) {
+    for (auto& [path, object] : picture) object.mode &= S_IFMT;
+    return picture;
   }
 
   /// Whether nothing was removed. The markers in data that is replaced whole go with the old data.
