@@ -276,12 +276,12 @@ TEST_F(AppRestore, ReadsWhatOtherProgramsHavePackedAgain) {
   const Snapshot applications = device_.snapshot("/apps");
   const Snapshot data = device_.snapshot(APPLICATION_DATA);
   back_up();
-  ASSERT_EQ(
-      device_
-          .shell("mkdir /tmp/x; cd /tmp/x; tar -xf ../a.tar 2> /dev/null; tar -tf ../a.tar 2> /dev/null "
-                 "| sed 's,/$,,; s,^/,,' > ../names")
-          .status,
-      0);
+  ASSERT_EQ(device_
+                .shell("mkdir /tmp/x; cd /tmp/x; tar -xf ../a.tar 2> /dev/null; tar --quoting-style=literal "
+                       "-tf ../a.tar 2> /dev/null "
+                       "| sed 's,/$,,; s,^/,,' > ../names")
+                .status,
+            0);
   for (const char* packing :
        {"tar --format=gnu -cf", "tar --format=pax -czf", "LC_ALL=C.UTF-8 bsdtar --format=cpio -cf"}) {
     device_.add_file(bought_, "native/added", "added");
