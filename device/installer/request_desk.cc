@@ -23,9 +23,13 @@ Answer failure(const std::string& error) {
 
 std::vector<std::string> names_in(const std::string& directory) {
   std::vector<std::string> names;
-  for (const auto& item : std::filesystem::directory_iterator(directory)) {
-    names.push_back(item.path().filename().string());
+  std::error_code error;
+  for (std::filesystem::directory_iterator item(directory, error), end; !error && item != end;
+       item.increment(error)) {
+    names.push_back(item->path().filename().string());
   }
+  // Somebody may take the directory away, or mount something over it, at any time: no request is there then.
+  if (error && error != std::errc::no_such_file_or_directory) throw std::system_error(error, directory);
   std::ranges::sort(names);
   return names;
 }

@@ -9,7 +9,6 @@
 #include "device/refuse.h"
 
 namespace installer {
-namespace {}  // namespace
 
 RequestWatch::RequestWatch(const std::string& directory)
     : path_(directory + "/.all?wait,delta"), view_(::open(path_.c_str(), O_RDONLY | O_CLOEXEC)) {
