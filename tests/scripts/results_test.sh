@@ -81,14 +81,18 @@ expect 'too little room is told before anything is done' \
 
 play ctest <<'END'
 while [ "$1" != --output-log ]; do shift; done
-printf '%s\n' '50% tests passed, 2 tests failed out of 4' '' 'The following tests FAILED:' \
-  $'\t  3 - Names.AreClaims (Failed)' $'\t204 - Rows/Names.Of/"a+" (Timeout)' >"$2"
+printf '%b\n' "50% tests passed$no_colour, ${red}2 tests failed$no_colour out of 4" '' 'The following tests FAILED:' \
+  "\t$red  3 - Names.AreClaims (Failed)$no_colour" "\t${red}204 - Rows/Names.Of/\"a+\" (Timeout)$no_colour" >"$2"
 exit 8
 END
-expect 'tests that fail are named' \
-  "$(printf '%s\n' 'test: building (debug)' 'test: 2 passed, 2 failed, 0 skipped' 'test: failed: Names.AreClaims' \
-    'test: failed: Rows/Names.Of/"a+"' "test: to run one again: ctest --preset debug -R '^Names.AreClaims\$'" \
-    'test: to run all of them again: ctest --preset debug --rerun-failed' \
-    'test: failed; all output is in build/debug-tests.log' 'status 8')" "$(tested :)"
+export red no_colour
+for red in '' '\e[0;31m'; do
+  no_colour=${red:+'\e[0;0m'}
+  expect 'tests that fail are named, also where CTest colours its log' \
+    "$(printf '%s\n' 'test: building (debug)' 'test: 2 passed, 2 failed, 0 skipped' 'test: failed: Names.AreClaims' \
+      'test: failed: Rows/Names.Of/"a+"' "test: to run one again: ctest --preset debug -R '^Names.AreClaims\$'" \
+      'test: to run all of them again: ctest --preset debug --rerun-failed' \
+      'test: failed; all output is in build/debug-tests.log' 'status 8')" "$(tested :)"
+done
 
 finish
